@@ -1,0 +1,126 @@
+// Canonical network objects: named lists and groups, and one place for every address of the firewall.
+#include "nupgrade.h"
+
+#include <cstring>
+#include <unordered_set>
+
+int canon_netobj(FragList db, const char *family) {
+    Frag *top = ffind(db, family);
+    if (!top)
+        return 0;
+    for (Frag *entry = top->child; entry; entry = entry->next) {
+        if (Frag *name = fdel_valued(&entry->child, "name")) {
+            renamefrag(entry, name->value);
+            freefrag(name);
+        }
+        if (Frag *num = ffind(&entry->child, "num")) {
+            fremove(&num->child, "elements");
+            fremove(&num->child, "members");
+            fremove_bare(&entry->child, "num");
+        }
+    }
+    return 0;
+}
+
+namespace {
+
+// The alias lists below `netobj_list`. Lists that are used up are only noted, since each would cost a walk to
+// unlink, and go together at the end.
+struct alias_lists {
+    Frag *netobj_list;
+    name_index lists;
+    std::unordered_set<Frag *> used;
+
+    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")), lists(&netobj_list->child) {}
+    ~alias_lists() {
+        for (FragList link = &netobj_list->child; *link && !used.empty();) {
+            Frag *frag = *link;
+            if (used.erase(frag)) {
+                *link = frag->next;
+                freefrag(frag);
+            } else {
+                link = &frag->next;
+            }
+        }
+    }
+    alias_lists(const alias_lists &) = delete;
+    alias_lists &operator=(const alias_lists &) = delete;
+
+    // Uses up the list of that name below `netobj_list`: null if there is none. The caller must not free it.
+    Frag *use(const char *key) {
+        Frag *list = lists.find_key(key);
+        if (!list)
+            return nullptr;
+        std::string_view component = key_component(key);
+        if (key[component.size()] == '_') {
+            // A name with a `_` lies deeper, where siblings are few; it joins the lists that go at the end.
+            list = fdel(&lists.find(component)->child, key + component.size() + 1);
+            list->next = netobj_list->child;
+            netobj_list->child = list;
+        } else {
+            lists.remove(list);
+        }
+        used.insert(list);
+        return list;
+    }
+};
+
+// True if the key, which an interface's name can lead anywhere, leads to the location list or into its elements.
+bool leads_into_location(const char *key, const char *location) {
+    std::string_view component = key_component(key);
+    if (component != location)
+        return false;
+    key += component.size();
+    return *key != '_' || key_component(key + 1) == "element";
+}
+
+} // namespace
+
+int canon_if(FragList db, const char *location) {
+    Frag *list = ffind(db, location);
+    if (!list)
+        list = fset(db, location, nullptr);
+    Frag *elements = ffind(&list->child, "element");
+    if (!elements)
+        elements = fsetp(&list->child, "element", nullptr, list);
+    if (!elements->child)
+        return 0;
+
+    {
+        alias_lists aliases(db);
+        name_index numbers(&elements->child);
+        int next_number = 1;
+        for (Frag *element = elements->child; element; element = element->next)
+            next_number++;
+        const char *location_name = location + strlen("netobj_list_");
+        // New elements go to the head, so this walk meets only those that are here now.
+        for (Frag *element = elements->child; element; element = element->next) {
+            const char *interface = fval(&element->child, "interface");
+            if (!interface || !*interface || is_on(fval(&element->child, "alias")))
+                continue;
+            std::string key = std::string(interface) + "$INTERFACE";
+            if (leads_into_location(key.c_str(), location_name))
+                continue;
+            Frag *alias_list = aliases.use(key.c_str());
+            Frag *alias_elements = alias_list ? ffind(&alias_list->child, "element") : nullptr;
+            for (Frag *alias = alias_elements ? alias_elements->child : nullptr; alias; alias = alias->next) {
+                // The count says where free numbers begin only if there is no gap; no element is replaced.
+                while (numbers.find(numbertext(next_number)))
+                    next_number++;
+                std::string number = numbertext(next_number++);
+                Frag *folded = numbers.set_key(&elements->child, number.c_str(), nullptr, elements);
+                folded->child = copy_fragtree(&alias->child, folded);
+                fsetp(&folded->child, "alias", "yes", folded);
+            }
+        }
+    }
+    sort_frags(&elements->child);
+    return 0;
+}
+
+int canon_interfaces(FragList db) {
+    canon_if(db, "netobj_list_Inside");
+    canon_if(db, "netobj_list_Outside");
+    canon_if(db, "netobj_list_Service");
+    return 0;
+}

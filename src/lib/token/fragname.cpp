@@ -1,0 +1,201 @@
+// Names: the stored and the clear form, prefixes, rendered keys; and the small string functions.
+#include "nsym.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+char keynamebuf[KEYNAME_SIZE];
+int keynamelen;
+static char fragnamebuf[FRAGNAME_SIZE];
+
+namespace {
+
+struct prefix_rec {
+    const char *text;
+    long bit;
+};
+// In the order in which a node with several bits chooses the one it shows.
+const prefix_rec prefix_tab[] = {
+    {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}, {nullptr, 0},
+};
+
+// Names that begin like a prefixed one but are single parameters.
+struct attr_map_rec {
+    const char *file_name;
+    const char *stored_name;
+};
+const attr_map_rec attr_map_tab[] = {
+    {"permit-route-char", "route-char-permit"},
+    {"deny-route-char", "route-char-deny"},
+    {"permit-relay", "relay-permit"},
+    {"deny-relay", "relay-deny"},
+    {"permit-spam", "spam-permit"},
+    {"deny-spam", "spam-deny"},
+    {nullptr, nullptr},
+};
+
+int hexdigit(char digit) {
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return 0;
+}
+
+} // namespace
+
+int hexconvert(const char *digits) { return hexdigit(digits[0]) * 16 + hexdigit(digits[1]); }
+
+std::string storedname(std::string_view name) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string stored;
+    stored.reserve(name.size());
+    for (char byte : name) {
+        if (byte == '_' || byte == '%') {
+            stored += '%';
+            stored += digits[byte >> 4];
+            stored += digits[byte & 15];
+        } else {
+            stored += byte;
+        }
+    }
+    return stored;
+}
+
+void renamefrag(Frag *frag, const char *name) {
+    std::string stored = storedname(name);
+    char *fresh = makestr_len(stored.data(), stored.size());
+    free(frag->name);
+    frag->name = fresh;
+}
+
+void renumberfrag(Frag *frag, int number, const char *format) {
+    char text[32];
+    snprintf(text, sizeof text, format, number);
+    renamefrag(frag, text);
+}
+
+const char *attr_prefix(long attr) {
+    for (const prefix_rec *rec = prefix_tab; rec->text; rec++)
+        if (attr & rec->bit)
+            return rec->text;
+    return "";
+}
+
+long strip_attr_prefixes(const char **name) {
+    long bits = 0;
+    for (const prefix_rec *rec = prefix_tab; rec->text; rec++)
+        if (has_prefix_nocase(*name, rec->text)) {
+            bits |= rec->bit;
+            *name += strlen(rec->text);
+            rec = prefix_tab - 1;
+        }
+    return bits;
+}
+
+char *copy_fragname_len(Frag *frag, char *buffer, int size) {
+    buffer[0] = 0;
+    if (!frag || !frag->name)
+        return buffer;
+    const char *prefix = attr_prefix(frag->attr);
+    size_t prefix_len = strlen(prefix);
+    size_t name_len = strlen(frag->name);
+    if (size > 0) {
+        size_t room = static_cast<size_t>(size) - 1;
+        prefix_len = prefix_len < room ? prefix_len : room;
+        name_len = name_len < room - prefix_len ? name_len : room - prefix_len;
+    }
+    memcpy(buffer, prefix, prefix_len);
+    memcpy(buffer + prefix_len, frag->name, name_len);
+    buffer[prefix_len + name_len] = 0;
+
+    const char *from = buffer;
+    char *to = buffer;
+    while (*from) {
+        if (*from == '%' && from[1] && from[2]) {
+            *to++ = static_cast<char>(hexconvert(from + 1));
+            from += 3;
+        } else {
+            *to++ = *from++;
+        }
+    }
+    *to = 0;
+    return buffer;
+}
+
+char *copy_fragname(Frag *frag, char *buffer) { return copy_fragname_len(frag, buffer, -1); }
+
+char *fragname(Frag *frag) { return copy_fragname_len(frag, fragnamebuf, FRAGNAME_SIZE); }
+
+char *fragkeyname(Frag *frag) {
+    std::vector<const Frag *> path;
+    for (; frag; frag = frag->parent)
+        path.push_back(frag);
+    size_t len = 0;
+    while (!path.empty()) {
+        const char *prefix = attr_prefix(path.back()->attr);
+        size_t prefix_len = strlen(prefix);
+        size_t name_len = strlen(path.back()->name);
+        if (len + prefix_len + name_len < 1020) {
+            memcpy(keynamebuf + len, prefix, prefix_len);
+            memcpy(keynamebuf + len + prefix_len, path.back()->name, name_len);
+            len += prefix_len + name_len;
+        }
+        path.pop_back();
+        if (!path.empty() && len < KEYNAME_SIZE - 1)
+            keynamebuf[len++] = '_';
+    }
+    keynamebuf[len] = 0;
+    keynamelen = static_cast<int>(len);
+    return keynamebuf;
+}
+
+const char *attr_remap(const char *name) {
+    for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
+        if (strcmp(name, rec->file_name) == 0)
+            return rec->stored_name;
+    return name;
+}
+
+const char *attr_revmap(const char *name) {
+    for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
+        if (strcmp(name, rec->stored_name) == 0)
+            return rec->file_name;
+    return name;
+}
+
+int is_blanks(const char *text) { return !text || !*skip_blanks(text); }
+
+int is_on(const char *text) {
+    if (!text)
+        return 0;
+    text = skip_blanks(text);
+    if (strcasecmp(text, "on") == 0 || strcasecmp(text, "yes") == 0 || strcasecmp(text, "true") == 0)
+        return 1;
+    return *text >= '0' && *text <= '9' ? decimal(text) : 0;
+}
+
+int decimal(const char *text) { return static_cast<int>(strtol(text, nullptr, 10)); }
+
+bool has_prefix(const char *text, std::string_view prefix) {
+    return strncmp(text, prefix.data(), prefix.size()) == 0;
+}
+
+bool has_prefix_nocase(const char *text, std::string_view prefix) {
+    return strncasecmp(text, prefix.data(), prefix.size()) == 0;
+}
+
+bool same_text(const char *a, const char *b) { return a && b && strcmp(a, b) == 0; }
+
+std::string lowercase(std::string_view text) {
+    std::string lower(text);
+    for (char &byte : lower)
+        if (byte >= 'A' && byte <= 'Z')
+            byte = static_cast<char>(byte - 'A' + 'a');
+    return lower;
+}
+
+std::string numbertext(int number) { return std::to_string(number); }

@@ -1,0 +1,78 @@
+// Numbered families: counted lists, plain renumbering, filter rules.
+#include "nupgrade.h"
+
+#include <cstring>
+
+int norm_netobj(Frag *entry, const char *sublist_key, const char *count_key) {
+    int number = 1;
+    for (; entry; entry = entry->next) {
+        fsetp(&entry->child, "name", fragname(entry), entry);
+        renumberfrag(entry, number++);
+        if (Frag *sublist = ffind(&entry->child, sublist_key)) {
+            sort_frags(&sublist->child);
+            int count = number_frags(sublist->child);
+            fsetp(&entry->child, count_key, numbertext(count).c_str(), entry);
+        }
+    }
+    return number;
+}
+
+int norm_renumber(FragList db, const char *list_key, const char *count_key, const char *delete_key) {
+    if (delete_key)
+        fremove(db, delete_key);
+    int count = 0;
+    if (Frag *list = ffind(db, list_key)) {
+        sort_frags(&list->child);
+        count = number_frags(list->child);
+    }
+    if (count_key)
+        fset(db, count_key, numbertext(count).c_str());
+    // The count of some families is a child of their list: it moves behind the numbers.
+    if (Frag *list = ffind(db, list_key))
+        sort_frags(&list->child);
+    return 0;
+}
+
+// The rule's fields, taken off it and joined by `+`, cut at the length that the rules' readers take.
+static std::string join_rule(Frag *rule) {
+    constexpr size_t limit = 126;
+    std::string text;
+    for (const char *const *key = pfkeynames; *key; key++) {
+        Frag *field = fdel(&rule->child, *key);
+        if (key != pfkeynames && text.size() < limit)
+            text += '+';
+        if (field && field->value)
+            text.append(field->value, strnlen(field->value, limit - text.size()));
+        freefrag(field);
+    }
+    return text;
+}
+
+int norm_pfrules(FragList db, const char *list_key, const char *count_key) {
+    fremove(db, count_key);
+    int count = 0;
+    if (Frag *list = ffind(db, list_key)) {
+        sort_frags(&list->child);
+        for (Frag *rule = list->child; rule; rule = rule->next) {
+            if (has_prefix(fragname(rule), "rule"))
+                continue;
+            renumberfrag(rule, ++count, "rule%d");
+            setvalue(rule, join_rule(rule));
+        }
+    }
+    fset(db, count_key, numbertext(count).c_str());
+    return 0;
+}
+
+int norm_vpndata(FragList db, const char *list_key) {
+    Frag *list = ffind(db, list_key);
+    if (!list)
+        return 0;
+    sort_frags(&list->child);
+    int number = 1;
+    for (Frag *frag = list->child; frag; frag = frag->next)
+        if (*frag->name >= '0' && *frag->name <= '9')
+            renumberfrag(frag, number++, "%04d");
+    sort_frags(&list->child);
+    return 0;
+}

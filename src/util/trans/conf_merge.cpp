@@ -1,0 +1,243 @@
+// Merging a further configuration: what the database holds wins, and only what is new comes in.
+#include "nsym.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <cstring>
+
+int not_same_netobj(FragList, const char *, const char *) { return 1; }
+
+static Frag *policy_proxies(FragList db, const char *name) {
+    Frag *policy = ffind2(db, "policy", name);
+    return policy ? ffind(&policy->child, "proxy") : nullptr;
+}
+
+int not_same_policy(FragList db, const char *a, const char *b) {
+    Frag *proxies_a = policy_proxies(db, a);
+    Frag *proxies_b = policy_proxies(db, b);
+    if (!proxies_a || !proxies_b)
+        return 1;
+    sort_frags(&proxies_a->child);
+    sort_frags(&proxies_b->child);
+    Frag *set_a = proxies_a->child;
+    Frag *set_b = proxies_b->child;
+    for (; set_a && set_b; set_a = set_a->next, set_b = set_b->next)
+        if (strcmp(set_a->name, set_b->name) != 0)
+            return 1;
+    return set_a || set_b;
+}
+
+int same_map(FragList db, Frag *a, Frag *b) {
+    struct decision {
+        const char *key;
+        int (*differ)(FragList, const char *, const char *); // decides on values that differ; null: they differ
+    };
+    static const decision decisions[] = {
+        {"pd", nullptr},
+        {"src", not_same_netobj},
+        {"proxy", nullptr},
+        {"policy", not_same_policy},
+        {nullptr, nullptr},
+    };
+    for (const decision *row = decisions; row->key; row++) {
+        const char *value_a = fval(&a->child, row->key);
+        const char *value_b = fval(&b->child, row->key);
+        if (!value_a || !value_b)
+            return 1;
+        if (strcmp(value_a, value_b) != 0 && (!row->differ || row->differ(db, value_a, value_b)))
+            return 0;
+    }
+    return 1;
+}
+
+int dont_have_map(FragList db, Frag *list, Frag *map) {
+    for (Frag *have = list->child; have; have = have->next)
+        if (same_map(db, have, map))
+            return 0;
+    return 1;
+}
+
+namespace {
+
+/// The maps that stand below the new `map` node, so that for a further map the newest one that is the same is found
+/// without a walk over all of them. It decides as `dont_have_map` does on a list with the newest map at its head, and
+/// sorts the policies that such a walk would sort.
+///
+/// A map's place is its number. 0 stands for no place.
+struct map_finder {
+    struct placed_policy {
+        size_t place;
+        Frag *proxies;
+    };
+    /// Maps with the same three values in front of the policy.
+    struct source {
+        std::unordered_map<std::string, size_t> by_policy; // newest place by the policy's name
+        std::unordered_map<std::string, size_t> by_sets;   // the same by the config sets of a policy that is sorted
+        std::vector<placed_policy> unsorted;               // policies that no walk has come to yet, newest last
+        size_t without_policy = 0;
+        size_t newest = 0;
+        size_t newest_with_sets = 0; // newest place whose policy exists and has a list of config sets
+    };
+
+    static constexpr const char *source_keys[] = {"pd", "src", "proxy"};
+
+    name_index policies;
+    size_t count = 0;
+    // Newest places by as many of the values pd, src and proxy as a map has before the first that it lacks, and by
+    // as many as the key holds, whatever follows.
+    std::unordered_map<std::string, size_t> lacking, having;
+    std::unordered_map<std::string, source> sources;
+
+    explicit map_finder(FragList db) {
+        if (Frag *policy = ffind(db, "policy"))
+            policies = name_index(&policy->child);
+    }
+
+    static size_t place(const std::unordered_map<std::string, size_t> &places, const std::string &key) {
+        auto it = places.find(key);
+        return it == places.end() ? 0 : it->second;
+    }
+
+    Frag *proxies_of(const char *policy_name) const {
+        Frag *policy = policies.find_key(policy_name);
+        return policy ? ffind(&policy->child, "proxy") : nullptr;
+    }
+
+    static std::string sorted_sets(Frag *proxies) {
+        sort_frags(&proxies->child);
+        std::string sets;
+        for (Frag *set = proxies->child; set; set = set->next)
+            sets.append(set->name).push_back('\0');
+        return sets;
+    }
+
+    /// What `dont_have_map` would say of the map, turned round.
+    bool have(Frag *map) {
+        std::string key;
+        size_t same = 0;
+        for (const char *name : source_keys) {
+            same = std::max(same, place(lacking, key));
+            const char *value = fval(&map->child, name);
+            if (!value) // then it is the same as any map with the values before it
+                return std::max(same, place(having, key)) != 0;
+            key.append(value).push_back('\0');
+        }
+        return have_policy(sources[key], fval(&map->child, "policy"), same);
+    }
+
+    /// The last decision, among the maps of one source; `same` is the newest map that is the same for other reasons.
+    bool have_policy(source &from, const char *policy_name, size_t same) {
+        if (!policy_name)
+            return std::max(same, from.newest) != 0;
+        same = std::max({same, from.without_policy, place(from.by_policy, policy_name)});
+        Frag *proxies = proxies_of(policy_name);
+        if (proxies && from.newest_with_sets > same) {
+            std::string sets = sorted_sets(proxies);
+            same = std::max(same, place(from.by_sets, sets));
+            while (!from.unsorted.empty() && from.unsorted.back().place > same) {
+                placed_policy met = from.unsorted.back();
+                from.unsorted.pop_back();
+                std::string met_sets = sorted_sets(met.proxies);
+                size_t &newest = from.by_sets[met_sets];
+                newest = std::max(newest, met.place);
+                if (met_sets == sets)
+                    same = met.place;
+            }
+        }
+        return same != 0;
+    }
+
+    /// Takes note of a map that was just put at the head of the list.
+    void add(Frag *map) {
+        count++;
+        std::string key;
+        having[key] = count;
+        for (const char *name : source_keys) {
+            const char *value = fval(&map->child, name);
+            if (!value) {
+                lacking[key] = count;
+                return;
+            }
+            key.append(value).push_back('\0');
+            having[key] = count;
+        }
+        source &from = sources[key];
+        from.newest = count;
+        const char *policy_name = fval(&map->child, "policy");
+        if (!policy_name) {
+            from.without_policy = count;
+            return;
+        }
+        from.by_policy[policy_name] = count;
+        if (Frag *proxies = proxies_of(policy_name)) {
+            from.newest_with_sets = count;
+            from.unsorted.push_back({count, proxies});
+        }
+    }
+};
+
+void merge_old_maps(FragList db, Frag *old_map) {
+    sort_frags(&old_map->child);
+    Frag *file_map = fdel(db, "map");
+    if (file_map)
+        sort_frags(&file_map->child);
+    Frag *map = fset(db, "map", nullptr);
+    int number = 1;
+    map_finder finder(db);
+    for (Frag *source : {old_map, file_map}) {
+        Frag *next;
+        for (Frag *entry = source ? source->child : nullptr; entry; entry = next) {
+            next = entry->next;
+            if (source == file_map && finder.have(entry)) {
+                freefrag(entry);
+                continue;
+            }
+            renumberfrag(entry, number++);
+            pushfrag(&map->child, entry, map);
+            finder.add(entry);
+        }
+        if (source)
+            source->child = nullptr;
+        freefrag(source);
+    }
+    sort_frags(&map->child);
+}
+
+void merge_old_policies(FragList db, Frag *old_policy) {
+    Frag *file_policy = fdel(db, "policy");
+    Frag *policy = fset(db, "policy", nullptr);
+    policy->child = old_policy->child;
+    old_policy->child = nullptr;
+    freefrag(old_policy);
+    for (Frag *entry = policy->child; entry; entry = entry->next)
+        entry->parent = policy;
+    if (!file_policy)
+        return;
+    name_index policies(&policy->child);
+    Frag *entry = file_policy->child;
+    file_policy->child = nullptr;
+    while (entry) {
+        Frag *next = entry->next;
+        if (policies.find_key(fragname(entry))) {
+            freefrag(entry);
+        } else {
+            pushfrag(&policy->child, entry, policy);
+            policies.add(entry);
+        }
+        entry = next;
+    }
+    freefrag(file_policy);
+}
+
+} // namespace
+
+void conf_merge(FragList db, const char *path) {
+    Frag *old_map = fdel(db, "map");
+    Frag *old_policy = fdel(db, "policy");
+    if (importinitialenv(path) != 0)
+        fprintf(stderr, "Failed to merge %s\n", path);
+    if (old_map)
+        merge_old_maps(db, old_map);
+    if (old_policy)
+        merge_old_policies(db, old_policy);
+}

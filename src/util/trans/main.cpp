@@ -1,0 +1,3 @@
+#include "upgrade.h"
+
+int main(int argc, char **argv) { return upgrade(argc, argv); }

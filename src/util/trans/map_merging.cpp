@@ -1,0 +1,204 @@
+// Maps of different proxies with one source become one map with one policy.
+#include "nsym.h"
+#include "upgrade.h"
+
+#include <cstring>
+#include <unordered_set>
+
+int proxies_not_in_maps(FragList, Frag *map, Frag *list) {
+    const char *tag = fval(&map->child, "tag_proxy");
+    for (; list; list = list->next)
+        if (same_text(fval(&list->child, "tag_proxy"), tag))
+            return 0;
+    return 1;
+}
+
+namespace {
+
+/// The policies that maps name, while some of them are renamed and others go. Those that go are only noted, since
+/// each would cost a walk to unlink, and go together at the end.
+struct policy_book {
+    Frag *policy;
+    name_index names;
+    std::unordered_map<std::string, int> uses; // how many maps name it
+    std::unordered_set<Frag *> doomed;
+
+    explicit policy_book(FragList db) : policy(ffind(db, "policy")) {
+        if (policy)
+            names = name_index(&policy->child);
+    }
+
+    Frag *find(const std::string &name) const {
+        return name.find('_') == std::string::npos ? names.find_key(name.c_str()) : names.find(storedname(name));
+    }
+
+    void rename(Frag *frag, const std::string &name) {
+        names.remove(frag);
+        renamefrag(frag, name.c_str());
+        names.add(frag);
+    }
+
+    void remove(Frag *frag) {
+        names.remove(frag);
+        doomed.insert(frag);
+    }
+
+    void sweep() {
+        for (FragList link = policy ? &policy->child : nullptr; link && *link && !doomed.empty();) {
+            Frag *frag = *link;
+            if (doomed.erase(frag)) {
+                *link = frag->next;
+                freefrag(frag);
+            } else {
+                link = &frag->next;
+            }
+        }
+    }
+};
+
+/// What decides about merging a map. A map that lacks one of the four values merges with nothing.
+struct map_values {
+    bool complete;
+    std::string src, pd, policy, proxy;
+
+    explicit map_values(Frag *map) {
+        const char *values[] = {fval(&map->child, "src"), fval(&map->child, "pd"), fval(&map->child, "policy"),
+                                fval(&map->child, "proxy")};
+        complete = values[0] && values[1] && values[2] && values[3];
+        if (complete) {
+            src = values[0];
+            pd = values[1];
+            policy = values[2];
+            proxy = values[3];
+        }
+    }
+    std::string source() const { return src + '\0' + pd; }
+};
+
+/// A map that stays, while others are folded into it.
+struct survivor {
+    policy_book &policies;
+    Frag *map;
+    map_values values;
+    int number;
+    Frag *policy = nullptr; // its policy, once another map has been folded into it
+    Frag *target = nullptr; // the policy's list of config sets
+    name_index entries;
+
+    survivor(policy_book &book, Frag *frag, int map_number) : policies(book), map(frag), values(frag), number(map_number) {}
+
+    bool merges() const { return values.complete && values.policy != "*"; }
+
+    // Gives the policy its name as a merged one. False if there is no policy to take further config sets, or if
+    // other maps name it too and would lose it.
+    bool begin(int own_uses) {
+        if (target)
+            return true;
+        Frag *found = policies.find(values.policy);
+        Frag *proxies = found ? ffind(&found->child, "proxy") : nullptr;
+        if (!proxies || policies.uses[values.policy] != own_uses)
+            return false;
+        policy = found;
+        target = proxies;
+        std::string base = "Policy-" + numbertext(number);
+        std::string name = base;
+        for (int suffix = 1; policies.find(name) && policies.find(name) != policy; suffix++)
+            name = base + "-" + numbertext(suffix);
+        fsetp(&map->child, "policy", name.c_str(), map);
+        policies.rename(policy, name);
+        fsetp(&policy->child, "parm_desc", name.c_str(), policy);
+        policies.uses[name]++;
+        entries = name_index(&target->child);
+        return true;
+    }
+
+    void set_entry(const char *set_name, const char *proxy) {
+        entries.set_key(&target->child, set_name, proxy, target);
+    }
+
+    /// Folds a map of the same source into this one and frees it. False if it has to stay.
+    bool absorb(Frag *candidate, const map_values &other) {
+        bool same_policy = other.policy == values.policy;
+        Frag *other_policy = same_policy || other.policy == "*" ? nullptr : policies.find(other.policy);
+        if (!same_policy || other.proxy != values.proxy) {
+            if (other_policy && policies.uses[other.policy] != 1)
+                return false;
+            if (!begin(same_policy ? 2 : 1))
+                return false;
+            const char *set_name = fval(&candidate->child, "tag_cs");
+            const char *proxy = fval(&candidate->child, "tag_proxy");
+            if (set_name && proxy) {
+                set_entry(set_name, proxy);
+            } else if (other_policy) {
+                Frag *proxies = ffind(&other_policy->child, "proxy");
+                for (Frag *entry = proxies ? proxies->child : nullptr; entry; entry = entry->next)
+                    set_entry(entry->name, entry->value);
+            }
+        }
+        if (other_policy && other_policy != policy)
+            policies.remove(other_policy);
+        policies.uses[other.policy]--;
+        freefrag(candidate);
+        return true;
+    }
+};
+
+// One batch: for each proxy the first of its maps that still waits, in the order of their numbers.
+void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &policies, int &number) {
+    std::vector<map_values> values;
+    std::unordered_map<std::string, std::vector<size_t>> by_source;
+    for (Frag *frag : batch) {
+        values.emplace_back(frag);
+        if (values.back().complete)
+            by_source[values.back().source()].push_back(values.size() - 1);
+    }
+    std::vector<bool> absorbed(batch.size());
+    for (size_t i = 0; i < batch.size(); i++) {
+        if (absorbed[i])
+            continue;
+        pushfrag(&map->child, batch[i], map);
+        survivor stays(policies, batch[i], ++number);
+        fremove(&batch[i]->child, "tag");
+        renumberfrag(batch[i], number);
+        if (!stays.merges())
+            continue;
+        std::vector<size_t> waiting;
+        for (size_t j : by_source[values[i].source()]) {
+            if (j <= i)
+                continue;
+            if (stays.absorb(batch[j], values[j]))
+                absorbed[j] = true;
+            else
+                waiting.push_back(j);
+        }
+        by_source[values[i].source()] = std::move(waiting);
+    }
+}
+
+} // namespace
+
+void merge_maps(FragList db) {
+    Frag *map = ffind(db, "map");
+    if (!map)
+        return;
+    policy_book policies(db);
+    sort_frags(&map->child);
+    // The n-th map of a proxy goes to the n-th batch; one that is no proxy's goes to the first.
+    std::vector<std::vector<Frag *>> batches;
+    std::unordered_map<std::string, size_t> taken;
+    for (Frag *frag = map->child; frag; frag = frag->next) {
+        const char *tag = fval(&frag->child, "tag_proxy");
+        size_t turn = tag ? taken[tag]++ : 0;
+        if (turn >= batches.size())
+            batches.resize(turn + 1);
+        batches[turn].push_back(frag);
+        if (const char *name = fval(&frag->child, "policy"))
+            policies.uses[name]++;
+    }
+    map->child = nullptr;
+    int number = 0;
+    for (const std::vector<Frag *> &batch : batches)
+        merge_batch(batch, map, policies, number);
+    policies.sweep();
+    sort_frags(&map->child);
+}

@@ -1,0 +1,172 @@
+// The records of a group of rules: a network list and its group, a policy, a map.
+#include "nsym.h"
+#include "upgrade.h"
+
+#include <cstring>
+
+// The next map's number, for the whole process.
+static int next_map = 1;
+
+namespace {
+
+Frag *children_of(FragList db, const char *key) {
+    Frag *frag = ffind(db, key);
+    return frag ? frag->child : nullptr;
+}
+
+// The text by which lists and groups of rules with the same hosts are told to be equal.
+void add_host(std::string &hosts, std::string_view host) { hosts.append(lowercase(host)).push_back('\0'); }
+
+// The hosts of a list; empty if it can't be equal to any group of rules.
+std::string list_hosts(Frag *list) {
+    std::string hosts;
+    Frag *elements = ffind(&list->child, "element");
+    for (Frag *element = elements ? elements->child : nullptr; element; element = element->next) {
+        Frag *addr = ffind(&element->child, "addr");
+        if (!addr || !addr->value)
+            return "";
+        add_host(hosts, {addr->value, static_cast<size_t>(addr->vlen)});
+    }
+    return hosts;
+}
+
+// The list's name without a suffix like "$LIST".
+std::string group_name(const std::string &list_name) {
+    size_t len = list_name.size();
+    return len >= 5 && list_name[len - 5] == '$' ? list_name.substr(0, len - 5) : list_name;
+}
+
+name_index index_of(FragList db, const char *key) {
+    Frag *frag = ffind(db, key);
+    return frag ? name_index(&frag->child) : name_index();
+}
+
+} // namespace
+
+translation::translation(FragList database)
+    : db(database), proxies(index_of(db, "def_proxy")), policies(index_of(db, "policy")),
+      lists(index_of(db, "netobj_list")), groups(index_of(db, "netobj_group")), maps(index_of(db, "map")) {
+    for (Frag *list = children_of(db, "netobj_list"); list; list = list->next) {
+        std::string hosts = list_hosts(list);
+        if (!hosts.empty())
+            lists_by_hosts.emplace(std::move(hosts), list);
+    }
+}
+
+// The first name of `base`, a number from `seq` up and the suffix that `names` does not lead to. What a search has
+// passed over is kept, so that the next one goes on behind it.
+std::string translation::free_name(const name_index &names, std::string base, int seq, const char *suffix) {
+    std::vector<std::string> passed;
+    std::string name;
+    for (;;) {
+        name = base + "-" + numbertext(seq) + suffix;
+        auto known = taken_names.find(name);
+        if (known != taken_names.end())
+            seq = known->second;
+        else if (names.find_key(name.c_str()))
+            seq++;
+        else
+            break;
+        passed.push_back(std::move(name));
+        // A key ends at `=`, so a number behind one would never make another key.
+        base.resize(strcspn(base.c_str(), "="));
+    }
+    for (const std::string &taken : passed)
+        taken_names[taken] = seq;
+    return name;
+}
+
+Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *base) {
+    Frag *netobj_list = ffind(db, "netobj_list");
+    if (!netobj_list)
+        netobj_list = fset(db, "netobj_list", nullptr);
+    std::string hosts;
+    for (Frag *rule = first;; rule = rule->next) {
+        rule_text text = read_rule(rule);
+        add_host(hosts, {text.host, text.host_len});
+        if (rule == last)
+            break;
+    }
+    auto equal = lists_by_hosts.find(hosts);
+    Frag *list = equal == lists_by_hosts.end() ? nullptr : equal->second;
+    if (!list) {
+        std::string name = free_name(lists, base, seq, "$LIST");
+        list = lists.set_key(&netobj_list->child, name.c_str(), nullptr, netobj_list);
+        Frag *elements = fsetp(&list->child, "element", nullptr, list);
+        int number = 1;
+        for (Frag *rule = first;; rule = rule->next) {
+            rule_text text = read_rule(rule);
+            std::string element_name = numbertext(number++);
+            Frag *element = newsymfrag(element_name.data(), element_name.size());
+            pushfrag(&elements->child, element, elements);
+            setvalue(fsetp(&element->child, "addr", nullptr, element), std::string_view(text.host, text.host_len));
+            if (rule == last)
+                break;
+        }
+        sort_frags(&elements->child);
+        lists_by_hosts.emplace(std::move(hosts), list);
+    }
+
+    std::string list_name = fragname(list);
+    Frag *netobj_group = ffind(db, "netobj_group");
+    if (!netobj_group)
+        netobj_group = fset(db, "netobj_group", nullptr);
+    // A list that was here before can have a name with a `_`, which is one component all the same.
+    std::string stored_name = storedname(group_name(list_name));
+    Frag *group = groups.find(stored_name);
+    if (!group) {
+        group = newsymfrag(stored_name.data(), stored_name.size());
+        pushfrag(&netobj_group->child, group, netobj_group);
+        groups.add(group);
+        fsetp(&group->child, "member_1_type", "L", group);
+        fsetp(&group->child, "member_1_name", list_name.c_str(), group);
+    }
+    return group;
+}
+
+std::string translation::make_policy(const char *name, const char *base, int seq, const char *cs) {
+    Frag *policy = fset(db, "policy", nullptr);
+    std::string result;
+    if (name && !policies.find_key(name))
+        result = name;
+    else
+        result = free_name(policies, name ? name : base, seq, "");
+    Frag *made = policies.set_key(&policy->child, result.c_str(), nullptr, policy);
+    Frag *proxies_of = fsetp(&made->child, "proxy", nullptr, made);
+    fsetp(&proxies_of->child, cs, base, proxies_of);
+    Frag *parameters = fsetp(&made->child, "parm", nullptr, made);
+    fsetp(&parameters->child, "desc", base, parameters);
+    return result;
+}
+
+void translation::addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
+                         Frag *config_set) {
+    Frag *map = fset(db, "map", nullptr);
+    // A map that is here already, from a merged file, keeps its number and all that it holds.
+    while (maps.find(numbertext(next_map)))
+        next_map++;
+    Frag *entry = maps.set_key(&map->child, numbertext(next_map++).c_str(), nullptr, map);
+    fsetp(&entry->child, "policy", policy, entry);
+    fsetp(&entry->child, "proxy", proxy, entry);
+    fsetp(&entry->child, "pd", pd, entry);
+    fsetp(&entry->child, "src", src, entry);
+    fsetp(&entry->child, "tag_proxy", tag_proxy, entry);
+    fsetp(&entry->child, "tag_cs", config_set->name, entry);
+}
+
+Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *base) {
+    return translation(db).find_netgroup(first, last, seq, base);
+}
+
+char *make_policy(FragList db, char *name, const char *base, int seq, const char *cs) {
+    for (char *byte = name; byte && *byte; byte++)
+        if (*byte == '_')
+            *byte = '-';
+    return makestr(translation(db).make_policy(name, base, seq, cs).c_str());
+}
+
+int addmap(FragList db, const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
+           Frag *config_set) {
+    translation(db).addmap(policy, pd, proxy, src, tag_proxy, config_set);
+    return 0;
+}

@@ -1,0 +1,105 @@
+// What the translation does not touch: attributes without use, and destinations.
+#include "nsym.h"
+#include "upgrade.h"
+
+#include <cstring>
+
+// The next destination record's number, for the whole process.
+static int next_record = 1;
+
+namespace {
+
+// Frees every child of every proxy that `unwanted` tells; the others keep their order.
+template <class Unwanted> void remove_children(FragList db, Unwanted unwanted) {
+    Frag *def_proxy = ffind(db, "def_proxy");
+    for (Frag *proxy = def_proxy ? def_proxy->child : nullptr; proxy; proxy = proxy->next)
+        for (FragList link = &proxy->child; *link;) {
+            Frag *child = *link;
+            if (unwanted(proxy, child)) {
+                *link = child->next;
+                freefrag(child);
+            } else {
+                link = &child->next;
+            }
+        }
+}
+
+} // namespace
+
+void clean_auth_etc(FragList db) {
+    remove_children(db, [](const Frag *proxy, const Frag *child) {
+        if (strcmp(child->name, "authserver") == 0 || strcmp(child->name, "authenticate") == 0)
+            return !needsauth(proxy->name);
+        return strcmp(child->name, "xforwarder") == 0 && !needsx(proxy->name);
+    });
+}
+
+void conv_plugdata(FragList db) {
+    remove_children(db, [](const Frag *, const Frag *child) { return strcmp(child->name, "port") == 0; });
+}
+
+namespace {
+
+/// Makes `dest` records. Records that are there already, from a merged file, keep their numbers.
+struct dest_maker {
+    FragList db;
+    name_index records;
+
+    explicit dest_maker(FragList database) : db(database) {
+        if (Frag *dest = ffind(db, "dest"))
+            records = name_index(&dest->child);
+    }
+
+    void make_record(Frag *rule) {
+        Frag *dest = fset(db, "dest", nullptr);
+        while (records.find(numbertext(next_record)))
+            next_record++;
+        Frag *record = records.set_key(&dest->child, numbertext(next_record++).c_str(), nullptr, dest);
+        const char *text = rule->value ? rule->value : "";
+        std::string_view marker = rule_marker(text);
+        bool deny = marker.empty() ? (rule->attr & ATTR_DENY) != 0 : marker == DENY_MARKER;
+        fsetp(&record->child, "pd", deny ? "D" : "P", record);
+        fsetp(&record->child, "dest", text + marker.size(), record);
+        fsetp(&record->child, "pg", "P", record);
+        fsetp(&record->child, "service", fragname(rule->parent), record);
+        fsetp(&record->child, "desc", fragkeyname(rule), record);
+    }
+
+    // A rule with children stands for them, theirs likewise.
+    void make_records(Frag *rule) {
+        std::vector<Frag *> pending{rule};
+        while (!pending.empty()) {
+            Frag *frag = pending.back();
+            pending.pop_back();
+            if (!frag->child)
+                make_record(frag);
+            size_t first = pending.size();
+            for (Frag *child = frag->child; child; child = child->next)
+                pending.push_back(child);
+            for (size_t last = pending.size(); first + 1 < last; first++, last--)
+                std::swap(pending[first], pending[last - 1]);
+        }
+    }
+
+    void take_destination(Frag *holder) {
+        if (Frag *destination = ffind(&holder->child, "destination")) {
+            make_records(destination);
+            fremove(&holder->child, "destination");
+        }
+    }
+};
+
+} // namespace
+
+void new_dest(FragList db, Frag *rule) { dest_maker(db).make_records(rule); }
+
+void conv_dests(FragList db) {
+    Frag *def_proxy = ffind(db, "def_proxy");
+    dest_maker maker(db);
+    for (Frag *proxy = def_proxy ? def_proxy->child : nullptr; proxy; proxy = proxy->next) {
+        maker.take_destination(proxy);
+        Frag *config_sets = ffind(&proxy->child, "config-sets");
+        for (Frag *set = config_sets ? config_sets->child : nullptr; set; set = set->next)
+            maker.take_destination(set);
+    }
+}

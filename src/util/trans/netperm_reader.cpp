@@ -1,0 +1,176 @@
+// The netperm table reader.
+//
+// A rule line is a list of proxy names, a colon, an attribute word and the rest as text. The reader understands no
+// more than that and the attribute's prefix; a line that it can't use is passed over without a word.
+#include "nsym.h"
+#include "upgrade.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr size_t READ_UNIT = 8190; // bytes of one read; a longer line arrives as several units
+char bigbuf[8192];
+
+/// Reads one unit, up to and including a line feed. The result is its length, 0 at the end of input.
+size_t read_unit(FILE *stream) {
+    size_t len = 0;
+    int byte = 0;
+    while (len < READ_UNIT && byte != '\n' && (byte = getc_unlocked(stream)) != EOF)
+        bigbuf[len++] = static_cast<char>(byte);
+    bigbuf[len] = 0;
+    return len;
+}
+
+void skip_line(FILE *stream) {
+    for (int byte = 0; byte != EOF && byte != '\n';)
+        byte = getc_unlocked(stream);
+}
+
+bool is_name_separator(char byte) { return is_blank(byte) || byte == ','; }
+
+/// The state of one reading: the two nodes that always exist and the indexes of lists that grow long.
+struct table_reader {
+    Frag *def_proxy;
+    Frag *global;
+    list_indexes indexes;
+    int line = 0;
+
+    void read_line(char *text);
+    void serve_name(const char *name, const char *attribute, const char *text);
+    Frag *find_or_make_proxy(const char *name);
+};
+
+// The words that reach only the template of later proxies when they come with the wildcard.
+bool is_global_only(const char *attribute) {
+    static const char *const words[] = {"use_name_logs", "afw-dest", "logging", nullptr};
+    for (const char *const *word = words; *word; word++)
+        if (strcmp(attribute, *word) == 0)
+            return true;
+    return false;
+}
+
+void file_rule(list_indexes &indexes, Frag *proxy, int line, const char *attribute, const char *text) {
+    std::string stored = storedname(attribute);
+    const char *name = stored.c_str();
+    long bits = 0;
+    if (has_prefix_nocase(name, "permit-")) {
+        bits = ATTR_PERMIT;
+        name += strlen("permit-");
+    } else if (has_prefix_nocase(name, "deny-")) {
+        bits = ATTR_DENY;
+        name += strlen("deny-");
+    } else if (has_prefix_nocase(name, "absorb-")) {
+        bits = ATTR_ABSORB;
+        name += strlen("absorb-");
+    }
+
+    Frag *rules = indexes.find(&proxy->child, key_component(name));
+    if (!rules) {
+        bool is_list = strcmp(name, "hosts") == 0 || strcmp(name, "url") == 0 || strcmp(name, "sid") == 0;
+        std::string key = name;
+        if (is_list)
+            key += "_0";
+        indexes.set_key(&proxy->child, key.c_str(), text, proxy)->attr = bits;
+        return;
+    }
+    if (strcmp(rules->name, "authenticate") == 0 || strcmp(rules->name, "authserver") == 0)
+        return;
+    if (!rules->child) {
+        // The second rule makes a list of what was one value.
+        Frag *first = fsetp(&rules->child, "1", nullptr, rules);
+        std::swap(first->value, rules->value);
+        std::swap(first->vlen, rules->vlen);
+        first->attr = rules->attr;
+        rules->attr = 0;
+    }
+    indexes.set_key(&rules->child, numbertext(line).c_str(), text, rules)->attr = bits;
+}
+
+Frag *table_reader::find_or_make_proxy(const char *name) {
+    std::string_view component = key_component(name);
+    if (Frag *proxy = indexes.find(&def_proxy->child, component))
+        return proxy;
+    Frag *proxy = indexes.set_key(&def_proxy->child, name, nullptr, def_proxy);
+    proxy->child = copy_fragtree(&global->child, proxy);
+    fremove(&proxy->child, "logging");
+    fremove(&proxy->child, "use%5Fname%5Flogs");
+    return proxy;
+}
+
+void table_reader::serve_name(const char *name, const char *attribute, const char *text) {
+    if (*name != '*') {
+        file_rule(indexes, find_or_make_proxy(name), line, attribute, text);
+        return;
+    }
+    if (!is_global_only(attribute))
+        for (Frag *proxy = def_proxy->child; proxy; proxy = proxy->next)
+            if (proxy != global)
+                file_rule(indexes, proxy, line, attribute, text);
+    file_rule(indexes, global, line, attribute, text);
+}
+
+void table_reader::read_line(char *text) {
+    char *begin = text;
+    while (is_blank(*text) || *text == '\r')
+        text++;
+    text[strcspn(text, "\r\n")] = 0;
+    char *colon = strchr(text, ':');
+    if (!colon)
+        return;
+    *colon = 0;
+    char *attribute = colon + 1;
+    while (is_blank(*attribute))
+        attribute++;
+    if (!*attribute)
+        return;
+    char *argument = attribute + word_len(attribute);
+    if (*argument)
+        *argument++ = 0;
+
+    char *name = begin;
+    for (;;) {
+        while (is_name_separator(*name))
+            name++;
+        if (!*name)
+            return;
+        char *end = name;
+        for (; *end && !is_name_separator(*end); end++)
+            if (*end == '_')
+                *end = '-';
+        char held = *end;
+        *end = 0;
+        serve_name(name, attribute, argument);
+        *end = held;
+        name = end;
+    }
+}
+
+} // namespace
+
+int readnpt(FILE *stream, FragList db) {
+    table_reader reader{};
+    reader.global = fset(db, "def_proxy_global", nullptr);
+    reader.def_proxy = fset(db, "def_proxy", nullptr);
+    while (size_t len = read_unit(stream)) {
+        reader.line++;
+        if (bigbuf[0] == '#')
+            continue;
+        size_t blanks = strspn(bigbuf, " \t\r");
+        if (bigbuf[blanks] == '\n')
+            continue;
+        if (blanks == len) {
+            skip_line(stream);
+            continue;
+        }
+        reader.read_line(bigbuf);
+    }
+    return 0;
+}
+
+int add_rule(Frag *proxy, int line, const char *attribute, const char *text) {
+    list_indexes indexes;
+    file_rule(indexes, proxy, line, attribute, text);
+    return 0;
+}
