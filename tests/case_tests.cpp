@@ -1,8 +1,8 @@
 // Golden cases: each folder below tests/cases is one run of the program.
 //
-// `cmd` holds its arguments, one a line. All other files of the folder are its inputs; the folder `expected` holds, byte
-// for byte, every file that the run must leave behind or change, and `stdout`, `stderr` and `status` where they are not
-// empty, empty and 0.
+// `cmd` holds its arguments, one a line. All other files of the folder are its inputs; the folder `expected` holds,
+// byte for byte, every file that the run must leave behind or change, and `stdout`, `stderr` and `status` where they
+// are not empty, empty and 0.
 #include "support.h"
 
 #include <filesystem>

@@ -104,9 +104,9 @@ TEST(nsym, decoding_stops_at_the_end) {
         int size;
     };
     const row rows[] = {
-        {"a%", "a%", -1},      {"a%4", "a%4", -1},  {"a%41%", "aA%", -1}, {"%5f%5F", "__", -1},
-        {"%zz-", "", -1},      {"%4z", "@", -1},    {"ab%5Fc", "ab%", 4}, {"ab%5Fc", "ab%5", 5},
-        {"ab%5Fc", "ab_", 6},  {"abc", "abc", 0},   {"abc", "", 1},
+        {"a%", "a%", -1},     {"a%4", "a%4", -1}, {"a%41%", "aA%", -1}, {"%5f%5F", "__", -1},
+        {"%zz-", "", -1},     {"%4z", "@", -1},   {"ab%5Fc", "ab%", 4}, {"ab%5Fc", "ab%5", 5},
+        {"ab%5Fc", "ab_", 6}, {"abc", "abc", 0},  {"abc", "", 1},
     };
     for (const row &r : rows) {
         char buffer[64];
@@ -145,8 +145,18 @@ TEST(nsym, switches_and_blanks) {
         const char *text;
         int on;
     };
-    for (const row &r : {row{nullptr, 0}, {"", 0}, {" \t", 0}, {"  YES", 1}, {"True", 1}, {"on ", 0}, {"2", 2}, {"0", 0},
-                         {"07x", 7}, {"maybe", 0}, {"off", 0}, {"-1", 0}})
+    for (const row &r : {row{nullptr, 0},
+                         {"", 0},
+                         {" \t", 0},
+                         {"  YES", 1},
+                         {"True", 1},
+                         {"on ", 0},
+                         {"2", 2},
+                         {"0", 0},
+                         {"07x", 7},
+                         {"maybe", 0},
+                         {"off", 0},
+                         {"-1", 0}})
         EXPECT_EQ(is_on(r.text), r.on) << (r.text ? r.text : "null");
     EXPECT_EQ(is_blanks(nullptr), 1);
     EXPECT_EQ(is_blanks(" \t "), 1);

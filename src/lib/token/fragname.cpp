@@ -180,9 +180,7 @@ int is_on(const char *text) {
 
 int decimal(const char *text) { return static_cast<int>(strtol(text, nullptr, 10)); }
 
-bool has_prefix(const char *text, std::string_view prefix) {
-    return strncmp(text, prefix.data(), prefix.size()) == 0;
-}
+bool has_prefix(const char *text, std::string_view prefix) { return strncmp(text, prefix.data(), prefix.size()) == 0; }
 
 bool has_prefix_nocase(const char *text, std::string_view prefix) {
     return strncasecmp(text, prefix.data(), prefix.size()) == 0;

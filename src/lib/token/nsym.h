@@ -205,7 +205,7 @@ struct name_index {
     /// Takes note that a node leaves the list or is about to be renamed.
     void remove(Frag *frag);
 
-    std::unordered_map<std::string_view, Frag *> first;                ///< by name, the node nearest the head
+    std::unordered_map<std::string_view, Frag *> first;               ///< by name, the node nearest the head
     std::unordered_map<std::string_view, std::vector<Frag *>> hidden; ///< those behind it, the nearest last
 };
 

@@ -81,8 +81,8 @@ const maprec map_nt[] = {
 };
 
 const os2maprec_row os2maprec[] = {
-    {"NT40", map_nt},  {"BSD40", map_unix}, {"NT", map_nt},     {"BSD", map_unix},
-    {"SOL", map_unix}, {"HPUX", map_unix},  {"AIX", map_unix},  {nullptr, nullptr},
+    {"NT40", map_nt},  {"BSD40", map_unix}, {"NT", map_nt},    {"BSD", map_unix},
+    {"SOL", map_unix}, {"HPUX", map_unix},  {"AIX", map_unix}, {nullptr, nullptr},
 };
 
 const maprec *determine_os_maprec(FragList db) {

@@ -33,11 +33,7 @@ int same_map(FragList db, Frag *a, Frag *b) {
         int (*differ)(FragList, const char *, const char *); // decides on values that differ; null: they differ
     };
     static const decision decisions[] = {
-        {"pd", nullptr},
-        {"src", not_same_netobj},
-        {"proxy", nullptr},
-        {"policy", not_same_policy},
-        {nullptr, nullptr},
+        {"pd", nullptr}, {"src", not_same_netobj}, {"proxy", nullptr}, {"policy", not_same_policy}, {nullptr, nullptr},
     };
     for (const decision *row = decisions; row->key; row++) {
         const char *value_a = fval(&a->child, row->key);

@@ -85,7 +85,8 @@ struct survivor {
     Frag *target = nullptr; // the policy's list of config sets
     name_index entries;
 
-    survivor(policy_book &book, Frag *frag, int map_number) : policies(book), map(frag), values(frag), number(map_number) {}
+    survivor(policy_book &book, Frag *frag, int map_number)
+        : policies(book), map(frag), values(frag), number(map_number) {}
 
     bool merges() const { return values.complete && values.policy != "*"; }
 

@@ -40,9 +40,7 @@ struct cover_index {
             patterns.others.push_back(word.data());
     }
 
-    bool covers(std::string_view word) const {
-        return words.count(word) || prefix_covers(word) || suffix_covers(word);
-    }
+    bool covers(std::string_view word) const { return words.count(word) || prefix_covers(word) || suffix_covers(word); }
 
     bool prefix_covers(std::string_view word) const {
         for (size_t len : prefix_lens) {
@@ -231,8 +229,8 @@ int untrans_hosts(translation &run, Frag *proxy) {
             run.addmap("*", "D", proxy_name, source.c_str(), proxy_name, config_set);
         } else {
             std::string set_clear_name = fragname(config_set);
-            std::string made = run.make_policy(policy.given ? policy.text.c_str() : nullptr, proxy_name, k,
-                                               set_clear_name.c_str());
+            std::string made =
+                run.make_policy(policy.given ? policy.text.c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
             run.addmap(made.c_str(), "P", "*", source.c_str(), proxy_name, config_set);
         }
         first = last->next;

@@ -1,6 +1,6 @@
 // The command line, the old configuration's release, and the order of all passes.
-#include "nupgrade.h"
 #include "upgrade.h"
+#include "nupgrade.h"
 
 #include <cerrno>
 #include <cstdlib>
