@@ -87,12 +87,16 @@ const char *attr_prefix(long attr) {
 
 long strip_attr_prefixes(const char **name) {
     long bits = 0;
-    for (const prefix_rec *rec = prefix_tab; rec->text; rec++)
+    const prefix_rec *rec = prefix_tab;
+    while (rec->text) {
         if (has_prefix_nocase(*name, rec->text)) {
             bits |= rec->bit;
             *name += strlen(rec->text);
-            rec = prefix_tab - 1;
+            rec = prefix_tab;
+        } else {
+            rec++;
         }
+    }
     return bits;
 }
 
@@ -161,6 +165,8 @@ const char *attr_remap(const char *name) {
 }
 
 const char *attr_revmap(const char *name) {
+    if (*name != 'r' && *name != 's') // every node that is written comes here, and few have such a name
+        return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->stored_name) == 0)
             return rec->file_name;

@@ -47,6 +47,7 @@ struct reader {
     struct step {
         FragList list;
         Frag *frag;
+        size_t len; // of its name
     };
     std::vector<step> path;
     size_t depth = 0;
@@ -85,9 +86,9 @@ void reader::go_down() {
 
 void reader::find_or_make(const char *name, size_t len) {
     if (depth >= path.size())
-        path.push_back({nullptr, nullptr});
+        path.push_back({nullptr, nullptr, 0});
     step &last = path[depth];
-    if (last.list == list && strncmp(last.frag->name, name, len) == 0 && last.frag->name[len] == 0) {
+    if (last.list == list && last.len == len && memcmp(last.frag->name, name, len) == 0) {
         frag = last.frag;
         return;
     }
@@ -98,18 +99,19 @@ void reader::find_or_make(const char *name, size_t len) {
         indexes.add(list, frag);
         keep = false;
     }
-    last = {list, frag};
+    last = {list, frag, len};
 }
 
 void reader::finish_flat_name() {
     fragnam[namelen] = 0;
     const char *name = fragnam;
     long bits = 0;
-    if (strchr("permitPERMITdenyDENYabsorbABSORBonlyonONLYON", *name) && *name) {
+    if (memchr(fragnam, '-', namelen)) { // no prefix and no name of the attribute table is without one
         name = attr_remap(name);
         bits = strip_attr_prefixes(&name);
+        namelen = strlen(name);
     }
-    find_or_make(name, strlen(name));
+    find_or_make(name, namelen);
     frag->attr = bits;
 }
 

@@ -9,6 +9,8 @@ namespace {
 
 constexpr int DESCENT_LIMIT = 180; // keys that are this long in front of a component go no deeper
 
+char outbuf[1 << 18];
+
 enum write_result { WRITTEN = 0, LEFT_OUT = 1, WRITE_FAILED = 2 };
 
 write_result write_list(FILE *stream, Frag *first, char *position) {
@@ -57,6 +59,9 @@ write_result write_list(FILE *stream, Frag *first, char *position) {
 int outffile(FILE *stream, Frag *first, char *position) { return write_list(stream, first, position) != WRITTEN; }
 
 int exportffile(const char *name, FragList list, int version) {
+    // From the opening on nothing takes memory, so that an output that is begun is also ended.
+    if (version == 99)
+        reserve_xml(list);
     FILE *stream = stdout;
     if (name) {
         stream = fopen(name, "w");
@@ -65,6 +70,7 @@ int exportffile(const char *name, FragList list, int version) {
         if (!stream)
             return 1;
     }
+    setvbuf(stream, outbuf, _IOFBF, sizeof outbuf);
     int result = 0;
     if (version == 99) {
         static const char head[] = "<?xml version=\"1.0\"?>\n";

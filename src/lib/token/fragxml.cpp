@@ -19,32 +19,51 @@ void close_element(FILE *stream, Frag *frag, int indent) {
     fprintf(stream, "</%s>\n", fragname(frag));
 }
 
-} // namespace
+// The open elements, each with the child to look at next: no depth of the tree costs stack.
+struct element {
+    Frag *frag;
+    Frag *next;
+};
+std::vector<element> open_elements;
 
-int outxmlfile(FILE *stream, Frag *frag, int indent) {
-    if (!frag)
-        return 0;
-    // The open elements, each with the child to look at next: no depth of the tree costs stack.
-    struct element {
-        Frag *frag;
-        Frag *next;
-    };
-    std::vector<element> open{{frag, frag->child}};
-    open_element(stream, frag, indent);
-    while (!open.empty()) {
-        element &top = open.back();
+// Goes through the elements below the node and calls `open` and `close` for each, the node's own included.
+template <class Open, class Close> void walk_elements(Frag *frag, Open open, Close close) {
+    open(frag);
+    open_elements.push_back({frag, frag->child});
+    while (!open_elements.empty()) {
+        element &top = open_elements.back();
         while (top.next && !top.next->child)
             top.next = top.next->next;
         if (Frag *inner = top.next) {
             top.next = inner->next;
-            indent += 2;
-            open_element(stream, inner, indent);
-            open.push_back({inner, inner->child});
+            open(inner);
+            open_elements.push_back({inner, inner->child});
         } else {
-            close_element(stream, top.frag, indent);
-            indent -= 2;
-            open.pop_back();
+            close(top.frag);
+            open_elements.pop_back();
         }
     }
+}
+
+} // namespace
+
+void reserve_xml(FragList list) {
+    for (Frag *frag = *list; frag; frag = frag->next)
+        walk_elements(
+            frag, [](Frag *) {}, [](Frag *) {});
+}
+
+int outxmlfile(FILE *stream, Frag *frag, int indent) {
+    if (!frag)
+        return 0;
+    auto open = [&](Frag *inner) {
+        open_element(stream, inner, indent);
+        indent += 2;
+    };
+    auto close = [&](Frag *inner) {
+        indent -= 2;
+        close_element(stream, inner, indent);
+    };
+    walk_elements(frag, open, close);
     return 0;
 }

@@ -171,6 +171,8 @@ int importinitialenv(const char *path);
 int outffile(FILE *stream, Frag *first, char *position);
 /// Writes the node (may be null) and what lies below it as one XML element. Always 0.
 int outxmlfile(FILE *stream, Frag *frag, int indent);
+/// Takes the memory that writing the list as XML needs, so that no output is begun that can't be ended.
+void reserve_xml(FragList list);
 /// Brings `cur_database` into the layout of the output version (numbered for 1 and 41), stamps and saves it.
 /// `name` null stands for standard output. The result is that of `exportffile`.
 int exportenv(const char *name, int version);
