@@ -160,8 +160,10 @@ int readnpt(FILE *stream, FragList db) {
         size_t blanks = strspn(bigbuf, " \t\r");
         if (bigbuf[blanks] == '\n')
             continue;
-        if (blanks == len) {
-            skip_line(stream);
+        if (!bigbuf[blanks]) {
+            // Nothing but blanks so far. A zero byte ends the text too, but then the line may be at its end.
+            if (bigbuf[len - 1] != '\n')
+                skip_line(stream);
             continue;
         }
         reader.read_line(bigbuf);
