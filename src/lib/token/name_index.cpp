@@ -46,44 +46,44 @@ Frag *name_index::set_key(FragList list, const char *key, const char *value, Fra
         list, key, value, parent, [&](std::string_view name) { return find(name); }, [&](Frag *frag) { add(frag); });
 }
 
-// The keys of both maps view the name of the node in `first`, so a change of that node makes both keys anew.
+// All nodes of a name, the nearest to the head last, taken out of both maps. Their keys view the name of the nearest
+// node, so any change takes the nodes out and puts the rest back.
+static std::vector<Frag *> take_nodes(name_index &index, const char *name) {
+    std::vector<Frag *> nodes;
+    auto nearest = index.first.find(name);
+    if (nearest == index.first.end())
+        return nodes;
+    if (auto behind = index.hidden.extract(nearest->first))
+        nodes = std::move(behind.mapped());
+    nodes.push_back(nearest->second);
+    index.first.erase(nearest);
+    return nodes;
+}
+
+static void put_nodes(name_index &index, std::vector<Frag *> nodes) {
+    if (nodes.empty())
+        return;
+    Frag *nearest = nodes.back();
+    nodes.pop_back();
+    index.first.emplace(nearest->name, nearest);
+    if (!nodes.empty())
+        index.hidden.emplace(nearest->name, std::move(nodes));
+}
+
 void name_index::add(Frag *frag) {
-    auto it = first.find(frag->name);
-    if (it != first.end()) {
-        std::vector<Frag *> behind;
-        if (auto old = hidden.extract(it->first))
-            behind = std::move(old.mapped());
-        behind.push_back(it->second);
-        first.erase(it);
-        hidden.emplace(frag->name, std::move(behind));
-    }
-    first.emplace(frag->name, frag);
+    if (first.emplace(frag->name, frag).second)
+        return;
+    std::vector<Frag *> nodes = take_nodes(*this, frag->name);
+    nodes.push_back(frag);
+    put_nodes(*this, std::move(nodes));
 }
 
 void name_index::remove(Frag *frag) {
-    auto it = first.find(frag->name);
-    if (it == first.end())
-        return;
-    auto rest = hidden.extract(it->first);
-    if (it->second == frag)
-        first.erase(it);
-    else
-        for (auto node = rest.mapped().begin(); node != rest.mapped().end(); ++node)
-            if (*node == frag) {
-                rest.mapped().erase(node);
-                break;
-            }
-    if (!rest)
-        return;
-    std::vector<Frag *> behind = std::move(rest.mapped());
-    if (first.find(frag->name) == first.end() && !behind.empty()) {
-        Frag *next = behind.back();
-        behind.pop_back();
-        first.emplace(next->name, next);
-    }
-    auto now = first.find(frag->name);
-    if (now != first.end() && !behind.empty())
-        hidden.emplace(now->first, std::move(behind));
+    std::vector<Frag *> nodes = take_nodes(*this, frag->name);
+    auto at = std::find(nodes.rbegin(), nodes.rend(), frag);
+    if (at != nodes.rend())
+        nodes.erase(std::next(at).base());
+    put_nodes(*this, std::move(nodes));
 }
 
 Frag *list_indexes::find(FragList list, std::string_view name) {
@@ -113,5 +113,3 @@ void list_indexes::add(FragList list, Frag *frag) {
     if (it != indexes.end())
         it->second.add(frag);
 }
-
-void list_indexes::forget(FragList list) { indexes.erase(list); }

@@ -222,8 +222,6 @@ struct list_indexes {
     Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
     /// Takes note of a node that was just put at the head of the list.
     void add(FragList list, Frag *frag);
-    /// Forgets the list, whose nodes are about to change in other ways.
-    void forget(FragList list);
 
     std::unordered_map<FragList, name_index> indexes;
 };
