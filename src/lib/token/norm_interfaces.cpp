@@ -162,7 +162,7 @@ int norm_if(FragList db, const char *location) {
         elements = fsetp(&list->child, "element", nullptr, list);
     fremove(&list->child, "num_elements");
 
-    alias_lists aliases(db);
+    std::optional<alias_lists> aliases; // made for the first element that has an interface
     for (FragList link = &elements->child; Frag *element = *link;) {
         Frag *alias = fdel(&element->child, "alias");
         bool is_alias = alias && is_on(alias->value);
@@ -173,13 +173,15 @@ int norm_if(FragList db, const char *location) {
             freefrag(element);
             continue;
         }
-        alias_list own = aliases.find_or_make(interface);
+        if (!aliases)
+            aliases.emplace(db);
+        alias_list own = aliases->find_or_make(interface);
         // An interface's name can lead into this very list, and a new node at its head is not for this walk.
         while (*link != element)
             link = &(*link)->next;
         if (is_alias) {
             *link = element->next;
-            aliases.add(own, element);
+            aliases->add(own, element);
             freefrag(element);
         } else {
             link = &element->next;
@@ -217,10 +219,11 @@ namespace {
 
 // `is_in_list` for many entries: the interfaces of each list that is asked for, gathered once.
 struct interfaces_by_list {
-    name_index lists;
+    FragList db;
+    std::optional<name_index> lists;
     std::unordered_map<std::string, std::unordered_set<std::string>> interfaces;
 
-    explicit interfaces_by_list(FragList db) : lists(&ffind(db, "netobj_list")->child) {}
+    explicit interfaces_by_list(FragList database) : db(database) {}
 
     bool has(const char *list_name, const char *interface) {
         if (!list_name || !interface)
@@ -228,7 +231,9 @@ struct interfaces_by_list {
         auto known = interfaces.try_emplace(list_name);
         std::unordered_set<std::string> &names = known.first->second;
         if (known.second) {
-            Frag *list = lists.find_key(list_name);
+            if (!lists)
+                lists.emplace(&ffind(db, "netobj_list")->child);
+            Frag *list = lists->find_key(list_name);
             Frag *elements = list ? ffind(&list->child, "element") : nullptr;
             for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)
                 if (const char *name = fval(&element->child, "interface"))

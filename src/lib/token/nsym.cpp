@@ -68,13 +68,26 @@ void freefrag(Frag *frag) {
     freelist(frag);
 }
 
-std::string_view key_component(const char *key) { return {key, strcspn(key, "_=")}; }
+// Names are a few bytes long: plain loops over them cost less than calls of the string functions.
+std::string_view key_component(const char *key) {
+    const char *end = key;
+    while (*end && *end != '_' && *end != '=')
+        end++;
+    return {key, static_cast<size_t>(end - key)};
+}
+
+static bool is_named(const Frag *frag, std::string_view name) {
+    const char *at = frag->name;
+    for (char byte : name)
+        if (*at++ != byte)
+            return false;
+    return *at == 0;
+}
 
 static Frag *find_component(Frag *frag, std::string_view name) {
-    for (; frag; frag = frag->next)
-        if (strncmp(frag->name, name.data(), name.size()) == 0 && frag->name[name.size()] == 0)
-            return frag;
-    return nullptr;
+    while (frag && !is_named(frag, name))
+        frag = frag->next;
+    return frag;
 }
 
 Frag *ffind(FragList list, const char *key) {
@@ -134,8 +147,7 @@ Frag *fdel(FragList list, const char *key) {
     for (;;) {
         std::string_view component = key_component(key);
         FragList link = list;
-        while (*link && !(strncmp((*link)->name, component.data(), component.size()) == 0 &&
-                          (*link)->name[component.size()] == 0))
+        while (*link && !is_named(*link, component))
             link = &(*link)->next;
         Frag *frag = *link;
         if (!frag)

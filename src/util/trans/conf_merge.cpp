@@ -172,6 +172,23 @@ struct map_finder {
     }
 };
 
+// Moves the children of a detached `map` node below the new one, numbered on, and frees the node. A finder, if there
+// is one, leaves out those that are there already.
+void move_maps(Frag *from, Frag *map, int &number, map_finder *finder) {
+    while (Frag *entry = from->child) {
+        from->child = entry->next;
+        if (finder && finder->have(entry)) {
+            freefrag(entry);
+            continue;
+        }
+        renumberfrag(entry, number++);
+        pushfrag(&map->child, entry, map);
+        if (finder)
+            finder->add(entry);
+    }
+    freefrag(from);
+}
+
 void merge_old_maps(FragList db, Frag *old_map) {
     sort_frags(&old_map->child);
     Frag *file_map = fdel(db, "map");
@@ -179,22 +196,14 @@ void merge_old_maps(FragList db, Frag *old_map) {
         sort_frags(&file_map->child);
     Frag *map = fset(db, "map", nullptr);
     int number = 1;
-    map_finder finder(db);
-    for (Frag *source : {old_map, file_map}) {
-        Frag *next;
-        for (Frag *entry = source ? source->child : nullptr; entry; entry = next) {
-            next = entry->next;
-            if (source == file_map && finder.have(entry)) {
-                freefrag(entry);
-                continue;
-            }
-            renumberfrag(entry, number++);
-            pushfrag(&map->child, entry, map);
+    move_maps(old_map, map, number, nullptr);
+    if (file_map) {
+        map_finder finder(db);
+        reverse_frags(&map->child);
+        for (Frag *entry = map->child; entry; entry = entry->next)
             finder.add(entry);
-        }
-        if (source)
-            source->child = nullptr;
-        freefrag(source);
+        reverse_frags(&map->child);
+        move_maps(file_map, map, number, &finder);
     }
     sort_frags(&map->child);
 }

@@ -59,7 +59,8 @@ struct policy_book {
 /// What decides about merging a map. A map that lacks one of the four values merges with nothing.
 struct map_values {
     bool complete;
-    std::string src, pd, policy, proxy;
+    std::string_view src, pd, proxy; // views of the map's values, which stay as long as it does
+    std::string policy;              // a copy, since a merged map's policy changes
 
     explicit map_values(Frag *map) {
         const char *values[] = {fval(&map->child, "src"), fval(&map->child, "pd"), fval(&map->child, "policy"),
@@ -72,7 +73,7 @@ struct map_values {
             proxy = values[3];
         }
     }
-    std::string source() const { return src + '\0' + pd; }
+    bool same_source(const map_values &other) const { return src == other.src && pd == other.pd; }
 };
 
 /// A map that stays, while others are folded into it.
@@ -147,11 +148,12 @@ struct survivor {
 // One batch: for each proxy the first of its maps that still waits, in the order of their numbers.
 void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &policies, int &number) {
     std::vector<map_values> values;
-    std::unordered_map<std::string, std::vector<size_t>> by_source;
+    std::unordered_map<std::string_view, std::vector<size_t>> by_src;
+    values.reserve(batch.size());
     for (Frag *frag : batch) {
         values.emplace_back(frag);
         if (values.back().complete)
-            by_source[values.back().source()].push_back(values.size() - 1);
+            by_src[values.back().src].push_back(values.size() - 1);
     }
     std::vector<bool> absorbed(batch.size());
     for (size_t i = 0; i < batch.size(); i++) {
@@ -163,16 +165,17 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
         renumberfrag(batch[i], number);
         if (!stays.merges())
             continue;
+        std::vector<size_t> &same_src = by_src[values[i].src];
         std::vector<size_t> waiting;
-        for (size_t j : by_source[values[i].source()]) {
+        for (size_t j : same_src) {
             if (j <= i)
                 continue;
-            if (stays.absorb(batch[j], values[j]))
+            if (values[i].same_source(values[j]) && stays.absorb(batch[j], values[j]))
                 absorbed[j] = true;
             else
                 waiting.push_back(j);
         }
-        by_source[values[i].source()] = std::move(waiting);
+        same_src = std::move(waiting);
     }
 }
 
