@@ -1,0 +1,78 @@
+# What `cmake --install` and the Debian package put on a system. Everything has a name or a folder of its own there, so
+# that it clashes with nothing: the program is called moatwall-upgrade.
+include(GNUInstallDirs)
+
+set(package moatwall-upgrade)
+set(library_dir ${CMAKE_INSTALL_LIBDIR}/${package})
+set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(document_dir ${CMAKE_INSTALL_DATADIR}/doc/${package})
+# A distribution keeps the completions of its packages apart from those of the machine's owner.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+else()
+  set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endif()
+
+# The program and the libraries. Static libraries are stripped by hand, since CMake leaves them alone.
+install(PROGRAMS $<TARGET_FILE:upgrade> DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME ${package})
+install(TARGETS token trans ARCHIVE DESTINATION ${library_dir})
+install(CODE "
+  if(CMAKE_INSTALL_DO_STRIP)
+    set(root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+    execute_process(COMMAND ${CMAKE_STRIP} --remove-section=.comment --remove-section=.note
+      \"\${root}/${CMAKE_INSTALL_BINDIR}/${package}\" COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --remove-section=.comment --remove-section=.note
+      --enable-deterministic-archives \"\${root}/${library_dir}/libtoken.a\" \"\${root}/${library_dir}/libtrans.a\"
+      COMMAND_ERROR_IS_FATAL ANY)
+  endif()")
+install(FILES src/lib/token/nsym.h src/lib/token/nupgrade.h src/util/trans/upgrade.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package})
+file(RELATIVE_PATH pkgconfig_to_prefix /${pkgconfig_dir} /)
+configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc DESTINATION ${pkgconfig_dir})
+
+# The manual, the completions, the documents and the examples.
+find_program(GZIP_PROGRAM gzip REQUIRED)
+function(add_compressed source target directory)
+  set(output ${CMAKE_CURRENT_BINARY_DIR}/${target})
+  add_custom_command(OUTPUT ${output} COMMAND ${GZIP_PROGRAM} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/${source} > ${output}
+    DEPENDS ${source} VERBATIM)
+  set_property(GLOBAL APPEND PROPERTY compressed_files ${output})
+  install(FILES ${output} DESTINATION ${directory})
+endfunction()
+add_compressed(docs/upgrade.1 ${package}.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+add_compressed(cmake/debian/changelog changelog.gz ${document_dir})
+get_property(compressed_files GLOBAL PROPERTY compressed_files)
+add_custom_target(compressed ALL DEPENDS ${compressed_files})
+
+install(FILES completions/${package}.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME ${package})
+install(FILES completions/_${package} DESTINATION ${zsh_dir})
+install(FILES README.md cmake/debian/copyright DESTINATION ${document_dir})
+install(FILES docs/architecture.md docs/file-formats.md docs/guide.md DESTINATION ${document_dir}/docs)
+install(DIRECTORY examples DESTINATION ${document_dir})
+
+configure_file(cmake/uninstall.cmake.in uninstall.cmake @ONLY)
+add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_BINARY_DIR}/uninstall.cmake)
+
+# The Debian package.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME ${package})
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "moatwall-upgrade maintainers <maintainers@moatwall-upgrade.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "g++, pkg-config")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "configuration upgrader for a proxy firewall")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Takes the configuration that an old release of the firewall left behind,
+its netperm table included, and writes one file in the form that the new
+release keeps. A report names the steps taken.
+.
+The passes are also installed as static libraries, with their headers.")
+include(CPack)
