@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -13,15 +14,15 @@ namespace {
 
 // One file of a corpus in the scratch folder, removed at the end.
 struct corpus_file {
-    char path[32] = "/tmp/store_bench.XXXXXX";
+    std::string path = std::filesystem::temp_directory_path() / "store_bench.XXXXXX";
 
     corpus_file(const char *shape, long size) {
-        int file = mkstemp(path);
+        int file = mkstemp(path.data());
         FILE *out = file < 0 ? nullptr : fdopen(file, "w");
         if (!out || !write_corpus(out, shape, size, 1) || fclose(out) != 0)
             abort();
     }
-    ~corpus_file() { unlink(path); }
+    ~corpus_file() { unlink(path.c_str()); }
     corpus_file(const corpus_file &) = delete;
     corpus_file &operator=(const corpus_file &) = delete;
 };
@@ -30,7 +31,7 @@ void read_file(benchmark::State &state, const char *shape) {
     corpus_file file(shape, state.range(0));
     for (auto _ : state) {
         Frag *list = nullptr;
-        importffile(file.path, &list, 0);
+        importffile(file.path.c_str(), &list, 0);
         state.PauseTiming();
         freelist(list);
         state.ResumeTiming();

@@ -4,17 +4,61 @@
 #include <algorithm>
 #include <cstring>
 
+// Never 0, which marks a free slot.
+static size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name) | 1; }
+
 name_index::name_index(FragList list) {
+    size_t count = 0;
     for (Frag *frag = *list; frag; frag = frag->next)
-        if (!first.emplace(frag->name, frag).second)
-            hidden[first.find(frag->name)->first].push_back(frag);
+        count++;
+    make_room(count);
+    for (Frag *frag = *list; frag; frag = frag->next) {
+        size_t hash = hash_of(frag->name);
+        slot &at = place(hash, frag->name);
+        if (at.frag) {
+            hidden[frag->name].push_back(frag);
+        } else {
+            at = {hash, frag};
+            used++;
+        }
+    }
     for (auto &behind : hidden)
         std::reverse(behind.second.begin(), behind.second.end());
 }
 
+// Makes sure that `count` further names leave half of the table free.
+void name_index::make_room(size_t count) {
+    if ((used + count) * 2 <= slots.size())
+        return;
+    std::vector<slot> old = std::move(slots);
+    size_t named = 0;
+    for (const slot &entry : old)
+        named += entry.frag != nullptr;
+    size_t size = 32;
+    while (size < (named + count) * 4)
+        size *= 2;
+    slots.assign(size, slot{0, nullptr});
+    used = named;
+    for (const slot &entry : old)
+        if (entry.frag) {
+            size_t at = entry.hash >> 1;
+            while (slots[at & (size - 1)].hash)
+                at++;
+            slots[at & (size - 1)] = entry;
+        }
+}
+
+// The slot of the name, or the free one where the search for it ends.
+name_index::slot &name_index::place(size_t hash, std::string_view name) {
+    for (size_t at = hash >> 1;; at++) {
+        slot &entry = slots[at & (slots.size() - 1)];
+        if (!entry.hash || (entry.hash == hash && entry.frag && name == entry.frag->name))
+            return entry;
+    }
+}
+
 Frag *name_index::find(std::string_view name) const {
-    auto it = first.find(name);
-    return it == first.end() ? nullptr : it->second;
+    return slots.empty() ? nullptr : const_cast<name_index *>(this)->place(hash_of(name), name).frag;
 }
 
 Frag *name_index::find_key(const char *key) const {
@@ -46,44 +90,38 @@ Frag *name_index::set_key(FragList list, const char *key, const char *value, Fra
         list, key, value, parent, [&](std::string_view name) { return find(name); }, [&](Frag *frag) { add(frag); });
 }
 
-// All nodes of a name, the nearest to the head last, taken out of both maps. Their keys view the name of the nearest
-// node, so any change takes the nodes out and puts the rest back.
-static std::vector<Frag *> take_nodes(name_index &index, const char *name) {
-    std::vector<Frag *> nodes;
-    auto nearest = index.first.find(name);
-    if (nearest == index.first.end())
-        return nodes;
-    if (auto behind = index.hidden.extract(nearest->first))
-        nodes = std::move(behind.mapped());
-    nodes.push_back(nearest->second);
-    index.first.erase(nearest);
-    return nodes;
-}
-
-static void put_nodes(name_index &index, std::vector<Frag *> nodes) {
-    if (nodes.empty())
-        return;
-    Frag *nearest = nodes.back();
-    nodes.pop_back();
-    index.first.emplace(nearest->name, nearest);
-    if (!nodes.empty())
-        index.hidden.emplace(nearest->name, std::move(nodes));
-}
-
 void name_index::add(Frag *frag) {
-    if (first.emplace(frag->name, frag).second)
-        return;
-    std::vector<Frag *> nodes = take_nodes(*this, frag->name);
-    nodes.push_back(frag);
-    put_nodes(*this, std::move(nodes));
+    make_room(1);
+    size_t hash = hash_of(frag->name);
+    slot &at = place(hash, frag->name);
+    if (at.frag)
+        hidden[frag->name].push_back(at.frag);
+    else
+        used++;
+    at = {hash, frag};
 }
 
 void name_index::remove(Frag *frag) {
-    std::vector<Frag *> nodes = take_nodes(*this, frag->name);
-    auto at = std::find(nodes.rbegin(), nodes.rend(), frag);
-    if (at != nodes.rend())
-        nodes.erase(std::next(at).base());
-    put_nodes(*this, std::move(nodes));
+    if (slots.empty())
+        return;
+    slot &at = place(hash_of(frag->name), frag->name);
+    auto behind = hidden.find(frag->name);
+    if (behind == hidden.end()) {
+        if (at.frag == frag)
+            at.frag = nullptr;
+        return;
+    }
+    std::vector<Frag *> &nodes = behind->second;
+    if (at.frag == frag) {
+        at.frag = nodes.back();
+        nodes.pop_back();
+    } else {
+        auto gone = std::find(nodes.begin(), nodes.end(), frag);
+        if (gone != nodes.end())
+            nodes.erase(gone);
+    }
+    if (nodes.empty())
+        hidden.erase(behind);
 }
 
 Frag *list_indexes::find(FragList list, std::string_view name) {

@@ -207,8 +207,19 @@ struct name_index {
     /// Takes note that a node leaves the list or is about to be renamed.
     void remove(Frag *frag);
 
-    std::unordered_map<std::string_view, Frag *> first;               ///< by name, the node nearest the head
-    std::unordered_map<std::string_view, std::vector<Frag *>> hidden; ///< those behind it, the nearest last
+    /// A hash table of the nodes nearest the head, open addressed and at most half full. A slot is free if its hash is
+    /// 0; one with a hash and no node is passed over. A heap node for each name would cost more than all else here.
+    struct slot {
+        size_t hash;
+        Frag *frag;
+    };
+    std::vector<slot> slots;
+    size_t used = 0;                                             ///< slots that are not free
+    std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
+
+private:
+    slot &place(size_t hash, std::string_view name);
+    void make_room(size_t count);
 };
 
 /// The first component of a key.
