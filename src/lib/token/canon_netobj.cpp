@@ -77,12 +77,8 @@ bool leads_into_location(const char *key, const char *location) {
 } // namespace
 
 int canon_if(FragList db, const char *location) {
-    Frag *list = ffind(db, location);
-    if (!list)
-        list = fset(db, location, nullptr);
-    Frag *elements = ffind(&list->child, "element");
-    if (!elements)
-        elements = fsetp(&list->child, "element", nullptr, list);
+    Frag *list = fmake(db, location);
+    Frag *elements = fmake(&list->child, "element", list);
     if (!elements->child)
         return 0;
 

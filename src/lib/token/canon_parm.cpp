@@ -43,13 +43,10 @@ int canon_cust(FragList db) {
             def_proxy = fset(db, "def_proxy", nullptr);
         Frag *owner = proxies.find(owner_name);
         if (!owner) {
-            owner = newsymfrag(owner_name.data(), owner_name.size());
-            pushfrag(&def_proxy->child, owner, def_proxy);
+            owner = faddchild(def_proxy, owner_name, nullptr);
             proxies.add(owner);
         }
-        Frag *config_sets = ffind(&owner->child, "config-sets");
-        if (!config_sets)
-            config_sets = fsetp(&owner->child, "config-sets", nullptr, owner);
+        Frag *config_sets = fmake(&owner->child, "config-sets", owner);
         pushfrag(&config_sets->child, entry, config_sets);
         freefrag(realname);
         entry = next;

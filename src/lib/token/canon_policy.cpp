@@ -141,9 +141,7 @@ const ip_var_rec ip_var_tab[] = {
 // The element that has the address, or a new one with the number behind those that are there; null if the address
 // is a placeholder that no element has.
 Frag *element_for_address(FragList db, const char *elements_key, const char *address) {
-    Frag *elements = ffind(db, elements_key);
-    if (!elements)
-        elements = fset(db, elements_key, nullptr);
+    Frag *elements = fmake(db, elements_key);
     int number = 1;
     for (Frag *element = elements->child; element; element = element->next, number++)
         if (same_text(fval(&element->child, "addr"), address))

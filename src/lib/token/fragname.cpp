@@ -65,18 +65,15 @@ std::string storedname(std::string_view name) {
     return stored;
 }
 
-void renamefrag(Frag *frag, const char *name) {
-    std::string stored = storedname(name);
+static void replace_name(Frag *frag, std::string_view stored) {
     char *fresh = makestr_len(stored.data(), stored.size());
     free(frag->name);
     frag->name = fresh;
 }
 
-void renumberfrag(Frag *frag, int number, const char *format) {
-    char text[32];
-    snprintf(text, sizeof text, format, number);
-    renamefrag(frag, text);
-}
+void renamefrag(Frag *frag, const char *name) { replace_name(frag, storedname(name)); }
+
+void renumberfrag(Frag *frag, int number) { replace_name(frag, numbertext(number)); }
 
 const char *attr_prefix(long attr) {
     for (const prefix_rec *rec = prefix_tab; rec->text; rec++)

@@ -25,9 +25,7 @@ struct all_interfaces {
     std::unordered_multimap<std::string, size_t> by_interface; // position by interface in lower case
     bool entered = false;
 
-    explicit all_interfaces(FragList db) : elements(ffind(db, all_elements_key)) {
-        if (!elements)
-            elements = fset(db, all_elements_key, nullptr);
+    explicit all_interfaces(FragList db) : elements(fmake(db, all_elements_key)) {
         sort_frags(&elements->child);
         for (Frag *entry = elements->child; entry; entry = entry->next)
             append(entry);
@@ -154,12 +152,8 @@ struct alias_lists {
 } // namespace
 
 int norm_if(FragList db, const char *location) {
-    Frag *list = ffind(db, location);
-    if (!list)
-        list = fset(db, location, nullptr);
-    Frag *elements = ffind(&list->child, "element");
-    if (!elements)
-        elements = fsetp(&list->child, "element", nullptr, list);
+    Frag *list = fmake(db, location);
+    Frag *elements = fmake(&list->child, "element", list);
     fremove(&list->child, "num_elements");
 
     std::optional<alias_lists> aliases; // made for the first element that has an interface
@@ -250,9 +244,7 @@ int norm_interfaces(FragList db) {
     norm_if(db, "netobj_list_Outside");
     norm_if(db, "netobj_list_Inside");
 
-    Frag *all = ffind(db, all_elements_key);
-    if (!all)
-        all = fset(db, all_elements_key, nullptr);
+    Frag *all = fmake(db, all_elements_key);
     fremove(db, "netobj_list_all%5Finterfaces_num_elements");
     interfaces_by_list known(db);
     int count = 0;

@@ -56,7 +56,7 @@ int norm_pfrules(FragList db, const char *list_key, const char *count_key) {
         for (Frag *rule = list->child; rule; rule = rule->next) {
             if (has_prefix(fragname(rule), "rule"))
                 continue;
-            renumberfrag(rule, ++count, "rule%d");
+            renamefrag(rule, ("rule" + numbertext(++count)).c_str());
             setvalue(rule, join_rule(rule));
         }
     }
@@ -71,8 +71,11 @@ int norm_vpndata(FragList db, const char *list_key) {
     sort_frags(&list->child);
     int number = 1;
     for (Frag *frag = list->child; frag; frag = frag->next)
-        if (*frag->name >= '0' && *frag->name <= '9')
-            renumberfrag(frag, number++, "%04d");
+        if (*frag->name >= '0' && *frag->name <= '9') {
+            char text[16];
+            snprintf(text, sizeof text, "%04d", number++);
+            renamefrag(frag, text);
+        }
     sort_frags(&list->child);
     return 0;
 }

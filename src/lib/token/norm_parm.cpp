@@ -22,14 +22,6 @@ void flags_to_name(Frag *frag, Frag *name) {
     setvalue(name, text);
 }
 
-// A fresh entry of the numbered list, at its head.
-static Frag *new_entry(Frag *list, int number) {
-    std::string name = numbertext(number);
-    Frag *entry = newsymfrag(name.data(), name.size());
-    pushfrag(&list->child, entry, list);
-    return entry;
-}
-
 int norm_parm(Frag *entry, const char *list_key, const char *count_key) {
     Frag *parameter;
     if (Frag *list = fdel(&entry->child, list_key)) {
@@ -48,16 +40,16 @@ int norm_parm(Frag *entry, const char *list_key, const char *count_key) {
         if (parameter->child && *parameter->child->name >= '0' && *parameter->child->name <= '9') {
             // Each child of a list parameter is an entry of its own; the child's bits go into its name.
             for (Frag *child = parameter->child; child; child = child->next) {
-                Frag *numbered = new_entry(list, number++);
+                Frag *numbered = faddchild(list, numbertext(number++), nullptr);
                 std::string text = base_name + "_" + child->name;
-                Frag *name = fsetp(&numbered->child, "name", text.c_str(), numbered);
-                fsetp(&numbered->child, "value", child->value, numbered);
+                Frag *name = faddchild(numbered, "name", text.c_str());
+                faddchild(numbered, "value", child->value);
                 flags_to_name(child, name);
             }
             freefrag(parameter);
         } else {
-            Frag *numbered = new_entry(list, number++);
-            Frag *name = fsetp(&numbered->child, "name", base_name.c_str(), numbered);
+            Frag *numbered = faddchild(list, numbertext(number++), nullptr);
+            Frag *name = faddchild(numbered, "name", base_name.c_str());
             pushfrag(&numbered->child, parameter, numbered);
             renamefrag(parameter, "value");
             flags_to_name(parameter, name);

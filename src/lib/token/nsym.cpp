@@ -113,7 +113,7 @@ void pushfrag(FragList list, Frag *frag, Frag *parent) {
     *list = frag;
 }
 
-Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent) {
+Frag *fmake(FragList list, const char *key, Frag *parent) {
     for (;;) {
         std::string_view component = key_component(key);
         Frag *frag = find_component(*list, component);
@@ -122,14 +122,25 @@ Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent) {
             pushfrag(list, frag, parent);
         }
         key += component.size();
-        if (*key != '_') {
-            setvalue(frag, value);
+        if (*key != '_')
             return frag;
-        }
         key++;
         list = &frag->child;
         parent = frag;
     }
+}
+
+Frag *faddchild(Frag *parent, std::string_view name, const char *value) {
+    Frag *frag = newsymfrag(name.data(), name.size());
+    setvalue(frag, value);
+    pushfrag(&parent->child, frag, parent);
+    return frag;
+}
+
+Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent) {
+    Frag *frag = fmake(list, key, parent);
+    setvalue(frag, value);
+    return frag;
 }
 
 Frag *fset(FragList list, const char *key, const char *value) { return fsetp(list, key, value, nullptr); }

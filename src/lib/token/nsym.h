@@ -68,6 +68,10 @@ Frag *ffind2(FragList list, const char *key1, const char *key2);
 /// Finds or makes the node of `key` and gives it a copy of `value`; null takes its value away. New nodes go to the
 /// head of their lists; one made directly in `list` gets `parent`. `value` must not be the node's own value.
 Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent);
+/// The node of `key`, made like `fsetp` makes it if it is missing, but with the value that it has.
+Frag *fmake(FragList list, const char *key, Frag *parent = nullptr);
+/// Makes a child of exactly that name at the head of the node's children, which must have none of it yet.
+Frag *faddchild(Frag *parent, std::string_view name, const char *value);
 /// `fsetp` with no parent.
 Frag *fset(FragList list, const char *key, const char *value);
 /// `fset` below the node that `*frag` holds, linking the new node (or else its first child) to it as parent.
@@ -108,8 +112,8 @@ extern int keynamelen;                ///< length of the key in it
 
 /// Renames the node to the stored form of `name`: each `_` becomes %5F and each `%` becomes %25.
 void renamefrag(Frag *frag, const char *name);
-/// `renamefrag` to `number` in the given format for one int.
-void renumberfrag(Frag *frag, int number, const char *format = "%d");
+/// `renamefrag` to the text of the number.
+void renumberfrag(Frag *frag, int number);
 /// The stored form of a clear name.
 std::string storedname(std::string_view name);
 /// The node's name (may be null) as text, prefix in front, escapes decoded; at most 63 stored bytes of it.

@@ -78,9 +78,7 @@ static void number_policies(Frag *policy) {
     for (Frag *entry = policy->child; entry; entry = entry->next) {
         fsetp(&entry->child, "name", fragname(entry), entry);
         renumberfrag(entry, number++);
-        Frag *proxies = ffind(&entry->child, "proxy");
-        if (!proxies)
-            proxies = fsetp(&entry->child, "proxy", nullptr, entry);
+        Frag *proxies = fmake(&entry->child, "proxy", entry);
         int count = 0;
         for (Frag *proxy = proxies->child; proxy; proxy = proxy->next) {
             fsetp(&proxy->child, "name", fragname(proxy), proxy);
@@ -97,10 +95,8 @@ static void number_policies(Frag *policy) {
 
 int norm41(FragList db) {
     Frag *def_proxy = ffind(db, "def_proxy");
-    Frag *cust_proxy = ffind(db, "cust_proxy");
+    Frag *cust_proxy = fmake(db, "cust_proxy");
     Frag *policy = ffind(db, "policy");
-    if (!cust_proxy)
-        cust_proxy = fset(db, "cust_proxy", nullptr);
     if (def_proxy)
         number_proxies(db, def_proxy, cust_proxy);
     number_config_sets(db, cust_proxy);

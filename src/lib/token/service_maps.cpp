@@ -104,9 +104,7 @@ int norm41states(FragList db) {
     Frag *def_proxy = ffind(db, "def_proxy");
     if (!def_proxy)
         return 1;
-    Frag *services = ffind(db, "proxy");
-    if (!services)
-        services = fset(db, "proxy", nullptr);
+    Frag *services = fmake(db, "proxy");
     const maprec *table = determine_os_maprec(db);
     if (table == map_unix)
         return 0;

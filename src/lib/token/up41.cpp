@@ -15,9 +15,7 @@ void move_gui_client(FragList db) {
         return;
     Frag *gui_client = fdel(db, "gui_client");
     static const char elements_key[] = "netobj_list_fw-admin$LIST_element";
-    Frag *elements = ffind(db, elements_key);
-    if (!elements)
-        elements = fset(db, elements_key, nullptr);
+    Frag *elements = fmake(db, elements_key);
     long top = 0;
     for (Frag *element = elements->child; element; element = element->next) {
         long number = decimal(fragname(element));

@@ -60,13 +60,10 @@ std::string translation::free_name(const name_index &names, std::string base, in
     std::string name;
     for (;;) {
         name = base + "-" + numbertext(seq) + suffix;
-        auto known = taken_names.find(name);
-        if (known != taken_names.end())
-            seq = known->second;
-        else if (names.find_key(name.c_str()))
-            seq++;
-        else
+        if (!names.find_key(name.c_str()))
             break;
+        auto known = taken_names.find(name);
+        seq = known == taken_names.end() ? seq + 1 : known->second;
         passed.push_back(std::move(name));
         // A key ends at `=`, so a number behind one would never make another key.
         base.resize(strcspn(base.c_str(), "="));
@@ -77,9 +74,7 @@ std::string translation::free_name(const name_index &names, std::string base, in
 }
 
 Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *base) {
-    Frag *netobj_list = ffind(db, "netobj_list");
-    if (!netobj_list)
-        netobj_list = fset(db, "netobj_list", nullptr);
+    Frag *netobj_list = fmake(db, "netobj_list");
     std::string hosts;
     for (Frag *rule = first;; rule = rule->next) {
         rule_text text = read_rule(rule);
@@ -96,10 +91,8 @@ Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *b
         int number = 1;
         for (Frag *rule = first;; rule = rule->next) {
             rule_text text = read_rule(rule);
-            std::string element_name = numbertext(number++);
-            Frag *element = newsymfrag(element_name.data(), element_name.size());
-            pushfrag(&elements->child, element, elements);
-            setvalue(fsetp(&element->child, "addr", nullptr, element), std::string_view(text.host, text.host_len));
+            Frag *element = faddchild(elements, numbertext(number++), nullptr);
+            setvalue(faddchild(element, "addr", nullptr), std::string_view(text.host, text.host_len));
             if (rule == last)
                 break;
         }
@@ -108,15 +101,12 @@ Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *b
     }
 
     std::string list_name = fragname(list);
-    Frag *netobj_group = ffind(db, "netobj_group");
-    if (!netobj_group)
-        netobj_group = fset(db, "netobj_group", nullptr);
+    Frag *netobj_group = fmake(db, "netobj_group");
     // A list that was here before can have a name with a `_`, which is one component all the same.
     std::string stored_name = storedname(group_name(list_name));
     Frag *group = groups.find(stored_name);
     if (!group) {
-        group = newsymfrag(stored_name.data(), stored_name.size());
-        pushfrag(&netobj_group->child, group, netobj_group);
+        group = faddchild(netobj_group, stored_name, nullptr);
         groups.add(group);
         fsetp(&group->child, "member_1_type", "L", group);
         fsetp(&group->child, "member_1_name", list_name.c_str(), group);
@@ -145,13 +135,15 @@ void translation::addmap(const char *policy, const char *pd, const char *proxy, 
     // A map that is here already, from a merged file, keeps its number and all that it holds.
     while (maps.find(numbertext(next_map)))
         next_map++;
-    Frag *entry = maps.set_key(&map->child, numbertext(next_map++).c_str(), nullptr, map);
-    fsetp(&entry->child, "policy", policy, entry);
-    fsetp(&entry->child, "proxy", proxy, entry);
-    fsetp(&entry->child, "pd", pd, entry);
-    fsetp(&entry->child, "src", src, entry);
-    fsetp(&entry->child, "tag_proxy", tag_proxy, entry);
-    fsetp(&entry->child, "tag_cs", config_set->name, entry);
+    Frag *entry = faddchild(map, numbertext(next_map++), nullptr);
+    maps.add(entry);
+    faddchild(entry, "policy", policy);
+    faddchild(entry, "proxy", proxy);
+    faddchild(entry, "pd", pd);
+    faddchild(entry, "src", src);
+    Frag *tag = faddchild(entry, "tag", nullptr);
+    faddchild(tag, "proxy", tag_proxy);
+    faddchild(tag, "cs", config_set->name);
 }
 
 Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *base) {

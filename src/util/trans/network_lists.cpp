@@ -69,9 +69,7 @@ int xurl2netobj(FragList db, const char *name, char *text) {
         lists = fset(db, "netobj_list", nullptr);
         list = fsetp(&lists->child, name, nullptr, lists);
     }
-    Frag *elements = ffind(&list->child, "element");
-    if (!elements)
-        elements = fsetp(&list->child, "element", nullptr, list);
+    Frag *elements = fmake(&list->child, "element", list);
 
     list_parser parser{elements, name_index(&elements->child), 1};
     for (Frag *element = elements->child; element; element = element->next)

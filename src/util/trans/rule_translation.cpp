@@ -85,30 +85,34 @@ void give_marker(Frag *rule) {
     setvalue(rule, marked);
 }
 
-// Makes of each rule with several hosts one rule for each, all numbered from 1 in the order of the table.
+// Makes of each rule with several hosts one rule for each, all numbered from 1 in the order of the table, in which they
+// then stand.
 void split_rules(Frag *hosts) {
     sort_frags(&hosts->child);
     Frag *rule = hosts->child;
     hosts->child = nullptr;
+    FragList tail = &hosts->child;
     int number = 1;
     while (rule) {
         Frag *next = rule->next;
+        rule->next = nullptr;
         give_marker(rule);
         renumberfrag(rule, number++);
-        pushfrag(&hosts->child, rule, hosts);
+        *tail = rule;
         rule_text text = read_rule(rule);
         if (*text.tail && *text.tail != '-') {
             std::string marker(text.marker);
             std::string host(text.host, text.host_len);
-            // The numbers are all new, so the further rules are made apart and join the others as they are.
+            // The numbers are all new, so the further rules are made apart, where they come to stand in order.
             Frag further{};
-            char *tail = burst_sub(&further, &number, marker.c_str(), rule->value + (text.tail - rule->value));
-            setvalue(rule, marker + host + " " + tail);
-            free(tail);
-            while (Frag *made = further.child) {
-                further.child = made->next;
-                pushfrag(&hosts->child, made, hosts);
-            }
+            char *rule_tail = burst_sub(&further, &number, marker.c_str(), rule->value + (text.tail - rule->value));
+            setvalue(rule, marker + host + " " + rule_tail);
+            free(rule_tail);
+            rule->next = further.child;
+        }
+        while (*tail) {
+            (*tail)->parent = hosts;
+            tail = &(*tail)->next;
         }
         rule = next;
     }
@@ -116,21 +120,18 @@ void split_rules(Frag *hosts) {
 
 // Drops each rule whose host an earlier rule that stays covers, whatever their classes and tails are.
 void drop_covered_rules(Frag *hosts) {
-    sort_frags(&hosts->child);
-    Frag *rule = hosts->child;
-    hosts->child = nullptr;
     cover_index staying;
-    while (rule) {
-        Frag *next = rule->next;
+    for (FragList link = &hosts->child; *link;) {
+        Frag *rule = *link;
         rule_text text = read_rule(rule);
         std::string_view host(text.host, text.host_len);
         if (staying.covers(host)) {
+            *link = rule->next;
             freefrag(rule);
         } else {
             staying.add(host);
-            pushfrag(&hosts->child, rule, hosts);
+            link = &rule->next;
         }
-        rule = next;
     }
 }
 
@@ -202,7 +203,6 @@ int untrans_hosts(translation &run, Frag *proxy) {
         return 1;
     split_rules(hosts);
     drop_covered_rules(hosts);
-    sort_frags(&hosts->child);
 
     const char *proxy_name = proxy->name;
     Frag *config_sets = nullptr;
@@ -235,7 +235,7 @@ int untrans_hosts(translation &run, Frag *proxy) {
         }
         first = last->next;
     }
-    freefrag(hosts);
+    pushfrag(&run.spent, hosts, nullptr);
     return 0;
 }
 

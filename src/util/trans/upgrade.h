@@ -127,8 +127,12 @@ struct translation {
     name_index proxies, policies, lists, groups, maps;
     std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
     std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
+    Frag *spent = nullptr; ///< translated rules, freed at the end: their holes would scatter what is made meanwhile
 
     explicit translation(FragList database);
+    ~translation() { freelist(spent); }
+    translation(const translation &) = delete;
+    translation &operator=(const translation &) = delete;
     Frag *find_netgroup(Frag *first, Frag *last, int seq, const char *base);
     std::string make_policy(const char *name, const char *base, int seq, const char *cs);
     void addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
