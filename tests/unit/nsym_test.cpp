@@ -1,4 +1,5 @@
 // The tree, its names and its key paths.
+#include "dump.h"
 #include "support.h"
 
 #include <cstring>
@@ -28,15 +29,36 @@ TEST(nsym, set_and_find) {
 TEST(nsym, parents) {
     tree db;
     Frag *a = fset(db, "a", nullptr);
+    // A bare child list knows no owner; given one, only a node made directly in the list gets it.
     EXPECT_EQ(fset(&a->child, "x", "1")->parent, nullptr);
-    EXPECT_EQ(fset_list(&a, "y", "1")->parent, a);
-    // The list's node is there already, so its head gets the link instead.
-    ffind(db, "a_y")->parent = nullptr;
-    fset_list(&a, "x", "2")->parent = nullptr;
-    EXPECT_EQ(ffind(db, "a_y")->parent, nullptr);
+    EXPECT_EQ(fsetp(&a->child, "x", "2", a)->parent, nullptr);
     Frag *deep = fsetp(&a->child, "p_q", "1", a);
     EXPECT_EQ(deep->parent->parent, a);
     EXPECT_STREQ(fragkeyname(deep), "a_p_q");
+}
+
+TEST(nsym, set_list_links_the_node_or_else_the_first_child) {
+    tree db;
+    Frag *a = fset(db, "a", nullptr);
+    Frag *x = fset(&a->child, "x", "1");
+    // The node has no parent: it gets one, new or not, and the first child is left as it is.
+    Frag *y = fset(&a->child, "y", "1");
+    EXPECT_EQ(fset_list(&a, "x", "2"), x);
+    EXPECT_EQ(x->parent, a);
+    EXPECT_EQ(y->parent, nullptr);
+    EXPECT_EQ(fset_list(&a, "z", "1")->parent, a);
+    // The node has a parent already: the first child, if it has none, is linked in its place.
+    a->child->parent = nullptr;
+    EXPECT_EQ(fset_list(&a, "x", "3"), x);
+    EXPECT_EQ(ffind(db, "a_z")->parent, a);
+    EXPECT_EQ(y->parent, nullptr);
+    Frag *deep = fset_list(&a, "p_q", "1");
+    EXPECT_EQ(deep->parent, ffind(db, "a_p"));
+    EXPECT_EQ(deep->parent->parent, a);
+    // Both are linked: nothing else is touched.
+    fset_list(&a, "x", "4");
+    EXPECT_EQ(y->parent, nullptr);
+    EXPECT_EQ(dump(db.head), "a{p{q=1} z=1 y=1 x=4}");
 }
 
 TEST(nsym, delete_hands_the_node_over) {

@@ -20,7 +20,7 @@ namespace {
 struct policy_book {
     Frag *policy;
     name_index names;
-    std::unordered_map<std::string, int> uses; // how many maps name it
+    std::unordered_map<Frag *, int> uses; // how many maps name it
     std::unordered_set<Frag *> doomed;
 
     explicit policy_book(FragList db) : policy(ffind(db, "policy")) {
@@ -82,25 +82,26 @@ struct survivor {
     Frag *map;
     map_values values;
     int number;
-    Frag *policy = nullptr; // its policy, once another map has been folded into it
-    Frag *target = nullptr; // the policy's list of config sets
+    Frag *policy = nullptr; // the policy that it names
+    Frag *target = nullptr; // the policy's list of config sets, once another map has been folded into it
     name_index entries;
 
     survivor(policy_book &book, Frag *frag, int map_number)
-        : policies(book), map(frag), values(frag), number(map_number) {}
+        : policies(book), map(frag), values(frag), number(map_number) {
+        if (merges())
+            policy = policies.find(values.policy);
+    }
 
     bool merges() const { return values.complete && values.policy != "*"; }
 
     // Gives the policy its name as a merged one. False if there is no policy to take further config sets, or if
-    // other maps name it too and would lose it.
+    // other maps than the `own_uses` name it too and would lose it.
     bool begin(int own_uses) {
         if (target)
             return true;
-        Frag *found = policies.find(values.policy);
-        Frag *proxies = found ? ffind(&found->child, "proxy") : nullptr;
-        if (!proxies || policies.uses[values.policy] != own_uses)
+        Frag *proxies = policy ? ffind(&policy->child, "proxy") : nullptr;
+        if (!proxies || policies.uses[policy] != own_uses)
             return false;
-        policy = found;
         target = proxies;
         std::string base = "Policy-" + numbertext(number);
         std::string name = base;
@@ -109,7 +110,6 @@ struct survivor {
         fsetp(&map->child, "policy", name.c_str(), map);
         policies.rename(policy, name);
         fsetp(&policy->child, "parm_desc", name.c_str(), policy);
-        policies.uses[name]++;
         entries = name_index(&target->child);
         return true;
     }
@@ -123,7 +123,7 @@ struct survivor {
         bool same_policy = other.policy == values.policy;
         Frag *other_policy = same_policy || other.policy == "*" ? nullptr : policies.find(other.policy);
         if (!same_policy || other.proxy != values.proxy) {
-            if (other_policy && policies.uses[other.policy] != 1)
+            if (other_policy && policies.uses[other_policy] != 1)
                 return false;
             if (!begin(same_policy ? 2 : 1))
                 return false;
@@ -137,9 +137,10 @@ struct survivor {
                     set_entry(entry->name, entry->value);
             }
         }
-        if (other_policy && other_policy != policy)
+        if (same_policy)
+            policies.uses[policy]--;
+        else if (other_policy && other_policy != policy)
             policies.remove(other_policy);
-        policies.uses[other.policy]--;
         freefrag(candidate);
         return true;
     }
@@ -189,7 +190,7 @@ void merge_maps(FragList db) {
     sort_frags(&map->child);
     // The n-th map of a proxy goes to the n-th batch; one that is no proxy's goes to the first.
     std::vector<std::vector<Frag *>> batches;
-    std::unordered_map<std::string, size_t> taken;
+    std::unordered_map<std::string_view, size_t> taken;
     for (Frag *frag = map->child; frag; frag = frag->next) {
         const char *tag = fval(&frag->child, "tag_proxy");
         size_t turn = tag ? taken[tag]++ : 0;
@@ -197,7 +198,8 @@ void merge_maps(FragList db) {
             batches.resize(turn + 1);
         batches[turn].push_back(frag);
         if (const char *name = fval(&frag->child, "policy"))
-            policies.uses[name]++;
+            if (Frag *policy = policies.find(name))
+                policies.uses[policy]++;
     }
     map->child = nullptr;
     int number = 0;

@@ -9,64 +9,49 @@
 
 namespace {
 
-/// The host words of the rules that stay, to tell whether one of them covers a further host as `wildmatch` would say,
-/// without trying all of them. The words are views into the rules' values.
+/// The host words of the rules that stay, to tell whether one of them covers a further host without trying all. A
+/// pattern matches only words that begin with what it has in front of its first `*` and end with what it has behind its
+/// last, so these two lead to the few patterns that have to be tried. All words are views into the rules' values.
 struct cover_index {
-    struct prefix_patterns {
-        bool and_any_end = false;         // a pattern that is the prefix and a last `*`
-        std::vector<const char *> others; // patterns with more behind their first `*`
-    };
+    using by_tail = std::unordered_map<std::string_view, std::vector<const char *>>;
+
     std::unordered_set<std::string_view> words;
-    std::unordered_map<std::string_view, prefix_patterns> by_prefix; // what stands in front of the first `*`
-    std::unordered_set<std::string_view> suffixes;                   // what stands behind a first and only `*`
-    std::set<size_t> prefix_lens, suffix_lens;
+    std::unordered_map<std::string_view, by_tail> patterns;
+    std::set<size_t> head_lens, tail_lens;
 
     void add(std::string_view word) {
         words.insert(word);
-        size_t star = word.find('*');
-        if (star == std::string_view::npos)
+        size_t first_star = word.find('*');
+        if (first_star == std::string_view::npos)
             return;
-        std::string_view rest = word.substr(star + 1);
-        if (star == 0 && !rest.empty() && rest.find('*') == std::string_view::npos) {
-            suffixes.insert(rest);
-            suffix_lens.insert(rest.size());
-            return;
-        }
-        prefix_patterns &patterns = by_prefix[word.substr(0, star)];
-        prefix_lens.insert(star);
-        if (rest.empty())
-            patterns.and_any_end = true;
-        else
-            patterns.others.push_back(word.data());
+        std::string_view tail = word.substr(word.rfind('*') + 1);
+        patterns[word.substr(0, first_star)][tail].push_back(word.data());
+        head_lens.insert(first_star);
+        tail_lens.insert(tail.size());
     }
 
-    bool covers(std::string_view word) const { return words.count(word) || prefix_covers(word) || suffix_covers(word); }
-
-    bool prefix_covers(std::string_view word) const {
-        for (size_t len : prefix_lens) {
-            if (len > word.size())
+    bool covers(std::string_view word) const {
+        if (words.count(word))
+            return true;
+        for (size_t head_len : head_lens) {
+            if (head_len > word.size())
                 break;
-            auto found = by_prefix.find(word.substr(0, len));
-            if (found == by_prefix.end())
-                continue;
-            // A star that faces the pattern's last one counts as its equal, and then the word has to end too.
-            if (found->second.and_any_end && (len == word.size() || word[len] != '*' || len + 1 == word.size()))
+            auto head = patterns.find(word.substr(0, head_len));
+            if (head != patterns.end() && one_matches(head->second, word))
                 return true;
-            for (const char *pattern : found->second.others)
-                if (wildmatch(pattern, word.data()))
-                    return true;
         }
         return false;
     }
 
-    bool suffix_covers(std::string_view word) const {
-        if (!word.empty() && word[0] == '*')
-            return suffixes.count(word.substr(1)) != 0;
-        for (size_t len : suffix_lens) {
-            if (len > word.size())
+    bool one_matches(const by_tail &tails, std::string_view word) const {
+        for (size_t tail_len : tail_lens) {
+            if (tail_len > word.size())
                 break;
-            if (suffixes.count(word.substr(word.size() - len)))
-                return true;
+            auto tail = tails.find(word.substr(word.size() - tail_len));
+            if (tail != tails.end())
+                for (const char *pattern : tail->second)
+                    if (wildmatch(pattern, word.data()))
+                        return true;
         }
         return false;
     }

@@ -4,10 +4,11 @@
 // at a `*` of the pattern, the rest behind it is tried on the subject from there and from each later byte, while
 // there is one; a `*` at the pattern's end matches whatever is left.
 //
-// Tried as told, many stars take exponential time. But whether the rest behind a star matches from a place of the
-// subject depends on that place alone, and a star asks only whether there is such a place behind the one it stands at.
-// So it is enough to know, for each star, the last place from which the rest behind it matches. These are found from
-// the last star back. None lies behind that of the next star, so all the searches together go over the subject once.
+// As a plain recursion that takes exponential time on many stars. But whether the rest behind a star matches from a
+// place of the subject depends on that place alone, and a star asks only whether there is such a place behind the one
+// it stands at. So it is enough to know, for each star, the last place from which the rest behind it matches. These are
+// found from the last star back. None lies behind that of the next star, so all the searches together go over the
+// subject once.
 #include "upgrade.h"
 
 #include <algorithm>
