@@ -148,9 +148,11 @@ Frag *element_for_address(FragList db, const char *elements_key, const char *add
             return element;
     if (!*address || strcmp(address, "none") == 0 || strcmp(address, "XXX.XXX.XXX.XXX") == 0)
         return nullptr;
-    while (ffind(&elements->child, numbertext(number).c_str()))
+    // With a gap in the numbers the count can be taken, and no element is replaced.
+    name_index numbers(&elements->child);
+    while (numbers.find(numbertext(number)))
         number++;
-    return fsetp(&elements->child, numbertext(number).c_str(), nullptr, elements);
+    return faddchild(elements, numbertext(number), nullptr);
 }
 
 // Moves the value of a key of `ip` to a field of the element; without an element it is dropped.

@@ -194,8 +194,7 @@ bool same_text(const char *a, const char *b) { return a && b && strcmp(a, b) == 
 std::string lowercase(std::string_view text) {
     std::string lower(text);
     for (char &byte : lower)
-        if (byte >= 'A' && byte <= 'Z')
-            byte = static_cast<char>(byte - 'A' + 'a');
+        byte = lowercase(byte);
     return lower;
 }
 

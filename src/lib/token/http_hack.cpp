@@ -21,26 +21,35 @@ verdict judge(FragList list) {
     return strcasecmp(value, "never") == 0 ? NEVER : ON;
 }
 
-// The policies that authenticate.
-std::vector<Frag *> authenticating_policies(FragList db) {
-    std::vector<Frag *> policies;
-    Frag *policy = ffind(db, "policy");
-    for (Frag *entry = policy ? policy->child : nullptr; entry; entry = entry->next) {
-        const char *value = fval(&entry->child, "parm_authenticate");
-        if (value && *value)
-            policies.push_back(entry);
-    }
-    return policies;
-}
+/// The config sets that policies with authentication list with a value.
+struct authenticated_sets {
+    std::vector<Frag *> lists; // the policies' lists
+    std::unordered_set<std::string> names;
 
-// True if one of the policies has a proxy entry with a value for the set.
-bool policy_names(const std::vector<Frag *> &policies, const char *set_name) {
-    for (Frag *policy : policies)
-        if (Frag *proxies = ffind(&policy->child, "proxy"))
-            if (fval(&proxies->child, set_name))
+    explicit authenticated_sets(FragList db) {
+        Frag *policy = ffind(db, "policy");
+        for (Frag *entry = policy ? policy->child : nullptr; entry; entry = entry->next) {
+            const char *value = fval(&entry->child, "parm_authenticate");
+            Frag *proxies = value && *value ? ffind(&entry->child, "proxy") : nullptr;
+            if (!proxies)
+                continue;
+            lists.push_back(proxies);
+            std::unordered_set<std::string_view> met;
+            for (Frag *set = proxies->child; set; set = set->next)
+                if (met.insert(set->name).second && set->value)
+                    names.insert(set->name);
+        }
+    }
+
+    bool has(const std::string &set_name) const {
+        if (set_name.find_first_of("_=") == std::string::npos)
+            return names.count(set_name) != 0;
+        for (Frag *list : lists) // the name is a key that leads further down
+            if (fval(&list->child, set_name.c_str()))
                 return true;
-    return false;
-}
+        return false;
+    }
+};
 
 } // namespace
 
@@ -54,10 +63,10 @@ int do_http_hack(FragList db) {
     verdict found = judge(&http->child);
     if (found == OPEN) {
         Frag *config_sets = ffind(&http->child, "config-sets");
-        std::vector<Frag *> policies = authenticating_policies(db);
+        authenticated_sets authenticated(db);
         for (Frag *set = config_sets ? config_sets->child : nullptr; set && found == OPEN; set = set->next) {
             found = judge(&set->child);
-            if (found == OPEN && policy_names(policies, fragname(set)))
+            if (found == OPEN && authenticated.has(fragname(set)))
                 found = ON;
         }
     }

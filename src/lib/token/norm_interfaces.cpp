@@ -2,6 +2,7 @@
 // interfaces is rebuilt.
 #include "nupgrade.h"
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <unordered_set>
@@ -98,7 +99,7 @@ namespace {
 struct alias_list {
     Frag *list;
     Frag *elements;
-    bool plain; // the name is one component, so the list is a child of `netobj_list` and outlives the pass
+    bool lasts; // it does not lie in the list under way, whose elements go while they are walked
 };
 
 // The alias lists of one pass over a location list, found or made by the name of an interface.
@@ -108,15 +109,19 @@ struct alias_lists {
     struct element_state {
         name_index names;
         int count;
+        int last; // the number that was given last; all from the count up to it are taken
     };
-    std::unordered_map<Frag *, element_state> states; // by the node `element` of a plain alias list
+    std::unordered_map<Frag *, element_state> states; // by the node `element` of the lists that last
+    std::string location_name;
 
-    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")), lists(&netobj_list->child) {}
+    alias_lists(FragList db, const char *location)
+        : netobj_list(ffind(db, "netobj_list")), lists(&netobj_list->child),
+          location_name(location + strlen("netobj_list_")) {}
 
     alias_list find_or_make(const char *interface) {
         std::string key(interface, strcspn(interface, ":"));
         key += "$INTERFACE";
-        alias_list found{lists.find_key(key.c_str()), nullptr, key.find_first_of("_=") == std::string::npos};
+        alias_list found{lists.find_key(key.c_str()), nullptr, key_component(key.c_str()) != location_name};
         if (!found.list)
             found.list = lists.set_key(&netobj_list->child, key.c_str(), nullptr, netobj_list);
         found.elements = ffind(&found.list->child, "element");
@@ -132,19 +137,20 @@ struct alias_lists {
         element_state once;
         element_state *state = &once;
         auto known = states.find(aliases.elements);
-        if (aliases.plain && known != states.end())
+        if (aliases.lasts && known != states.end())
             state = &known->second;
         else
-            once = {name_index(&aliases.elements->child), count_frags(aliases.elements->child)};
-        int number = ++state->count;
+            once = {name_index(&aliases.elements->child), count_frags(aliases.elements->child), 0};
+        int number = std::max(++state->count, state->last + 1);
         while (state->names.find(numbertext(number)))
             number++;
+        state->last = number;
         std::string name = numbertext(number);
         fremove(&aliases.list->child, "num_elements");
         Frag *copy = state->names.set_key(&aliases.elements->child, name.c_str(), nullptr, aliases.elements);
         copy->child = copy_fragtree(&alias->child, copy);
         fsetp(&aliases.list->child, "num_elements", numbertext(state->count).c_str(), aliases.list);
-        if (aliases.plain && state == &once)
+        if (aliases.lasts && state == &once)
             states.emplace(aliases.elements, std::move(once));
     }
 };
@@ -168,7 +174,7 @@ int norm_if(FragList db, const char *location) {
             continue;
         }
         if (!aliases)
-            aliases.emplace(db);
+            aliases.emplace(db, location);
         alias_list own = aliases->find_or_make(interface);
         // An interface's name can lead into this very list, and a new node at its head is not for this walk.
         while (*link != element)

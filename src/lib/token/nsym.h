@@ -148,7 +148,8 @@ bool has_prefix(const char *text, std::string_view prefix);
 bool has_prefix_nocase(const char *text, std::string_view prefix);
 /// True if both are there and equal.
 bool same_text(const char *a, const char *b);
-/// `text` in lower case (ASCII), as strcasecmp() in the C locale compares.
+/// In lower case (ASCII), as strcasecmp() in the C locale compares.
+inline char lowercase(char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; }
 std::string lowercase(std::string_view text);
 /// The text that `number` gives in the format "%d".
 std::string numbertext(int number);

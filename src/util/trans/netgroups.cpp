@@ -15,7 +15,11 @@ Frag *children_of(FragList db, const char *key) {
 }
 
 // The text by which lists and groups of rules with the same hosts are told to be equal.
-void add_host(std::string &hosts, std::string_view host) { hosts.append(lowercase(host)).push_back('\0'); }
+void add_host(std::string &hosts, std::string_view host) {
+    for (char byte : host)
+        hosts.push_back(lowercase(byte));
+    hosts.push_back('\0');
+}
 
 // The hosts of a list; empty if it can't be equal to any group of rules.
 std::string list_hosts(Frag *list) {
@@ -87,7 +91,7 @@ Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *b
     if (!list) {
         std::string name = free_name(lists, base, seq, "$LIST");
         list = lists.set_key(&netobj_list->child, name.c_str(), nullptr, netobj_list);
-        Frag *elements = fsetp(&list->child, "element", nullptr, list);
+        Frag *elements = faddchild(list, "element", nullptr);
         int number = 1;
         for (Frag *rule = first;; rule = rule->next) {
             rule_text text = read_rule(rule);
@@ -108,8 +112,9 @@ Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *b
     if (!group) {
         group = faddchild(netobj_group, stored_name, nullptr);
         groups.add(group);
-        fsetp(&group->child, "member_1_type", "L", group);
-        fsetp(&group->child, "member_1_name", list_name.c_str(), group);
+        Frag *member = faddchild(faddchild(group, "member", nullptr), "1", nullptr);
+        faddchild(member, "type", "L");
+        faddchild(member, "name", list_name.c_str());
     }
     return group;
 }
@@ -122,10 +127,9 @@ std::string translation::make_policy(const char *name, const char *base, int seq
     else
         result = free_name(policies, name ? name : base, seq, "");
     Frag *made = policies.set_key(&policy->child, result.c_str(), nullptr, policy);
-    Frag *proxies_of = fsetp(&made->child, "proxy", nullptr, made);
-    fsetp(&proxies_of->child, cs, base, proxies_of);
-    Frag *parameters = fsetp(&made->child, "parm", nullptr, made);
-    fsetp(&parameters->child, "desc", base, parameters);
+    Frag *config_sets = faddchild(made, "proxy", nullptr);
+    fsetp(&config_sets->child, cs, base, config_sets);
+    faddchild(faddchild(made, "parm", nullptr), "desc", base);
     return result;
 }
 
