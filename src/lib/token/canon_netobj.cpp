@@ -9,10 +9,7 @@ int canon_netobj(FragList db, const char *family) {
     if (!top)
         return 0;
     for (Frag *entry = top->child; entry; entry = entry->next) {
-        if (Frag *name = fdel_valued(&entry->child, "name")) {
-            renamefrag(entry, name->value);
-            freefrag(name);
-        }
+        take_name(entry, "name");
         if (Frag *num = ffind(&entry->child, "num")) {
             fremove(&num->child, "elements");
             fremove(&num->child, "members");
@@ -31,7 +28,7 @@ struct alias_lists {
     name_index lists;
     std::unordered_set<Frag *> used;
 
-    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")), lists(&netobj_list->child) {}
+    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")), lists(db, "netobj_list") {}
     ~alias_lists() {
         for (FragList link = &netobj_list->child; *link && !used.empty();) {
             Frag *frag = *link;

@@ -3,20 +3,12 @@
 
 #include <cstring>
 
-// Renames the entry to the value of its child `name_key`, if it has one.
-static void name_entry(Frag *entry, const char *name_key) {
-    if (Frag *name = fdel_valued(&entry->child, name_key)) {
-        renamefrag(entry, name->value);
-        freefrag(name);
-    }
-}
-
 int canon_def(FragList db) {
     Frag *def_proxy = ffind(db, "def_proxy");
     if (!def_proxy)
         return 0;
     for (Frag *entry = def_proxy->child; entry; entry = entry->next) {
-        name_entry(entry, "realname");
+        take_name(entry, "realname");
         canon_parm(entry, "parm", "num_parms", "num");
     }
     return 0;
@@ -27,15 +19,13 @@ int canon_cust(FragList db) {
     Frag *def_proxy = ffind(db, "def_proxy");
     if (!cust_proxy)
         return 0;
-    name_index proxies;
-    if (def_proxy)
-        proxies = name_index(&def_proxy->child);
+    name_index proxies(db, "def_proxy");
     Frag *entry = cust_proxy->child;
     cust_proxy->child = nullptr;
     while (entry) {
         Frag *next = entry->next;
         Frag *realname = fdel_valued(&entry->child, "realname");
-        name_entry(entry, "name");
+        take_name(entry, "name");
         canon_parm(entry, "parm", "num_parms", "num");
         // The owner is met under the name that its own `realname` gave it, or made under that name.
         std::string owner_name = realname && *realname->value ? storedname(realname->value) : entry->name;

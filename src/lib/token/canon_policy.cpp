@@ -17,13 +17,6 @@ std::unordered_map<std::string, Frag *> config_set_owners(FragList db) {
     return owners;
 }
 
-void name_from_child(Frag *frag) {
-    if (Frag *name = fdel_valued(&frag->child, "name")) {
-        renamefrag(frag, name->value);
-        freefrag(name);
-    }
-}
-
 // A policy's parameter keeps its name whole, prefixes and all.
 void name_policy_parameter(Frag *parameter) {
     Frag *value = fdel_valued(&parameter->child, "value");
@@ -46,10 +39,10 @@ int canon_policy(FragList db, const char *family) {
     fremove(&policy->child, "num");
     std::unordered_map<std::string, Frag *> owners = config_set_owners(db);
     for (Frag *entry = policy->child; entry; entry = entry->next) {
-        name_from_child(entry);
+        take_name(entry, "name");
         if (Frag *proxies = ffind(&entry->child, "proxy"))
             for (Frag *proxy = proxies->child; proxy; proxy = proxy->next) {
-                name_from_child(proxy);
+                take_name(proxy, "name");
                 auto owner = owners.find(proxy->name);
                 setvalue(proxy, owner == owners.end() ? nullptr : fragname(owner->second));
             }

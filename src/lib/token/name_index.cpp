@@ -26,6 +26,11 @@ name_index::name_index(FragList list) {
         std::reverse(behind.second.begin(), behind.second.end());
 }
 
+name_index::name_index(FragList list, const char *key) {
+    if (Frag *frag = ffind(list, key))
+        *this = name_index(&frag->child);
+}
+
 // Makes sure that `count` further names leave half of the table free.
 void name_index::make_room(size_t count) {
     if ((used + count) * 2 <= slots.size())

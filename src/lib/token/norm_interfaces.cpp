@@ -115,7 +115,7 @@ struct alias_lists {
     std::string location_name;
 
     alias_lists(FragList db, const char *location)
-        : netobj_list(ffind(db, "netobj_list")), lists(&netobj_list->child),
+        : netobj_list(ffind(db, "netobj_list")), lists(db, "netobj_list"),
           location_name(location + strlen("netobj_list_")) {}
 
     alias_list find_or_make(const char *interface) {
@@ -232,7 +232,7 @@ struct interfaces_by_list {
         std::unordered_set<std::string> &names = known.first->second;
         if (known.second) {
             if (!lists)
-                lists.emplace(&ffind(db, "netobj_list")->child);
+                lists.emplace(db, "netobj_list");
             Frag *list = lists->find_key(list_name);
             Frag *elements = list ? ffind(&list->child, "element") : nullptr;
             for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)

@@ -200,6 +200,13 @@ Frag *fdel_valued(FragList list, const char *key) {
     return frag;
 }
 
+void take_name(Frag *frag, const char *key) {
+    if (Frag *name = fdel_valued(&frag->child, key)) {
+        renamefrag(frag, name->value);
+        freefrag(name);
+    }
+}
+
 void setvalue(Frag *frag, const char *value) {
     if (value) {
         setvalue(frag, std::string_view(value));

@@ -70,6 +70,8 @@ Frag *ffind2(FragList list, const char *key1, const char *key2);
 Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent);
 /// The node of `key`, made like `fsetp` makes it if it is missing, but with the value that it has.
 Frag *fmake(FragList list, const char *key, Frag *parent = nullptr);
+/// Renames the node to the value of its child `key`, which goes. Without such a value the node keeps its name.
+void take_name(Frag *frag, const char *key);
 /// Makes a child of exactly that name at the head of the node's children, which must have none of it yet.
 Frag *faddchild(Frag *parent, std::string_view name, const char *value);
 /// `fsetp` with no parent.
@@ -201,6 +203,8 @@ struct name_index {
     name_index() = default;
     /// Indexes the list as it stands.
     explicit name_index(FragList list);
+    /// Indexes the children of the node that `key` leads to, if there is one.
+    name_index(FragList list, const char *key);
     /// The first node of exactly that name, or null.
     Frag *find(std::string_view name) const;
     /// What `ffind` gives for the key in the indexed list.

@@ -84,10 +84,7 @@ struct map_finder {
     std::unordered_map<std::string, size_t> lacking, having;
     std::unordered_map<std::string, source> sources;
 
-    explicit map_finder(FragList db) {
-        if (Frag *policy = ffind(db, "policy"))
-            policies = name_index(&policy->child);
-    }
+    explicit map_finder(FragList db) : policies(db, "policy") {}
 
     static size_t place(const std::unordered_map<std::string, size_t> &places, const std::string &key) {
         auto it = places.find(key);

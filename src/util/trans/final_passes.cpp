@@ -41,10 +41,7 @@ struct proxy_finder {
     FragList db;
     name_index proxies;
 
-    explicit proxy_finder(FragList database) : db(database) {
-        if (Frag *def_proxy = ffind(db, "def_proxy"))
-            proxies = name_index(&def_proxy->child);
-    }
+    explicit proxy_finder(FragList database) : db(database), proxies(db, "def_proxy") {}
     Frag *find(const char *key) const {
         static const char top[] = "def_proxy_";
         return has_prefix(key, top) ? proxies.find_key(key + strlen(top)) : ffind(db, key);

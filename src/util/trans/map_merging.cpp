@@ -23,10 +23,7 @@ struct policy_book {
     std::unordered_map<Frag *, int> uses; // how many maps name it
     std::unordered_set<Frag *> doomed;
 
-    explicit policy_book(FragList db) : policy(ffind(db, "policy")) {
-        if (policy)
-            names = name_index(&policy->child);
-    }
+    explicit policy_book(FragList db) : policy(ffind(db, "policy")), names(db, "policy") {}
 
     Frag *find(const std::string &name) const {
         return name.find('_') == std::string::npos ? names.find_key(name.c_str()) : names.find(storedname(name));

@@ -40,16 +40,11 @@ std::string group_name(const std::string &list_name) {
     return len >= 5 && list_name[len - 5] == '$' ? list_name.substr(0, len - 5) : list_name;
 }
 
-name_index index_of(FragList db, const char *key) {
-    Frag *frag = ffind(db, key);
-    return frag ? name_index(&frag->child) : name_index();
-}
-
 } // namespace
 
 translation::translation(FragList database)
-    : db(database), proxies(index_of(db, "def_proxy")), policies(index_of(db, "policy")),
-      lists(index_of(db, "netobj_list")), groups(index_of(db, "netobj_group")), maps(index_of(db, "map")) {
+    : db(database), proxies(db, "def_proxy"), policies(db, "policy"), lists(db, "netobj_list"),
+      groups(db, "netobj_group"), maps(db, "map") {
     for (Frag *list = children_of(db, "netobj_list"); list; list = list->next) {
         std::string hosts = list_hosts(list);
         if (!hosts.empty())

@@ -45,10 +45,7 @@ struct dest_maker {
     FragList db;
     name_index records;
 
-    explicit dest_maker(FragList database) : db(database) {
-        if (Frag *dest = ffind(db, "dest"))
-            records = name_index(&dest->child);
-    }
+    explicit dest_maker(FragList database) : db(database), records(db, "dest") {}
 
     void make_record(Frag *rule) {
         Frag *dest = fset(db, "dest", nullptr);
