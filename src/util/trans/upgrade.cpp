@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
+#include <unistd.h>
 
 FILE *repf;
 
@@ -140,6 +142,15 @@ void environment_option(run &r) {
     fremove(cur_database, "policy");
 }
 
+// A standard stream that is closed would be given to the first file that is opened, and messages would end up in it.
+void hold_standard_streams() {
+    int file = open("/dev/null", O_RDWR);
+    while (file >= 0 && file <= STDERR_FILENO)
+        file = open("/dev/null", O_RDWR);
+    if (file >= 0)
+        close(file);
+}
+
 void last_passes(const run &r) {
     pre_save_cleanup(cur_database);
     fflush(stdout);
@@ -157,6 +168,7 @@ void last_passes(const run &r) {
 
 int upgrade(int argc, char **argv) {
     std::set_new_handler(outofcore);
+    hold_standard_streams();
     run r{argc, argv};
     cur_database = &def_database;
     if (argc < 4)
