@@ -56,13 +56,16 @@ void reserve_xml(FragList list) {
 int outxmlfile(FILE *stream, Frag *frag, int indent) {
     if (!frag)
         return 0;
+    // On a full disk nothing more is tried: the indents of a deep tree alone can be more than any disk holds.
     auto open = [&](Frag *inner) {
-        open_element(stream, inner, indent);
+        if (!ferror(stream))
+            open_element(stream, inner, indent);
         indent += 2;
     };
     auto close = [&](Frag *inner) {
         indent -= 2;
-        close_element(stream, inner, indent);
+        if (!ferror(stream))
+            close_element(stream, inner, indent);
     };
     walk_elements(frag, open, close);
     return 0;
