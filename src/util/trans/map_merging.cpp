@@ -77,14 +77,14 @@ struct map_values {
 struct survivor {
     policy_book &policies;
     Frag *map;
-    map_values values;
+    const map_values &values; // as they were before any other map was folded in
     int number;
     Frag *policy = nullptr; // the policy that it names
     Frag *target = nullptr; // the policy's list of config sets, once another map has been folded into it
     name_index entries;
 
-    survivor(policy_book &book, Frag *frag, int map_number)
-        : policies(book), map(frag), values(frag), number(map_number) {
+    survivor(policy_book &book, Frag *frag, const map_values &frag_values, int map_number)
+        : policies(book), map(frag), values(frag_values), number(map_number) {
         if (merges())
             policy = policies.find(values.policy);
     }
@@ -158,7 +158,7 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
         if (absorbed[i])
             continue;
         pushfrag(&map->child, batch[i], map);
-        survivor stays(policies, batch[i], ++number);
+        survivor stays(policies, batch[i], values[i], ++number);
         fremove(&batch[i]->child, "tag");
         renumberfrag(batch[i], number);
         if (!stays.merges())

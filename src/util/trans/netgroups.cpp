@@ -72,31 +72,22 @@ std::string translation::free_name(const name_index &names, std::string base, in
     return name;
 }
 
-Frag *translation::find_netgroup(Frag *first, Frag *last, int seq, const char *base) {
+Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, int seq, const char *base) {
     Frag *netobj_list = fmake(db, "netobj_list");
     std::string hosts;
-    for (Frag *rule = first;; rule = rule->next) {
-        rule_text text = read_rule(rule);
-        add_host(hosts, {text.host, text.host_len});
-        if (rule == last)
-            break;
-    }
-    auto equal = lists_by_hosts.find(hosts);
-    Frag *list = equal == lists_by_hosts.end() ? nullptr : equal->second;
+    for (const rule_text *rule = first; rule != end; rule++)
+        add_host(hosts, rule->host);
+    Frag *&list = lists_by_hosts.try_emplace(std::move(hosts), nullptr).first->second;
     if (!list) {
         std::string name = free_name(lists, base, seq, "$LIST");
         list = lists.set_key(&netobj_list->child, name.c_str(), nullptr, netobj_list);
         Frag *elements = faddchild(list, "element", nullptr);
         int number = 1;
-        for (Frag *rule = first;; rule = rule->next) {
-            rule_text text = read_rule(rule);
+        for (const rule_text *rule = first; rule != end; rule++) {
             Frag *element = faddchild(elements, numbertext(number++), nullptr);
-            setvalue(faddchild(element, "addr", nullptr), std::string_view(text.host, text.host_len));
-            if (rule == last)
-                break;
+            setvalue(faddchild(element, "addr", nullptr), rule->host);
         }
         sort_frags(&elements->child);
-        lists_by_hosts.emplace(std::move(hosts), list);
     }
 
     std::string list_name = fragname(list);
@@ -146,7 +137,11 @@ void translation::addmap(const char *policy, const char *pd, const char *proxy, 
 }
 
 Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *base) {
-    return translation(db).find_netgroup(first, last, seq, base);
+    std::vector<rule_text> rules;
+    for (Frag *rule = first; rule != last; rule = rule->next)
+        rules.push_back(read_rule(rule));
+    rules.push_back(read_rule(last));
+    return translation(db).find_netgroup(rules.data(), rules.data() + rules.size(), seq, base);
 }
 
 char *make_policy(FragList db, char *name, const char *base, int seq, const char *cs) {

@@ -11,13 +11,14 @@ std::string_view rule_marker(const char *text) {
     return has_prefix(text, DENY_MARKER) ? DENY_MARKER : "";
 }
 
-rule_text read_rule(const Frag *rule) {
-    const char *text = skip_blanks(rule->value ? rule->value : "");
+rule_text read_rule_text(const char *text) {
+    text = skip_blanks(text);
     std::string_view marker = rule_marker(text);
-    const char *host = text + marker.size();
-    size_t host_len = word_len(host);
-    return {marker, host, host_len, skip_blanks(host + host_len)};
+    std::string_view host(text + marker.size(), word_len(text + marker.size()));
+    return {marker, host, skip_blanks(host.data() + host.size())};
 }
+
+rule_text read_rule(const Frag *rule) { return read_rule_text(rule->value ? rule->value : ""); }
 
 namespace {
 

@@ -19,6 +19,8 @@ struct cover_index {
     std::unordered_map<std::string_view, by_tail> patterns;
     std::set<size_t> head_lens, tail_lens;
 
+    explicit cover_index(size_t rules) : words(rules) {}
+
     void add(std::string_view word) {
         words.insert(word);
         size_t first_star = word.find('*');
@@ -57,83 +59,61 @@ struct cover_index {
     }
 };
 
-// A rule whose text has no marker of its own gets the one that its prefix in the table stands for, in front of its
-// first word.
-void give_marker(Frag *rule) {
-    std::string_view text = rule->value ? rule->value : "";
-    size_t blanks = static_cast<size_t>(skip_blanks(text.data()) - text.data());
-    if (!rule_marker(text.data() + blanks).empty() || !(rule->attr & (ATTR_DENY | ATTR_PERMIT)))
-        return;
-    std::string marked(text.substr(0, blanks));
-    marked += rule->attr & ATTR_DENY ? DENY_MARKER : PERMIT_MARKER;
-    marked += text.substr(blanks);
-    setvalue(rule, marked);
+// The class of a rule whose text has no marker of its own is that of its prefix in the table.
+std::string_view prefix_marker(long attr) {
+    if (attr & ATTR_DENY)
+        return DENY_MARKER;
+    return attr & ATTR_PERMIT ? PERMIT_MARKER : "";
 }
 
-// Makes of each rule with several hosts one rule for each, all numbered from 1 in the order of the table, in which they
-// then stand.
-void split_rules(Frag *hosts) {
+// The rules in the order of the table, one for each host. Their words are views into the values.
+std::vector<rule_text> split_rules(Frag *hosts) {
     sort_frags(&hosts->child);
-    Frag *rule = hosts->child;
-    hosts->child = nullptr;
-    FragList tail = &hosts->child;
-    int number = 1;
-    while (rule) {
-        Frag *next = rule->next;
-        rule->next = nullptr;
-        give_marker(rule);
-        renumberfrag(rule, number++);
-        *tail = rule;
-        rule_text text = read_rule(rule);
-        if (*text.tail && *text.tail != '-') {
-            std::string marker(text.marker);
-            std::string host(text.host, text.host_len);
-            // The numbers are all new, so the further rules are made apart, where they come to stand in order.
-            Frag further{};
-            char *rule_tail = burst_sub(&further, &number, marker.c_str(), rule->value + (text.tail - rule->value));
-            setvalue(rule, marker + host + " " + rule_tail);
-            free(rule_tail);
-            rule->next = further.child;
+    std::vector<rule_text> rules;
+    for (const Frag *frag = hosts->child; frag; frag = frag->next) {
+        rule_text rule = read_rule(frag);
+        if (rule.marker.empty())
+            rule.marker = prefix_marker(frag->attr);
+        size_t first = rules.size();
+        rules.push_back(rule);
+        const char *at = rule.tail;
+        while (*at && *at != '-') {
+            // A further host of a rule without a class stands like a rule's first word, where a marker counts.
+            rule_text further = rule.marker.empty() ? read_rule_text(at) : rule;
+            if (!rule.marker.empty())
+                further.host = {at, word_len(at)};
+            rules.push_back(further);
+            at = skip_blanks(at + word_len(at));
         }
-        while (*tail) {
-            (*tail)->parent = hosts;
-            tail = &(*tail)->next;
-        }
-        rule = next;
+        for (; first < rules.size(); first++)
+            rules[first].tail = at;
     }
+    return rules;
 }
 
-// Drops each rule whose host an earlier rule that stays covers, whatever their classes and tails are.
-void drop_covered_rules(Frag *hosts) {
-    cover_index staying;
-    for (FragList link = &hosts->child; *link;) {
-        Frag *rule = *link;
-        rule_text text = read_rule(rule);
-        std::string_view host(text.host, text.host_len);
-        if (staying.covers(host)) {
-            *link = rule->next;
-            freefrag(rule);
-        } else {
-            staying.add(host);
-            link = &rule->next;
+// Leaves out each rule whose host an earlier rule that stays covers, whatever their classes and tails are.
+std::vector<rule_text> without_covered(const std::vector<rule_text> &rules) {
+    cover_index staying(rules.size());
+    std::vector<rule_text> left;
+    for (const rule_text &rule : rules)
+        if (!staying.covers(rule.host)) {
+            staying.add(rule.host);
+            left.push_back(rule);
         }
-    }
+    return left;
 }
 
-// The last rule of the group that `first` begins. A rule without a marker begins a group as a permit rule, but joins
-// one only as a deny rule.
-Frag *last_of_group(Frag *first) {
-    rule_text begun = read_rule(first);
-    std::string_view group_class = begun.marker.empty() ? PERMIT_MARKER : begun.marker;
-    Frag *last = first;
-    while (last->next) {
-        rule_text text = read_rule(last->next);
-        std::string_view rule_class = text.marker.empty() ? DENY_MARKER : text.marker;
-        if (rule_class != group_class || strcmp(text.tail, begun.tail) != 0)
+// The end of the group that `first` begins. A rule without a marker begins a group as a permit rule, but joins one
+// only as a deny rule.
+const rule_text *end_of_group(const rule_text *first, const rule_text *end) {
+    std::string_view group_class = first->marker.empty() ? PERMIT_MARKER : first->marker;
+    const rule_text *rule = first + 1;
+    for (; rule != end; rule++) {
+        std::string_view rule_class = rule->marker.empty() ? DENY_MARKER : rule->marker;
+        if (rule_class != group_class || strcmp(rule->tail, first->tail) != 0)
             break;
-        last = last->next;
     }
-    return last;
+    return rule;
 }
 
 struct policy_name {
@@ -186,15 +166,15 @@ int untrans_hosts(translation &run, Frag *proxy) {
     Frag *hosts = fdel(&proxy->child, "hosts");
     if (!hosts)
         return 1;
-    split_rules(hosts);
-    drop_covered_rules(hosts);
+    std::vector<rule_text> rules = without_covered(split_rules(hosts));
+    const rule_text *end = rules.data() + rules.size();
 
     const char *proxy_name = proxy->name;
     Frag *config_sets = nullptr;
     name_index set_names;
     int number = 1;
-    for (Frag *first = hosts->child; first;) {
-        Frag *last = last_of_group(first);
+    for (const rule_text *first = rules.data(), *next; first != end; first = next) {
+        next = end_of_group(first, end);
         int k = number++;
         if (!config_sets) {
             config_sets = fsetp(&proxy->child, "config-sets", nullptr, proxy);
@@ -203,14 +183,13 @@ int untrans_hosts(translation &run, Frag *proxy) {
         std::string set_name = k == 1 ? proxy_name : proxy_name + ("-" + numbertext(k));
         Frag *config_set = set_names.set_key(&config_sets->child, set_name.c_str(), nullptr, config_sets);
 
-        rule_text text = read_rule(first);
-        policy_name policy = parse_tail(config_set, text.tail);
+        policy_name policy = parse_tail(config_set, first->tail);
         if (policy.given)
             apply_template(run, policy.text, config_set, proxy_name);
 
-        Frag *group = run.find_netgroup(first, last, k, policy.given ? policy.text.c_str() : proxy_name);
+        Frag *group = run.find_netgroup(first, next, k, policy.given ? policy.text.c_str() : proxy_name);
         std::string source = std::string("$$NETOBJ.") + fragname(group);
-        if (text.marker == DENY_MARKER) {
+        if (first->marker == DENY_MARKER) {
             run.addmap("*", "D", proxy_name, source.c_str(), proxy_name, config_set);
         } else {
             std::string set_clear_name = fragname(config_set);
@@ -218,7 +197,6 @@ int untrans_hosts(translation &run, Frag *proxy) {
                 run.make_policy(policy.given ? policy.text.c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
             run.addmap(made.c_str(), "P", "*", source.c_str(), proxy_name, config_set);
         }
-        first = last->next;
     }
     pushfrag(&run.spent, hosts, nullptr);
     return 0;

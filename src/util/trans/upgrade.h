@@ -107,14 +107,15 @@ int proxies_not_in_maps(FragList db, Frag *map, Frag *list);
 /// is what follows the host word and blanks.
 struct rule_text {
     std::string_view marker; ///< "%-permit%", "%-deny%" or empty
-    const char *host;        ///< start of the host word
-    size_t host_len;
-    const char *tail;
+    std::string_view host;   ///< the host word, which ends at a blank, a tab or the text's end
+    const char *tail;        ///< up to the text's end
 };
 constexpr char PERMIT_MARKER[] = "%-permit%";
 constexpr char DENY_MARKER[] = "%-deny%";
 /// Reads the text of a rule; a null value reads like an empty one.
 rule_text read_rule(const Frag *rule);
+/// Reads the text from its first byte on.
+rule_text read_rule_text(const char *text);
 /// The marker at the very start of `text`, or empty.
 std::string_view rule_marker(const char *text);
 /// The length of the word at `text`.
@@ -133,7 +134,8 @@ struct translation {
     ~translation() { freelist(spent); }
     translation(const translation &) = delete;
     translation &operator=(const translation &) = delete;
-    Frag *find_netgroup(Frag *first, Frag *last, int seq, const char *base);
+    /// `find_netgroup` for the rules from `first` up to, but not with, `end`.
+    Frag *find_netgroup(const rule_text *first, const rule_text *end, int seq, const char *base);
     std::string make_policy(const char *name, const char *base, int seq, const char *cs);
     void addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
                 Frag *config_set);
