@@ -1,11 +1,12 @@
-/// What the tests of the netperm translation share: tables from text, and results that don't depend on how many maps
-/// and records the process has numbered before.
+/// What the tests of the netperm translation share: tables from text, short views of what it makes, and the plain
+/// procedures that random inputs are held against.
 #ifndef NETPERM_SUPPORT_H
 #define NETPERM_SUPPORT_H
 
 #include "support.h"
 #include "upgrade.h"
 
+#include <algorithm>
 #include <cstring>
 
 /// The parts of `text` between the separators; one more than there are separators, none of an empty text.
@@ -41,130 +42,124 @@ inline int next_dest_number() {
     return atoi(ffind(scratch, "dest")->child->name) + 1;
 }
 
-/// Renames the numbered children of the top node so that `first` becomes 1, and sorts them.
-inline void number_from(FragList db, const char *top, int first) {
-    Frag *family = ffind(db, top);
-    if (!family)
-        return;
-    for (Frag *frag = family->child; frag; frag = frag->next)
-        renumberfrag(frag, atoi(frag->name) - first + 1);
-    sort_frags(&family->child);
+/// The value below a node, `-` if there is none.
+inline std::string value_of(Frag *frag, const char *key) {
+    const char *value = fval(&frag->child, key);
+    return value ? value : "-";
 }
 
-/// The addresses of a network list, joined by commas.
-inline std::string elements_of(Frag *list) {
-    std::string hosts;
-    Frag *elements = ffind(&list->child, "element");
-    for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)
-        hosts += (element == elements->child ? "" : ",") + std::string(fval(&element->child, "addr"));
-    return hosts;
+inline Frag *children_of(FragList db, const std::string &key) {
+    Frag *frag = ffind(db, key.c_str());
+    return frag ? frag->child : nullptr;
 }
 
 /// The hosts of the list of a map's source, joined by commas; the missing link in the chain if there is one.
 inline std::string hosts_of(FragList db, Frag *map) {
-    const char *src = fval(&map->child, "src");
-    if (!src || strncmp(src, "$$NETOBJ.", 9) != 0)
-        return "(no source)";
-    Frag *group = ffind(db, ("netobj_group_" + storedname(src + 9)).c_str());
-    const char *type = group ? fval(&group->child, "member_1_type") : nullptr;
-    const char *name = group ? fval(&group->child, "member_1_name") : nullptr;
-    if (!type || strcmp(type, "L") != 0 || !name)
+    std::string source = value_of(map, "src"), hosts;
+    Frag *group = ffind(db, ("netobj_group_" + storedname(source.substr(std::min<size_t>(9, source.size())))).c_str());
+    if (source.compare(0, 9, "$$NETOBJ.") != 0 || !group || value_of(group, "member_1_type") != "L")
         return "(no group)";
-    Frag *list = ffind(db, ("netobj_list_" + storedname(name)).c_str());
-    return list ? elements_of(list) : "(no list)";
+    Frag *list = ffind(db, ("netobj_list_" + storedname(value_of(group, "member_1_name"))).c_str());
+    if (!list)
+        return "(no list)";
+    for (Frag *element = children_of(&list->child, "element"); element; element = element->next)
+        hosts += value_of(element, "addr") + (element->next ? "," : "");
+    return hosts;
 }
 
-/// What `untrans_hosts` made, one map in the order of their numbers, joined by `|`: "class hosts [parameters of the
-/// config set] policy@proxy". A parameter with the value `*` shows its name alone.
-inline std::string rules_of(FragList db) {
-    std::string rules;
-    Frag *maps = ffind(db, "map");
-    if (!maps)
-        return rules;
-    sort_frags(&maps->child);
-    for (Frag *map = maps->child; map; map = map->next) {
-        std::string parameters, proxy = fval(&map->child, "tag_proxy"), set = fval(&map->child, "tag_cs");
-        Frag *config_set = ffind(db, ("def_proxy_" + proxy + "_config-sets_" + set).c_str());
-        for (Frag *frag = config_set->child; frag; frag = frag->next)
-            parameters += (frag == config_set->child ? "" : " ") + std::string(fragname(frag)) +
-                          (frag->value && strcmp(frag->value, "*") != 0 ? "=" + std::string(frag->value) : "");
-        rules += (map == maps->child ? "" : "|") + std::string(fval(&map->child, "pd")) + " " + hosts_of(db, map) +
-                 " [" + parameters + "] " + fval(&map->child, "policy") + "@" + fval(&map->child, "proxy");
+/// What `untrans_hosts` made: a line for each proxy, that of the last one first, of its maps in the order of their
+/// numbers, joined by `|`: "class hosts [parameters of the config set] policy@proxy", or if it is to be brief without
+/// what stands behind the hosts. A parameter with the value `*` shows its name alone.
+inline std::string rules_of(FragList db, bool brief = false) {
+    std::string text, last_proxy;
+    if (Frag *maps = ffind(db, "map"))
+        sort_frags(&maps->child);
+    for (Frag *map = children_of(db, "map"); map; map = map->next) {
+        std::string rule = value_of(map, "pd") + " " + hosts_of(db, map), proxy = value_of(map, "tag_proxy"), set;
+        for (Frag *frag = children_of(db, "def_proxy_" + proxy + "_config-sets_" + value_of(map, "tag_cs")); frag;
+             frag = frag->next)
+            set += std::string(fragname(frag)) +
+                   (frag->value && strcmp(frag->value, "*") != 0 ? "=" + std::string(frag->value) : "") +
+                   (frag->next ? " " : "");
+        if (!brief)
+            rule += " [" + set + "] " + value_of(map, "policy") + "@" + value_of(map, "proxy");
+        if (proxy == last_proxy)
+            text.insert(text.find('\n'), "|" + rule);
+        else
+            text.insert(0, proxy + "=" + rule + "\n");
+        last_proxy = proxy;
     }
-    return rules;
+    return text;
 }
 
-/// A database of maps given as "number pd src proxy policy tag_proxy tag_cs", joined by `|`, with `-` for a key that is
-/// not there. A policy is made as the translation makes it, for the config set of its first map.
-inline void add_maps(FragList db, const std::string &maps) {
-    for (const std::string &map : split(maps, '|')) {
-        std::vector<std::string> words = split(map, ' ');
-        const char *keys[] = {"pd", "src", "proxy", "policy", "tag_proxy", "tag_cs"};
-        Frag *frag = fset(db, ("map_" + words[0]).c_str(), nullptr);
+/// Maps and policies in short: a map's value is "pd src proxy policy tag_proxy tag_cs" with `-` for what is not there.
+/// Spelled out, each becomes a child, and a policy is made as the translation makes it, for the set of its first map.
+inline void expand_maps(FragList db) {
+    const char *const keys[] = {"pd", "src", "proxy", "policy", "tag_proxy", "tag_cs"};
+    for (Frag *map = children_of(db, "map"); map; map = map->next) {
+        std::vector<std::string> words = split(map->value, ' ');
+        setvalue(map, nullptr);
         for (size_t at = 0; at < 6; at++)
-            if (words[at + 1] != "-")
-                fsetp(&frag->child, keys[at], words[at + 1].c_str(), frag);
-        std::string policy = "policy_" + words[4];
-        if (words[4] != "-" && words[4] != "*" && words[6] != "-" && !ffind(db, policy.c_str())) {
-            fset(db, (policy + "_proxy_" + words[6]).c_str(), words[5].c_str());
-            fset(db, (policy + "_parm_desc").c_str(), words[5].c_str());
+            if (words[at] != "-")
+                fsetp(&map->child, keys[at], words[at].c_str(), map);
+        std::string policy = "policy_" + words[3];
+        if (words[3] != "-" && words[3] != "*" && words[5] != "-" && !ffind(db, policy.c_str())) {
+            fset(db, (policy + "_proxy_" + words[5]).c_str(), words[4].c_str());
+            fset(db, (policy + "_parm_desc").c_str(), words[4].c_str());
         }
     }
 }
 
-/// The maps as "number pd src proxy policy", joined by `|`, and behind ` /` each policy as "
-/// name(description;set=proxy)".
-inline std::string maps_and_policies(FragList db) {
-    std::string text;
-    for (Frag *map = ffind(db, "map")->child; map; map = map->next) {
-        text += (text.empty() ? "" : "|") + std::string(map->name);
-        for (const char *key : {"pd", "src", "proxy", "policy"})
-            text += " " + std::string(fval(&map->child, key) ? fval(&map->child, key) : "-");
-        text += ffind(&map->child, "tag") ? " tag" : "";
+/// The other way round: "pd src proxy policy", with "tag" behind it if a tag is left, and a policy's value becomes
+/// "description set=proxy...".
+inline void shorten_maps(FragList db) {
+    auto shorten = [](Frag *frag, const std::string &text) {
+        freelist(frag->child);
+        frag->child = nullptr;
+        setvalue(frag, text.c_str());
+    };
+    for (Frag *map = children_of(db, "map"); map; map = map->next)
+        shorten(map, value_of(map, "pd") + " " + value_of(map, "src") + " " + value_of(map, "proxy") + " " +
+                         value_of(map, "policy") + (ffind(&map->child, "tag") ? " tag" : ""));
+    for (Frag *policy = children_of(db, "policy"); policy; policy = policy->next) {
+        std::string text = value_of(policy, "parm_desc");
+        for (Frag *set = children_of(&policy->child, "proxy"); set; set = set->next)
+            text += " " + std::string(set->name) + "=" + set->value;
+        shorten(policy, text);
     }
-    text += " /";
-    Frag *policies = ffind(db, "policy");
-    for (Frag *policy = policies ? policies->child : nullptr; policy; policy = policy->next) {
-        const char *desc = fval(&policy->child, "parm_desc");
-        text += " " + std::string(policy->name) + "(" + (desc ? desc : "");
-        Frag *sets = ffind(&policy->child, "proxy");
-        for (Frag *set = sets ? sets->child : nullptr; set; set = set->next)
-            text += ";" + std::string(set->name) + "=" + set->value;
-        text += ")";
-    }
-    return text;
 }
 
 /// One of the words by chance.
 template <size_t count> std::string one_of(const char *const (&words)[count]) { return words[random_below(count)]; }
 
-/// What `wildmatch` answers, by the plain recursion with each pair of places worked out once.
-struct plain_wildmatch {
-    std::string pattern, subject;
-    std::vector<signed char> known;
-
-    plain_wildmatch(const std::string &p, const std::string &s)
-        : pattern(p), subject(s), known((p.size() + 1) * (s.size() + 1), -1) {}
-    bool match(size_t i = 0, size_t j = 0) {
-        signed char &verdict = known[i * (subject.size() + 1) + j];
-        if (verdict < 0)
-            verdict = work_out(i, j);
-        return verdict;
-    }
-
-private:
-    bool work_out(size_t i, size_t j) {
-        while (i < pattern.size() && j < subject.size() && pattern[i] == subject[j])
-            i++, j++;
-        if (i == pattern.size() || pattern[i] != '*')
-            return i == pattern.size() && j == subject.size();
-        if (++i == pattern.size())
+/// What `wildmatch` answers, by the plain recursion.
+inline bool plain_wildmatch(const char *pattern, const char *subject) {
+    while (*pattern && *pattern == *subject)
+        pattern++, subject++;
+    if (*pattern != '*')
+        return !*pattern && !*subject;
+    if (!*++pattern)
+        return true;
+    for (; *subject; subject++)
+        if (plain_wildmatch(pattern, subject))
             return true;
-        for (; j < subject.size(); j++)
-            if (match(i, j))
-                return true;
-        return false;
-    }
+    return false;
+}
+
+/// A rule with one host. The marker is empty on a rule of a line without a prefix.
+struct plain_rule {
+    std::string marker, host, tail;
 };
+
+/// The rules whose host no earlier one that stays covers.
+inline std::vector<plain_rule> uncovered(const std::vector<plain_rule> &rules) {
+    std::vector<plain_rule> left;
+    for (const plain_rule &rule : rules)
+        if (std::none_of(left.begin(), left.end(), [&](const plain_rule &earlier) {
+                return plain_wildmatch(earlier.host.c_str(), rule.host.c_str());
+            }))
+            left.push_back(rule);
+    return left;
+}
 
 #endif

@@ -5,60 +5,45 @@
 
 namespace {
 
-std::string random_word(const char *alphabet, unsigned longest) {
+std::string random_word(const std::string &alphabet, unsigned longest) {
     std::string word;
-    unsigned bytes = static_cast<unsigned>(strlen(alphabet));
     for (unsigned left = random_below(longest + 1); left > 0; left--)
-        word += alphabet[random_below(bytes)];
+        word += alphabet[random_below(static_cast<unsigned>(alphabet.size()))];
     return word;
 }
 
-struct plain_rule {
-    std::string marker, host, tail;
-};
-
 // The maps of rules that are split already: rules that an earlier one covers go, neighbours join.
-std::string plain_maps(std::vector<plain_rule> rules) {
-    for (size_t i = 0; i < rules.size(); i++)
-        for (size_t j = i + 1; j < rules.size();)
-            if (plain_wildmatch(rules[i].host, rules[j].host).match())
-                rules.erase(rules.begin() + static_cast<long>(j));
-            else
-                j++;
+std::string plain_maps(const std::vector<plain_rule> &all) {
+    std::vector<plain_rule> rules = uncovered(all);
     std::string maps;
-    int group = 0;
-    for (size_t i = 0; i < rules.size();) {
-        std::string hosts = rules[i].host, type = rules[i].marker.empty() ? "%-permit%" : rules[i].marker;
-        size_t next = i + 1;
-        for (; next < rules.size() && rules[next].tail == rules[i].tail &&
-               (rules[next].marker.empty() ? "%-deny%" : rules[next].marker) == type;
-             next++)
-            hosts += "," + rules[next].host;
+    int group = 1;
+    for (size_t i = 0; i < rules.size(); group++) {
+        const plain_rule &first = rules[i];
+        std::string hosts = first.host, type = first.marker.empty() ? "%-permit%" : first.marker;
+        while (++i < rules.size() && rules[i].tail == first.tail &&
+               (rules[i].marker.empty() ? "%-deny%" : rules[i].marker) == type)
+            hosts += "," + rules[i].host;
         bool deny = type == "%-deny%";
-        std::string flag = rules[i].tail.substr(0, rules[i].tail.find_last_not_of(' ') + 1);
-        maps += (i ? "|" : "") + std::string(deny ? "D " : "P ") + hosts + " [" + flag + "] " +
-                (deny ? "*@p" : "p-" + numbertext(group + 1) + "@*");
-        group++;
-        i = next;
+        maps += (maps.empty() ? "p=" : "|") + std::string(deny ? "D " : "P ") + hosts + " [" +
+                first.tail.substr(0, first.tail.find_last_not_of(' ') + 1) + "] " +
+                (deny ? "*@p" : "p-" + numbertext(group) + "@*");
     }
-    return maps;
+    return maps + "\n";
 }
 
 } // namespace
 
 TEST(rule_property, wildmatch_gives_the_plain_verdict) {
     seed_random(1);
-    const char *alphabets[] = {"ab", "ab*", "a*", "a", "ab.*"};
+    const char *const alphabets[] = {"ab", "ab*", "a*", "a", "ab.*"};
     int matches = 0;
     for (int count = 0; count < 60000; count++) {
-        std::string pattern = random_word(count % 3 ? "ab*" : "a**", 10),
-                    subject = random_word(alphabets[count % 5], 12);
+        std::string pattern = random_word(count % 3 ? "ab*" : "a**", 10), subject = random_word(one_of(alphabets), 12);
         if (count % 4 == 0) // a subject that is likely to match
             subject = random_word("ab*", 3) + pattern + random_word("ab*", 3);
-        bool verdict = plain_wildmatch(pattern, subject).match();
+        bool verdict = plain_wildmatch(pattern.c_str(), subject.c_str());
         matches += verdict;
-        const char *ends[] = {"", " ", "\t*", " a"};
-        std::string p = pattern + ends[random_below(4)], s = subject + ends[random_below(4)];
+        std::string p = pattern + one_of({"", " ", "\t*", " a"}), s = subject + one_of({"", " ", "\t*", " a"});
         ASSERT_EQ(wildmatch(p.c_str(), s.c_str()), verdict) << "'" << p << "' against '" << s << "'";
     }
     EXPECT_GT(matches, 5000);
@@ -66,30 +51,25 @@ TEST(rule_property, wildmatch_gives_the_plain_verdict) {
 
 TEST(rule_property, covered_rules_and_groups) {
     seed_random(2);
-    const char *const prefixes[] = {"", "", "permit-", "permit-", "deny-", "absorb-"};
-    const char *const markers[] = {"", "", "", "", "%-permit%", "%-deny%"};
-    const char *const tails[] = {"", "", "", "-x", "-x ", "-y"};
     for (int round = 0; round < 800; round++) {
         tree db;
         std::string table;
         std::vector<plain_rule> rules;
         unsigned few = random_below(4);
         for (unsigned lines = 1 + random_below(few ? 8 : 60); lines > 0; lines--) {
-            std::string prefix = one_of(prefixes), marker = one_of(markers), tail = one_of(tails), line;
-            std::string type = !marker.empty()       ? marker
-                               : prefix == "deny-"   ? "%-deny%"
-                               : prefix == "permit-" ? "%-permit%"
-                                                     : "";
+            std::string prefix = one_of({"", "", "permit-", "permit-", "deny-", "absorb-"}),
+                        marker = one_of({"", "", "", "", "%-permit%", "%-deny%"}),
+                        tail = one_of({"", "", "", "-x", "-x ", "-y"}), line, type = marker;
+            if (marker.empty() && !prefix.empty() && prefix != "absorb-")
+                type = "%-" + prefix.substr(0, prefix.size() - 1) + "%";
             for (unsigned hosts = 1 + random_below(3); hosts > 0; hosts--) {
                 std::string host = random_word(few ? "a1.*" : "ab1.*", few ? 4 : 6) + one_of({"", "a", "*", "1"});
-                if (host.empty())
-                    host = "h";
-                rules.push_back({type, host, tail});
-                line += host + " ";
+                rules.push_back({type, host.empty() ? "h" : host, tail});
+                line += rules.back().host + " ";
             }
             if (tail.empty() && random_below(2))
                 line.pop_back();
-            table += "p: " + prefix + "hosts" + std::string(1 + random_below(2), ' ') + marker + line + tail + "\n";
+            table += "p: " + prefix + "hosts" + one_of({" ", "  "}) + marker + line + tail + "\n";
         }
         read_table(db, table);
         untrans_hosts(db, ffind(db, "def_proxy_p"));
@@ -104,44 +84,39 @@ TEST(rule_property, groups_found_again) {
     const char *const hosts[] = {"a", "A", "b", "B", "c"};
     for (int round = 0; round < 100; round++) {
         std::string text = "netobj_list_none_x=1\n";
-        for (unsigned lists = random_below(12); lists > 0; lists--)
-            for (unsigned elements = 1 + random_below(3); elements > 0; elements--)
-                text += "netobj_list_" + one_of({"l$LIST", "k", "x-1$LIST", "x-2$LIST", "y$LIST", "z%5F$LIST"}) +
-                        "_element_" + numbertext(static_cast<int>(random_below(4))) + "_" +
-                        one_of({"addr", "addr", "addr", "name"}) + "=" + one_of(hosts) + "\n";
+        for (unsigned lists = random_below(24); lists > 0; lists--)
+            text += "netobj_list_" + one_of({"l$LIST", "k", "x-1$LIST", "x-2$LIST", "y$LIST", "z%5F$LIST"}) +
+                    "_element_" + numbertext(static_cast<int>(random_below(4))) + "_" +
+                    one_of({"addr", "addr", "addr", "name"}) + "=" + one_of(hosts) + "\n";
         tree one(text), indexed(text);
         translation run(indexed);
         for (int group = 0; group < 30; group++) {
-            tree rules;
-            std::string wanted;
-            for (unsigned count = 1 + random_below(3); count > 0; count--) {
-                std::string host = one_of(hosts);
-                fset(rules, numbertext(static_cast<int>(count)).c_str(),
-                     (one_of({"", " ", "%-deny%"}) + host + " -x").c_str());
-                wanted = lowercase(host) + "," + wanted;
+            std::string lines, wanted, found;
+            int seq = 1 + static_cast<int>(random_below(2)), count = 0, most = 1 + static_cast<int>(random_below(3));
+            for (std::string host; count++ < most; wanted += lowercase(host) + ",") {
+                host = one_of(hosts);
+                lines += numbertext(count) + "=" + one_of({"", " ", "%-deny%"}) + host + " -x\n";
             }
-            std::string found;
-            Frag *lists = ffind(one, "netobj_list");
-            for (Frag *list = lists->child; list && found.empty(); list = list->next) {
-                Frag *elements = ffind(&list->child, "element");
+            for (Frag *list = children_of(one, "netobj_list"); list && found.empty(); list = list->next) {
                 std::string have;
-                for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)
-                    have += (fval(&element->child, "addr") ? lowercase(fval(&element->child, "addr")) : "(none)") + ",";
+                for (Frag *element = children_of(&list->child, "element"); element; element = element->next)
+                    have += lowercase(value_of(element, "addr")) + ",";
                 if (have == wanted)
                     found = fragname(list);
             }
-            int seq = 1 + static_cast<int>(random_below(2));
-            if (found.empty())
-                for (int number = seq; found.empty(); number++)
-                    if (!ffind(&lists->child, ("x-" + numbertext(number) + "$LIST").c_str()))
-                        found = "x-" + numbertext(number) + "$LIST";
+            for (int number = seq; found.empty(); number++)
+                if (!ffind(one, ("netobj_list_x-" + numbertext(number) + "$LIST").c_str()))
+                    found = "x-" + numbertext(number) + "$LIST";
             if (found.size() > 5 && found[found.size() - 5] == '$')
                 found.erase(found.size() - 5);
+            tree rules(lines);
+            std::vector<rule_text> views;
             Frag *last = rules.head;
-            while (last->next)
-                last = last->next;
-            ASSERT_EQ(fragname(find_netgroup(one, rules.head, last, seq, "x")), found) << one.text() << rules.text();
-            ASSERT_EQ(fragname(run.find_netgroup(rules.head, last, seq, "x")), found) << one.text() << rules.text();
+            for (Frag *rule = rules.head; rule; last = rule, rule = rule->next)
+                views.push_back(read_rule(rule));
+            ASSERT_EQ(fragname(find_netgroup(one, rules.head, last, seq, "x")), found) << one.text() << lines;
+            ASSERT_EQ(fragname(run.find_netgroup(views.data(), views.data() + views.size(), seq, "x")), found)
+                << one.text() << lines;
         }
         ASSERT_EQ(indexed.text(), one.text());
     }
