@@ -49,7 +49,8 @@ install(FILES completions/${package}.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/b
   RENAME ${package})
 install(FILES completions/_${package} DESTINATION ${zsh_dir})
 install(FILES README.md cmake/debian/copyright DESTINATION ${document_dir})
-install(FILES docs/architecture.md docs/file-formats.md docs/guide.md DESTINATION ${document_dir}/docs)
+install(FILES docs/architecture.md docs/file-formats.md docs/guide.md docs/performance.md docs/reliability.md
+  DESTINATION ${document_dir}/docs)
 install(DIRECTORY examples DESTINATION ${document_dir})
 
 configure_file(cmake/uninstall.cmake.in uninstall.cmake @ONLY)
