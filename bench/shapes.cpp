@@ -385,12 +385,8 @@ void source_maps(corpus &out, bool second) {
         out.line("map_%ld_src=$$NETOBJ.site-%ld", n, source);
     }
 }
-void maps_a(corpus &out) {
-    source_maps(out, false);
-}
-void maps_b(corpus &out) {
-    source_maps(out, true);
-}
+void maps_a(corpus &out) { source_maps(out, false); }
+void maps_b(corpus &out) { source_maps(out, true); }
 
 // Maps of one source that only their policies tell apart. The second file has the policies of both, and half of its
 // own list the same config sets as one of the first.
@@ -411,12 +407,8 @@ void policy_maps(corpus &out, bool second) {
         out.line("map_%ld_src=$$NETOBJ.everybody", n);
     }
 }
-void policy_maps_a(corpus &out) {
-    policy_maps(out, false);
-}
-void policy_maps_b(corpus &out) {
-    policy_maps(out, true);
-}
+void policy_maps_a(corpus &out) { policy_maps(out, false); }
+void policy_maps_b(corpus &out) { policy_maps(out, true); }
 
 void many_proxies(corpus &out) {
     long count = std::max(1L, out.size / 4);
