@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 // The lines of the rule tree without the "def_proxy_" in front of each.
-std::string rules(const std::string &table) {
+static std::string rules(const std::string &table) {
     tree db;
     read_table(db, table);
     std::string text;
@@ -14,8 +12,6 @@ std::string rules(const std::string &table) {
         text += line.empty() ? "" : line.substr(strlen("def_proxy_")) + "\n";
     return text;
 }
-
-} // namespace
 
 // A read unit holds 8190 bytes; what a longer line has behind them is judged as a line of its own.
 TEST(netperm_reader, long_lines) {
