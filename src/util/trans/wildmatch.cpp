@@ -103,11 +103,19 @@ struct matcher {
 
 int wildmatch(const char *pattern, const char *subject) {
     matcher match{{pattern, word_len(pattern)}, {subject, word_len(subject)}, {}, {}};
-    for (size_t p = 0; p < match.pattern.size(); p++)
-        if (match.pattern[p] == '*')
+    size_t same = 0;
+    while (same < match.pattern.size() && same < match.subject.size() && pattern[same] == subject[same])
+        same++;
+    if (same == match.pattern.size())
+        return same == match.subject.size();
+    if (pattern[same] != '*')
+        return 0;
+    // Only now do places matter, and those of the stars from here on.
+    for (size_t p = same; p < match.pattern.size(); p++)
+        if (pattern[p] == '*')
             match.stars.push_back(p);
     match.last_place.resize(match.stars.size());
     for (size_t star = match.stars.size(); star-- > 0;)
         match.find_last_place(star);
-    return match.matches(0, 0);
+    return match.meets_star(0, same);
 }
