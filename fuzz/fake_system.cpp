@@ -47,7 +47,8 @@ bool failing_on, has_failed;
 
 // The blocks that the run holds, in a table of open addresses that needs no heap of the run's own.
 struct block_set {
-    std::vector<void *> slots = std::vector<void *>(1 << 12);
+    static constexpr size_t FEWEST = 1 << 10;
+    std::vector<void *> slots = std::vector<void *>(FEWEST);
     size_t count = 0;
 
     size_t place(void *block) const {
@@ -81,6 +82,16 @@ struct block_set {
         for (void *block : old)
             if (block)
                 slots[place(block)] = block;
+    }
+    void free_all() {
+        for (void *&block : slots)
+            if (block) {
+                __real_free(block);
+                block = nullptr;
+            }
+        count = 0;
+        if (slots.size() > FEWEST)
+            slots = std::vector<void *>(FEWEST);
     }
 };
 block_set blocks;
@@ -253,14 +264,13 @@ void operator delete(void *block) noexcept { free(block); }
 void operator delete(void *block, size_t) noexcept { free(block); }
 
 int run(uint64_t seed, const std::function<void()> &body) {
-    static const bool with_faults = getenv("FUZZ_FAULTS") != nullptr;
     noise = seed | 1;
     allocations = 0;
     failing_allocation = 0;
     has_failed = false;
     output_was_opened = false;
     exit_status = -1;
-    if (with_faults && next_noise() % 2) {
+    if (next_noise() % 4 == 0) {
         failing_allocation = 1 + static_cast<long>(next_noise() % (next_noise() % 2 ? 50 : 2000));
         failing_on = next_noise() % 2;
     }
@@ -273,11 +283,7 @@ int run(uint64_t seed, const std::function<void()> &body) {
         __real_fclose(stream);
     streams.clear();
     open_files.clear();
-    for (void *&block : blocks.slots) {
-        __real_free(block);
-        block = nullptr;
-    }
-    blocks.count = 0;
+    blocks.free_all();
     reset_databases();
     if (has_failed) {
         check(exit_status == 1, "an allocation failed and the run went on");

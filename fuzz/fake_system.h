@@ -13,9 +13,9 @@
 /// The files by name, those that a run wrote included.
 extern std::map<std::string, std::string> files;
 
-/// Calls `body` and frees what it left on the heap. Reads come in pieces and, if the environment has FUZZ_FAULTS, an
-/// allocation fails in every second run, all as `seed` says. The result is the status with which the body ended the
-/// process, or -1 if it came to its end; a run with a failing allocation must end with 1 and leave `out` alone.
+/// Calls `body` and frees what it left on the heap. Reads come in pieces and in one of four runs an allocation fails,
+/// once or from then on, all as `seed` says. The result is the status with which the body ended the process, or -1 if
+/// it came to its end; a run with a failing allocation must end with 1 and leave `out` alone.
 int run(uint64_t seed, const std::function<void()> &body);
 
 /// A number that depends on all bytes.
