@@ -80,6 +80,19 @@ TEST(layout_property, indexes_of_many_lists_give_what_walks_give) {
             pushfrag(list, newsymfrag(name.data(), name.size()), parent);
             pushfrag(&plain_parent->child, newsymfrag(name.data(), name.size()), plain_parent);
             indexes.add(list, *list);
+        } else if (chance(8)) {
+            if (Frag *gone = indexes.find(list, name); gone && gone != ffind(db, "b_x")) {
+                indexes.forget_below(gone);
+                indexes.remove(list, gone);
+                fremove(list, name.c_str());
+                fremove(&plain_parent->child, name.c_str());
+            }
+        } else if (chance(500)) { // the lists below change with no word to the indexes
+            indexes.forget_below(ffind(db, "b"));
+            for (Frag *changed : {parent, plain_parent})
+                for (int number = 0; number < 20; number++)
+                    if (owner[0] == 'b')
+                        fsetp(&changed->child, to_string(number).c_str(), nullptr, changed);
         } else {
             const string value = to_string(step);
             const Frag *set = indexes.set_key(list, key.c_str(), value.c_str(), parent);
@@ -88,6 +101,17 @@ TEST(layout_property, indexes_of_many_lists_give_what_walks_give) {
         }
         const string one = "n" + to_string(random_below(800));
         ASSERT_EQ(indexes.find(list, one), ffind(list, one.c_str()));
+        ASSERT_EQ(indexes.find_key(list, (one + "_n3").c_str()), ffind(list, (one + "_n3").c_str()));
+        for (int again = step % 100 == 0 ? 3 : 0; again > 0; again--) {
+            size_t number = length(*list) + 1;
+            ASSERT_EQ(indexes.count(list), number - 1);
+            while (ffind(list, to_string(number).c_str()))
+                number++;
+            ASSERT_EQ(indexes.free_number(list), static_cast<int>(number));
+            const string text = to_string(number);
+            indexes.set_key(list, text.c_str(), nullptr, parent);
+            fsetp(&plain_parent->child, text.c_str(), nullptr, plain_parent);
+        }
     }
     ASSERT_EQ(dump(db.head), dump(plain.head));
     EXPECT_TRUE(linked(db.head, nullptr));
@@ -141,7 +165,11 @@ static void plain_norm_if(FragList db, const char *location) {
             }
             if (!is_alias)
                 continue;
-            Frag *moved = fsetp(&below->child, to_string(length(below->child) + 1).c_str(), nullptr, below);
+            fremove(&aliases->child, "num_elements");
+            size_t number = length(below->child) + 1;
+            while (ffind(&below->child, to_string(number).c_str()))
+                number++;
+            Frag *moved = fsetp(&below->child, to_string(number).c_str(), nullptr, below);
             moved->child = copy_fragtree(&frag->child, moved);
             fsetp(&aliases->child, "num_elements", to_string(length(below->child)).c_str(), aliases);
         }
@@ -167,16 +195,32 @@ static void plain_norm_interfaces(FragList db) {
 
 static string random_interfaces() {
     const char *interfaces[] = {"e0", "E0", "e1", "e0:1", "e1:2:3", "E1:2:3", "", " \t", "e2", "a_b", "A_b", "e3"};
+    // Keys that lead into one another's lists, elements and counts.
+    const char *keys[] = {"a=",
+                          "a_element=",
+                          "a_element_2=",
+                          "a_num_elements_x",
+                          "a_num=",
+                          "a_num_elements_x$INTERFACE=",
+                          "a_num_elements_x$INTERFACE_element_1=",
+                          "a_num_elements=",
+                          "e0$INTERFACE_element_3="};
     const char *switches[] = {"yes", "no", "1", "0", "", "On"};
     const char *locations[] = {"Inside", "Outside", "Service", "other", "gone", ""};
     string text;
+    const bool nested = chance(2);
     for (const char *list : {"Inside", "all%5Finterfaces", "Service", "Outside", "e0$INTERFACE", "other"}) {
         unsigned number = 0;
-        for (unsigned count = random_below(chance(4) ? 30 : 5); count > 0; count--) {
+        for (unsigned count = random_below(chance(4) ? nested ? 120 : 30 : 5); count > 0; count--) {
             number += strchr(list, '$') ? 1 : 1 + random_below(3); // alias lists have no gaps
             string key = "netobj_list_" + string(list) + "_element_" + to_string(number);
             text += key + "_addr=" + to_string(random_below(1000)) + "\n";
-            text += chance(6) ? "" : key + "_interface=" + one_of(interfaces) + "\n";
+            string interface = one_of(interfaces);
+            if (nested && chance(3))
+                interface = one_of(keys);
+            else if (nested && !chance(3)) // long lists on the way
+                interface = string(chance(2) ? "a_num_elements_" : "a_num_") + to_string(random_below(40));
+            text += chance(6) ? "" : key + "_interface=" + interface + "\n";
             text += chance(3) ? key + "_alias=" + one_of(switches) + "\n" : "";
             text += chance(8) ? key + "_alias_z=1\n" : "";
             text += chance(2) ? key + "_location=" + one_of(locations) + "\n" : "";
@@ -188,7 +232,7 @@ static string random_interfaces() {
 
 TEST(layout_property, interfaces_come_out_as_the_plain_procedure_puts_them) {
     seed_random(56);
-    for (int round = 0; round < 400; round++) {
+    for (int round = 0; round < 250; round++) {
         const string before = random_interfaces();
         tree db(before), plain;
         for (const char *list : {"netobj_list_Inside_element", "netobj_list_all%5Finterfaces_element"})
@@ -199,6 +243,108 @@ TEST(layout_property, interfaces_come_out_as_the_plain_procedure_puts_them) {
         plain_norm_interfaces(plain);
         for (Frag *top : {db.head, plain.head}) // the true counts of alias lists
             norm_netobj(ffind(&top, "netobj_list")->child, "element", "num_elements");
+        ASSERT_EQ(dump(db.head), dump(plain.head)) << before;
+        ASSERT_TRUE(linked(db.head, nullptr));
+    }
+}
+
+// The alias lists that come with a file go to the locations again, an interface's name being a key.
+
+static void plain_canon_if(FragList db, const char *location) {
+    Frag *list = made_sure(db, location, nullptr), *element = made_sure(&list->child, "element", list);
+    std::vector<Frag *> here;
+    for (Frag *frag = element->child; frag; frag = frag->next)
+        here.push_back(frag);
+    if (here.empty())
+        return;
+    size_t number = here.size() + 1;
+    for (Frag *frag : here) {
+        const char *interface = fval(&frag->child, "interface");
+        if (!interface || !*interface || is_on(fval(&frag->child, "alias")))
+            continue;
+        Frag *aliases = fdel(db, ("netobj_list_" + string(interface) + "$INTERFACE").c_str());
+        Frag *below = aliases ? ffind(&aliases->child, "element") : nullptr;
+        for (Frag *alias = below ? below->child : nullptr; alias; alias = alias->next) {
+            while (ffind(&element->child, to_string(number).c_str()))
+                number++;
+            Frag *folded = fsetp(&element->child, to_string(number++).c_str(), nullptr, element);
+            folded->child = copy_fragtree(&alias->child, folded);
+            fsetp(&folded->child, "alias", "yes", folded);
+        }
+        freefrag(aliases);
+    }
+    sort_frags(&element->child);
+}
+
+TEST(layout_property, alias_lists_are_folded_as_the_plain_procedure_folds_them) {
+    seed_random(57);
+    for (int round = 0; round < 120; round++) {
+        const string names[] = {
+            "e0", "a_b", "a_b$INTERFACE_element_2_c", "a_b$INTERFACE=", "a=", "a_d_" /* and a number */};
+        const auto interface = [&] {
+            const string name = names[chance(2) ? 5 : random_below(5)];
+            return name.back() == '_' ? name + to_string(random_below(40)) : name;
+        };
+        string before;
+        for (int count = random_below(100); count > 0; count--) {
+            const string key =
+                "netobj_list_" + one_of({"Inside", "Outside", "Service"}) + "_element_" + to_string(random_below(90));
+            before += key + "_interface=" + interface() + "\n" + (chance(8) ? key + "_alias=yes\n" : "");
+        }
+        for (int count = random_below(150); count > 0; count--) {
+            string name = interface();
+            if (name.back() == '=')
+                name.pop_back();
+            else
+                name += "$INTERFACE";
+            before +=
+                "netobj_list_" + name + "_element_" + to_string(random_below(4)) + "_addr=" + to_string(count) + "\n";
+        }
+        tree db(before), plain(before);
+        canon_interfaces(db);
+        for (const char *location : {"netobj_list_Inside", "netobj_list_Outside", "netobj_list_Service"})
+            plain_canon_if(plain, location);
+        ASSERT_EQ(dump(db.head), dump(plain.head)) << before;
+        ASSERT_TRUE(linked(db.head, nullptr));
+    }
+}
+
+// Plug sets become proxies, a set's name being a key too.
+
+static void plain_split(Frag *def_proxy) {
+    Frag *plug = fdel(&def_proxy->child, "plug-px"), *sets = fdel(&plug->child, "config-sets");
+    while (Frag *set = sets->child) {
+        sets->child = set->next;
+        Frag *proxy = fsetp(&def_proxy->child, fragname(set), nullptr, def_proxy);
+        freelist(proxy->child);
+        proxy->child = copy_fragtree(&plug->child, proxy);
+        Frag *own = fsetp(&proxy->child, "config-sets", nullptr, proxy);
+        fsetp(&proxy->child, "proxy-type", "plug-px", proxy);
+        if (Frag *port = fdel(&set->child, "port")) {
+            fsetp(&proxy->child, "bind-port", port->value, proxy);
+            freefrag(port);
+        }
+        pushfrag(&own->child, set, own);
+    }
+    freefrag(sets);
+    freefrag(plug);
+}
+
+TEST(layout_property, plug_sets_become_proxies_as_the_plain_procedure_makes_them) {
+    seed_random(58);
+    for (int round = 0; round < 80; round++) {
+        string before;
+        for (int count = 1 + random_below(80); count > 0; count--) {
+            string name = one_of({"a", "b", "a%5Fb", "a%5Fb%5F", "a%5F", "a%5Fconfig-sets%5F", "a%3D", "other"});
+            name += chance(4) ? "" : to_string(random_below(30));
+            before += "def_proxy_plug-px_config-sets_" + name + "_port=" + to_string(count) + "\n";
+        }
+        for (int count = random_below(30); count > 0; count--)
+            before += "def_proxy_plug-px_p" + to_string(count) + "=1\n" + "def_proxy_a_n" + to_string(count) + "=2\n";
+        tree db(before), plain(before);
+        up41(db);
+        plain_split(ffind(plain, "def_proxy"));
+        up41(plain);
         ASSERT_EQ(dump(db.head), dump(plain.head)) << before;
         ASSERT_TRUE(linked(db.head, nullptr));
     }

@@ -21,44 +21,49 @@ int canon_netobj(FragList db, const char *family) {
 
 namespace {
 
-// The alias lists below `netobj_list`. Lists that are used up are only noted, since each would cost a walk to
-// unlink, and go together at the end.
+// The alias lists below `netobj_list`, to which an interface's name is a key. Those that are used up are freed together
+// at the end, so that none that comes later stands at the address of one that was indexed.
 struct alias_lists {
     Frag *netobj_list;
-    name_index lists;
-    std::unordered_set<Frag *> used;
+    list_indexes indexes;
+    std::unordered_map<Frag *, FragList> links; // what points to each node, of the lists that lost one
+    std::unordered_set<FragList> linked;        // these lists
+    Frag *used = nullptr;
 
-    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")), lists(db, "netobj_list") {}
-    ~alias_lists() {
-        for (FragList link = &netobj_list->child; *link && !used.empty();) {
-            Frag *frag = *link;
-            if (used.erase(frag)) {
-                *link = frag->next;
-                freefrag(frag);
-            } else {
-                link = &frag->next;
-            }
-        }
-    }
+    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
+    ~alias_lists() { freelist(used); }
     alias_lists(const alias_lists &) = delete;
     alias_lists &operator=(const alias_lists &) = delete;
 
-    // Uses up the list of that name below `netobj_list`: null if there is none. The caller must not free it.
+    // Uses up the list of that key: null if there is none. The caller must not free it.
     Frag *use(const char *key) {
-        Frag *list = lists.find_key(key);
+        FragList siblings = &netobj_list->child;
+        Frag *list;
+        for (;; key++) {
+            std::string_view component = key_component(key);
+            list = indexes.find(siblings, component);
+            key += component.size();
+            if (!list || *key != '_')
+                break;
+            siblings = &list->child;
+        }
         if (!list)
             return nullptr;
-        std::string_view component = key_component(key);
-        if (key[component.size()] == '_') {
-            // A name with a `_` lies deeper, where siblings are few; it joins the lists that go at the end.
-            list = fdel(&lists.find(component)->child, key + component.size() + 1);
-            list->next = netobj_list->child;
-            netobj_list->child = list;
-        } else {
-            lists.remove(list);
-        }
-        used.insert(list);
+        indexes.remove(siblings, list);
+        unlink(siblings, list);
+        pushfrag(&used, list, nullptr);
         return list;
+    }
+
+    // A walk to the node in front for each would take the square of their number.
+    void unlink(FragList siblings, Frag *list) {
+        if (linked.insert(siblings).second)
+            for (FragList link = siblings; *link; link = &(*link)->next)
+                links[*link] = link;
+        FragList link = links[list];
+        *link = list->next;
+        if (*link)
+            links[*link] = link;
     }
 };
 

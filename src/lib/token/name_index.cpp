@@ -8,7 +8,6 @@
 static size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name) | 1; }
 
 name_index::name_index(FragList list) {
-    size_t count = 0;
     for (Frag *frag = *list; frag; frag = frag->next)
         count++;
     make_room(count);
@@ -31,16 +30,16 @@ name_index::name_index(FragList list, const char *key) {
         *this = name_index(&frag->child);
 }
 
-// Makes sure that `count` further names leave half of the table free.
-void name_index::make_room(size_t count) {
-    if ((used + count) * 2 <= slots.size())
+// Makes sure that so many further names leave half of the table free.
+void name_index::make_room(size_t more) {
+    if ((used + more) * 2 <= slots.size())
         return;
     std::vector<slot> old = std::move(slots);
     size_t named = 0;
     for (const slot &entry : old)
         named += entry.frag != nullptr;
     size_t size = 32;
-    while (size < (named + count) * 4)
+    while (size < (named + more) * 4)
         size *= 2;
     slots.assign(size, slot{0, nullptr});
     used = named;
@@ -73,9 +72,7 @@ Frag *name_index::find_key(const char *key) const {
     return frag && *key == '_' ? ffind(&frag->child, key + 1) : frag;
 }
 
-// Both lookup structures set a key alike, but for the way to find and to note its first node.
-template <class Find, class Add>
-static Frag *set_key_by(FragList list, const char *key, const char *value, Frag *parent, Find find, Add add) {
+Frag *name_index::set_key(FragList list, const char *key, const char *value, Frag *parent) {
     std::string_view component = key_component(key);
     Frag *frag = find(component);
     if (!frag) {
@@ -90,13 +87,9 @@ static Frag *set_key_by(FragList list, const char *key, const char *value, Frag 
     return frag;
 }
 
-Frag *name_index::set_key(FragList list, const char *key, const char *value, Frag *parent) {
-    return set_key_by(
-        list, key, value, parent, [&](std::string_view name) { return find(name); }, [&](Frag *frag) { add(frag); });
-}
-
 void name_index::add(Frag *frag) {
     make_room(1);
+    count++;
     size_t hash = hash_of(frag->name);
     slot &at = place(hash, frag->name);
     if (at.frag)
@@ -109,6 +102,8 @@ void name_index::add(Frag *frag) {
 void name_index::remove(Frag *frag) {
     if (slots.empty())
         return;
+    count--;
+    last_number = 0;
     slot &at = place(hash_of(frag->name), frag->name);
     auto behind = hidden.find(frag->name);
     if (behind == hidden.end()) {
@@ -145,14 +140,78 @@ Frag *list_indexes::find(FragList list, std::string_view name) {
     return nullptr;
 }
 
+Frag *list_indexes::find_key(FragList list, const char *key) {
+    for (;; key++) {
+        std::string_view component = key_component(key);
+        Frag *frag = find(list, component);
+        key += component.size();
+        if (!frag || *key != '_')
+            return frag;
+        list = &frag->child;
+    }
+}
+
 Frag *list_indexes::set_key(FragList list, const char *key, const char *value, Frag *parent) {
-    return set_key_by(
-        list, key, value, parent, [&](std::string_view name) { return find(list, name); },
-        [&](Frag *frag) { add(list, frag); });
+    for (;; key++) {
+        std::string_view component = key_component(key);
+        Frag *frag = find(list, component);
+        if (!frag) {
+            frag = newsymfrag(component.data(), component.size());
+            pushfrag(list, frag, parent);
+            add(list, frag);
+        }
+        key += component.size();
+        if (*key != '_') {
+            setvalue(frag, value);
+            return frag;
+        }
+        parent = frag;
+        list = &frag->child;
+    }
 }
 
 void list_indexes::add(FragList list, Frag *frag) {
     auto it = indexes.find(list);
     if (it != indexes.end())
         it->second.add(frag);
+}
+
+void list_indexes::remove(FragList list, Frag *frag) {
+    auto it = indexes.find(list);
+    if (it != indexes.end())
+        it->second.remove(frag);
+}
+
+size_t list_indexes::count(FragList list) const {
+    auto it = indexes.find(list);
+    if (it != indexes.end())
+        return it->second.count;
+    size_t count = 0;
+    for (Frag *frag = *list; frag; frag = frag->next)
+        count++;
+    return count;
+}
+
+int list_indexes::free_number(FragList list) {
+    int number = static_cast<int>(count(list)) + 1;
+    auto it = indexes.find(list);
+    if (it != indexes.end())
+        number = std::max(number, it->second.last_number + 1);
+    while (find(list, numbertext(number)))
+        number++;
+    it = indexes.find(list);
+    if (it != indexes.end())
+        it->second.last_number = number;
+    return number;
+}
+
+void list_indexes::forget_below(Frag *frag) {
+    std::vector<Frag *> left{frag};
+    while (!left.empty() && !indexes.empty()) {
+        frag = left.back();
+        left.pop_back();
+        indexes.erase(&frag->child);
+        for (Frag *child = frag->child; child; child = child->next)
+            left.push_back(child);
+    }
 }

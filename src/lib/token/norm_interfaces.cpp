@@ -2,7 +2,6 @@
 // interfaces is rebuilt.
 #include "nupgrade.h"
 
-#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <unordered_set>
@@ -10,13 +9,6 @@
 namespace {
 
 const char all_elements_key[] = "netobj_list_all%5Finterfaces_element";
-
-int count_frags(const Frag *frag) {
-    int count = 0;
-    for (; frag; frag = frag->next)
-        count++;
-    return count;
-}
 
 // The list of all interfaces while elements are entered into it. Entries stand in the order of their numbers, a
 // null where one has been replaced, and are renumbered and relinked at the end.
@@ -95,63 +87,59 @@ int add_to_allif(FragList db, Frag *element) {
 
 namespace {
 
-// The alias list of an interface.
-struct alias_list {
-    Frag *list;
-    Frag *elements;
-    bool lasts; // it does not lie in the list under way, whose elements go while they are walked
-};
-
-// The alias lists of one pass over a location list, found or made by the name of an interface.
+// The alias lists of one pass over a location list. An interface's name is a key that can lead anywhere below
+// `netobj_list`, so every list on its way is looked up by index, save in the location list itself, whose elements go
+// while they are walked.
 struct alias_lists {
     Frag *netobj_list;
-    name_index lists;
-    struct element_state {
-        name_index names;
-        int count;
-        int last; // the number that was given last; all from the count up to it are taken
-    };
-    std::unordered_map<Frag *, element_state> states; // by the node `element` of the lists that last
     std::string location_name;
+    list_indexes indexes;
+    bool in_location = false; // the list at hand lies in the location list
 
     alias_lists(FragList db, const char *location)
-        : netobj_list(ffind(db, "netobj_list")), lists(db, "netobj_list"),
-          location_name(location + strlen("netobj_list_")) {}
+        : netobj_list(ffind(db, "netobj_list")), location_name(location + strlen("netobj_list_")) {}
 
-    alias_list find_or_make(const char *interface) {
+    Frag *find(Frag *parent, const char *key) {
+        return in_location ? ffind(&parent->child, key) : indexes.find_key(&parent->child, key);
+    }
+    Frag *set(Frag *parent, const char *key, const char *value) {
+        return in_location ? fsetp(&parent->child, key, value, parent)
+                           : indexes.set_key(&parent->child, key, value, parent);
+    }
+
+    Frag *find_or_make(const char *interface) {
         std::string key(interface, strcspn(interface, ":"));
         key += "$INTERFACE";
-        alias_list found{lists.find_key(key.c_str()), nullptr, key_component(key.c_str()) != location_name};
-        if (!found.list)
-            found.list = lists.set_key(&netobj_list->child, key.c_str(), nullptr, netobj_list);
-        found.elements = ffind(&found.list->child, "element");
-        if (!found.elements) {
-            found.elements = fsetp(&found.list->child, "element", nullptr, found.list);
-            fsetp(&found.list->child, "num_elements", "0", found.list);
+        in_location = key_component(key.c_str()) == location_name;
+        Frag *list = find(netobj_list, key.c_str());
+        if (!list)
+            list = set(netobj_list, key.c_str(), nullptr);
+        if (!find(list, "element")) {
+            set(list, "element", nullptr);
+            set(list, "num_elements", "0");
         }
-        return found;
+        return list;
     }
 
     // Puts a copy of the alias behind the elements of the list, whose count may leave numbers that are taken.
-    void add(const alias_list &aliases, Frag *alias) {
-        element_state once;
-        element_state *state = &once;
-        auto known = states.find(aliases.elements);
-        if (aliases.lasts && known != states.end())
-            state = &known->second;
-        else
-            once = {name_index(&aliases.elements->child), count_frags(aliases.elements->child), 0};
-        int number = std::max(++state->count, state->last + 1);
-        while (state->names.find(numbertext(number)))
-            number++;
-        state->last = number;
-        std::string name = numbertext(number);
-        fremove(&aliases.list->child, "num_elements");
-        Frag *copy = state->names.set_key(&aliases.elements->child, name.c_str(), nullptr, aliases.elements);
+    void add(Frag *list, Frag *alias) {
+        remove_count(list);
+        Frag *elements = find(list, "element");
+        int number = indexes.free_number(&elements->child);
+        Frag *copy = set(elements, numbertext(number).c_str(), nullptr);
         copy->child = copy_fragtree(&alias->child, copy);
-        fsetp(&aliases.list->child, "num_elements", numbertext(state->count).c_str(), aliases.list);
-        if (aliases.lasts && state == &once)
-            states.emplace(aliases.elements, std::move(once));
+        set(list, "num_elements", numbertext(static_cast<int>(indexes.count(&elements->child))).c_str());
+    }
+
+    // Another interface's list can lie below the count.
+    void remove_count(Frag *list) {
+        Frag *num = find(list, "num");
+        Frag *count = num ? find(num, "elements") : nullptr;
+        if (!count)
+            return;
+        indexes.forget_below(count);
+        indexes.remove(&num->child, count);
+        fremove(&num->child, "elements");
     }
 };
 
@@ -175,7 +163,7 @@ int norm_if(FragList db, const char *location) {
         }
         if (!aliases)
             aliases.emplace(db, location);
-        alias_list own = aliases->find_or_make(interface);
+        Frag *own = aliases->find_or_make(interface);
         // An interface's name can lead into this very list, and a new node at its head is not for this walk.
         while (*link != element)
             link = &(*link)->next;

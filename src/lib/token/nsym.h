@@ -223,25 +223,38 @@ struct name_index {
         Frag *frag;
     };
     std::vector<slot> slots;
-    size_t used = 0;                                             ///< slots that are not free
+    size_t used = 0;     ///< slots that are not free
+    size_t count = 0;    ///< nodes of the list
+    int last_number = 0; ///< what `free_number` gave: the numbers from the count up to it are taken
     std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
 
 private:
     slot &place(size_t hash, std::string_view name);
-    void make_room(size_t count);
+    void make_room(size_t more);
 };
 
 /// The first component of a key.
 std::string_view key_component(const char *key);
 
-/// Indexes of many lists, each made when a lookup finds its list long; short ones are walked.
+/// Indexes of many lists, each made when a lookup finds its list long; short ones are walked. As with one index, the
+/// pass tells it of every node that it adds to one of these lists or takes away.
 struct list_indexes {
     /// The first node of exactly that name in the list, or null.
     Frag *find(FragList list, std::string_view name);
-    /// What `fsetp` does for the key in the list.
+    /// What `ffind` gives for the key in the list, with an index for each long list on the way.
+    Frag *find_key(FragList list, const char *key);
+    /// What `fsetp` does for the key in the list, likewise.
     Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
     /// Takes note of a node that was just put at the head of the list.
     void add(FragList list, Frag *frag);
+    /// Takes note that a node leaves the list.
+    void remove(FragList list, Frag *frag);
+    /// The nodes in the list.
+    size_t count(FragList list) const;
+    /// The first number behind the count of the list that names no node in it. The caller makes the node.
+    int free_number(FragList list);
+    /// Forgets the lists below the node, which are about to be freed or changed.
+    void forget_below(Frag *frag);
 
     std::unordered_map<FragList, name_index> indexes;
 };

@@ -32,49 +32,19 @@ void move_gui_client(FragList db) {
     freefrag(gui_client);
 }
 
-// The proxies while new ones are made by the names of config sets. A name with a `_` is a key that leads one level
-// down, and sets with such names can be many, so that level has indexes too.
-struct proxy_maker {
-    Frag *def_proxy;
-    name_index proxies;
-    std::unordered_map<Frag *, name_index> below; // of the children of proxies
-
-    explicit proxy_maker(Frag *top) : def_proxy(top), proxies(&top->child) {}
-
-    // The proxy that the key leads to, with no value and no children.
-    Frag *make_empty(const std::string &key) {
-        size_t underscore = key.find_first_of("_=");
-        Frag *proxy;
-        if (underscore == std::string::npos || key[underscore] == '=') {
-            proxy = proxies.set_key(&def_proxy->child, key.c_str(), nullptr, def_proxy);
-        } else {
-            std::string first = key.substr(0, underscore);
-            Frag *upper = proxies.find(first);
-            if (!upper)
-                upper = proxies.set_key(&def_proxy->child, first.c_str(), nullptr, def_proxy);
-            auto level = below.try_emplace(upper);
-            if (level.second)
-                level.first->second = name_index(&upper->child);
-            proxy = level.first->second.set_key(&upper->child, key.c_str() + underscore + 1, nullptr, upper);
-        }
-        below.erase(proxy);
-        freelist(proxy->child);
-        proxy->child = nullptr;
-        return proxy;
-    }
-};
-
 // Each config set of the plug proxy becomes a proxy of its own, with a copy of what the plug proxy has.
 void split_plug_proxy(Frag *def_proxy) {
     Frag *plug = fdel(&def_proxy->child, "plug-px");
     if (!plug)
         return;
-    proxy_maker maker(def_proxy);
+    list_indexes indexes; // a set's name with a `_` is a key that leads further down
     Frag *config_sets = fdel(&plug->child, "config-sets");
     while (config_sets && config_sets->child) {
         Frag *set = config_sets->child;
         config_sets->child = set->next;
-        Frag *proxy = maker.make_empty(fragname(set));
+        Frag *proxy = indexes.set_key(&def_proxy->child, fragname(set), nullptr, def_proxy);
+        indexes.forget_below(proxy);
+        freelist(proxy->child);
         proxy->child = copy_fragtree(&plug->child, proxy);
         Frag *own_sets = fsetp(&proxy->child, "config-sets", nullptr, proxy);
         set_text(proxy, "proxy-type", "plug-px");
