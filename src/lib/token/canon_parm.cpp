@@ -20,6 +20,7 @@ int canon_cust(FragList db) {
     if (!cust_proxy)
         return 0;
     name_index proxies(db, "def_proxy");
+    std::unordered_map<Frag *, Frag *> config_sets; // by owner
     Frag *entry = cust_proxy->child;
     cust_proxy->child = nullptr;
     while (entry) {
@@ -36,8 +37,10 @@ int canon_cust(FragList db) {
             owner = faddchild(def_proxy, owner_name, nullptr);
             proxies.add(owner);
         }
-        Frag *config_sets = fmake(&owner->child, "config-sets", owner);
-        pushfrag(&config_sets->child, entry, config_sets);
+        Frag *&sets = config_sets[owner];
+        if (!sets)
+            sets = fmake(&owner->child, "config-sets", owner);
+        pushfrag(&sets->child, entry, sets);
         freefrag(realname);
         entry = next;
     }

@@ -25,6 +25,7 @@ verdict judge(FragList list) {
 struct authenticated_sets {
     std::vector<Frag *> lists; // the policies' lists
     std::unordered_set<std::string> names;
+    list_indexes indexes;
 
     explicit authenticated_sets(FragList db) {
         Frag *policy = ffind(db, "policy");
@@ -41,12 +42,14 @@ struct authenticated_sets {
         }
     }
 
-    bool has(const std::string &set_name) const {
+    bool has(const std::string &set_name) {
         if (set_name.find_first_of("_=") == std::string::npos)
             return names.count(set_name) != 0;
-        for (Frag *list : lists) // the name is a key that leads further down
-            if (fval(&list->child, set_name.c_str()))
+        for (Frag *list : lists) { // the name is a key that leads further down
+            const Frag *set = indexes.find_key(&list->child, set_name.c_str());
+            if (set && set->value)
                 return true;
+        }
         return false;
     }
 };

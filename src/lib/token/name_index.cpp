@@ -4,6 +4,12 @@
 #include <algorithm>
 #include <cstring>
 
+// Walking a few nodes costs less than hashing, and most lists end here. The sanitizer builds set it to 0, so that every
+// lookup is one by index and none can miss what a pass changed.
+#ifndef SHORT_LIST
+#define SHORT_LIST 16
+#endif
+
 // Never 0, which marks a free slot.
 static size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name) | 1; }
 
@@ -102,8 +108,17 @@ void name_index::add(Frag *frag) {
 void name_index::remove(Frag *frag) {
     if (slots.empty())
         return;
+    take_away(frag);
+    // What was the count is now a number behind it.
+    if (last_number != 0 && !find(numbertext(static_cast<int>(count))))
+        last_number = 0;
     count--;
-    last_number = 0;
+    int number = decimal(frag->name);
+    if (number > static_cast<int>(count) && number <= last_number && numbertext(number) == frag->name)
+        last_number = number - 1;
+}
+
+void name_index::take_away(Frag *frag) {
     slot &at = place(hash_of(frag->name), frag->name);
     auto behind = hidden.find(frag->name);
     if (behind == hidden.end()) {
@@ -125,8 +140,7 @@ void name_index::remove(Frag *frag) {
 }
 
 Frag *list_indexes::find(FragList list, std::string_view name) {
-    // Walking a few nodes costs less than hashing, and most lists end here.
-    int left = 16;
+    int left = SHORT_LIST;
     for (Frag *frag = *list; frag; frag = frag->next) {
         if (left-- == 0) {
             auto it = indexes.find(list);

@@ -88,33 +88,28 @@ int add_to_allif(FragList db, Frag *element) {
 namespace {
 
 // The alias lists of one pass over a location list. An interface's name is a key that can lead anywhere below
-// `netobj_list`, so every list on its way is looked up by index, save in the location list itself, whose elements go
-// while they are walked.
+// `netobj_list`, even into the elements of the location list, so the indexes have to know of all that goes.
 struct alias_lists {
     Frag *netobj_list;
-    std::string location_name;
     list_indexes indexes;
-    bool in_location = false; // the list at hand lies in the location list
 
-    alias_lists(FragList db, const char *location)
-        : netobj_list(ffind(db, "netobj_list")), location_name(location + strlen("netobj_list_")) {}
+    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
 
-    Frag *find(Frag *parent, const char *key) {
-        return in_location ? ffind(&parent->child, key) : indexes.find_key(&parent->child, key);
-    }
     Frag *set(Frag *parent, const char *key, const char *value) {
-        return in_location ? fsetp(&parent->child, key, value, parent)
-                           : indexes.set_key(&parent->child, key, value, parent);
+        return indexes.set_key(&parent->child, key, value, parent);
+    }
+    void leaves(FragList list, Frag *frag) {
+        indexes.remove(list, frag);
+        indexes.forget_below(frag);
     }
 
     Frag *find_or_make(const char *interface) {
         std::string key(interface, strcspn(interface, ":"));
         key += "$INTERFACE";
-        in_location = key_component(key.c_str()) == location_name;
-        Frag *list = find(netobj_list, key.c_str());
+        Frag *list = indexes.find_key(&netobj_list->child, key.c_str());
         if (!list)
             list = set(netobj_list, key.c_str(), nullptr);
-        if (!find(list, "element")) {
+        if (!indexes.find(&list->child, "element")) {
             set(list, "element", nullptr);
             set(list, "num_elements", "0");
         }
@@ -123,23 +118,16 @@ struct alias_lists {
 
     // Puts a copy of the alias behind the elements of the list, whose count may leave numbers that are taken.
     void add(Frag *list, Frag *alias) {
-        remove_count(list);
-        Frag *elements = find(list, "element");
+        if (Frag *num = indexes.find(&list->child, "num"))
+            if (Frag *count = indexes.find(&num->child, "elements")) {
+                leaves(&num->child, count);
+                fremove(&num->child, "elements");
+            }
+        Frag *elements = indexes.find(&list->child, "element");
         int number = indexes.free_number(&elements->child);
         Frag *copy = set(elements, numbertext(number).c_str(), nullptr);
         copy->child = copy_fragtree(&alias->child, copy);
         set(list, "num_elements", numbertext(static_cast<int>(indexes.count(&elements->child))).c_str());
-    }
-
-    // Another interface's list can lie below the count.
-    void remove_count(Frag *list) {
-        Frag *num = find(list, "num");
-        Frag *count = num ? find(num, "elements") : nullptr;
-        if (!count)
-            return;
-        indexes.forget_below(count);
-        indexes.remove(&num->child, count);
-        fremove(&num->child, "elements");
     }
 };
 
@@ -150,26 +138,29 @@ int norm_if(FragList db, const char *location) {
     Frag *elements = fmake(&list->child, "element", list);
     fremove(&list->child, "num_elements");
 
-    std::optional<alias_lists> aliases; // made for the first element that has an interface
+    alias_lists aliases(db);
     for (FragList link = &elements->child; Frag *element = *link;) {
-        Frag *alias = fdel(&element->child, "alias");
-        bool is_alias = alias && is_on(alias->value);
-        freefrag(alias);
+        bool is_alias = is_on(fval(&element->child, "alias"));
+        if (Frag *alias = ffind(&element->child, "alias")) {
+            aliases.leaves(&element->child, alias);
+            fremove(&element->child, "alias");
+        }
         const char *interface = fval(&element->child, "interface");
         if (is_blanks(interface)) {
+            aliases.leaves(&elements->child, element);
             *link = element->next;
             freefrag(element);
             continue;
         }
-        if (!aliases)
-            aliases.emplace(db, location);
-        Frag *own = aliases->find_or_make(interface);
+        Frag *own = aliases.find_or_make(interface);
         // An interface's name can lead into this very list, and a new node at its head is not for this walk.
         while (*link != element)
             link = &(*link)->next;
         if (is_alias) {
+            aliases.indexes.remove(&elements->child, element);
             *link = element->next;
-            aliases->add(own, element);
+            aliases.add(own, element);
+            aliases.indexes.forget_below(element); // its own name may have led there
             freefrag(element);
         } else {
             link = &element->next;
@@ -207,26 +198,25 @@ namespace {
 
 // `is_in_list` for many entries: the interfaces of each list that is asked for, gathered once.
 struct interfaces_by_list {
-    FragList db;
-    std::optional<name_index> lists;
-    std::unordered_map<std::string, std::unordered_set<std::string>> interfaces;
+    Frag *netobj_list;
+    list_indexes indexes;
+    std::unordered_map<Frag *, std::unordered_set<std::string_view>> interfaces; // by the list's node `element`
 
-    explicit interfaces_by_list(FragList database) : db(database) {}
+    explicit interfaces_by_list(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
 
     bool has(const char *list_name, const char *interface) {
         if (!list_name || !interface)
             return false;
-        auto known = interfaces.try_emplace(list_name);
-        std::unordered_set<std::string> &names = known.first->second;
-        if (known.second) {
-            if (!lists)
-                lists.emplace(db, "netobj_list");
-            Frag *list = lists->find_key(list_name);
-            Frag *elements = list ? ffind(&list->child, "element") : nullptr;
-            for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)
+        Frag *list = indexes.find_key(&netobj_list->child, list_name);
+        Frag *elements = list ? indexes.find(&list->child, "element") : nullptr;
+        if (!elements)
+            return false;
+        auto known = interfaces.try_emplace(elements);
+        std::unordered_set<std::string_view> &names = known.first->second;
+        if (known.second)
+            for (Frag *element = elements->child; element; element = element->next)
                 if (const char *name = fval(&element->child, "interface"))
                     names.insert(name);
-        }
         return names.count(interface) != 0;
     }
 };

@@ -231,6 +231,7 @@ struct name_index {
 private:
     slot &place(size_t hash, std::string_view name);
     void make_room(size_t more);
+    void take_away(Frag *frag);
 };
 
 /// The first component of a key.

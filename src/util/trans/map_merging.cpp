@@ -20,7 +20,8 @@ namespace {
 struct policy_book {
     Frag *policy;
     name_index names;
-    std::unordered_map<Frag *, int> uses; // how many maps name it
+    std::unordered_map<Frag *, int> uses;    // how many maps name it
+    std::unordered_set<std::string> missing; // names that maps give to no policy
     std::unordered_set<Frag *> doomed;
 
     explicit policy_book(FragList db) : policy(ffind(db, "policy")), names(db, "policy") {}
@@ -28,6 +29,15 @@ struct policy_book {
     Frag *find(const std::string &name) const {
         return name.find('_') == std::string::npos ? names.find_key(name.c_str()) : names.find(storedname(name));
     }
+
+    void count_use(const char *name) {
+        if (Frag *frag = find(name))
+            uses[frag]++;
+        else
+            missing.insert(strchr(name, '_') ? name : std::string(key_component(name)));
+    }
+
+    bool is_free(const std::string &name) const { return !find(name) && missing.count(name) == 0; }
 
     void rename(Frag *frag, const std::string &name) {
         names.remove(frag);
@@ -70,6 +80,7 @@ struct map_values {
             proxy = values[3];
         }
     }
+    std::string policy_and_source() const { return policy + '\0' + std::string(src); }
     bool same_source(const map_values &other) const { return src == other.src && pd == other.pd; }
 };
 
@@ -89,7 +100,11 @@ struct survivor {
             policy = policies.find(values.policy);
     }
 
-    bool merges() const { return values.complete && values.policy != "*"; }
+    // A deny map never does, whatever policy it names.
+    bool merges() const { return values.complete && values.policy != "*" && values.pd != "D"; }
+
+    // False if no map of another policy can be folded in, whatever it is.
+    bool takes_others() const { return policy && policies.uses[policy] == 1 && ffind(&policy->child, "proxy"); }
 
     // Gives the policy its name as a merged one. False if there is no policy to take further config sets, or if
     // other maps than the `own_uses` name it too and would lose it.
@@ -102,7 +117,7 @@ struct survivor {
         target = proxies;
         std::string base = "Policy-" + numbertext(number);
         std::string name = base;
-        for (int suffix = 1; policies.find(name) && policies.find(name) != policy; suffix++)
+        for (int suffix = 1; !policies.is_free(name) && policies.find(name) != policy; suffix++)
             name = base + "-" + numbertext(suffix);
         fsetp(&map->child, "policy", name.c_str(), map);
         policies.rename(policy, name);
@@ -147,11 +162,14 @@ struct survivor {
 void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &policies, int &number) {
     std::vector<map_values> values;
     std::unordered_map<std::string_view, std::vector<size_t>> by_src;
+    std::unordered_map<std::string, std::vector<size_t>> by_policy; // and source
     values.reserve(batch.size());
     for (Frag *frag : batch) {
         values.emplace_back(frag);
-        if (values.back().complete)
-            by_src[values.back().src].push_back(values.size() - 1);
+        if (!values.back().complete)
+            continue;
+        by_src[values.back().src].push_back(values.size() - 1);
+        by_policy[values.back().policy_and_source()].push_back(values.size() - 1);
     }
     std::vector<bool> absorbed(batch.size());
     for (size_t i = 0; i < batch.size(); i++) {
@@ -163,17 +181,18 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
         renumberfrag(batch[i], number);
         if (!stays.merges())
             continue;
-        std::vector<size_t> &same_src = by_src[values[i].src];
+        std::vector<size_t> &candidates =
+            stays.takes_others() ? by_src[values[i].src] : by_policy[values[i].policy_and_source()];
         std::vector<size_t> waiting;
-        for (size_t j : same_src) {
-            if (j <= i)
+        for (size_t j : candidates) {
+            if (j <= i || absorbed[j])
                 continue;
             if (values[i].same_source(values[j]) && stays.absorb(batch[j], values[j]))
                 absorbed[j] = true;
             else
                 waiting.push_back(j);
         }
-        same_src = std::move(waiting);
+        candidates = std::move(waiting);
     }
 }
 
@@ -195,8 +214,7 @@ void merge_maps(FragList db) {
             batches.resize(turn + 1);
         batches[turn].push_back(frag);
         if (const char *name = fval(&frag->child, "policy"))
-            if (Frag *policy = policies.find(name))
-                policies.uses[policy]++;
+            policies.count_use(name);
     }
     map->child = nullptr;
     int number = 0;

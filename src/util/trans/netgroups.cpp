@@ -27,8 +27,8 @@ std::string list_hosts(Frag *list) {
     Frag *elements = ffind(&list->child, "element");
     for (Frag *element = elements ? elements->child : nullptr; element; element = element->next) {
         Frag *addr = ffind(&element->child, "addr");
-        if (!addr || !addr->value)
-            return "";
+        if (!addr || !addr->value || strlen(addr->value) != static_cast<size_t>(addr->vlen))
+            return ""; // no rule's host holds a zero byte
         add_host(hosts, {addr->value, static_cast<size_t>(addr->vlen)});
     }
     return hosts;

@@ -94,18 +94,23 @@ char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text) {
     return tail;
 }
 
-char *parse_arg(Frag *config_set, char *text) {
+char *parse_arg(list_indexes &indexes, Frag *config_set, char *text) {
     char *rest = text + word_len(text);
     if (*rest)
         *rest++ = 0;
     while (is_blank(*rest))
         rest++;
     if (strcmp(text, "-exec") == 0) {
-        fsetp(&config_set->child, "exec", rest, config_set);
+        indexes.set_key(&config_set->child, "exec", rest, config_set);
         return rest + strlen(rest);
     }
-    fsetp(&config_set->child, text, "*", config_set);
+    indexes.set_key(&config_set->child, text, "*", config_set);
     return rest;
+}
+
+char *parse_arg(Frag *config_set, char *text) {
+    list_indexes indexes;
+    return parse_arg(indexes, config_set, text);
 }
 
 int bad_xgateway(Frag *attribute) {

@@ -2,6 +2,7 @@
 #include "nsym.h"
 #include "upgrade.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <set>
@@ -9,11 +10,64 @@
 
 namespace {
 
+/// Patterns with the same bytes in front of their first `*` and behind their last. Once they are many, those that have
+/// to be tried on a word are found by what they have between two stars, which stands in every word that they match.
+struct pattern_list {
+    static constexpr size_t MANY = 32, MIDDLE_LEN = 8;
+
+    std::vector<std::string_view> patterns;
+    std::unordered_map<std::string_view, std::vector<std::string_view>> by_middle;
+    std::set<size_t> middle_lens;
+
+    // The beginning of the longest stretch between two stars.
+    static std::string_view middle_of(std::string_view pattern) {
+        std::string_view middle;
+        size_t star = pattern.find('*');
+        for (size_t next; (next = pattern.find('*', star + 1)) != std::string_view::npos; star = next)
+            if (next - star - 1 > middle.size())
+                middle = pattern.substr(star + 1, next - star - 1);
+        return middle.substr(0, MIDDLE_LEN);
+    }
+
+    void index(std::string_view pattern) {
+        std::string_view middle = middle_of(pattern);
+        by_middle[middle].push_back(pattern);
+        middle_lens.insert(middle.size());
+    }
+
+    void add(std::string_view pattern) {
+        patterns.push_back(pattern);
+        if (patterns.size() == MANY)
+            for (std::string_view earlier : patterns)
+                index(earlier);
+        else if (patterns.size() > MANY)
+            index(pattern);
+    }
+
+    static bool one_matches(const std::vector<std::string_view> &tried, std::string_view word) {
+        return std::any_of(tried.begin(), tried.end(),
+                           [&](std::string_view pattern) { return wildmatch(pattern.data(), word.data()) != 0; });
+    }
+
+    bool covers(std::string_view word) const {
+        if (patterns.size() <= word.size() * middle_lens.size() || patterns.size() < MANY)
+            return one_matches(patterns, word);
+        std::unordered_set<std::string_view> met;
+        for (size_t len : middle_lens)
+            for (size_t at = 0; at + len <= word.size(); at++) {
+                auto found = by_middle.find(word.substr(at, len));
+                if (found != by_middle.end() && met.insert(found->first).second && one_matches(found->second, word))
+                    return true;
+            }
+        return false;
+    }
+};
+
 /// The host words of the rules that stay, to tell whether one of them covers a further host without trying all. A
 /// pattern matches only words that begin with what it has in front of its first `*` and end with what it has behind its
 /// last, so these two lead to the few patterns that have to be tried. All words are views into the rules' values.
 struct cover_index {
-    using by_tail = std::unordered_map<std::string_view, std::vector<const char *>>;
+    using by_tail = std::unordered_map<std::string_view, pattern_list>;
 
     std::unordered_set<std::string_view> words;
     std::unordered_map<std::string_view, by_tail> patterns;
@@ -27,7 +81,7 @@ struct cover_index {
         if (first_star == std::string_view::npos)
             return;
         std::string_view tail = word.substr(word.rfind('*') + 1);
-        patterns[word.substr(0, first_star)][tail].push_back(word.data());
+        patterns[word.substr(0, first_star)][tail].add(word);
         head_lens.insert(first_star);
         tail_lens.insert(tail.size());
     }
@@ -50,10 +104,8 @@ struct cover_index {
             if (tail_len > word.size())
                 break;
             auto tail = tails.find(word.substr(word.size() - tail_len));
-            if (tail != tails.end())
-                for (const char *pattern : tail->second)
-                    if (wildmatch(pattern, word.data()))
-                        return true;
+            if (tail != tails.end() && tail->second.covers(word))
+                return true;
         }
         return false;
     }
@@ -110,7 +162,7 @@ const rule_text *end_of_group(const rule_text *first, const rule_text *end) {
     const rule_text *rule = first + 1;
     for (; rule != end; rule++) {
         std::string_view rule_class = rule->marker.empty() ? DENY_MARKER : rule->marker;
-        if (rule_class != group_class || strcmp(rule->tail, first->tail) != 0)
+        if (rule_class != group_class || (rule->tail != first->tail && strcmp(rule->tail, first->tail) != 0))
             break;
     }
     return rule;
@@ -124,10 +176,11 @@ struct policy_name {
 // Turns the words of a tail into parameters of the config set. The last policy that it names is the result.
 policy_name parse_tail(Frag *config_set, std::string tail) {
     policy_name policy;
+    list_indexes indexes;
     char *at = tail.data();
     while (*at) {
         if (!has_prefix(at, "-policy")) {
-            at = parse_arg(config_set, at);
+            at = parse_arg(indexes, config_set, at);
             continue;
         }
         at += strlen("-policy");

@@ -71,6 +71,8 @@ char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text);
 /// Sets the word at `text` as a parameter of the config set; "-exec" takes all the rest. `text` is cut up. The result
 /// is the place where the next word begins.
 char *parse_arg(Frag *config_set, char *text);
+/// The same, with the indexes of the config set's lists.
+char *parse_arg(list_indexes &indexes, Frag *config_set, char *text);
 /// Takes over an attribute of a policy template, which is in no list any more, into the config set of that proxy, or
 /// frees it if the proxy has no use for it.
 void addparm(Frag *config_set, Frag *attribute, const char *proxy);
