@@ -54,6 +54,12 @@ TEST_F(program, sizes) {
     EXPECT_EQ(file("out"), PRE_40 + "a=" + value + "\n");
     EXPECT_EQ(run("-V50 -e env out").status, 0);
     EXPECT_EQ(file("out"), PRE_40 + "netobj_list_ok_element_1_addr=10.0.0.2\n");
+    const std::string outside = "netobj_list_Outside_element_";
+    dir.write("env", outside + "1_interface=" + value + "\n" + outside + "2_interface=" + deep + "\n" + outside +
+                         "3_interface=" + deep + "\n" + outside + "3_alias=yes\n");
+    EXPECT_EQ(run("-V41 -e env out").status, 0);
+    EXPECT_NE(file("out").find("_interface=" + value + "\n"), std::string::npos);
+    EXPECT_NE(file("out").find("_interface=" + deep + "\n"), std::string::npos);
 }
 
 TEST_F(program, usage) {

@@ -1,6 +1,6 @@
 // Whole runs of the program on a failing heap, on short and failing reads, and on a full disk.
 //
-// The inputs are made here: some 500 lines and 60 rules each, of every family that the passes touch.
+// The inputs stand in the folder `inputs`: some 500 lines and 60 rules each, of every family that the passes touch.
 #include "shim.h"
 #include "support.h"
 
@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -23,118 +24,19 @@ constexpr bool SANITIZED = true;
 constexpr bool SANITIZED = false;
 #endif
 
-std::string line(const std::string &key, const std::string &value) { return key + "=" + value + "\n"; }
-
-// Each kind of file is told by its purpose: `old` the configuration before 4.0, `old41` one of 4.1, `init` the new
-// initial environment, `env` a numbered environment, `table` a netperm table.
-
-std::string make_old(int count) {
-    std::string text = line("trusted_networks", "10.0.0.*%0A192.168.1.* 10.1.2.3%0D%0A%23 none%0A172.16.*") +
-                       line("untrusted_networks", "*") + line("network_loginok", "enabled") + "# a comment=1\r\n";
-    for (int i = 0; i < count * 2 / 3; i++) {
-        std::string n = std::to_string(i);
-        text += line("system_param" + std::to_string(i % 7) + "_k" + n, "value " + n);
-        text += line("permit-flag" + n, "on");
-        text += line("map_" + n + "_policy", i % 3 ? "*" : "tn-px-1");
-        text += line("map_" + n + "_src", "$$NETOBJ.g" + std::to_string(i % 5));
-        text += line("map_" + n + "_pd", i % 3 ? "D" : "P");
-        text += line("map_" + n + "_proxy", "p" + n);
-        text += line("policy_p" + n + "_proxy_set" + n, "tn-px");
-        text += line("policy_p" + n + "_parm_desc", std::string(static_cast<size_t>(i) * 20, 'd'));
-        text += line("menu_meta_" + n + "_x", n);
-        text += line("link_" + n + "_peer", n);
-        text += line("nat_rule_" + n + "_from", n);
-    }
-    return text + "[pki_CRLs]\nurl=a\\ lost\n   b\nother=2\n";
-}
-
-std::string make_old41(int count) {
-    std::string text = line("version_firewall", "V4.1") + line("OS_Type", "NT40") + line("gui_client", "10.9.9.9") +
-                       line("network_loginok", "enabled");
-    for (int i = 0; i < count; i++) {
-        std::string n = std::to_string(i);
-        text += line("def_proxy_px" + n + "_proxy-type", i % 2 ? "plug-px" : "http-px");
-        text += line("def_proxy_px" + n + "_proxy-exec", "./old");
-        text += line("def_proxy_px" + n + "_hosts_permit-0", "10.0." + n + ".*");
-        text += line("netobj_list_l" + n + "_element_1_addr", "10.0.0." + n);
-        text += line("netobj_list_l" + n + "_element_2_addr", "10.0.1." + n);
-        text += line("netobj_group_g" + n + "_member_1_name", "l" + n);
-        text += line("policy_q" + n + "_proxy_px" + n, "px" + n);
-        text += line("map_" + n + "_src", "$$NETOBJ.g" + n);
-    }
-    return text;
-}
-
-std::string make_init(int count) {
-    std::string text = line("version_firewall", "5.5") + line("OS_Type", "BSD40") + line("pki_default_port", "389");
-    const char *const proxies[] = {"tn-px", "ftp-px", "http-px", "sql-px", "rlogin-px", "plug-px", "mmp-px", "global"};
-    for (const char *proxy : proxies) {
-        text += line(std::string("def_proxy_") + proxy + "_proxy-type", proxy);
-        text += line(std::string("def_proxy_") + proxy + "_proxy-exec", std::string("./") + proxy);
-        text += line(std::string("def_proxy_") + proxy + "_bind-port", "23");
-        text += line(std::string("def_proxy_") + proxy + "_config-sets_" + proxy + "_timeout", "300");
-    }
-    for (int i = 0; i < count * 3 / 2; i++) {
-        std::string n = std::to_string(i);
-        text += line("def_proxy_px" + n + "_proxy-type", "plug-px");
-        text += line("def_proxy_px" + n + "_proxy-exec", "./new");
-        text += line("def_proxy_px" + n + "_bind-port", n);
-        text += line("map_" + n + "_src", "$$NETOBJ.h" + n);
-        text += line("policy_i" + n + "_proxy_px" + n, "px" + n);
-    }
-    return text;
-}
-
-std::string make_table(int count) {
-    std::string text = "# the rules of the old release\n"
-                       "*: permit-hosts 10.0.0.*\n"
-                       "netacl-tn, netacl_ftp: timeout 3600\n"
-                       "policy-safe: authenticate *\npolicy-safe: permit-xgateway *\npolicy-safe: permit-url a\n"
-                       "policy-safe: permit-url b\n"
-                       "tn-px: destination %-permit%*.example.com -deny x !y\n"
-                       "plug-px: port 119 * -plug-to 10.1.1.1 -port 119\nalerts: enable on\nalerts: limit 3\n";
-    for (int i = 0; i < count; i++) {
-        std::string n = std::to_string(i);
-        const char *const proxies[] = {"tn-px", "ftp-px", "http-px", "rlogin_px"};
-        const char *const tails[] = {"", " -policy safe -log", " -auth -exec /bin/run ", " -policy other_one"};
-        text += std::string(proxies[i % 4]) + ": " + (i % 5 ? "permit" : "deny") + "-hosts 10." + n + ".* host" + n +
-                ".example.com" + tails[i / 4 % 4] + (i % 16 == 8 ? n : "") + "\r\n";
-        text += std::string(proxies[i % 4]) + ": permit-destination *.dest" + n + " -user a\n";
-        text += "px" + n + ": groupid " + n + "\n";
-    }
-    return text;
-}
-
-std::string make_env(int count) {
-    std::string text = line("OS_Type", "NT40") + line("gui_client", "10.8.8.8") + line("def_num_proxies", "20") +
-                       line("cust_num_proxies", "20") + line("policy_num_entries", "20") +
-                       line("netobj_num_list", "20") + line("netobj_num_group", "20") +
-                       line("ip_insideaddr", "10.0.0.1") + line("ip_insidemask", "255.255.255.0") +
-                       line("ip_insideif", "le0") + line("ip_outsideaddr", "1.2.3.4") + line("proxy_telnet", "on") +
-                       line("proxy_odd", "off") + line("map_1_src", "x") + line("map_num_entries", "1") +
-                       line("pfedit_lcl_numrules", "20") + line("dest_1_dest", "d") + line("sroute_1_a", "b");
-    for (int i = 1; i <= count / 3; i++) {
-        std::string n = std::to_string(i);
-        std::string proxy = i == 1 ? "*" : i == 2 ? "plug-px" : "px_" + n;
-        text += line("def_proxy_" + n + "_realname", proxy) + line("def_proxy_" + n + "_num_parms", "3");
-        text += line("def_proxy_" + n + "_parm_1_name", "permit-hosts_0");
-        text += line("def_proxy_" + n + "_parm_1_value", "10.0.0.*");
-        text += line("def_proxy_" + n + "_parm_2_name", "deny-permit-use_name_logs");
-        text += line("def_proxy_" + n + "_parm_2_value", "on");
-        text += line("def_proxy_" + n + "_cyberurl_1_access", "deny");
-        text += line("def_proxy_" + n + "_cyberurl_1_url", "http://x" + n);
-        text += line("cust_proxy_" + n + "_realname", i % 3 ? "plug-px" : "new" + n);
-        text += line("cust_proxy_" + n + "_name", "set_" + n) + line("cust_proxy_" + n + "_parm_1_name", "port");
-        text += line("cust_proxy_" + n + "_parm_1_value", n);
-        text += line("policy_" + n + "_name", "pol" + n) + line("policy_" + n + "_proxy_1_name", "set_" + n);
-        text += line("policy_" + n + "_parm_1_name", "desc") + line("policy_" + n + "_parm_1_value", "text");
-        std::string list = i == 1 ? "Inside" : i == 2 ? "le0$INTERFACE" : i == 3 ? "fw-admin$LIST" : "list" + n;
-        text += line("netobj_list_" + n + "_name", list) + line("netobj_list_" + n + "_element_1_addr", "10.0.0." + n);
-        text += line("netobj_list_" + n + "_element_1_interface", "le" + n);
-        text += line("netobj_group_" + n + "_name", i == 1 ? "fw-admin" : "group" + n);
-        text += line("netobj_group_" + n + "_member_1_name", list) + line("netobj_group_" + n + "_member_1_type", "L");
-        text += line("pfedit_lcl_rule" + n, "permit+le0+tcp++10.0.0." + n + "+255.255.255.0+23+*++a rule");
-    }
+std::string repeated(const std::string &block, int times) {
+    std::string text;
+    for (int time = 0; time < times; time++)
+        for (size_t at = 0; at < block.size(); at++) {
+            bool has_divisor = block.compare(at, 2, "@%") == 0;
+            if (block[at] == '@')
+                text += std::to_string(has_divisor ? time % (block[at + 2] - '0') : time);
+            else if (block.compare(at, 2, "\\r") == 0)
+                text += '\r';
+            else
+                text += block[at];
+            at += has_divisor ? 2 : text.back() == '\r' ? 1 : 0;
+        }
     return text;
 }
 
@@ -151,15 +53,29 @@ const fault_run runs[] = {
     {"standard_output", {"-V50", "-m", "old41", "-m", "init", "-e", "env"}, "stdout"},
 };
 
+// `old` is a configuration from before 4.0, `old41` one of 4.1, `init` the new initial environment, `env` a numbered
+// environment, `table` a netperm table.
 const char *const input_names[] = {"old", "old41", "init", "env", "table"};
 
-// Inputs of `count` rules.
-void write_inputs(const scratch_dir &dir, int count) {
-    dir.write("old", make_old(count));
-    dir.write("old41", make_old41(count));
-    dir.write("init", make_init(count));
-    dir.write("env", make_env(count));
-    dir.write("table", make_table(count));
+// Writes the inputs at `share` of 60 times their size. Each is a file of lines here. Those between `repeat N` and `end`
+// come N times, with the number of the time for a `@` and its remainder for `@%D`; a `\r` is a carriage return.
+void write_inputs(const scratch_dir &dir, int share) {
+    for (const char *name : input_names) {
+        std::istringstream lines(read_file(std::string(INPUTS_DIR) + "/" + name));
+        std::string text, block;
+        int times = 1;
+        for (std::string line; std::getline(lines, line);) {
+            bool begins = line.compare(0, 7, "repeat ") == 0;
+            if (!begins && line != "end") {
+                block += line + "\n";
+                continue;
+            }
+            text += repeated(block, times);
+            block.clear();
+            times = begins ? (atoi(line.c_str() + 7) * share + 59) / 60 : 1;
+        }
+        dir.write(name, text + repeated(block, times));
+    }
 }
 
 // What tells one state of a file from another without reading it.
