@@ -17,8 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             file = &files[word.substr(2)];
         else if (file)
             *file += line;
-        else
-            arguments.push_back(word);
+        else // a report is opened early, so it must not have the name of the output, which may not
+            arguments.push_back(word == "out" && arguments.back().compare(0, 2, "-R") == 0 ? "report" : word);
     }
     std::vector<char *> words;
     for (std::string &argument : arguments)

@@ -109,13 +109,12 @@ void name_index::remove(Frag *frag) {
     if (slots.empty())
         return;
     take_away(frag);
-    // What was the count is now a number behind it.
-    if (last_number != 0 && !find(numbertext(static_cast<int>(count))))
-        last_number = 0;
+    // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
+    if (last_number != 0) {
+        freed_numbers.insert(static_cast<int>(count));
+        freed_numbers.insert(decimal(frag->name));
+    }
     count--;
-    int number = decimal(frag->name);
-    if (number > static_cast<int>(count) && number <= last_number && numbertext(number) == frag->name)
-        last_number = number - 1;
 }
 
 void name_index::take_away(Frag *frag) {
@@ -209,8 +208,13 @@ size_t list_indexes::count(FragList list) const {
 int list_indexes::free_number(FragList list) {
     int number = static_cast<int>(count(list)) + 1;
     auto it = indexes.find(list);
-    if (it != indexes.end())
+    if (it != indexes.end()) {
+        std::set<int> &freed = it->second.freed_numbers;
+        for (; !freed.empty() && *freed.begin() <= it->second.last_number; freed.erase(freed.begin()))
+            if (*freed.begin() >= number && !it->second.find(numbertext(*freed.begin())))
+                return *freed.begin();
         number = std::max(number, it->second.last_number + 1);
+    }
     while (find(list, numbertext(number)))
         number++;
     it = indexes.find(list);

@@ -124,6 +124,8 @@ struct alias_lists {
                 fremove(&num->child, "elements");
             }
         Frag *elements = indexes.find(&list->child, "element");
+        if (!elements) // it was the alias itself
+            elements = set(list, "element", nullptr);
         int number = indexes.free_number(&elements->child);
         Frag *copy = set(elements, numbertext(number).c_str(), nullptr);
         copy->child = copy_fragtree(&alias->child, copy);
@@ -157,11 +159,14 @@ int norm_if(FragList db, const char *location) {
         while (*link != element)
             link = &(*link)->next;
         if (is_alias) {
+            Frag *next = element->next;
             aliases.indexes.remove(&elements->child, element);
-            *link = element->next;
+            *link = next;
             aliases.add(own, element);
             aliases.indexes.forget_below(element); // its own name may have led there
             freefrag(element);
+            while (*link != next)
+                link = &(*link)->next;
         } else {
             link = &element->next;
         }

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -225,7 +226,8 @@ struct name_index {
     std::vector<slot> slots;
     size_t used = 0;     ///< slots that are not free
     size_t count = 0;    ///< nodes of the list
-    int last_number = 0; ///< what `free_number` gave: the numbers from the count up to it are taken
+    int last_number = 0; ///< the highest that `free_number` gave: those from the count up to it are taken or freed
+    std::set<int> freed_numbers;
     std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
 
 private:

@@ -68,7 +68,7 @@ struct map_finder {
     /// Maps with the same three values in front of the policy.
     struct source {
         std::unordered_map<std::string, size_t> by_policy; // newest place by the policy's name
-        std::unordered_map<std::string, size_t> by_sets;   // the same by the config sets of a policy that is sorted
+        std::unordered_map<size_t, size_t> by_sets;        // the same by the config sets of a policy that is sorted
         std::vector<placed_policy> unsorted;               // policies that no walk has come to yet, newest last
         size_t without_policy = 0;
         size_t newest = 0;
@@ -77,31 +77,40 @@ struct map_finder {
 
     static constexpr const char *source_keys[] = {"pd", "src", "proxy"};
 
-    name_index policies;
+    FragList db;
+    list_indexes indexes;
+    // The config sets of a policy by the node that lists them, once it is sorted: equal ones have one number.
+    std::unordered_map<Frag *, size_t> sets_of;
+    std::unordered_map<std::string, size_t> sets_by_names;
     size_t count = 0;
     // Newest places by as many of the values pd, src and proxy as a map has before the first that it lacks, and by
     // as many as the key holds, whatever follows.
     std::unordered_map<std::string, size_t> lacking, having;
     std::unordered_map<std::string, source> sources;
 
-    explicit map_finder(FragList db) : policies(db, "policy") {}
+    explicit map_finder(FragList database) : db(database) {}
 
-    static size_t place(const std::unordered_map<std::string, size_t> &places, const std::string &key) {
+    template <class Key> static size_t place(const std::unordered_map<Key, size_t> &places, const Key &key) {
         auto it = places.find(key);
         return it == places.end() ? 0 : it->second;
     }
 
-    Frag *proxies_of(const char *policy_name) const {
-        Frag *policy = policies.find_key(policy_name);
-        return policy ? ffind(&policy->child, "proxy") : nullptr;
+    Frag *proxies_of(const char *policy_name) {
+        Frag *policies = ffind(db, "policy");
+        Frag *policy = policies ? indexes.find_key(&policies->child, policy_name) : nullptr;
+        return policy ? indexes.find(&policy->child, "proxy") : nullptr;
     }
 
-    static std::string sorted_sets(Frag *proxies) {
-        sort_frags(&proxies->child);
-        std::string sets;
-        for (Frag *set = proxies->child; set; set = set->next)
-            sets.append(set->name).push_back('\0');
-        return sets;
+    size_t sorted_sets(Frag *proxies) {
+        auto known = sets_of.try_emplace(proxies);
+        if (known.second) {
+            sort_frags(&proxies->child);
+            std::string names;
+            for (Frag *set = proxies->child; set; set = set->next)
+                names.append(set->name).push_back('\0');
+            known.first->second = sets_by_names.try_emplace(names, sets_by_names.size()).first->second;
+        }
+        return known.first->second;
     }
 
     /// What `dont_have_map` would say of the map, turned round.
@@ -122,15 +131,15 @@ struct map_finder {
     bool have_policy(source &from, const char *policy_name, size_t same) {
         if (!policy_name)
             return std::max(same, from.newest) != 0;
-        same = std::max({same, from.without_policy, place(from.by_policy, policy_name)});
+        same = std::max({same, from.without_policy, place(from.by_policy, std::string(policy_name))});
         Frag *proxies = proxies_of(policy_name);
         if (proxies && from.newest_with_sets > same) {
-            std::string sets = sorted_sets(proxies);
+            size_t sets = sorted_sets(proxies);
             same = std::max(same, place(from.by_sets, sets));
             while (!from.unsorted.empty() && from.unsorted.back().place > same) {
                 placed_policy met = from.unsorted.back();
                 from.unsorted.pop_back();
-                std::string met_sets = sorted_sets(met.proxies);
+                size_t met_sets = sorted_sets(met.proxies);
                 size_t &newest = from.by_sets[met_sets];
                 newest = std::max(newest, met.place);
                 if (met_sets == sets)
@@ -215,16 +224,16 @@ void merge_old_policies(FragList db, Frag *old_policy) {
         entry->parent = policy;
     if (!file_policy)
         return;
-    name_index policies(&policy->child);
+    list_indexes policies;
     Frag *entry = file_policy->child;
     file_policy->child = nullptr;
     while (entry) {
         Frag *next = entry->next;
-        if (policies.find_key(fragname(entry))) {
+        if (policies.find_key(&policy->child, fragname(entry))) {
             freefrag(entry);
         } else {
             pushfrag(&policy->child, entry, policy);
-            policies.add(entry);
+            policies.add(&policy->child, entry);
         }
         entry = next;
     }

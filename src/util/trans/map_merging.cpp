@@ -80,8 +80,7 @@ struct map_values {
             proxy = values[3];
         }
     }
-    std::string policy_and_source() const { return policy + '\0' + std::string(src); }
-    bool same_source(const map_values &other) const { return src == other.src && pd == other.pd; }
+    std::string source() const { return std::string(src) + '\0' + std::string(pd); }
 };
 
 /// A map that stays, while others are folded into it.
@@ -92,7 +91,7 @@ struct survivor {
     int number;
     Frag *policy = nullptr; // the policy that it names
     Frag *target = nullptr; // the policy's list of config sets, once another map has been folded into it
-    name_index entries;
+    list_indexes entries;
 
     survivor(policy_book &book, Frag *frag, const map_values &frag_values, int map_number)
         : policies(book), map(frag), values(frag_values), number(map_number) {
@@ -102,9 +101,6 @@ struct survivor {
 
     // A deny map never does, whatever policy it names.
     bool merges() const { return values.complete && values.policy != "*" && values.pd != "D"; }
-
-    // False if no map of another policy can be folded in, whatever it is.
-    bool takes_others() const { return policy && policies.uses[policy] == 1 && ffind(&policy->child, "proxy"); }
 
     // Gives the policy its name as a merged one. False if there is no policy to take further config sets, or if
     // other maps than the `own_uses` name it too and would lose it.
@@ -122,7 +118,6 @@ struct survivor {
         fsetp(&map->child, "policy", name.c_str(), map);
         policies.rename(policy, name);
         fsetp(&policy->child, "parm_desc", name.c_str(), policy);
-        entries = name_index(&target->child);
         return true;
     }
 
@@ -161,15 +156,12 @@ struct survivor {
 // One batch: for each proxy the first of its maps that still waits, in the order of their numbers.
 void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &policies, int &number) {
     std::vector<map_values> values;
-    std::unordered_map<std::string_view, std::vector<size_t>> by_src;
-    std::unordered_map<std::string, std::vector<size_t>> by_policy; // and source
+    std::unordered_map<std::string, std::vector<size_t>> by_source;
     values.reserve(batch.size());
     for (Frag *frag : batch) {
         values.emplace_back(frag);
-        if (!values.back().complete)
-            continue;
-        by_src[values.back().src].push_back(values.size() - 1);
-        by_policy[values.back().policy_and_source()].push_back(values.size() - 1);
+        if (values.back().complete)
+            by_source[values.back().source()].push_back(values.size() - 1);
     }
     std::vector<bool> absorbed(batch.size());
     for (size_t i = 0; i < batch.size(); i++) {
@@ -181,18 +173,17 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
         renumberfrag(batch[i], number);
         if (!stays.merges())
             continue;
-        std::vector<size_t> &candidates =
-            stays.takes_others() ? by_src[values[i].src] : by_policy[values[i].policy_and_source()];
+        std::vector<size_t> &same_source = by_source[values[i].source()];
         std::vector<size_t> waiting;
-        for (size_t j : candidates) {
-            if (j <= i || absorbed[j])
+        for (size_t j : same_source) {
+            if (j <= i)
                 continue;
-            if (values[i].same_source(values[j]) && stays.absorb(batch[j], values[j]))
+            if (stays.absorb(batch[j], values[j]))
                 absorbed[j] = true;
             else
                 waiting.push_back(j);
         }
-        candidates = std::move(waiting);
+        same_source = std::move(waiting);
     }
 }
 

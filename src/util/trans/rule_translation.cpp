@@ -13,7 +13,7 @@ namespace {
 /// Patterns with the same bytes in front of their first `*` and behind their last. Once they are many, those that have
 /// to be tried on a word are found by what they have between two stars, which stands in every word that they match.
 struct pattern_list {
-    static constexpr size_t MANY = 32, MIDDLE_LEN = 8;
+    static constexpr size_t MANY = 32, MIDDLE_LEN = 32;
 
     std::vector<std::string_view> patterns;
     std::unordered_map<std::string_view, std::vector<std::string_view>> by_middle;
