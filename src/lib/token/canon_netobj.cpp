@@ -37,16 +37,8 @@ struct alias_lists {
 
     // Uses up the list of that key: null if there is none. The caller must not free it.
     Frag *use(const char *key) {
-        FragList siblings = &netobj_list->child;
-        Frag *list;
-        for (;; key++) {
-            std::string_view component = key_component(key);
-            list = indexes.find(siblings, component);
-            key += component.size();
-            if (!list || *key != '_')
-                break;
-            siblings = &list->child;
-        }
+        FragList siblings;
+        Frag *list = indexes.find_key(&netobj_list->child, key, &siblings);
         if (!list)
             return nullptr;
         indexes.remove(siblings, list);

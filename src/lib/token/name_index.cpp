@@ -153,11 +153,13 @@ Frag *list_indexes::find(FragList list, std::string_view name) {
     return nullptr;
 }
 
-Frag *list_indexes::find_key(FragList list, const char *key) {
+Frag *list_indexes::find_key(FragList list, const char *key, FragList *siblings) {
     for (;; key++) {
         std::string_view component = key_component(key);
         Frag *frag = find(list, component);
         key += component.size();
+        if (siblings)
+            *siblings = list;
         if (!frag || *key != '_')
             return frag;
         list = &frag->child;

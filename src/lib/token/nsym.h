@@ -244,8 +244,9 @@ std::string_view key_component(const char *key);
 struct list_indexes {
     /// The first node of exactly that name in the list, or null.
     Frag *find(FragList list, std::string_view name);
-    /// What `ffind` gives for the key in the list, with an index for each long list on the way.
-    Frag *find_key(FragList list, const char *key);
+    /// What `ffind` gives for the key in the list, with an index for each long list on the way. `siblings` (may be
+    /// null) gets the list that the node stands in.
+    Frag *find_key(FragList list, const char *key, FragList *siblings = nullptr);
     /// What `fsetp` does for the key in the list, likewise.
     Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
     /// Takes note of a node that was just put at the head of the list.
