@@ -12,14 +12,15 @@ std::string random_word(const std::string &alphabet, unsigned longest) {
     return word;
 }
 
-// The maps of rules that are split already: rules that an earlier one covers go, neighbours join.
+// The maps of rules that are split already: rules that an earlier one covers go, neighbours join. A rule without a marker
+// has none here or, if it joins nothing, its prefix `permit-`.
 std::string plain_maps(const std::vector<plain_rule> &all) {
     std::vector<plain_rule> rules = uncovered(all);
     std::string maps;
     int group = 1;
     for (size_t i = 0; i < rules.size(); group++) {
         const plain_rule &first = rules[i];
-        std::string hosts = first.host, type = first.marker.empty() ? "%-permit%" : first.marker;
+        std::string hosts = first.host, type = first.marker == "%-deny%" ? first.marker : "%-permit%";
         while (++i < rules.size() && rules[i].tail == first.tail &&
                (rules[i].marker.empty() ? "%-deny%" : rules[i].marker) == type)
             hosts += "," + rules[i].host;
@@ -61,8 +62,10 @@ TEST(rule_property, covered_rules_and_groups) {
             std::string prefix = one_of({"", "", "permit-", "permit-", "deny-", "absorb-"}),
                         marker = one_of({"", "", "", "", "%-permit%", "%-deny%"}),
                         tail = one_of({"", "", "", "-x", "-x ", "-y"}), line, type = marker;
-            if (marker.empty() && !prefix.empty() && prefix != "absorb-")
-                type = "%-" + prefix.substr(0, prefix.size() - 1) + "%";
+            if (marker.empty() && prefix == "deny-")
+                type = "%-deny%";
+            else if (marker.empty() && prefix == "permit-")
+                type = prefix;
             for (unsigned hosts = 1 + random_below(3); hosts > 0; hosts--) {
                 std::string host = random_word(few ? "a1.*" : "ab1.*", few ? 4 : 6) + one_of({"", "a", "*", "1"});
                 if (many && random_below(2)) {

@@ -111,29 +111,25 @@ struct cover_index {
     }
 };
 
-// The class of a rule whose text has no marker of its own is that of its prefix in the table.
-std::string_view prefix_marker(long attr) {
-    if (attr & ATTR_DENY)
-        return DENY_MARKER;
-    return attr & ATTR_PERMIT ? PERMIT_MARKER : "";
-}
-
 // The rules in the order of the table, one for each host. Their words are views into the values.
 std::vector<rule_text> split_rules(Frag *hosts) {
     sort_frags(&hosts->child);
     std::vector<rule_text> rules;
     for (const Frag *frag = hosts->child; frag; frag = frag->next) {
         rule_text rule = read_rule(frag);
-        if (rule.marker.empty())
-            rule.marker = prefix_marker(frag->attr);
+        // A text without a marker of its own has the class of its prefix in the table.
+        if (rule.marker.empty() && (frag->attr & ATTR_DENY))
+            rule.marker = DENY_MARKER;
+        rule.permit_prefix = (frag->attr & ATTR_PERMIT) && !(frag->attr & ATTR_DENY);
         size_t first = rules.size();
         rules.push_back(rule);
         const char *at = rule.tail;
         while (*at && *at != '-') {
-            // A further host of a rule without a class stands like a rule's first word, where a marker counts.
+            // A further host of a rule without a marker stands like a rule's first word, where a marker counts.
             rule_text further = rule.marker.empty() ? read_rule_text(at) : rule;
             if (!rule.marker.empty())
                 further.host = {at, word_len(at)};
+            further.permit_prefix = rule.permit_prefix;
             rules.push_back(further);
             at = skip_blanks(at + word_len(at));
         }
@@ -156,11 +152,13 @@ std::vector<rule_text> without_covered(const std::vector<rule_text> &rules) {
 }
 
 // The end of the group that `first` begins. A rule without a marker begins a group as a permit rule, but joins one
-// only as a deny rule.
+// only as a deny rule; if its prefix is `permit-` it joins none, since a deny must not swallow a permit.
 const rule_text *end_of_group(const rule_text *first, const rule_text *end) {
     std::string_view group_class = first->marker.empty() ? PERMIT_MARKER : first->marker;
     const rule_text *rule = first + 1;
     for (; rule != end; rule++) {
+        if (rule->marker.empty() && rule->permit_prefix)
+            break;
         std::string_view rule_class = rule->marker.empty() ? DENY_MARKER : rule->marker;
         if (rule_class != group_class || (rule->tail != first->tail && strcmp(rule->tail, first->tail) != 0))
             break;

@@ -108,9 +108,10 @@ int proxies_not_in_maps(FragList db, Frag *map, Frag *list);
 /// A rule's text taken apart: behind leading blanks a marker that tells its class, the host word, and the tail, which
 /// is what follows the host word and blanks.
 struct rule_text {
-    std::string_view marker; ///< "%-permit%", "%-deny%" or empty
-    std::string_view host;   ///< the host word, which ends at a blank, a tab or the text's end
-    const char *tail;        ///< up to the text's end
+    std::string_view marker;    ///< "%-permit%", "%-deny%" or empty
+    std::string_view host;      ///< the host word, which ends at a blank, a tab or the text's end
+    const char *tail;           ///< up to the text's end
+    bool permit_prefix = false; ///< its attribute in the table has the prefix `permit-` alone; reading a text leaves it
 };
 constexpr char PERMIT_MARKER[] = "%-permit%";
 constexpr char DENY_MARKER[] = "%-deny%";
