@@ -25,7 +25,8 @@ install(CODE "
       --enable-deterministic-archives \"\${root}/${library_dir}/libtoken.a\" \"\${root}/${library_dir}/libtrans.a\"
       COMMAND_ERROR_IS_FATAL ANY)
   endif()")
-install(FILES src/lib/token/nsym.h src/lib/token/nupgrade.h src/util/trans/upgrade.h
+install(FILES src/lib/token/nsym.h src/lib/token/nupgrade.h src/util/trans/upgrade.h src/util/trans/netperm.h
+  src/util/trans/merging.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package})
 file(RELATIVE_PATH pkgconfig_to_prefix /${pkgconfig_dir} /)
 configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)

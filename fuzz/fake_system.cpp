@@ -239,7 +239,6 @@ int __wrap_fclose(FILE *stream) {
 }
 
 int LLVMFuzzerInitialize(int *, char ***) {
-    std::set_new_handler(outofcore);
     // What the store keeps from one save to the next must not belong to a run: it gets its full size ahead of all.
     std::string key;
     for (int level = 0; level < 20000; level++)

@@ -4,6 +4,7 @@
 #define NETPERM_SUPPORT_H
 
 #include "support.h"
+#include "translation.h"
 #include "upgrade.h"
 
 #include <algorithm>

@@ -2,6 +2,8 @@
 #ifndef SUPPORT_H
 #define SUPPORT_H
 
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nsym.h"
 
 #include <string>

@@ -1,7 +1,10 @@
 // Canonical network objects: named lists and groups, and one place for every address of the firewall.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstring>
+#include <unordered_map>
 #include <unordered_set>
 
 int canon_netobj(FragList db, const char *family) {

@@ -1,7 +1,10 @@
 // Canonical proxies: their names, config sets and parameters.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstring>
+#include <unordered_map>
 
 int canon_def(FragList db) {
     Frag *def_proxy = ffind(db, "def_proxy");
@@ -69,7 +72,7 @@ static void file_parameter(Frag *entry, const char *name, Frag *value, list_inde
     long bits = strip_attr_prefixes(&name);
     const char *underscore = strchr(name, '_');
     Frag *holder;
-    if (underscore && (underscore[1] < '0' || underscore[1] > '9')) {
+    if (underscore && !is_digit(underscore[1])) {
         renamefrag(value, name);
         pushfrag(&entry->child, value, entry);
         indexes.add(&entry->child, value);

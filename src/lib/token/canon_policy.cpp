@@ -1,8 +1,12 @@
 // Canonical policies, filter rules and addresses.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
+#include <utility>
 
 namespace {
 

@@ -1,7 +1,9 @@
 // Walking the elements of a network object.
+#include "frag_tools.h"
 #include "nupgrade.h"
 
 #include <cstring>
+#include <vector>
 
 int enum_netobj(FragList db, const char *name, enum_callback callback, void *arg) {
     static const char group_mark[] = "$$NETOBJ.";

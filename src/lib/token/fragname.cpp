@@ -1,9 +1,10 @@
-// Names: the stored and the clear form, prefixes, rendered keys; and the small string functions.
+// Names: the stored and the clear form, prefixes, rendered keys.
+#include "frag_tools.h"
 #include "nsym.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <strings.h>
+#include <vector>
 
 char keynamebuf[KEYNAME_SIZE];
 int keynamelen;
@@ -36,7 +37,7 @@ const attr_map_rec attr_map_tab[] = {
 };
 
 int hexdigit(char digit) {
-    if (digit >= '0' && digit <= '9')
+    if (is_digit(digit))
         return digit - '0';
     if (digit >= 'a' && digit <= 'f')
         return digit - 'a' + 10;
@@ -169,33 +170,3 @@ const char *attr_revmap(const char *name) {
             return rec->file_name;
     return name;
 }
-
-int is_blanks(const char *text) { return !text || !*skip_blanks(text); }
-
-int is_on(const char *text) {
-    if (!text)
-        return 0;
-    text = skip_blanks(text);
-    if (strcasecmp(text, "on") == 0 || strcasecmp(text, "yes") == 0 || strcasecmp(text, "true") == 0)
-        return 1;
-    return *text >= '0' && *text <= '9' ? decimal(text) : 0;
-}
-
-int decimal(const char *text) { return static_cast<int>(strtol(text, nullptr, 10)); }
-
-bool has_prefix(const char *text, std::string_view prefix) { return strncmp(text, prefix.data(), prefix.size()) == 0; }
-
-bool has_prefix_nocase(const char *text, std::string_view prefix) {
-    return strncasecmp(text, prefix.data(), prefix.size()) == 0;
-}
-
-bool same_text(const char *a, const char *b) { return a && b && strcmp(a, b) == 0; }
-
-std::string lowercase(std::string_view text) {
-    std::string lower(text);
-    for (char &byte : lower)
-        byte = lowercase(byte);
-    return lower;
-}
-
-std::string numbertext(int number) { return std::to_string(number); }

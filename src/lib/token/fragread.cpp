@@ -3,6 +3,8 @@
 // Two forms, one grammar. The flat form is a line `a_b_c=value` for each value. A `[` at the start of a component
 // switches to the section form for the rest of the file: `[a_b]` goes down from the top, `c=value` sets a value
 // there, and a `\` in a value continues it on the next line.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nsym.h"
 
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 

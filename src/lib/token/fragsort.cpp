@@ -1,9 +1,8 @@
 // The order of siblings.
+#include "frag_tools.h"
 #include "nsym.h"
 
 #include <cstring>
-
-static bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
 int fragmatch(const char *a, const char *b) {
     if (!is_digit(*a) || !is_digit(*b))

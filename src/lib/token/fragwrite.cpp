@@ -1,8 +1,8 @@
 // The fragment-file writer, and the save of a database.
+#include "frag_tools.h"
 #include "nsym.h"
 #include "nupgrade.h"
 
-#include <cerrno>
 #include <cstring>
 
 namespace {
@@ -64,9 +64,7 @@ int exportffile(const char *name, FragList list, int version) {
         reserve_xml(list);
     FILE *stream = stdout;
     if (name) {
-        stream = fopen(name, "w");
-        if (!stream && errno == ENOMEM)
-            outofcore();
+        stream = open_file(name, "w");
         if (!stream)
             return 1;
     }

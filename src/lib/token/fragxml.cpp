@@ -1,6 +1,8 @@
 // XML: a child with a value is an attribute of its parent's element, a child with children an element inside it.
 #include "nsym.h"
 
+#include <vector>
+
 namespace {
 
 void write_blanks(FILE *stream, int count) { fprintf(stream, "%*s", count, ""); }

@@ -1,9 +1,11 @@
 // Which program serves the web proxy: the one that can authenticate, or the plain one.
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstring>
 #include <strings.h>
 #include <unordered_set>
+#include <vector>
 
 int is_authon(const char *value) {
     return value && *value && strcasecmp(value, "never") != 0 && strcasecmp(value, "inherit") != 0;

@@ -1,8 +1,8 @@
 // Lookups by name in lists that are too long to be walked for each.
-#include "nsym.h"
+#include "name_index.h"
+#include "frag_tools.h"
 
 #include <algorithm>
-#include <cstring>
 
 // Walking a few nodes costs less than hashing, and most lists end here. The sanitizer builds set it to 0, so that every
 // lookup is one by index and none can miss what a pass changed.
@@ -19,7 +19,7 @@ name_index::name_index(FragList list) {
     make_room(count);
     for (Frag *frag = *list; frag; frag = frag->next) {
         size_t hash = hash_of(frag->name);
-        slot &at = place(hash, frag->name);
+        slot &at = slots[place(hash, frag->name)];
         if (at.frag) {
             hidden[frag->name].push_back(frag);
         } else {
@@ -58,17 +58,17 @@ void name_index::make_room(size_t more) {
         }
 }
 
-// The slot of the name, or the free one where the search for it ends.
-name_index::slot &name_index::place(size_t hash, std::string_view name) {
+// The place of the name's slot, or of the free one where the search for it ends.
+size_t name_index::place(size_t hash, std::string_view name) const {
     for (size_t at = hash >> 1;; at++) {
-        slot &entry = slots[at & (slots.size() - 1)];
-        if (!entry.hash || (entry.hash == hash && entry.frag && name == entry.frag->name))
-            return entry;
+        const slot &entry = slots[at & (slots.size() - 1)];
+        if (!entry.hash || (entry.hash == hash && entry.frag && is_named(entry.frag, name)))
+            return at & (slots.size() - 1);
     }
 }
 
 Frag *name_index::find(std::string_view name) const {
-    return slots.empty() ? nullptr : const_cast<name_index *>(this)->place(hash_of(name), name).frag;
+    return slots.empty() ? nullptr : slots[place(hash_of(name), name)].frag;
 }
 
 Frag *name_index::find_key(const char *key) const {
@@ -97,7 +97,7 @@ void name_index::add(Frag *frag) {
     make_room(1);
     count++;
     size_t hash = hash_of(frag->name);
-    slot &at = place(hash, frag->name);
+    slot &at = slots[place(hash, frag->name)];
     if (at.frag)
         hidden[frag->name].push_back(at.frag);
     else
@@ -108,17 +108,8 @@ void name_index::add(Frag *frag) {
 void name_index::remove(Frag *frag) {
     if (slots.empty())
         return;
-    take_away(frag);
-    // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
-    if (last_number != 0) {
-        freed_numbers.insert(static_cast<int>(count));
-        freed_numbers.insert(decimal(frag->name));
-    }
     count--;
-}
-
-void name_index::take_away(Frag *frag) {
-    slot &at = place(hash_of(frag->name), frag->name);
+    slot &at = slots[place(hash_of(frag->name), frag->name)];
     auto behind = hidden.find(frag->name);
     if (behind == hidden.end()) {
         if (at.frag == frag)
@@ -147,7 +138,7 @@ Frag *list_indexes::find(FragList list, std::string_view name) {
                 it = indexes.emplace(list, name_index(list)).first;
             return it->second.find(name);
         }
-        if (strncmp(frag->name, name.data(), name.size()) == 0 && frag->name[name.size()] == 0)
+        if (is_named(frag, name))
             return frag;
     }
     return nullptr;
@@ -192,9 +183,19 @@ void list_indexes::add(FragList list, Frag *frag) {
 }
 
 void list_indexes::remove(FragList list, Frag *frag) {
+    auto search = searches.find(list);
     auto it = indexes.find(list);
-    if (it != indexes.end())
-        it->second.remove(frag);
+    if (it == indexes.end()) {
+        if (search != searches.end())
+            searches.erase(search);
+        return;
+    }
+    // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
+    if (search != searches.end()) {
+        search->second.freed.insert(static_cast<int>(it->second.count));
+        search->second.freed.insert(decimal(frag->name));
+    }
+    it->second.remove(frag);
 }
 
 size_t list_indexes::count(FragList list) const {
@@ -208,29 +209,26 @@ size_t list_indexes::count(FragList list) const {
 }
 
 int list_indexes::free_number(FragList list) {
+    number_search &search = searches[list];
     int number = static_cast<int>(count(list)) + 1;
-    auto it = indexes.find(list);
-    if (it != indexes.end()) {
-        std::set<int> &freed = it->second.freed_numbers;
-        for (; !freed.empty() && *freed.begin() <= it->second.last_number; freed.erase(freed.begin()))
-            if (*freed.begin() >= number && !it->second.find(numbertext(*freed.begin())))
-                return *freed.begin();
-        number = std::max(number, it->second.last_number + 1);
-    }
+    for (std::set<int> &freed = search.freed; !freed.empty() && *freed.begin() <= search.last;
+         freed.erase(freed.begin()))
+        if (*freed.begin() >= number && !find(list, numbertext(*freed.begin())))
+            return *freed.begin();
+    number = std::max(number, search.last + 1);
     while (find(list, numbertext(number)))
         number++;
-    it = indexes.find(list);
-    if (it != indexes.end())
-        it->second.last_number = number;
+    search.last = number;
     return number;
 }
 
 void list_indexes::forget_below(Frag *frag) {
     std::vector<Frag *> left{frag};
-    while (!left.empty() && !indexes.empty()) {
+    while (!left.empty() && !(indexes.empty() && searches.empty())) {
         frag = left.back();
         left.pop_back();
         indexes.erase(&frag->child);
+        searches.erase(&frag->child);
         for (Frag *child = frag->child; child; child = child->next)
             left.push_back(child);
     }

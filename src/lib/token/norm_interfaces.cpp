@@ -1,10 +1,14 @@
 // Numbered interfaces: aliases leave the location lists for a list of their interface, and the list of all
 // interfaces is rebuilt.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstring>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 namespace {
 

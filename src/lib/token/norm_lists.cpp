@@ -1,4 +1,5 @@
 // Numbered families: counted lists, plain renumbering, filter rules.
+#include "frag_tools.h"
 #include "nupgrade.h"
 
 #include <cstring>
@@ -71,7 +72,7 @@ int norm_vpndata(FragList db, const char *list_key) {
     sort_frags(&list->child);
     int number = 1;
     for (Frag *frag = list->child; frag; frag = frag->next)
-        if (*frag->name >= '0' && *frag->name <= '9') {
+        if (is_digit(*frag->name)) {
             char text[16];
             snprintf(text, sizeof text, "%04d", number++);
             renamefrag(frag, text);

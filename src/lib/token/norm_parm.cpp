@@ -1,4 +1,5 @@
 // Numbered parameters.
+#include "frag_tools.h"
 #include "nupgrade.h"
 
 #include <cstring>
@@ -37,7 +38,7 @@ int norm_parm(Frag *entry, const char *list_key, const char *count_key) {
     while (parameter) {
         Frag *next = parameter->next;
         std::string base_name = attr_revmap(fragname(parameter));
-        if (parameter->child && *parameter->child->name >= '0' && *parameter->child->name <= '9') {
+        if (parameter->child && is_digit(*parameter->child->name)) {
             // Each child of a list parameter is an entry of its own; the child's bits go into its name.
             for (Frag *child = parameter->child; child; child = child->next) {
                 Frag *numbered = faddchild(list, numbertext(number++), nullptr);

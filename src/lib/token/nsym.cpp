@@ -1,8 +1,11 @@
 // The tree: memory, lookup, insertion, deletion, copies.
 #include "nsym.h"
+#include "frag_tools.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <vector>
 
 Frag *def_database, *oldconf, *initconf, *nptdatabase;
 FragList cur_database;
@@ -11,6 +14,10 @@ void outofcore() {
     fputs("Outofcore()\n", stderr);
     exit(1);
 }
+
+// What takes memory by `new`, the containers of the store and of its users, ends like the functions below. A program
+// that wants another end sets its own handler.
+[[maybe_unused]] static const std::new_handler handler_before = std::set_new_handler(outofcore);
 
 void *getcore(size_t size) {
     void *block = malloc(size);
@@ -68,32 +75,10 @@ void freefrag(Frag *frag) {
     freelist(frag);
 }
 
-// Names are a few bytes long: plain loops over them cost less than calls of the string functions.
-std::string_view key_component(const char *key) {
-    const char *end = key;
-    while (*end && *end != '_' && *end != '=')
-        end++;
-    return {key, static_cast<size_t>(end - key)};
-}
-
-static bool is_named(const Frag *frag, std::string_view name) {
-    const char *at = frag->name;
-    for (char byte : name)
-        if (*at++ != byte)
-            return false;
-    return *at == 0;
-}
-
-static Frag *find_component(Frag *frag, std::string_view name) {
-    while (frag && !is_named(frag, name))
-        frag = frag->next;
-    return frag;
-}
-
 Frag *ffind(FragList list, const char *key) {
     for (;;) {
         std::string_view component = key_component(key);
-        Frag *frag = find_component(*list, component);
+        Frag *frag = find_named(*list, component);
         key += component.size();
         if (!frag || *key != '_')
             return frag;
@@ -105,36 +90,6 @@ Frag *ffind(FragList list, const char *key) {
 Frag *ffind2(FragList list, const char *key1, const char *key2) {
     Frag *frag = ffind(list, key1);
     return frag ? ffind(&frag->child, key2) : nullptr;
-}
-
-void pushfrag(FragList list, Frag *frag, Frag *parent) {
-    frag->next = *list;
-    frag->parent = parent;
-    *list = frag;
-}
-
-Frag *fmake(FragList list, const char *key, Frag *parent) {
-    for (;;) {
-        std::string_view component = key_component(key);
-        Frag *frag = find_component(*list, component);
-        if (!frag) {
-            frag = newsymfrag(component.data(), component.size());
-            pushfrag(list, frag, parent);
-        }
-        key += component.size();
-        if (*key != '_')
-            return frag;
-        key++;
-        list = &frag->child;
-        parent = frag;
-    }
-}
-
-Frag *faddchild(Frag *parent, std::string_view name, const char *value) {
-    Frag *frag = newsymfrag(name.data(), name.size());
-    setvalue(frag, value);
-    pushfrag(&parent->child, frag, parent);
-    return frag;
 }
 
 Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent) {
@@ -179,53 +134,6 @@ char *fval(FragList list, const char *key) {
     return frag ? frag->value : nullptr;
 }
 
-bool fremove(FragList list, const char *key) {
-    Frag *frag = fdel(list, key);
-    freefrag(frag);
-    return frag != nullptr;
-}
-
-void fremove_bare(FragList list, const char *key) {
-    Frag *frag = ffind(list, key);
-    if (frag && !frag->value && !frag->child)
-        fremove(list, key);
-}
-
-Frag *fdel_valued(FragList list, const char *key) {
-    Frag *frag = fdel(list, key);
-    if (frag && !frag->value) {
-        freefrag(frag);
-        return nullptr;
-    }
-    return frag;
-}
-
-void take_name(Frag *frag, const char *key) {
-    if (Frag *name = fdel_valued(&frag->child, key)) {
-        renamefrag(frag, name->value);
-        freefrag(name);
-    }
-}
-
-void setvalue(Frag *frag, const char *value) {
-    if (value) {
-        setvalue(frag, std::string_view(value));
-        return;
-    }
-    free(frag->value);
-    frag->value = nullptr;
-    frag->vlen = 0;
-}
-
-void setvalue(Frag *frag, std::string_view value) {
-    char *copy = static_cast<char *>(getcore(value.size() + 2));
-    memcpy(copy, value.data(), value.size());
-    copy[value.size()] = 0;
-    free(frag->value);
-    frag->value = copy;
-    frag->vlen = static_cast<long>(value.size());
-}
-
 static Frag *copy_frag(const Frag *source, Frag *parent) {
     Frag *copy = newsymfrag(source->name, strlen(source->name));
     copy->parent = parent;
@@ -257,23 +165,6 @@ Frag *copy_fragtree(FragList list, Frag *parent) {
         }
     }
     return first;
-}
-
-void reverse_frags(FragList list) {
-    Frag *reversed = nullptr;
-    while (Frag *frag = *list) {
-        *list = frag->next;
-        frag->next = reversed;
-        reversed = frag;
-    }
-    *list = reversed;
-}
-
-int number_frags(Frag *first) {
-    int count = 0;
-    for (Frag *frag = first; frag; frag = frag->next)
-        renumberfrag(frag, ++count);
-    return count;
 }
 
 Frag *symffind(const char *key) {

@@ -13,11 +13,8 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 /// Attribute bits. A file and a rendered name show one at most, as a prefix; deny goes before permit, absorb, onlyon.
 enum : long { ATTR_PERMIT = 1, ATTR_DENY = 2, ATTR_ABSORB = 4, ATTR_ONLYON = 8 };
@@ -69,12 +66,6 @@ Frag *ffind2(FragList list, const char *key1, const char *key2);
 /// Finds or makes the node of `key` and gives it a copy of `value`; null takes its value away. New nodes go to the
 /// head of their lists; one made directly in `list` gets `parent`. `value` must not be the node's own value.
 Frag *fsetp(FragList list, const char *key, const char *value, Frag *parent);
-/// The node of `key`, made like `fsetp` makes it if it is missing, but with the value that it has.
-Frag *fmake(FragList list, const char *key, Frag *parent = nullptr);
-/// Renames the node to the value of its child `key`, which goes. Without such a value the node keeps its name.
-void take_name(Frag *frag, const char *key);
-/// Makes a child of exactly that name at the head of the node's children, which must have none of it yet.
-Frag *faddchild(Frag *parent, std::string_view name, const char *value);
 /// `fsetp` with no parent.
 Frag *fset(FragList list, const char *key, const char *value);
 /// `fset` below the node that `*frag` holds, linking the new node (or else its first child) to it as parent.
@@ -84,24 +75,8 @@ Frag *fset_list(Frag **frag, const char *key, const char *value);
 Frag *fdel(FragList list, const char *key);
 /// The value of the node of `key`, not a copy; null if there is no node or it has none.
 char *fval(FragList list, const char *key);
-/// `fdel` and `freefrag`. True if there was such a node.
-bool fremove(FragList list, const char *key);
-/// Removes the node of `key` if it has neither value nor children.
-void fremove_bare(FragList list, const char *key);
-/// `fdel` for a node whose value is to be used: one that has none is freed too, and null is the result.
-Frag *fdel_valued(FragList list, const char *key);
-/// Gives the node a copy of `value`, or none if it is null.
-void setvalue(Frag *frag, const char *value);
-/// Gives the node a copy of all bytes of `value`.
-void setvalue(Frag *frag, std::string_view value);
-/// Puts the unlinked node at the head of the list as a child of `parent` (may be null).
-void pushfrag(FragList list, Frag *frag, Frag *parent);
 /// A deep copy of the whole list in the same order, the copies' parent being `parent`; null for an empty list.
 Frag *copy_fragtree(FragList list, Frag *parent);
-/// Turns the list around in place.
-void reverse_frags(FragList list);
-/// Numbers the siblings from 1 by renaming them with the format "%d". The result is their count.
-int number_frags(Frag *first);
 /// `ffind` and `fset` on `cur_database`.
 Frag *symffind(const char *key);
 Frag *symfset(const char *key, const char *value);
@@ -138,32 +113,12 @@ const char *attr_revmap(const char *name);
 /// The value of two hexadecimal digits, anything else counting as 0.
 int hexconvert(const char *digits);
 
-// Small string functions.
+// Texts.
 
 /// 1 if `text` is null, empty or nothing but blanks and tabs.
 int is_blanks(const char *text);
 /// The value of a switch: 1 for on, yes, true; a leading number as it is; 0 for all else and for null.
 int is_on(const char *text);
-/// The decimal integer at the start of `text`, as atoi() reads it; digits beyond the range of int wrap around.
-int decimal(const char *text);
-/// True if `text` begins with `prefix`, in any case with `has_prefix_nocase`.
-bool has_prefix(const char *text, std::string_view prefix);
-bool has_prefix_nocase(const char *text, std::string_view prefix);
-/// True if both are there and equal.
-bool same_text(const char *a, const char *b);
-/// In lower case (ASCII), as strcasecmp() in the C locale compares.
-inline char lowercase(char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; }
-std::string lowercase(std::string_view text);
-/// The text that `number` gives in the format "%d".
-std::string numbertext(int number);
-/// True for a blank or a tab.
-inline bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }
-/// The first byte of `text` that is neither blank nor tab.
-inline const char *skip_blanks(const char *text) {
-    while (is_blank(*text))
-        text++;
-    return text;
-}
 
 // Files.
 
@@ -194,73 +149,5 @@ int exportffile(const char *name, FragList list, int version);
 int sort_frags(FragList list);
 /// Negative, 0 or positive as the first name comes before, ties with or comes behind the second.
 int fragmatch(const char *a, const char *b);
-
-// Names in long lists.
-
-/// An index of one sibling list by stored name, for a pass that looks up many names in it. It gives what a walk from
-/// the head would give, as long as the pass tells it of every node that it adds, takes away or renames. It owns no
-/// node and must not outlive the pass.
-struct name_index {
-    name_index() = default;
-    /// Indexes the list as it stands.
-    explicit name_index(FragList list);
-    /// Indexes the children of the node that `key` leads to, if there is one.
-    name_index(FragList list, const char *key);
-    /// The first node of exactly that name, or null.
-    Frag *find(std::string_view name) const;
-    /// What `ffind` gives for the key in the indexed list.
-    Frag *find_key(const char *key) const;
-    /// What `fsetp` does for the key in the indexed list, which must be `list`.
-    Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
-    /// Takes note of a node that was just put at the head of the list.
-    void add(Frag *frag);
-    /// Takes note that a node leaves the list or is about to be renamed.
-    void remove(Frag *frag);
-
-    /// A hash table of the nodes nearest the head, open addressed and at most half full. A slot is free if its hash is
-    /// 0; one with a hash and no node is passed over. A heap node for each name would cost more than all else here.
-    struct slot {
-        size_t hash;
-        Frag *frag;
-    };
-    std::vector<slot> slots;
-    size_t used = 0;     ///< slots that are not free
-    size_t count = 0;    ///< nodes of the list
-    int last_number = 0; ///< the highest that `free_number` gave: those from the count up to it are taken or freed
-    std::set<int> freed_numbers;
-    std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
-
-private:
-    slot &place(size_t hash, std::string_view name);
-    void make_room(size_t more);
-    void take_away(Frag *frag);
-};
-
-/// The first component of a key.
-std::string_view key_component(const char *key);
-
-/// Indexes of many lists, each made when a lookup finds its list long; short ones are walked. As with one index, the
-/// pass tells it of every node that it adds to one of these lists or takes away.
-struct list_indexes {
-    /// The first node of exactly that name in the list, or null.
-    Frag *find(FragList list, std::string_view name);
-    /// What `ffind` gives for the key in the list, with an index for each long list on the way. `siblings` (may be
-    /// null) gets the list that the node stands in.
-    Frag *find_key(FragList list, const char *key, FragList *siblings = nullptr);
-    /// What `fsetp` does for the key in the list, likewise.
-    Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
-    /// Takes note of a node that was just put at the head of the list.
-    void add(FragList list, Frag *frag);
-    /// Takes note that a node leaves the list.
-    void remove(FragList list, Frag *frag);
-    /// The nodes in the list.
-    size_t count(FragList list) const;
-    /// The first number behind the count of the list that names no node in it. The caller makes the node.
-    int free_number(FragList list);
-    /// Forgets the lists below the node, which are about to be freed or changed.
-    void forget_below(Frag *frag);
-
-    std::unordered_map<FragList, name_index> indexes;
-};
 
 #endif

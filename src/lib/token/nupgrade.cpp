@@ -1,5 +1,6 @@
 // The two directions between the numbered and the canonical layout, as tables of contents.
 #include "nupgrade.h"
+#include "frag_tools.h"
 
 int norm_fragtree(FragList db) {
     // Proxies get their names before config sets are hung on them, config sets stand under their proxies before

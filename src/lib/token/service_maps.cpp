@@ -1,4 +1,5 @@
 // The services of each platform, and the states that go back to them on saving.
+#include "frag_tools.h"
 #include "nupgrade.h"
 
 #include <cstring>

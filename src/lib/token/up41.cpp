@@ -1,4 +1,6 @@
 // The 4.1 upgrade: the GUI client's address, the plug proxy, and what the service tables say of each proxy.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "nupgrade.h"
 
 #include <cstdlib>

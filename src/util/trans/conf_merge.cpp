@@ -1,9 +1,12 @@
 // Merging a further configuration: what the database holds wins, and only what is new comes in.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "merging.h"
+#include "name_index.h"
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_map>
+#include <vector>
 
 int not_same_netobj(FragList, const char *, const char *) { return 1; }
 

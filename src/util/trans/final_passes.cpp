@@ -1,5 +1,6 @@
 // The last passes before saving.
-#include "nsym.h"
+#include "frag_tools.h"
+#include "name_index.h"
 #include "upgrade.h"
 
 #include <cstring>

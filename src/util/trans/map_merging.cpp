@@ -1,9 +1,12 @@
 // Maps of different proxies with one source become one map with one policy.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "merging.h"
+#include "name_index.h"
 
 #include <cstring>
+#include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 int proxies_not_in_maps(FragList, Frag *map, Frag *list) {
     const char *tag = fval(&map->child, "tag_proxy");

@@ -1,8 +1,10 @@
 // The records of a group of rules: a network list and its group, a policy, a map.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "netperm.h"
+#include "translation.h"
 
 #include <cstring>
+#include <vector>
 
 // The next map's number, for the whole process.
 static int next_map = 1;

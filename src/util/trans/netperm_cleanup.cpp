@@ -1,8 +1,11 @@
 // What the translation does not touch: attributes without use, and destinations.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "netperm.h"
+#include "translation.h"
 
 #include <cstring>
+#include <utility>
+#include <vector>
 
 // The next destination record's number, for the whole process.
 static int next_record = 1;

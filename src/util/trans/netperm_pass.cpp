@@ -1,8 +1,8 @@
 // The fixed sequence behind the netperm option.
-#include "nsym.h"
+#include "frag_tools.h"
+#include "translation.h"
 #include "upgrade.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,9 +11,7 @@ namespace {
 bool is_template(const Frag *proxy) { return has_prefix(proxy->name, "policy-"); }
 
 void read_table(const char *path) {
-    FILE *stream = fopen(path, "r");
-    if (!stream && errno == ENOMEM)
-        outofcore();
+    FILE *stream = open_file(path, "r");
     if (!stream) {
         fprintf(stderr, "Failed to open %s\n", path);
         exit(1);
@@ -22,8 +20,9 @@ void read_table(const char *path) {
     fclose(stream);
 }
 
-// The proxies of the table that have nothing to translate.
-void remove_bare_proxies() {
+// Removes the proxies that the newer release has no use for, ahead of the translation and with all their rules, `hosts`
+// included. What `global` has went to the others while the table was read.
+void remove_unused_proxies() {
     static const char *const keys[] = {
         "def_proxy_netconfig", "def_proxy_authenIP", "def_proxy_getvers", "def_proxy_login-ts",
         "def_proxy_radm",      "def_proxy_global",   "def_proxy_gui",     nullptr,
@@ -78,7 +77,7 @@ void netperm_pass(const char *path, int config_type) {
     Frag *def_proxy = ffind(cur_database, "def_proxy");
     if (def_proxy)
         reverse_frags(&def_proxy->child);
-    remove_bare_proxies();
+    remove_unused_proxies();
     keep_alerts_enable();
     clean_auth_etc(cur_database);
     conv_plugdata(cur_database);

@@ -2,11 +2,12 @@
 //
 // A rule line is a list of proxy names, a colon, an attribute word and the rest as text. The reader understands no
 // more than that and the attribute's prefix; a line that it can't use is passed over without a word.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "name_index.h"
+#include "netperm.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 

@@ -1,6 +1,7 @@
 // Network lists from the URL-encoded text of a configuration from before 4.0.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "merging.h"
+#include "name_index.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ struct list_parser {
 
 // -1 for what is no digit; small letters are none here.
 int capital_hexdigit(char byte) {
-    if (byte >= '0' && byte <= '9')
+    if (is_digit(byte))
         return byte - '0';
     return byte >= 'A' && byte <= 'F' ? byte - 'A' + 10 : -1;
 }

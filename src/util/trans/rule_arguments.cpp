@@ -1,9 +1,10 @@
 // The text of a rule taken apart, and what a policy template gives to a config set.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "netperm.h"
+#include "translation.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <vector>
 
 std::string_view rule_marker(const char *text) {
     if (has_prefix(text, PERMIT_MARKER))

@@ -1,12 +1,14 @@
 // The host rules of one proxy become config sets, network objects, policies and maps.
-#include "nsym.h"
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "netperm.h"
+#include "translation.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <unordered_set>
+#include <vector>
 
 namespace {
 

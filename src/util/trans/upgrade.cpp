@@ -1,12 +1,11 @@
 // The command line, the old configuration's release, and the order of all passes.
 #include "upgrade.h"
+#include "frag_tools.h"
 #include "nupgrade.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <new>
 #include <unistd.h>
 
 FILE *repf;
@@ -15,8 +14,6 @@ void usage(const char *program) {
     fprintf(stderr, "usage: %s [-Vx] [-n netperm] [-m mergefile] outputfile\n", program);
     exit(1);
 }
-
-static bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
 int old_config_type(FragList conf) {
     if (!ffind(conf, "def_proxy"))
@@ -93,9 +90,7 @@ void take_netobj() {
 void report_option(run &r) {
     r.need(2);
     const char *path = r.next();
-    repf = fopen(path, "w");
-    if (!repf && errno == ENOMEM)
-        outofcore();
+    repf = open_file(path, "w");
     if (repf)
         fprintf(repf, "Old config type=%d\n", r.config_type);
     else
@@ -167,7 +162,6 @@ void last_passes(const run &r) {
 } // namespace
 
 int upgrade(int argc, char **argv) {
-    std::set_new_handler(outofcore);
     hold_standard_streams();
     run r{argc, argv};
     cur_database = &def_database;

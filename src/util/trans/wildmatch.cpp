@@ -9,12 +9,11 @@
 // it stands at. So it is enough to know, for each star, the last place from which the rest behind it matches. These are
 // found from the last star back. None lies behind that of the next star, so all the searches together go over the
 // subject once.
-#include "upgrade.h"
+#include "frag_tools.h"
+#include "netperm.h"
 
 #include <algorithm>
-#include <cstring>
-
-size_t word_len(const char *text) { return strcspn(text, " \t"); }
+#include <vector>
 
 namespace {
 

@@ -1,0 +1,79 @@
+/// Lookups by name in sibling lists that are too long to be walked for each.
+#ifndef NAME_INDEX_H
+#define NAME_INDEX_H
+
+#include "nsym.h"
+
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+/// An index of one sibling list by stored name, for a pass that looks up many names in it. It gives what a walk from
+/// the head would give, as long as the pass tells it of every node that it adds, takes away or renames. It owns no
+/// node and must not outlive the pass.
+struct name_index {
+    name_index() = default;
+    /// Indexes the list as it stands.
+    explicit name_index(FragList list);
+    /// Indexes the children of the node that `key` leads to, if there is one.
+    name_index(FragList list, const char *key);
+    /// The first node of exactly that name, or null.
+    Frag *find(std::string_view name) const;
+    /// What `ffind` gives for the key in the indexed list.
+    Frag *find_key(const char *key) const;
+    /// What `fsetp` does for the key in the indexed list, which must be `list`.
+    Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
+    /// Takes note of a node that was just put at the head of the list.
+    void add(Frag *frag);
+    /// Takes note that a node leaves the list or is about to be renamed.
+    void remove(Frag *frag);
+
+    size_t count = 0; ///< nodes of the list
+
+private:
+    /// A hash table of the nodes nearest the head, open addressed and at most half full. A slot is free if its hash is
+    /// 0; one with a hash and no node is passed over. A heap node for each name would cost more than all else here.
+    struct slot {
+        size_t hash;
+        Frag *frag;
+    };
+    std::vector<slot> slots;
+    size_t used = 0;                                             ///< slots that are not free
+    std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
+
+    size_t place(size_t hash, std::string_view name) const;
+    void make_room(size_t more);
+};
+
+/// Indexes of many lists, each made when a lookup finds its list long; short ones are walked. As with one index, the
+/// pass tells it of every node that it adds to one of these lists or takes away.
+struct list_indexes {
+    /// The first node of exactly that name in the list, or null.
+    Frag *find(FragList list, std::string_view name);
+    /// What `ffind` gives for the key in the list, with an index for each long list on the way. `siblings` (may be
+    /// null) gets the list that the node stands in.
+    Frag *find_key(FragList list, const char *key, FragList *siblings = nullptr);
+    /// What `fsetp` does for the key in the list, likewise.
+    Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
+    /// Takes note of a node that was just put at the head of the list.
+    void add(FragList list, Frag *frag);
+    /// Takes note that a node is about to leave the list.
+    void remove(FragList list, Frag *frag);
+    /// The nodes in the list.
+    size_t count(FragList list) const;
+    /// The first number behind the count of the list that names no node in it. The caller makes the node.
+    int free_number(FragList list);
+    /// Forgets the lists below the node, which are about to be freed or changed.
+    void forget_below(Frag *frag);
+
+private:
+    /// Where a list's next free number is: those from its count up to `last` are taken, or they are in `freed`.
+    struct number_search {
+        int last = 0;
+        std::set<int> freed{};
+    };
+    std::unordered_map<FragList, name_index> indexes;
+    std::unordered_map<FragList, number_search> searches; ///< of the lists that were asked for a free number
+};
+
+#endif

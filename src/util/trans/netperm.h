@@ -1,0 +1,66 @@
+/// The netperm translation: a table is read into one subtree per proxy, and its rules become the newer data model.
+///
+/// A pass takes a database, changes it in place and reports nothing but what is told here.
+#ifndef NETPERM_H
+#define NETPERM_H
+
+#include "nsym.h"
+
+/// Reads a netperm table and translates it in `cur_database`, as the old configuration's type asks. Exits with status
+/// 1 if the table can't be opened.
+void netperm_pass(const char *path, int config_type);
+/// Reads a table from the stream to its end into one subtree per proxy below `def_proxy`. A read error ends it too,
+/// and what it has of a line by then is dropped. Always 0.
+int readnpt(FILE *stream, FragList db);
+/// Files one rule under a proxy. `line` names it among the rules of its attribute. Always 0.
+int add_rule(Frag *proxy, int line, const char *attribute, const char *text);
+
+// Rules.
+
+/// Turns the `hosts` rules of a proxy into config sets, groups, policies and maps. 1 if it has none.
+int untrans_hosts(FragList db, Frag *proxy);
+/// A heap copy of `text`, owned by the caller.
+char *makestring(const char *text);
+/// 1 if the proxy has a use for authentication, and for the x settings.
+int needsauth(const char *proxy);
+int needsx(const char *proxy);
+/// 1 if the word at `pattern`, in which `*` stands for any bytes, matches the word at `subject`. A word ends at a
+/// blank, a tab or the end of the string. A `*` that faces a `*` counts as an ordinary byte.
+int wildmatch(const char *pattern, const char *subject);
+/// Makes of each host word from `text` on a rule of its own below `hosts`, numbered by `*counter`, with the marker in
+/// front and the rule's tail behind it. `text` is cut up. The result is the tail, a heap string of the caller's.
+char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text);
+/// Sets the word at `text` as a parameter of the config set; "-exec" takes all the rest. `text` is cut up. The result
+/// is the place where the next word begins.
+char *parse_arg(Frag *config_set, char *text);
+/// Takes over an attribute of a policy template, which is in no list any more, into the config set of that proxy, or
+/// frees it if the proxy has no use for it.
+void addparm(Frag *config_set, Frag *attribute, const char *proxy);
+/// 1 if the value is no acceptable `xgateway` rule, which is told on standard error.
+int bad_xgateway(Frag *attribute);
+
+// Groups, policies and maps.
+
+/// The network group of the hosts of the rules from `first` to `last`: that of an equal list, or else of a new list
+/// that is named by `base` and the first free number from `seq` up. The database owns it.
+Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *base);
+/// Makes a policy called `name`, or if that is null or taken by `name` or else `base` and the first free number from
+/// `seq` up, for the config set `cs`. Each `_` in `name` itself becomes `-`. The result is the policy's name, a heap
+/// string of the caller's.
+char *make_policy(FragList db, char *name, const char *base, int seq, const char *cs);
+/// Records a map under the next number of the process. Always 0.
+int addmap(FragList db, const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
+           Frag *config_set);
+
+// What is left of the table's attributes.
+
+/// Removes attributes that a proxy has no use for.
+void clean_auth_etc(FragList db);
+/// Removes the `port` attributes.
+void conv_plugdata(FragList db);
+/// Turns `destination` rules into `dest` records.
+void conv_dests(FragList db);
+/// Makes `dest` records of the rule or of all rules below it.
+void new_dest(FragList db, Frag *rule);
+
+#endif
