@@ -24,8 +24,10 @@ int canon_netobj(FragList db, const char *family) {
 
 namespace {
 
-// The alias lists below `netobj_list`, to which an interface's name is a key. Those that are used up are freed together
-// at the end, so that none that comes later stands at the address of one that was indexed.
+constexpr char top_key[] = "netobj_list_";
+
+// The alias lists below `netobj_list`, if there is one, to which an interface's name is a key. Those that are used up
+// are freed together at the end, so that none that comes later stands at the address of one that was indexed.
 struct alias_lists {
     Frag *netobj_list;
     list_indexes indexes;
@@ -40,6 +42,8 @@ struct alias_lists {
 
     // Uses up the list of that key: null if there is none. The caller must not free it.
     Frag *use(const char *key) {
+        if (!netobj_list)
+            return nullptr;
         FragList siblings;
         Frag *list = indexes.find_key(&netobj_list->child, key, &siblings);
         if (!list)
@@ -62,13 +66,20 @@ struct alias_lists {
     }
 };
 
-// True if the key, which an interface's name can lead anywhere, leads to the location list or into its elements.
+// True if the key, which an interface's name can lead anywhere, leads to the location list, to what that stands in or
+// into its elements.
 bool leads_into_location(const char *key, const char *location) {
-    std::string_view component = key_component(key);
-    if (component != location)
-        return false;
-    key += component.size();
-    return *key != '_' || key_component(key + 1) == "element";
+    for (;; key++, location++) {
+        std::string_view component = key_component(key);
+        if (component != key_component(location))
+            return false;
+        key += component.size();
+        location += component.size();
+        if (*key != '_')
+            return true;
+        if (*location != '_')
+            return key_component(key + 1) == "element";
+    }
 }
 
 } // namespace
@@ -85,16 +96,15 @@ int canon_if(FragList db, const char *location) {
         int next_number = 1;
         for (Frag *element = elements->child; element; element = element->next)
             next_number++;
-        const char *location_name = location + strlen("netobj_list_");
         // New elements go to the head, so this walk meets only those that are here now.
         for (Frag *element = elements->child; element; element = element->next) {
             const char *interface = fval(&element->child, "interface");
             if (!interface || !*interface || is_on(fval(&element->child, "alias")))
                 continue;
-            std::string key = std::string(interface) + "$INTERFACE";
-            if (leads_into_location(key.c_str(), location_name))
+            std::string key = top_key + (std::string(interface) + "$INTERFACE");
+            if (leads_into_location(key.c_str(), location))
                 continue;
-            Frag *alias_list = aliases.use(key.c_str());
+            Frag *alias_list = aliases.use(key.c_str() + strlen(top_key));
             Frag *alias_elements = alias_list ? ffind(&alias_list->child, "element") : nullptr;
             for (Frag *alias = alias_elements ? alias_elements->child : nullptr; alias; alias = alias->next) {
                 // The count says where free numbers begin only if there is no gap; no element is replaced.

@@ -66,7 +66,8 @@ static void canon_cyberurl(Frag *entry) {
     }
 }
 
-// Files one parameter under its entry; `value` is the caller's, or becomes a child of the entry.
+// Files one parameter under its entry. It takes over `value`, an unlinked node: it becomes a child of the entry or is
+// freed here. `name` must not be a text of it.
 static void file_parameter(Frag *entry, const char *name, Frag *value, list_indexes &indexes) {
     name = attr_remap(name);
     long bits = strip_attr_prefixes(&name);

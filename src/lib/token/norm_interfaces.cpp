@@ -20,7 +20,6 @@ struct all_interfaces {
     Frag *elements;
     std::vector<Frag *> entries;
     std::unordered_multimap<std::string, size_t> by_interface; // position by interface in lower case
-    bool entered = false;
 
     explicit all_interfaces(FragList db) : elements(fmake(db, all_elements_key)) {
         sort_frags(&elements->child);
@@ -47,13 +46,11 @@ struct all_interfaces {
         if (element->parent && element->parent->parent)
             fsetp(&entry->child, "location", fragname(element->parent->parent), entry);
         append(entry);
-        entered = true;
     }
 
-    // The entry that came last stands at the head of the list, as any new sibling does, the others in order.
+    // Relinks the entries once at least one has been entered: the last stands at the head of the list, as any new
+    // sibling does, the others in order.
     void relink() {
-        if (!entered)
-            return;
         Frag *first = nullptr;
         FragList link = &first;
         int number = 1;
@@ -97,7 +94,7 @@ struct alias_lists {
     Frag *netobj_list;
     list_indexes indexes;
 
-    explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
+    explicit alias_lists(FragList db) : netobj_list(fmake(db, "netobj_list")) {}
 
     Frag *set(Frag *parent, const char *key, const char *value) {
         return indexes.set_key(&parent->child, key, value, parent);
@@ -192,20 +189,9 @@ int norm_if(FragList db, const char *location) {
     return 0;
 }
 
-int is_in_list(FragList db, const char *list_name, const char *interface) {
-    if (!list_name || !interface)
-        return 0;
-    Frag *netobj_list = ffind(db, "netobj_list");
-    Frag *elements = netobj_list ? ffind2(&netobj_list->child, list_name, "element") : nullptr;
-    for (Frag *element = elements ? elements->child : nullptr; element; element = element->next)
-        if (same_text(fval(&element->child, "interface"), interface))
-            return 1;
-    return 0;
-}
-
 namespace {
 
-// `is_in_list` for many entries: the interfaces of each list that is asked for, gathered once.
+// Answers `is_in_list` for many entries: the interfaces of each list that is asked for are gathered once.
 struct interfaces_by_list {
     Frag *netobj_list;
     list_indexes indexes;
@@ -214,7 +200,7 @@ struct interfaces_by_list {
     explicit interfaces_by_list(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
 
     bool has(const char *list_name, const char *interface) {
-        if (!list_name || !interface)
+        if (!netobj_list || !list_name || !interface)
             return false;
         Frag *list = indexes.find_key(&netobj_list->child, list_name);
         Frag *elements = list ? indexes.find(&list->child, "element") : nullptr;
@@ -231,6 +217,10 @@ struct interfaces_by_list {
 };
 
 } // namespace
+
+int is_in_list(FragList db, const char *list_name, const char *interface) {
+    return interfaces_by_list(db).has(list_name, interface);
+}
 
 int norm_interfaces(FragList db) {
     norm_if(db, "netobj_list_Service");

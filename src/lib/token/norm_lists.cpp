@@ -34,7 +34,8 @@ int norm_renumber(FragList db, const char *list_key, const char *count_key, cons
     return 0;
 }
 
-// The rule's fields, taken off it and joined by `+`, cut at the length that the rules' readers take.
+// The rule's fields, taken off it and joined by `+`. The file's filter rules have room for 126 bytes, and what goes
+// beyond is cut.
 static std::string join_rule(Frag *rule) {
     constexpr size_t limit = 126;
     std::string text;

@@ -23,7 +23,7 @@ int canon_parm(Frag *entry, const char *list_key, const char *count_key, const c
 int canon_netobj(FragList db, const char *family);
 /// Folds the interfaces' alias lists into the location lists, which exist afterwards.
 int canon_interfaces(FragList db);
-/// The same for the location list of that key.
+/// The same for the location list of that key. Any key will do; aliases are looked for below `netobj_list`.
 int canon_if(FragList db, const char *location);
 /// Names the policies of `family`, their proxy entries and their parameters.
 int canon_policy(FragList db, const char *family);
@@ -59,7 +59,8 @@ int norm_parm(Frag *entry, const char *list_key, const char *count_key);
 void flags_to_name(Frag *frag, Frag *name);
 /// Takes the aliases out of the location lists and rebuilds the list of all interfaces.
 int norm_interfaces(FragList db);
-/// Takes the aliases out of the location list of that key and enters the rest into the list of all interfaces.
+/// Takes the aliases out of the location list of that key and enters the rest into the list of all interfaces. Any key
+/// will do; both go below `netobj_list`, which exists afterwards.
 int norm_if(FragList db, const char *location);
 /// Enters an element of a location list into the list of all interfaces in place of an entry for the same interface.
 /// 1 if it has no interface and was not entered.
@@ -106,9 +107,9 @@ using enum_callback = int (*)(Frag *element, const char *name, void *arg);
 /// ran to its end, 1 when there was nothing to walk, else the callback's result. A name that is no list is handed to
 /// the callback as it is, with no element.
 int enum_netobj(FragList db, const char *name, enum_callback callback, void *arg);
-/// Walks the members of a group, and of the groups in it, each once even in a ring. The groups under way are marked
-/// with a child `tag`, which is gone afterwards. The callback gets the name of each list; `name` is that of the whole
-/// walk and has no say in it.
+/// Walks the members of a group, and of the groups in it. A group that is under way is passed over, so that a ring
+/// ends; one that stands in two groups is walked in both. Those under way are marked with a child `tag`, which is gone
+/// afterwards. The callback gets the name of each list; `name` is that of the whole walk and has no say in it.
 int enum_netgroup(FragList db, Frag *group, const char *name, enum_callback callback, void *arg);
 /// Walks the elements of the list, or of the list called `name` if it is null.
 int enum_netlist(FragList db, Frag *list, const char *name, enum_callback callback, void *arg);

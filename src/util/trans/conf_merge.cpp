@@ -181,21 +181,12 @@ struct map_finder {
     }
 };
 
-// Moves the children of a detached `map` node below the new one, numbered on, and frees the node. A finder, if there
-// is one, leaves out those that are there already.
-void move_maps(Frag *from, Frag *map, int &number, map_finder *finder) {
-    while (Frag *entry = from->child) {
-        from->child = entry->next;
-        if (finder && finder->have(entry)) {
-            freefrag(entry);
-            continue;
-        }
-        renumberfrag(entry, number++);
-        pushfrag(&map->child, entry, map);
-        if (finder)
-            finder->add(entry);
-    }
-    freefrag(from);
+// Unlinks the first child and hands it over; null if there is none.
+Frag *take_first(Frag *parent) {
+    Frag *first = parent->child;
+    if (first)
+        parent->child = first->next;
+    return first;
 }
 
 void merge_old_maps(FragList db, Frag *old_map) {
@@ -204,16 +195,25 @@ void merge_old_maps(FragList db, Frag *old_map) {
     if (file_map)
         sort_frags(&file_map->child);
     Frag *map = fset(db, "map", nullptr);
+    map_finder finder(db);
     int number = 1;
-    move_maps(old_map, map, number, nullptr);
-    if (file_map) {
-        map_finder finder(db);
-        reverse_frags(&map->child);
-        for (Frag *entry = map->child; entry; entry = entry->next)
+    while (Frag *entry = take_first(old_map)) {
+        renumberfrag(entry, number++);
+        pushfrag(&map->child, entry, map);
+        if (file_map)
             finder.add(entry);
-        reverse_frags(&map->child);
-        move_maps(file_map, map, number, &finder);
     }
+    while (Frag *entry = file_map ? take_first(file_map) : nullptr) {
+        if (finder.have(entry)) {
+            freefrag(entry);
+            continue;
+        }
+        renumberfrag(entry, number++);
+        pushfrag(&map->child, entry, map);
+        finder.add(entry);
+    }
+    freefrag(old_map);
+    freefrag(file_map);
     sort_frags(&map->child);
 }
 

@@ -149,7 +149,7 @@ struct survivor {
         }
         if (same_policy)
             policies.uses[policy]--;
-        else if (other_policy && other_policy != policy)
+        else if (other_policy)
             policies.remove(other_policy);
         freefrag(candidate);
         return true;

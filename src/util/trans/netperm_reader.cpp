@@ -14,14 +14,15 @@ namespace {
 constexpr size_t READ_UNIT = 8190; // bytes of one read; a longer line arrives as several units
 char bigbuf[8192];
 
-/// Reads one unit, up to and including a line feed. The result is its length, 0 at the end of input.
+/// Reads one unit, up to and including a line feed. The result is its length, 0 at the end of input and once a read has
+/// failed: what came ahead of the failure could be half a rule, and half a pattern matches other hosts.
 size_t read_unit(FILE *stream) {
     size_t len = 0;
     int byte = 0;
     while (len < READ_UNIT && byte != '\n' && (byte = getc_unlocked(stream)) != EOF)
         bigbuf[len++] = static_cast<char>(byte);
     bigbuf[len] = 0;
-    return len;
+    return ferror(stream) ? 0 : len;
 }
 
 void skip_line(FILE *stream) {
@@ -38,7 +39,7 @@ struct table_reader {
     list_indexes indexes;
     int line = 0;
 
-    void read_line(char *text);
+    void read_line(char *begin, char *text);
     void serve_name(const char *name, const char *attribute, const char *text);
     Frag *find_or_make_proxy(const char *name);
 };
@@ -112,10 +113,8 @@ void table_reader::serve_name(const char *name, const char *attribute, const cha
     file_rule(indexes, global, line, attribute, text);
 }
 
-void table_reader::read_line(char *text) {
-    char *begin = text;
-    while (is_blank(*text) || *text == '\r')
-        text++;
+// Files the rule of the line at `begin`, `text` being the place behind its leading blanks and carriage returns.
+void table_reader::read_line(char *begin, char *text) {
     text[strcspn(text, "\r\n")] = 0;
     char *colon = strchr(text, ':');
     if (!colon)
@@ -158,16 +157,16 @@ int readnpt(FILE *stream, FragList db) {
         reader.line++;
         if (bigbuf[0] == '#')
             continue;
-        size_t blanks = strspn(bigbuf, " \t\r");
-        if (bigbuf[blanks] == '\n')
+        char *text = bigbuf + strspn(bigbuf, " \t\r");
+        if (*text == '\n')
             continue;
-        if (!bigbuf[blanks]) {
+        if (!*text) {
             // Nothing but blanks so far. A zero byte ends the text too, but then the line may be at its end.
             if (bigbuf[len - 1] != '\n')
                 skip_line(stream);
             continue;
         }
-        reader.read_line(bigbuf);
+        reader.read_line(bigbuf, text);
     }
     return 0;
 }

@@ -12,47 +12,48 @@
 
 namespace {
 
-/// Patterns with the same bytes in front of their first `*` and behind their last. Once they are many, those that have
-/// to be tried on a word are found by what they have between two stars, which stands in every word that they match.
+bool one_matches(const std::vector<std::string_view> &patterns, std::string_view word) {
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&](std::string_view pattern) { return wildmatch(pattern.data(), word.data()) != 0; });
+}
+
+// The beginning of the longest stretch between two stars.
+std::string_view middle_of(std::string_view pattern) {
+    constexpr size_t limit = 32;
+    std::string_view middle;
+    size_t star = pattern.find('*');
+    for (size_t next; (next = pattern.find('*', star + 1)) != std::string_view::npos; star = next)
+        if (next - star - 1 > middle.size())
+            middle = pattern.substr(star + 1, next - star - 1);
+    return middle.substr(0, limit);
+}
+
+/// Patterns of which each has to be tried on a word that the index leads to them. Once they are many, they are told
+/// apart by what they have between two stars, which stands in every word that they match.
 struct pattern_list {
-    static constexpr size_t MANY = 32, MIDDLE_LEN = 32;
+    static constexpr size_t MANY = 32;
 
     std::vector<std::string_view> patterns;
-    std::unordered_map<std::string_view, std::vector<std::string_view>> by_middle;
+    std::unordered_map<std::string_view, std::vector<std::string_view>> by_middle; // empty until they are many
     std::set<size_t> middle_lens;
-
-    // The beginning of the longest stretch between two stars.
-    static std::string_view middle_of(std::string_view pattern) {
-        std::string_view middle;
-        size_t star = pattern.find('*');
-        for (size_t next; (next = pattern.find('*', star + 1)) != std::string_view::npos; star = next)
-            if (next - star - 1 > middle.size())
-                middle = pattern.substr(star + 1, next - star - 1);
-        return middle.substr(0, MIDDLE_LEN);
-    }
-
-    void index(std::string_view pattern) {
-        std::string_view middle = middle_of(pattern);
-        by_middle[middle].push_back(pattern);
-        middle_lens.insert(middle.size());
-    }
 
     void add(std::string_view pattern) {
         patterns.push_back(pattern);
         if (patterns.size() == MANY)
             for (std::string_view earlier : patterns)
-                index(earlier);
+                add_middle(earlier);
         else if (patterns.size() > MANY)
-            index(pattern);
+            add_middle(pattern);
     }
 
-    static bool one_matches(const std::vector<std::string_view> &tried, std::string_view word) {
-        return std::any_of(tried.begin(), tried.end(),
-                           [&](std::string_view pattern) { return wildmatch(pattern.data(), word.data()) != 0; });
+    void add_middle(std::string_view pattern) {
+        std::string_view middle = middle_of(pattern);
+        by_middle[middle].push_back(pattern);
+        middle_lens.insert(middle.size());
     }
 
-    bool covers(std::string_view word) const {
-        if (patterns.size() <= word.size() * middle_lens.size() || patterns.size() < MANY)
+    bool match(std::string_view word) const {
+        if (patterns.size() < MANY || patterns.size() <= word.size() * middle_lens.size())
             return one_matches(patterns, word);
         std::unordered_set<std::string_view> met;
         for (size_t len : middle_lens)
@@ -66,13 +67,12 @@ struct pattern_list {
 };
 
 /// The host words of the rules that stay, to tell whether one of them covers a further host without trying all. A
-/// pattern matches only words that begin with what it has in front of its first `*` and end with what it has behind its
-/// last, so these two lead to the few patterns that have to be tried. All words are views into the rules' values.
+/// pattern matches only words that begin with its head, what it has in front of its first `*`, and end with its tail,
+/// what it has behind its last. So these two lead to the few patterns that have to be tried. All words are views into
+/// the rules' values.
 struct cover_index {
-    using by_tail = std::unordered_map<std::string_view, pattern_list>;
-
     std::unordered_set<std::string_view> words;
-    std::unordered_map<std::string_view, by_tail> patterns;
+    std::unordered_map<std::string_view, std::unordered_map<std::string_view, pattern_list>> by_head_and_tail;
     std::set<size_t> head_lens, tail_lens;
 
     explicit cover_index(size_t rules) : words(rules) {}
@@ -83,7 +83,7 @@ struct cover_index {
         if (first_star == std::string_view::npos)
             return;
         std::string_view tail = word.substr(word.rfind('*') + 1);
-        patterns[word.substr(0, first_star)][tail].add(word);
+        by_head_and_tail[word.substr(0, first_star)][tail].add(word);
         head_lens.insert(first_star);
         tail_lens.insert(tail.size());
     }
@@ -94,20 +94,16 @@ struct cover_index {
         for (size_t head_len : head_lens) {
             if (head_len > word.size())
                 break;
-            auto head = patterns.find(word.substr(0, head_len));
-            if (head != patterns.end() && one_matches(head->second, word))
-                return true;
-        }
-        return false;
-    }
-
-    bool one_matches(const by_tail &tails, std::string_view word) const {
-        for (size_t tail_len : tail_lens) {
-            if (tail_len > word.size())
-                break;
-            auto tail = tails.find(word.substr(word.size() - tail_len));
-            if (tail != tails.end() && tail->second.covers(word))
-                return true;
+            auto by_tail = by_head_and_tail.find(word.substr(0, head_len));
+            if (by_tail == by_head_and_tail.end())
+                continue;
+            for (size_t tail_len : tail_lens) {
+                if (tail_len > word.size())
+                    break;
+                auto patterns = by_tail->second.find(word.substr(word.size() - tail_len));
+                if (patterns != by_tail->second.end() && patterns->second.match(word))
+                    return true;
+            }
         }
         return false;
     }
@@ -168,14 +164,9 @@ const rule_text *end_of_group(const rule_text *first, const rule_text *end) {
     return rule;
 }
 
-struct policy_name {
-    bool given = false;
-    std::string text;
-};
-
-// Turns the words of a tail into parameters of the config set. The last policy that it names is the result.
-policy_name parse_tail(Frag *config_set, std::string tail) {
-    policy_name policy;
+// Turns the words of a tail into parameters of the config set. The result is the last policy that it names, if any.
+std::optional<std::string> parse_tail(Frag *config_set, std::string tail) {
+    std::optional<std::string> policy;
     list_indexes indexes;
     char *at = tail.data();
     while (*at) {
@@ -187,9 +178,8 @@ policy_name parse_tail(Frag *config_set, std::string tail) {
         while (is_blank(*at))
             at++;
         size_t len = word_len(at);
-        policy.given = true;
-        policy.text.assign(at, len);
-        for (char &byte : policy.text)
+        policy.emplace(at, len);
+        for (char &byte : *policy)
             if (byte == '_')
                 byte = '-';
         at += len;
@@ -236,18 +226,18 @@ int untrans_hosts(translation &run, Frag *proxy) {
         std::string set_name = k == 1 ? proxy_name : proxy_name + ("-" + numbertext(k));
         Frag *config_set = set_names.set_key(&config_sets->child, set_name.c_str(), nullptr, config_sets);
 
-        policy_name policy = parse_tail(config_set, first->tail);
-        if (policy.given)
-            apply_template(run, policy.text, config_set, proxy_name);
+        std::optional<std::string> policy = parse_tail(config_set, first->tail);
+        if (policy)
+            apply_template(run, *policy, config_set, proxy_name);
 
-        Frag *group = run.find_netgroup(first, next, k, policy.given ? policy.text.c_str() : proxy_name);
+        Frag *group = run.find_netgroup(first, next, k, policy ? policy->c_str() : proxy_name);
         std::string source = std::string("$$NETOBJ.") + fragname(group);
         if (first->marker == DENY_MARKER) {
             run.addmap("*", "D", proxy_name, source.c_str(), proxy_name, config_set);
         } else {
             std::string set_clear_name = fragname(config_set);
             std::string made =
-                run.make_policy(policy.given ? policy.text.c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
+                run.make_policy(policy ? policy->c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
             run.addmap(made.c_str(), "P", "*", source.c_str(), proxy_name, config_set);
         }
     }

@@ -4,117 +4,45 @@
 // at a `*` of the pattern, the rest behind it is tried on the subject from there and from each later byte, while
 // there is one; a `*` at the pattern's end matches whatever is left.
 //
-// As a plain recursion that takes exponential time on many stars. But whether the rest behind a star matches from a
-// place of the subject depends on that place alone, and a star asks only whether there is such a place behind the one
-// it stands at. So it is enough to know, for each star, the last place from which the rest behind it matches. These are
-// found from the last star back. None lies behind that of the next star, so all the searches together go over the
-// subject once.
+// As a plain recursion that takes exponential time on many stars, but it never has to go back behind a star. Say that
+// the rest behind star A, tried from some place, gets to star B, which faces no star at place T. However else the
+// pattern matches from A on, B is met at T or later: each star on the way either pairs off like in the first try or is
+// met behind it. And whatever then follows B can be tried from T as well.
 #include "frag_tools.h"
 #include "netperm.h"
 
-#include <algorithm>
-#include <vector>
-
-namespace {
-
-struct matcher {
-    std::string_view pattern;
-    std::string_view subject;
-    std::vector<size_t> stars;         // the places of the stars in the pattern
-    std::vector<ptrdiff_t> last_place; // for each star, the last place from which the rest behind it matches, or -1
-
-    // Whether the pattern from `p` on matches the subject from `s` on. All later stars must have their last places.
-    bool matches(size_t p, size_t s) const {
-        while (p < pattern.size() && s < subject.size() && pattern[p] == subject[s]) {
-            p++;
-            s++;
-        }
-        if (p == pattern.size())
-            return s == subject.size();
-        if (pattern[p] != '*')
-            return false;
-        auto star = std::lower_bound(stars.begin(), stars.end(), p) - stars.begin();
-        return meets_star(static_cast<size_t>(star), s);
-    }
-
-    // Whether the star, facing a byte that is no star or the subject's end at `s`, can match.
-    bool meets_star(size_t star, size_t s) const {
-        if (stars[star] + 1 == pattern.size())
-            return true;
-        return s < subject.size() && static_cast<ptrdiff_t>(s) <= last_place[star];
-    }
-
-    void find_last_place(size_t star) {
-        size_t begin = stars[star] + 1;
-        ptrdiff_t size = static_cast<ptrdiff_t>(subject.size());
-        if (star + 1 == stars.size()) {
-            // Behind the last star only the subject's very end can match.
-            std::string_view tail = pattern.substr(begin);
-            bool ends = tail.size() <= subject.size() && subject.substr(subject.size() - tail.size()) == tail;
-            last_place[star] = ends && !tail.empty() ? size - static_cast<ptrdiff_t>(tail.size()) : -1;
-            return;
-        }
-        std::string_view literal = pattern.substr(begin, stars[star + 1] - begin);
-        bool next_ends = stars[star + 1] + 1 == pattern.size();
-        ptrdiff_t highest = next_ends ? size - 1 : std::min(size - 1, last_place[star + 1]);
-        last_place[star] = highest < 0 ? -1 : search_back(star, literal, static_cast<size_t>(highest));
-    }
-
-    // The last place up to `highest` where the literal stands and what follows it matches: a search from the back
-    // that never reads a byte of the subject twice, by the borders of the literal read backwards.
-    ptrdiff_t search_back(size_t star, std::string_view literal, size_t highest) const {
-        size_t len = literal.size();
-        auto from_back = [&](size_t i) { return literal[len - 1 - i]; };
-        std::vector<size_t> border(len + 1, 0);
-        for (size_t i = 1, k = 0; i < len; i++) {
-            while (k > 0 && from_back(i) != from_back(k))
-                k = border[k];
-            if (from_back(i) == from_back(k))
-                k++;
-            border[i + 1] = k;
-        }
-        size_t matched = 0;
-        for (size_t at = std::min(subject.size(), highest + len);;) {
-            if (matched == len && at <= highest) {
-                if (follows(star, at + len))
-                    return static_cast<ptrdiff_t>(at);
-                matched = border[len];
-            }
-            if (at == 0)
-                return -1;
-            at--;
-            while (matched > 0 && (matched == len || from_back(matched) != subject[at]))
-                matched = border[matched];
-            if (len > 0 && from_back(matched) == subject[at])
-                matched++;
-        }
-    }
-
-    // Whether the pattern from the star behind `star` on matches the subject from `s` on.
-    bool follows(size_t star, size_t s) const {
-        if (s < subject.size() && subject[s] == '*')
-            return matches(stars[star + 1] + 1, s + 1);
-        return meets_star(star + 1, s);
-    }
-};
-
-} // namespace
-
 int wildmatch(const char *pattern, const char *subject) {
-    matcher match{{pattern, word_len(pattern)}, {subject, word_len(subject)}, {}, {}};
-    size_t same = 0;
-    while (same < match.pattern.size() && same < match.subject.size() && pattern[same] == subject[same])
-        same++;
-    if (same == match.pattern.size())
-        return same == match.subject.size();
-    if (pattern[same] != '*')
-        return 0;
-    // Only now do places matter, and those of the stars from here on.
-    for (size_t p = same; p < match.pattern.size(); p++)
-        if (pattern[p] == '*')
-            match.stars.push_back(p);
-    match.last_place.resize(match.stars.size());
-    for (size_t star = match.stars.size(); star-- > 0;)
-        match.find_last_place(star);
-    return match.meets_star(0, same);
+    std::string_view p(pattern, word_len(pattern));
+    std::string_view s(subject, word_len(subject));
+    size_t in_p = 0;
+    size_t in_s = 0;
+    size_t behind_star = 0;   // the rest behind the last star that met no star; 0 while there was none
+    std::string_view literal; // what the rest has in front of its own first star
+    size_t tried = 0;         // the place from which the rest is being tried
+    for (;;) {
+        while (in_p < p.size() && in_s < s.size() && p[in_p] == s[in_s]) {
+            in_p++;
+            in_s++;
+        }
+        if (in_p == p.size() && in_s == s.size())
+            return 1;
+        if (in_p < p.size() && p[in_p] == '*') {
+            behind_star = in_p + 1;
+            if (behind_star == p.size())
+                return 1;
+            literal = p.substr(behind_star, p.find('*', behind_star) - behind_star);
+            tried = in_s;
+        } else if (behind_star != 0) {
+            tried++;
+        } else {
+            return 0;
+        }
+        if (tried >= s.size())
+            return 0;
+        tried = s.find(literal, tried);
+        if (tried == std::string_view::npos)
+            return 0;
+        in_p = behind_star + literal.size();
+        in_s = tried + literal.size();
+    }
 }
