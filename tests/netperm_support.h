@@ -29,20 +29,6 @@ inline void read_table(FragList db, const std::string &table) {
     fclose(stream);
 }
 
-/// The number that the next map of the process will get.
-inline int next_map_number() {
-    tree scratch("set=\n");
-    addmap(scratch, "", "", "", "", "", ffind(scratch, "set"));
-    return atoi(ffind(scratch, "map")->child->name) + 1;
-}
-
-/// The number that the next `dest` record of the process will get.
-inline int next_dest_number() {
-    tree scratch("p_destination=x\n");
-    new_dest(scratch, ffind(scratch, "p_destination"));
-    return atoi(ffind(scratch, "dest")->child->name) + 1;
-}
-
 /// The value below a node, `-` if there is none.
 inline std::string value_of(Frag *frag, const char *key) {
     const char *value = fval(&frag->child, key);
@@ -54,23 +40,19 @@ inline Frag *children_of(FragList db, const std::string &key) {
     return frag ? frag->child : nullptr;
 }
 
-/// The hosts of the list of a map's source, joined by commas; the missing link in the chain if there is one.
+/// The hosts of the list of a map's source, joined by commas.
 inline std::string hosts_of(FragList db, Frag *map) {
-    std::string source = value_of(map, "src"), hosts;
-    Frag *group = ffind(db, ("netobj_group_" + storedname(source.substr(std::min<size_t>(9, source.size())))).c_str());
-    if (source.compare(0, 9, "$$NETOBJ.") != 0 || !group || value_of(group, "member_1_type") != "L")
-        return "(no group)";
-    Frag *list = ffind(db, ("netobj_list_" + storedname(value_of(group, "member_1_name"))).c_str());
-    if (!list)
-        return "(no list)";
-    for (Frag *element = children_of(&list->child, "element"); element; element = element->next)
+    std::string hosts;
+    Frag *group = ffind(db, ("netobj_group_" + storedname(value_of(map, "src").substr(9))).c_str());
+    std::string list = group ? storedname(value_of(group, "member_1_name")) : "none";
+    for (Frag *element = children_of(db, "netobj_list_" + list + "_element"); element; element = element->next)
         hosts += value_of(element, "addr") + (element->next ? "," : "");
     return hosts;
 }
 
-/// What `untrans_hosts` made: a line for each proxy, that of the last one first, of its maps in the order of their
-/// numbers, joined by `|`: "class hosts [parameters of the config set] policy@proxy", or if it is to be brief without
-/// what stands behind the hosts. A parameter with the value `*` shows its name alone.
+/// What `untrans_hosts` made: a line for each proxy of its maps in the order of their numbers, joined by `|`: "class
+/// hosts [parameters of the config set] policy@proxy", or if it is to be brief without what stands behind the hosts. A
+/// parameter with the value `*` shows its name alone.
 inline std::string rules_of(FragList db, bool brief = false) {
     std::string text, last_proxy;
     if (Frag *maps = ffind(db, "map"))
@@ -79,9 +61,8 @@ inline std::string rules_of(FragList db, bool brief = false) {
         std::string rule = value_of(map, "pd") + " " + hosts_of(db, map), proxy = value_of(map, "tag_proxy"), set;
         for (Frag *frag = children_of(db, "def_proxy_" + proxy + "_config-sets_" + value_of(map, "tag_cs")); frag;
              frag = frag->next)
-            set += std::string(fragname(frag)) +
-                   (frag->value && strcmp(frag->value, "*") != 0 ? "=" + std::string(frag->value) : "") +
-                   (frag->next ? " " : "");
+            set += (set.empty() ? "" : " ") + std::string(fragname(frag)) +
+                   (frag->value && strcmp(frag->value, "*") != 0 ? "=" + std::string(frag->value) : "");
         if (!brief)
             rule += " [" + set + "] " + value_of(map, "policy") + "@" + value_of(map, "proxy");
         if (proxy == last_proxy)
@@ -93,12 +74,13 @@ inline std::string rules_of(FragList db, bool brief = false) {
     return text;
 }
 
-/// Maps and policies in short: a map's value is "pd src proxy policy tag_proxy tag_cs" with `-` for what is not there.
-/// Spelled out, each becomes a child, and a policy is made as the translation makes it, for the set of its first map.
+/// Maps and policies in short: a map's value is "pd,src,proxy,policy,tag_proxy,tag_cs" with `-` for what is not
+/// there. Spelled out, each becomes a child, and a policy is made as the translation makes it, for the set of its first
+/// map.
 inline void expand_maps(FragList db) {
     const char *const keys[] = {"pd", "src", "proxy", "policy", "tag_proxy", "tag_cs"};
     for (Frag *map = children_of(db, "map"); map; map = map->next) {
-        std::vector<std::string> words = split(map->value, ' ');
+        std::vector<std::string> words = split(map->value, ',');
         setvalue(map, nullptr);
         for (size_t at = 0; at < 6; at++)
             if (words[at] != "-")
@@ -111,8 +93,7 @@ inline void expand_maps(FragList db) {
     }
 }
 
-/// The other way round: "pd src proxy policy", with "tag" behind it if a tag is left, and a policy's value becomes
-/// "description set=proxy...".
+/// The other way round: "pd,src,proxy,policy", and a policy's value becomes "description,set=proxy...". A tag shows.
 inline void shorten_maps(FragList db) {
     auto shorten = [](Frag *frag, const std::string &text) {
         freelist(frag->child);
@@ -120,18 +101,15 @@ inline void shorten_maps(FragList db) {
         setvalue(frag, text.c_str());
     };
     for (Frag *map = children_of(db, "map"); map; map = map->next)
-        shorten(map, value_of(map, "pd") + " " + value_of(map, "src") + " " + value_of(map, "proxy") + " " +
-                         value_of(map, "policy") + (ffind(&map->child, "tag") ? " tag" : ""));
+        shorten(map, value_of(map, "pd") + "," + value_of(map, "src") + "," + value_of(map, "proxy") + "," +
+                         value_of(map, "policy") + (ffind(&map->child, "tag") ? ",tag" : ""));
     for (Frag *policy = children_of(db, "policy"); policy; policy = policy->next) {
         std::string text = value_of(policy, "parm_desc");
         for (Frag *set = children_of(&policy->child, "proxy"); set; set = set->next)
-            text += " " + std::string(set->name) + "=" + set->value;
+            text += "," + std::string(set->name) + "=" + set->value;
         shorten(policy, text);
     }
 }
-
-/// One of the words by chance.
-template <size_t count> std::string one_of(const char *const (&words)[count]) { return words[random_below(count)]; }
 
 /// What `wildmatch` answers, by the plain recursion.
 inline bool plain_wildmatch(const char *pattern, const char *subject) {

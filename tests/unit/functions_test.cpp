@@ -1,99 +1,119 @@
-// Single functions: decisions that change no database, and what no pass calls in this form.
+// Tables, and single functions that no pass calls in this form.
 #include "netperm_support.h"
+#include "nupgrade.h"
 
 #include <gtest/gtest.h>
 
-TEST(functions, same_map) {
-    const std::string policies = "policy_p_proxy_b=1\npolicy_p_proxy_10=1\npolicy_p_proxy_9=1\n"
-                                 "policy_same_proxy_9=2\npolicy_same_proxy_b=3\npolicy_same_proxy_10=4\n"
-                                 "policy_more_proxy_c=1\npolicy_more_proxy_9=1\npolicy_more_proxy_10=1\n"
-                                 "policy_more_proxy_b=1\npolicy_none_x=1\npolicy_empty_proxy=\npolicy_void_proxy=\n";
-    struct {
-        const char *a, *b; // each "pd src proxy policy", `-` for a key that is not there
-        int same;
-    } rows[] = {
-        {"P s x p", "P s x p", 1},       {"P s x p", "D s x p", 0},       {"P - x p", "D s x p", 0},
-        {"- s x p", "D t y q", 1},       {"- - - -", "- - - -", 1},       {"0 s x p", "P s x p", 0},
-        {"0 s x p", "0 s x p", 1},       {"P - x p", "P s y q", 1},       {"P s x p", "P t x p", 0},
-        {"P s - p", "P t x p", 0},       {"P s - p", "P s x q", 1},       {"P s x p", "P s y p", 0},
-        {"P s x -", "P s x q", 1},       {"P s x -", "P s y -", 0},       {"P s x p", "P s x same", 1},
-        {"P s x p", "P s x more", 0},    {"P s x p", "P s x zz", 0},      {"P s x zz", "P s x zz", 1},
-        {"P s x *", "P s x p", 0},       {"P s x p", "P s X p", 0},       {"P s x empty", "P s x void", 1},
-        {"P s x none", "P s x none", 1}, {"P s x none", "P s x void", 0},
-    };
-    for (const auto &r : rows) {
-        tree db(policies + "map_1=" + r.a + " - -\nmap_2=" + r.b + " - -\n");
-        expand_maps(db);
-        Frag *a = ffind(db, "map_1"), *b = ffind(db, "map_2");
-        if (r.a[0] == '0')
-            fset(&a->child, "pd", "");
-        if (r.b[0] == '0')
-            fset(&b->child, "pd", "");
-        EXPECT_EQ(same_map(db, a, b), r.same) << r.a << " / " << r.b;
-        EXPECT_EQ(same_map(db, b, a), r.same) << r.b << " / " << r.a;
+using std::string;
+
+TEST(tables, platforms) {
+    for (const char *row : {"NT40|1", "NT|1", "NT351|1", "|0", "N|0", "nt|0", "\\sNT|0", "BSD40|0", "BSD|0", "SOL28|0",
+                            "HPUX|0", "AIX|0", "other|0"})
+        EXPECT_EQ(determine_os_maprec(tree("OS_Type=" + split(row, '|')[0])) == map_nt, split(row, '|')[1] == "1")
+            << row;
+    EXPECT_EQ(determine_os_maprec(tree("OS_Type_NT=1")), map_unix);
+    string names;
+    for (const os2maprec_row *row = os2maprec; row->os; row++)
+        names += string(row->os) + (row->table == map_nt ? "! " : " ");
+    EXPECT_EQ(names, "NT40! BSD40 NT! BSD SOL HPUX AIX ");
+}
+
+// Which proxies need authentication and the x settings, which authentication alone, and which nothing.
+TEST(tables, needs) {
+    const char *rows[] = {"tn-px rlogin-px other tn-px-2 ssl netshow", "login-sh credsvc ahttp-px http-px pop3-px",
+                          "alerts ssl-px radm info-px gui mrlyd mrly whois fingerd svcgrd-fingerd svcgrd-ftpd "
+                          "svcgrd-rlogind svcgrd-telnetd ldap-px VDOLive NetShow"};
+    for (int row = 0; row < 3; row++)
+        for (const string &name : split(rows[row], ' '))
+            EXPECT_EQ(needsauth(name.c_str()) * 2 + needsx(name.c_str()), row == 0 ? 3 : row == 1 ? 2 : 0) << name;
+}
+
+TEST(functions, old_config_type) {
+    for (const char *row : {"|40", "=4.1|41", "=5.5.1|55", "=V5.55b|55", "=|50", "=new|50", "=5.0|50", "=4|40",
+                            "=V4.0b|40", "=5.6|56", "=5.|50", "=45|45", "=4..1|40", "=0.9|9", "=.5.5|55", "_x=1|0"}) {
+        const string end = split(row, '|')[0], version = end.empty() ? "" : "version_firewall" + end;
+        EXPECT_EQ(old_config_type(tree("def_proxy_a_x=1 " + version)), atoi(split(row, '|')[1].c_str())) << row;
+        EXPECT_EQ(old_config_type(tree(version)), 32) << row;
     }
 }
 
-TEST(functions, proxies_not_in_maps) {
-    tree maps("1_tag_proxy=a\n2_tag_cs=x\n3_tag_proxy=b\n4_tag_proxy=A\n5_src=g\n");
+TEST(functions, rules_handed_in) {
+    tree maps("1_tag_proxy=a 2_tag_cs=x 3_tag_proxy=b 4_tag_proxy=A");
     auto fresh = [&](const char *map, const char *list) {
         return proxies_not_in_maps(maps, ffind(maps, map), ffind(maps, list));
     };
     EXPECT_EQ(fresh("1", "1") + fresh("3", "1") + fresh("4", "1"), 0);
-    EXPECT_EQ(fresh("1", "2") + fresh("4", "5") + fresh("2", "1") + fresh("1", "none"), 4);
-}
-
-TEST(functions, burst_sub) {
-    struct {
-        const char *marker, *text, *tail, *hosts;
-        int counter;
-    } rows[] = {
-        {"", "b c -x", "-x", "5=b -x\n6=c -x\n", 7},
-        {"%-deny%", "b", "", "5=%-deny%b \n", 6},
-        {"%-permit%", "b \t", "", "5=%-permit%b \n", 6},
-        {"", "a\tb  c \t -x  y -z ", "-x  y -z ", "5=a -x  y -z \n6=b -x  y -z \n7=c -x  y -z \n", 8},
-        {"%-deny%", "%-permit%a -", "-", "5=%-deny%%-permit%a -\n", 6},
-        {"", "-x b", "", "5=-x \n6=b \n", 7},
-    };
-    for (const auto &r : rows) {
-        tree db("hosts=\n");
-        int counter = 5;
-        std::string text = r.text;
-        char *tail = burst_sub(db.head, &counter, r.marker, text.data());
-        EXPECT_STREQ(tail, r.tail);
-        free(tail);
-        EXPECT_EQ(counter, r.counter);
-        EXPECT_EQ(text_of(db.head->child), r.hosts);
-    }
-}
-
-TEST(functions, make_policy) {
-    tree db("policy_x_y=1\npolicy_x-1_y=1\n");
-    for (const auto &[name, made] : {std::pair<std::string, std::string>{"x", "x-2"}, {"a_b_c", "a-b-c"}}) {
-        char *result = make_policy(db, std::string(name).data(), "tn-px", 1, "set");
+    EXPECT_EQ(fresh("1", "2") + fresh("2", "1") + fresh("1", "none"), 3);
+    tree db("hosts= policy{x_y=1 x-1_y=1}");
+    int counter = 5;
+    string text = "a\tb  c \t -x  y -z ";
+    char *tail = burst_sub(db.head, &counter, "%-deny%", text.data());
+    EXPECT_STREQ(tail, "-x  y -z ");
+    free(tail);
+    EXPECT_EQ(counter, 8);
+    EXPECT_EQ(dump(db.head->child), "5=%-deny%a -x  y -z  6=%-deny%b -x  y -z  7=%-deny%c -x  y -z ");
+    for (const auto &[name, made] : {std::pair<string, string>{"x", "x-2"}, {"a_b_c", "a-b-c"}}) {
+        char *result = make_policy(db, string(name).data(), "tn-px", 1, "set");
         EXPECT_EQ(result, made);
         free(result);
     }
-    EXPECT_EQ(text_of(ffind(db, "policy_a-b-c")->child), "parm_desc=tn-px\nproxy_set=tn-px\n");
+    EXPECT_EQ(dump(ffind(db, "policy_a-b-c")->child), "parm_desc=tn-px proxy_set=tn-px");
+    EXPECT_EQ(addmap(db, "a", "P", "*", "s", "tn-px", db.head), 0);
+    EXPECT_EQ(dump(children_of(db, "map")->child), "tag{cs=hosts proxy=tn-px} src=s pd=P proxy=* policy=a");
+    text = "-x \t -exec  a b";
+    EXPECT_EQ(parse_arg(db.head, parse_arg(db.head, text.data())), text.data() + text.size());
+    EXPECT_EQ(value_of(db.head, "-x") + value_of(db.head, "exec"), "*a b");
 }
 
-TEST(functions, old_config_type) {
-    struct {
-        const char *version; // what stands behind "version_firewall", null for no such line
-        int type;
-    } rows[] = {
-        {nullptr, 40},        {"=4.1\n", 41},  {"=5.5.1\n", 55}, {"=5.5\n", 55},   {"=V5.55b\n", 55}, {"=\n", 50},
-        {"=new\n", 50},       {"=5.0\n", 50},  {"=4\n", 40},     {"=V4.0b\n", 40}, {"=5.6\n", 56},    {"=5.\n", 50},
-        {"=45\n", 45},        {"=4..1\n", 40}, {"=4.x1\n", 40},  {"=4 .1\n", 40},  {"=3.2\n", 32},    {"=0.9\n", 9},
-        {"=10.3\n", 10},      {"=.5.5\n", 55}, {"=4.1.9\n", 41}, {"=55\n", 55},    {"_x=1\n", 0},     {"=", 0},
-        {"=r 6, v5.5\n", 60}, {"=.\n", 50},
+static int note(Frag *element, const char *name, void *arg) {
+    *static_cast<string *>(arg) += string(name) + ":" + fval(&element->child, "addr") + " ";
+    return 0;
+}
+
+TEST(functions, network_objects_handed_in) {
+    tree db("netobj{list{l_element_1_addr=a m_element_1_addr=b none_element Inside_element_1_interface=e0} group{"
+            "h_member{1{type=G name=g} 2{type=L name=m}} g{tag member_1{type=L name=l}}}} loose_interface=e1");
+    string seen;
+    EXPECT_EQ(enum_netlist(db, nullptr, "m", note, &seen) + enum_netlist(db, nullptr, "none", note, &seen), 0);
+    EXPECT_EQ(enum_netlist(db, ffind(db, "netobj_list_m"), "any", note, &seen), 0);
+    EXPECT_EQ(enum_netlist(db, nullptr, "nobody", note, &seen), 1);
+    EXPECT_EQ(enum_netgroup(db, ffind(db, "netobj_group_h"), "any", note, &seen), 0);
+    EXPECT_EQ(seen, "m:b any:b m:b "); // a group that carries the mark already is passed over
+    EXPECT_EQ(is_in_list(db, "Inside", "e0"), 1);
+    EXPECT_EQ(is_in_list(db, "Inside", "E0") + is_in_list(db, "l", "e0") + is_in_list(db, "gone", "e0"), 0);
+    EXPECT_EQ(is_in_list(db, nullptr, "e0") + is_in_list(db, "Inside", nullptr), 0);
+    EXPECT_EQ(add_to_allif(db, ffind(db, "loose")), 0); // no list above it to name
+    EXPECT_EQ(add_to_allif(db, ffind(db, "netobj_list_Inside_element_1")), 0);
+    EXPECT_EQ(add_to_allif(db, ffind(db, "netobj_list_l")), 1);
+    EXPECT_EQ(dump(ffind(db, "netobj_list_all%5Finterfaces_element")->child),
+              "2{location=Inside interface=e0} 1_interface=e1");
+    tree flags("value:8= name");
+    flags_to_name(flags.head, flags.head->next);
+    setvalue(flags.head->next, "denyx");
+    flags_to_name(flags.head, flags.head->next);
+    EXPECT_EQ(dump(flags.head), "value:8= name=denyx");
+    EXPECT_EQ(is_authon(nullptr) + is_authon("") + is_authon("NEVER") + is_authon("Inherit"), 0);
+    EXPECT_EQ(is_authon(" never") + is_authon("0"), 2);
+}
+
+// A read unit of a table holds 8190 bytes; what a longer line has behind them is judged as a line of its own.
+TEST(functions, long_lines_of_a_table) {
+    auto rules = [](const string &table) {
+        tree db;
+        read_table(db, table);
+        fremove(db, "def_proxy_global");
+        return dump(ffind(db, "def_proxy")->child);
     };
-    for (const auto &r : rows) {
-        std::string version = r.version ? "version_firewall" + std::string(r.version) : "";
-        tree conf("def_proxy_a_x=1\n" + version), old(version);
-        EXPECT_EQ(old_config_type(conf), r.type) << version;
-        EXPECT_EQ(old_config_type(old), 32) << version;
+    // So many bytes of a kind, the text behind them, and the rules. Blanks without a line end take the rest of theirs
+    // along.
+    const char *rows[] = {"8189; ;\na: y 1;a_y=1",    "8190; ;a: x 1\nb: x 1;b_x=1",
+                          "8190; ;a: x 1;",           "8189;#;\na: y 1;a_y=1",
+                          "8190;#;a: x 1\n;a_x=1",    "8189; ;tn: x 1\n;n_x=1",
+                          "8189;,;a: x 1\n;",         "8186;,;a: xy 1\n;a_x=",
+                          "8183;,;a: xy 12\n;a_xy=1", "8183;,;a: xy 1b: z 2\n;b_z=2 a_xy=1"};
+    for (const char *row : rows) {
+        std::vector<string> r = split(row, ';');
+        EXPECT_EQ(rules(string(static_cast<size_t>(atoi(r[0].c_str())), r[1][0]) + r[2]), r[3]) << row;
     }
-    tree bare("def_proxy=\n");
-    EXPECT_EQ(old_config_type(bare), 40);
+    EXPECT_EQ(rules(string(8190, ' ') + "\na: x 1\na: x 2\n"), "a_x{3=2 1=1}"); // and that counts for no line
 }

@@ -1,0 +1,82 @@
+// Indexes and the reader on random data, against walks and against what plain calls give.
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+using std::string;
+using std::to_string;
+
+TEST(store_property, indexes_of_many_lists_give_what_walks_give) {
+    seed_random(52);
+    tree db("a_x=1 b_x=1 c_x=1");
+    list_indexes indexes;
+    for (int number = 300; number < 3000; number++) // a list whose count meets numbers that are taken
+        fset(&db.head, ("c_" + to_string(number)).c_str(), nullptr);
+    for (int step = 0; step < 15000; step++) {
+        const string owner = one_of({"a", "b", "c", "b_x"}), name = "n" + to_string(random_below(800));
+        const string key = name + one_of({"", "", "=z", "_n3"}), one = "n" + to_string(random_below(800));
+        Frag *parent = ffind(db, owner.c_str());
+        FragList list = &parent->child;
+        size_t length = 0;
+        for (Frag *frag = *list; frag; frag = frag->next)
+            length++;
+        if (random_below(8) == 0) {
+            pushfrag(list, newsymfrag(name.data(), name.size()), parent);
+            indexes.add(list, *list);
+        } else if (random_below(8) == 0) {
+            const string number = to_string(length + random_below(40)), &left = random_below(2) ? name : number;
+            if (Frag *gone = indexes.find(list, left); gone && gone != ffind(db, "b_x")) {
+                indexes.forget_below(gone);
+                indexes.remove(list, gone);
+                fremove(list, left.c_str());
+            }
+        } else if (random_below(500) == 0) { // the lists below change with no word to the indexes
+            indexes.forget_below(ffind(db, "b"));
+            for (int number = 0; number < 20 && owner[0] == 'b'; number++)
+                fsetp(list, to_string(number).c_str(), nullptr, parent);
+        } else {
+            const Frag *set = indexes.set_key(list, key.c_str(), "1", parent);
+            ASSERT_EQ(set, ffind(list, key.c_str()));
+        }
+        FragList siblings = nullptr;
+        ASSERT_EQ(indexes.find_key(list, (one + "_n3").c_str(), &siblings), ffind(list, (one + "_n3").c_str()));
+        ASSERT_EQ(siblings, ffind(list, one.c_str()) ? &ffind(list, one.c_str())->child : list);
+        if (step % 20 == 0) {
+            size_t number = indexes.count(list) + 1;
+            while (ffind(list, to_string(number).c_str()))
+                number++;
+            ASSERT_EQ(indexes.free_number(list), static_cast<int>(number));
+            indexes.set_key(list, to_string(number).c_str(), nullptr, parent);
+        }
+    }
+    EXPECT_TRUE(linked(db.head, nullptr));
+}
+
+static string read_dump(const string &path, int mode) {
+    tree db("a=1{b=2} relay-permit=3");
+    importffile(path.c_str(), db, mode);
+    EXPECT_TRUE(linked(db.head, nullptr));
+    return dump(db.head);
+}
+
+// Line ends in front of a file are skipped, so they move every byte of it onto the end of the reader's buffer in turn.
+TEST(store_property, a_boundary_anywhere_changes_nothing) {
+    const size_t refill = 32766;
+    const char *parts[] = {"a",    "b",         "permit-", "Deny-", "permit-relay", "_", "=",    "\n",    "\r",
+                           " ",    "\t",        "[",       "]",     "\\",           "1", "\n\n", " a_b=", "a=x\n",
+                           "=1\n", "\\ x\n \t", "onlyon-"};
+    scratch_dir dir;
+    seed_random(12);
+    for (int round = 0; round < 60; round++) {
+        string content = round % 3 == 1 ? "[" : "";
+        for (unsigned count = random_below(25); count > 0; count--)
+            content +=
+                random_below(20) ? one_of(parts) : string(random_below(2) ? 61 : 1, random_below(2) ? 'n' : '\0');
+        const string whole = read_dump(dir.write("whole", content), round % 2);
+        for (size_t at = 0; at <= content.size(); at++)
+            ASSERT_EQ(read_dump(dir.write("cut", string(refill - at, '\n') + content), round % 2), whole)
+                << content << at;
+    }
+    const string value(3 * refill + 1, 'v');
+    EXPECT_EQ(read_dump(dir.write("f", "a=" + value + "\r\nb=1"), 0), "b=1 a=" + value + "{b=2} relay-permit=3");
+}
