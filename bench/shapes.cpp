@@ -585,6 +585,19 @@ void rule_table(corpus &out) {
     }
 }
 
+void site_table(corpus &out) {
+    for (long n = 1; n <= out.size; n++) {
+        unsigned bits = scatter(n), kind = out.below(20);
+        std::string host = address(bits);
+        if (kind == 0)
+            host = "*." + host_name(bits);
+        else if (kind <= 3)
+            host = "10." + std::to_string(bits >> 14 & 255) + "." + std::to_string(bits >> 6 & 255) + ".*";
+        out.line("px%u: %s-hosts %s%s", 1 + out.below(12), out.below(4) ? "permit" : "deny", host.c_str(),
+                 out.below(3) ? "" : " -log");
+    }
+}
+
 void exact_hosts(corpus &out) {
     for (long n = 1; n <= out.size; n++)
         out.line("tn-px: %s-hosts %s%s", n % 5 ? "permit" : "deny", address(scatter(n)).c_str(), n % 2 ? " -log" : "");
@@ -655,6 +668,7 @@ const struct {
     {"carried", carried, false, "the families that are only renumbered"},
     {"networks", networks, false, "trusted networks in one value"},
     {"table", rule_table, false, "rules over 8 proxies, one to five hosts a rule"},
+    {"site", site_table, false, "rules over 12 proxies: exact hosts, and one in five with a star at an end"},
     {"exact", exact_hosts, false, "one proxy, rules with exact hosts"},
     {"stars", star_hosts, false, "one proxy, rules with trailing-star patterns"},
     {"onegroup", one_group, false, "one proxy, rules that make one group"},

@@ -16,11 +16,18 @@ endif()
 # The program and the libraries. Static libraries are stripped by hand, since CMake leaves them alone.
 install(PROGRAMS $<TARGET_FILE:upgrade> DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME ${package})
 install(TARGETS token trans ARCHIVE DESTINATION ${library_dir})
+set(installed_programs ${package})
+if(UPGRADE_REVIEW)
+  install(PROGRAMS $<TARGET_FILE:review> DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME moatwall-review)
+  list(APPEND installed_programs moatwall-review)
+endif()
 install(CODE "
   if(CMAKE_INSTALL_DO_STRIP)
     set(root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
-    execute_process(COMMAND ${CMAKE_STRIP} --remove-section=.comment --remove-section=.note
-      \"\${root}/${CMAKE_INSTALL_BINDIR}/${package}\" COMMAND_ERROR_IS_FATAL ANY)
+    foreach(program IN ITEMS ${installed_programs})
+      execute_process(COMMAND ${CMAKE_STRIP} --remove-section=.comment --remove-section=.note
+        \"\${root}/${CMAKE_INSTALL_BINDIR}/\${program}\" COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
     execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --remove-section=.comment --remove-section=.note
       --enable-deterministic-archives \"\${root}/${library_dir}/libtoken.a\" \"\${root}/${library_dir}/libtrans.a\"
       COMMAND_ERROR_IS_FATAL ANY)
@@ -42,13 +49,18 @@ function(add_compressed source target directory)
   install(FILES ${output} DESTINATION ${directory})
 endfunction()
 add_compressed(docs/upgrade.1 ${package}.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+if(UPGRADE_REVIEW)
+  add_compressed(docs/review.1 moatwall-review.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 add_compressed(cmake/debian/changelog changelog.gz ${document_dir})
 get_property(compressed_files GLOBAL PROPERTY compressed_files)
 add_custom_target(compressed ALL DEPENDS ${compressed_files})
 
-install(FILES completions/${package}.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-  RENAME ${package})
-install(FILES completions/_${package} DESTINATION ${zsh_dir})
+foreach(program IN LISTS installed_programs)
+  install(FILES completions/${program}.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME ${program})
+  install(FILES completions/_${program} DESTINATION ${zsh_dir})
+endforeach()
 install(FILES README.md cmake/debian/copyright DESTINATION ${document_dir})
 install(FILES docs/architecture.md docs/file-formats.md docs/guide.md docs/performance.md docs/reliability.md
   DESTINATION ${document_dir}/docs)
@@ -75,6 +87,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "configuration upgrader for a proxy firewa
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Takes the configuration that an old release of the firewall left behind,
 its netperm table included, and writes one file in the form that the new
 release keeps. A report names the steps taken.
+.
+The companion moatwall-review tells what an upgrade does: who gets through
+now, what became of every line, and what is left to do.
 .
 The passes are also installed as static libraries, with their headers.")
 include(CPack)

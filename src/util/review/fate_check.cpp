@@ -1,0 +1,221 @@
+// What is said to be without effect is left out, and the upgrade must come to the same bytes.
+#include "fate_check.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+memory_file::memory_file() : file(memfd_create("review", 0)) {}
+
+memory_file::~memory_file() {
+    if (file >= 0)
+        close(file);
+}
+
+std::string memory_file::path() const { return "/proc/self/fd/" + std::to_string(file); }
+
+bool memory_file::write(std::string_view text) {
+    while (!text.empty()) {
+        ssize_t count = ::write(file, text.data(), text.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        text.remove_prefix(static_cast<size_t>(count));
+    }
+    return file >= 0;
+}
+
+namespace {
+
+[[noreturn]] void run_child(std::vector<std::string> &words, int output) {
+    int null = open("/dev/null", O_RDWR);
+    if (null < 0 || dup2(null, STDERR_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0)
+        _exit(3);
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    int status = upgrade(static_cast<int>(words.size()), arguments.data());
+    fflush(nullptr);
+    _exit(status);
+}
+
+} // namespace
+
+bool run_quietly(const upgrade_command &command, std::vector<std::string> words, memory_file &output) {
+    if (output.file < 0)
+        return false;
+    if (command.has_output)
+        words.back() = output.path();
+    words.insert(words.begin(), "upgrade");
+    fflush(nullptr);
+    pid_t child = fork();
+    if (child < 0)
+        return false;
+    if (child == 0)
+        run_child(words, output.file);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+        continue;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::vector<std::string> words_up_to(const upgrade_command &command, size_t step) {
+    // A file behind `-m` that is not to be merged is still read for the release: `-V` takes the `-m` for its number,
+    // which gives 0, and the name behind it is passed over.
+    std::vector<std::string> words;
+    for (size_t i = 0; i < command.steps.size(); i++) {
+        const upgrade_step &at = command.steps[i];
+        bool exact_merge = command.words[at.index] == "-m";
+        if (at.letter == 'V' || at.letter == 'R' || (i > step && !exact_merge))
+            continue;
+        if (i > step)
+            words.push_back("-V");
+        words.push_back(std::string("-") + (at.letter == 'm' && !exact_merge ? "m " : std::string(1, at.letter)));
+        words.push_back(at.argument[0] == '-' ? "./" + at.argument : at.argument);
+    }
+    words.insert(words.end(), {"-V50", "result"});
+    return words;
+}
+
+namespace {
+
+/// The lines that are claimed, and what was found of them.
+struct claims {
+    const upgrade_command &command;
+    const std::unordered_map<std::string, std::string> &texts;
+    std::vector<line_fate> &lines;
+    std::string result;
+    std::vector<size_t> proved, refuted;
+    std::chrono::steady_clock::time_point end;
+
+    // The words of the command with the texts for files, the lines of `left_out` being blank in them.
+    bool same_without(std::vector<size_t> left_out);
+    void prove(const std::vector<size_t> &asked);
+    void prove_halves(const std::vector<size_t> &asked);
+};
+
+void read_result(int file, std::string &text) {
+    off_t size = lseek(file, 0, SEEK_END);
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    size_t at = 0;
+    while (at < text.size()) {
+        ssize_t count = pread(file, text.data() + at, text.size() - at, static_cast<off_t>(at));
+        if (count <= 0)
+            break;
+        at += static_cast<size_t>(count);
+    }
+    text.resize(at);
+}
+
+bool claims::same_without(std::vector<size_t> left_out) {
+    std::unordered_map<std::string, std::vector<bool>> blank;
+    for (size_t i : left_out) {
+        std::vector<bool> &of_file = blank[lines[i].file];
+        size_t line = static_cast<size_t>(lines[i].line);
+        if (of_file.size() <= line)
+            of_file.resize(line + 1);
+        of_file[line] = true;
+    }
+    std::vector<std::string> words = command.words;
+    std::vector<std::unique_ptr<memory_file>> files;
+    std::unordered_map<std::string, std::string> paths;
+    for (const auto &[name, of_file] : blank) {
+        const std::string &text = texts.at(name);
+        std::string without;
+        size_t line = 1;
+        for (size_t at = 0; at < text.size(); line++) {
+            size_t line_end = std::min(text.find('\n', at), text.size() - 1) + 1;
+            bool is_blank_now = line < of_file.size() && of_file[line];
+            if (!is_blank_now)
+                without.append(text, at, line_end - at);
+            else if (text[line_end - 1] == '\n')
+                without += '\n';
+            at = line_end;
+        }
+        files.push_back(std::make_unique<memory_file>());
+        if (!files.back()->write(without))
+            return false;
+        paths[name] = files.back()->path();
+    }
+    for (size_t i = 1; i < words.size(); i++) {
+        bool is_output = command.has_output && i + 1 == words.size();
+        bool is_argument = !is_output && !words[i - 1].empty() && words[i - 1][0] == '-';
+        auto path = paths.find(words[i]);
+        if (is_argument && path != paths.end())
+            words[i] = path->second;
+    }
+    for (const upgrade_step &step : command.steps)
+        if (step.letter == 'R')
+            words[step.index + 1] = "/dev/null";
+    memory_file output;
+    std::string text;
+    if (!run_quietly(command, words, output))
+        return false;
+    read_result(output.file, text);
+    return text == result;
+}
+
+// Adds those of `asked` that can be left out together with what is proved so far.
+void claims::prove(const std::vector<size_t> &asked) {
+    if (asked.empty() || std::chrono::steady_clock::now() > end)
+        return;
+    std::vector<size_t> together = proved;
+    together.insert(together.end(), asked.begin(), asked.end());
+    if (same_without(together)) {
+        proved = std::move(together);
+        return;
+    }
+    if (asked.size() == 1)
+        refuted.push_back(asked[0]);
+    else
+        prove_halves(asked);
+}
+
+void claims::prove_halves(const std::vector<size_t> &asked) {
+    auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
+    prove({asked.begin(), middle});
+    prove({middle, asked.end()});
+}
+
+} // namespace
+
+void check_claims(const upgrade_command &command, const std::string &result_path,
+                  const std::unordered_map<std::string, std::string> &texts, std::vector<line_fate> &lines) {
+    std::vector<size_t> claimed;
+    for (size_t i = 0; i < lines.size(); i++)
+        if (lines[i].fate == "without effect")
+            claimed.push_back(i);
+    if (claimed.empty())
+        return;
+    claims under_test{command, texts, lines, {}, {}, {}, {}};
+    int file = open(result_path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return;
+    read_result(file, under_test.result);
+    close(file);
+    // A search takes as long as some runs of its own, and at least as long as a reader waits without a thought.
+    auto begin = std::chrono::steady_clock::now();
+    if (under_test.same_without(claimed))
+        return;
+    auto one_run = std::chrono::steady_clock::now() - begin;
+    under_test.end = begin + std::max<std::chrono::steady_clock::duration>(std::chrono::seconds(2), 8 * one_run);
+    under_test.prove_halves(claimed);
+    std::vector<std::string> notes(lines.size(), ", as far as could be told in time");
+    for (size_t i : under_test.refuted)
+        notes[i] = ", yet the line decides the order or shape of what is saved";
+    for (size_t i : under_test.proved)
+        notes[i].clear();
+    for (size_t i : claimed)
+        if (!notes[i].empty()) {
+            lines[i].fate = "reshaped";
+            lines[i].reason += notes[i];
+        }
+}

@@ -1,0 +1,35 @@
+/// The upgrade's own passes, run in a process of their own so that nothing is guessed and nothing of the user's
+/// changes.
+#ifndef UPGRADE_RUN_H
+#define UPGRADE_RUN_H
+
+#include "upgrade_command.h"
+
+/// A folder for the files of one review, gone with the record, and also when a signal ends the program. One at a time.
+struct scratch_folder {
+    scratch_folder();
+    ~scratch_folder();
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    /// The path of the file of that name in it, which must be one of the few that are known.
+    std::string file(const char *name) const { return path + "/" + name; }
+    std::string path; ///< empty if it could not be made
+};
+
+/// What one run of the upgrade left behind.
+struct upgrade_result {
+    bool ran = false; ///< it came to its end by itself, whatever its status
+    int exit_status = 0;
+    std::string messages;          ///< its standard error, with the user's file names
+    std::string output_bytes_path; ///< the result, or what went to standard output; empty if nothing was saved
+    std::string canonical_path;    ///< the same result in the canonical layout; empty if there is none
+    std::string trouble;           ///< what kept it from running
+};
+
+/// Runs the command as it stands and, where its result is in another layout, once more for the canonical one. Output
+/// and report go to the scratch folder; an input that is also the report is copied there first.
+upgrade_result run_upgrade(const upgrade_command &command, const scratch_folder &scratch);
+/// True if both paths lead to one file.
+bool same_file(const std::string &a, const std::string &b);
+
+#endif
