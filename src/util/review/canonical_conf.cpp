@@ -26,7 +26,8 @@ std::string decoded(const std::string &name) {
     std::string copy = name, clear(name.size() + 1, '\0');
     node.name = copy.data();
     copy_fragname(&node, clear.data());
-    return clear.c_str();
+    clear.resize(strlen(clear.c_str()));
+    return clear;
 }
 
 // In the numbered layout an entry's name stands in a value, in the canonical one in the key. Lines of one entry follow

@@ -105,7 +105,7 @@ std::vector<map_entry> collect_maps(canonical_conf &conf) {
 }
 
 // Appends the maps of `maps` that `others` lacks, counting equal ones, and takes them out.
-void tell_lone_maps(canonical_conf &conf, std::vector<map_entry> &maps, const std::vector<map_entry> &others,
+void tell_lone_maps(const canonical_conf &conf, std::vector<map_entry> &maps, const std::vector<map_entry> &others,
                     const std::string &file, review_data &data) {
     std::map<std::string, long> left;
     for (const map_entry &other : others)

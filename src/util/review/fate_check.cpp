@@ -1,6 +1,6 @@
 // What is said to be without effect is left out, and the upgrade must come to the same bytes.
 #include "fate_check.h"
-#include "upgrade.h"
+#include "upgrade_run.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -34,36 +34,27 @@ bool memory_file::write(std::string_view text) {
 
 namespace {
 
-[[noreturn]] void run_child(std::vector<std::string> &words, int output) {
+[[noreturn]] void run_child(const std::vector<std::string> &words, int output) {
     int null = open("/dev/null", O_RDWR);
     if (null < 0 || dup2(null, STDERR_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0)
         _exit(3);
-    std::vector<char *> arguments;
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int status = upgrade(static_cast<int>(words.size()), arguments.data());
-    fflush(nullptr);
-    _exit(status);
+    end_as_upgrade(words);
 }
 
 } // namespace
 
-bool run_quietly(const upgrade_command &command, std::vector<std::string> words, memory_file &output) {
+bool run_quietly(const upgrade_command &command, std::vector<std::string> words, const memory_file &output) {
     if (output.file < 0)
         return false;
     if (command.has_output)
         words.back() = output.path();
-    words.insert(words.begin(), "upgrade");
     fflush(nullptr);
     pid_t child = fork();
     if (child < 0)
         return false;
     if (child == 0)
         run_child(words, output.file);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
-        continue;
+    int status = wait_for(child);
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
@@ -97,7 +88,7 @@ struct claims {
     std::chrono::steady_clock::time_point end;
 
     // The words of the command with the texts for files, the lines of `left_out` being blank in them.
-    bool same_without(std::vector<size_t> left_out);
+    bool same_without(const std::vector<size_t> &left_out);
     void prove(const std::vector<size_t> &asked);
     void prove_halves(const std::vector<size_t> &asked);
 };
@@ -115,7 +106,7 @@ void read_result(int file, std::string &text) {
     text.resize(at);
 }
 
-bool claims::same_without(std::vector<size_t> left_out) {
+bool claims::same_without(const std::vector<size_t> &left_out) {
     std::unordered_map<std::string, std::vector<bool>> blank;
     for (size_t i : left_out) {
         std::vector<bool> &of_file = blank[lines[i].file];

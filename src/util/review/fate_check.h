@@ -21,7 +21,7 @@ struct memory_file {
 
 /// Runs the upgrade with the words of the command, some of them replaced, in a process of its own, silently. Its result
 /// goes to `output`. False if it did not come to its end with status 0.
-bool run_quietly(const upgrade_command &command, std::vector<std::string> words, memory_file &output);
+bool run_quietly(const upgrade_command &command, std::vector<std::string> words, const memory_file &output);
 
 /// The words that lead from the options up to and with that step to a result in the canonical layout; the release is
 /// told from the same files as by the whole command.

@@ -42,7 +42,8 @@ void read_entry(fate_run &run, list_indexes &indexes, size_t id, int mode) {
     FragList list = &run.db;
     Frag *parent = nullptr, *frag = nullptr;
     bool made = false;
-    for (size_t at = 0; at != std::string::npos;) {
+    size_t at = 0;
+    do {
         size_t end = entry.key.find('_', at);
         std::string_view name = std::string_view(entry.key).substr(at, end == std::string::npos ? end : end - at);
         frag = indexes.find(list, name);
@@ -57,7 +58,7 @@ void read_entry(fate_run &run, list_indexes &indexes, size_t id, int mode) {
         parent = frag;
         list = &frag->child;
         at = end == std::string::npos ? end : end + 1;
-    }
+    } while (at != std::string::npos);
     size_t owner = owner_of(frag);
     bool valued = frag->value != nullptr;
     if (!entry.section_form)

@@ -222,7 +222,11 @@ void fate_table::follow_template(const fate_proxy &proxy, list_indexes &indexes)
                 run.ledger.say(id, fate::without_effect, "the `" + attribute + "` of a policy's template says nothing");
             else
                 run.ledger.say(id, fate::without_effect,
-                               "no proxy whose rules name the policy " + policy + " can take its `" + attribute + "`");
+                               std::string("no proxy whose rules name the policy ")
+                                   .append(policy)
+                                   .append(" can take its `")
+                                   .append(attribute)
+                                   .append("`"));
         }
 }
 

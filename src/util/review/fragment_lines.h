@@ -7,11 +7,11 @@
 
 /// One assignment. A line without `=` runs on into the next, so an assignment can begin lines before it ends.
 struct assignment {
-    std::string key;      ///< stored names joined by `_`, without prefixes
+    std::string key; ///< stored names joined by `_`, without prefixes
     std::string value;
-    long line = 0;        ///< where it begins, as an editor counts
-    long end_line = 0;    ///< where it ends
-    long attr = 0;        ///< prefix bits of the last component
+    long line = 0;     ///< where it begins, as an editor counts
+    long end_line = 0; ///< where it ends
+    long attr = 0;     ///< prefix bits of the last component
     bool section_form = false;
 };
 

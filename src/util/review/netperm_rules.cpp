@@ -204,11 +204,11 @@ void add_line_rules(const table_line &line, size_t source, std::vector<access_ru
 void add_table_rules(const access_side &side, const std::string &proxy, std::vector<access_rule> &into) {
     for (const access_table &table : side.tables) {
         auto found = table.proxies.find(proxy);
-        bool is_named = found != table.proxies.end();
-        if (is_no_proxy(proxy) || (!is_named && table.known.count(proxy) == 0))
+        bool named = found != table.proxies.end();
+        if (is_no_proxy(proxy) || (!named && table.known.count(proxy) == 0))
             continue;
         std::vector<table_filing> filings = table.wildcard;
-        if (is_named) {
+        if (named) {
             filings.insert(filings.end(), found->second.own.begin(), found->second.own.end());
             for (const table_filing &filing : table.later)
                 if (filing.moment < found->second.named)

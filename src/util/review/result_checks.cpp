@@ -95,7 +95,7 @@ void check_policies(checking &check) {
                 check.dangling(format("the policy {} names the config set {}, which {} lacks", name, set, owner),
                                "policy", name);
             else
-                bare.insert(owner + " " + set);
+                bare.insert(format("{} {}", owner, set));
         }
     }
     if (!bare.empty())

@@ -48,7 +48,8 @@ struct todo_item {
 
 /// An input or output of the upgrade.
 struct file_record {
-    std::string role; ///< "netperm table", "old configuration", "initial environment", "merged file", "environment", "result"
+    std::string
+        role; ///< "netperm table", "old configuration", "initial environment", "merged file", "environment", "result"
     std::string name, sha256;
     long long size = -1; ///< -1 if it can't be read
 };
@@ -57,8 +58,8 @@ struct file_record {
 struct review_data {
     int status = 0; ///< 0 nothing to look at, 1 something, 2 trouble
     int release = 0;
-    std::string release_reason;      ///< which key told the release
-    std::string written = "absent";  ///< "same", "absent" or "different"
+    std::string release_reason;       ///< which key told the release
+    std::string written = "absent";   ///< "same", "absent" or "different"
     std::vector<std::string> command; ///< the upgrade's words
     std::vector<file_record> files;
     std::vector<finding> findings;

@@ -100,15 +100,7 @@ void ask_canonical(const upgrade_command &command, scratch_run &run) {
     int result = open(scratch.file(output).c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
     if (messages < 0 || result < 0 || dup2(messages, STDERR_FILENO) < 0 || dup2(result, STDOUT_FILENO) < 0)
         _exit(3);
-    std::vector<std::string> copy = words;
-    copy.insert(copy.begin(), "upgrade");
-    std::vector<char *> arguments;
-    for (std::string &word : copy)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int status = upgrade(static_cast<int>(copy.size()), arguments.data());
-    fflush(nullptr);
-    _exit(status);
+    end_as_upgrade(words);
 }
 
 // Runs the words to their end. What the child says goes to `result`.
@@ -121,9 +113,7 @@ bool run_words(const scratch_run &run, const scratch_folder &scratch, const char
     }
     if (child == 0)
         run_child(run.words, scratch, output);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
-        continue;
+    int status = wait_for(child);
     result.messages = read_all(scratch.file("messages"));
     for (const auto &[path, name] : run.names)
         replace_all(result.messages, path, name);
@@ -158,6 +148,25 @@ scratch_folder::~scratch_folder() {
     remove_scratch();
     for (char *entry : scratch_paths)
         *entry = 0;
+}
+
+void end_as_upgrade(std::vector<std::string> words) {
+    words.insert(words.begin(), "upgrade");
+    std::vector<char *> arguments(words.size() + 1);
+    for (size_t i = 0; i < words.size(); i++)
+        arguments[i] = words[i].data();
+    int status = upgrade(static_cast<int>(words.size()), arguments.data());
+    fflush(nullptr);
+    _exit(status);
+}
+
+int wait_for(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            break;
+    }
+    return status;
 }
 
 bool same_file(const std::string &a, const std::string &b) {

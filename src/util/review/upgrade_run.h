@@ -5,6 +5,8 @@
 
 #include "upgrade_command.h"
 
+#include <sys/types.h>
+
 /// A folder for the files of one review, gone with the record, and also when a signal ends the program. One at a time.
 struct scratch_folder {
     scratch_folder();
@@ -29,6 +31,10 @@ struct upgrade_result {
 /// Runs the command as it stands and, where its result is in another layout, once more for the canonical one. Output
 /// and report go to the scratch folder; an input that is also the report is copied there first.
 upgrade_result run_upgrade(const upgrade_command &command, const scratch_folder &scratch);
+/// Runs the upgrade with these words in this process, its name in front of them, and ends with its status.
+[[noreturn]] void end_as_upgrade(std::vector<std::string> words);
+/// Waits for a child's end. The result is its status as waitpid() gives it.
+int wait_for(pid_t child);
 /// True if both paths lead to one file.
 bool same_file(const std::string &a, const std::string &b);
 
