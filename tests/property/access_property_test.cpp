@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
-#include <regex>
 #include <set>
+#include <sstream>
 #include <unistd.h>
 
 using std::string;
@@ -233,7 +233,7 @@ TEST(access_property, the_translation_changes_nothing_but_what_is_known) {
     const string hosts[] = {"a*", "ab", "b", "a*b", "*b", "c", "*", "bc*", "%-deny%z"};
     const string names[] = {"a", "b-px", "b_px", "c, a", "a a", "*", "*x", "a *", "global", "policy-s", "gui", "d=e"};
     const string ends[] = {"\n", "\n", "\n", "\r\n", "\rx\n", string("\0x\n", 3), "\n#\n", "\n #\n", "\n \t\n"};
-    const std::regex known("narrower .*: an unmarked rule that joined a deny\n");
+    const string known = ": an unmarked rule that joined a deny";
     generator.seed(4);
     for (int round = 0; round < 400; round++) {
         string table;
@@ -244,8 +244,12 @@ TEST(access_property, the_translation_changes_nothing_but_what_is_known) {
                 table += " " + any_of(hosts);
             table += any_of(tails) + any_of(ends);
         }
-        string told = reviewed(table, upgraded(table, "", round % 2 ? 1 : 50));
-        ASSERT_EQ(std::regex_replace(told, known, ""), "") << table;
+        std::istringstream told(reviewed(table, upgraded(table, "", round % 2 ? 1 : 50)));
+        for (string line; std::getline(told, line);)
+            ASSERT_TRUE(line.compare(0, 9, "narrower ") == 0 && line.size() > known.size() &&
+                        line.compare(line.size() - known.size(), known.size(), known) == 0)
+                << line << "\n"
+                << table;
     }
 }
 
