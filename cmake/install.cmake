@@ -1,5 +1,5 @@
 # What `cmake --install` and the Debian package put on a system. Everything has a name or a folder of its own there, so
-# that it clashes with nothing: the program is called moatwall-upgrade.
+# that it clashes with nothing: the programs are called moatwall-upgrade and moatwall-review.
 include(GNUInstallDirs)
 
 set(package moatwall-upgrade)
@@ -13,7 +13,20 @@ else()
   set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endif()
 
-# The program and the libraries. Static libraries are stripped by hand, since CMake leaves them alone.
+# The folders that are not there yet, for `uninstall` to take back. All install rules stand behind this one.
+install(CODE "
+  set(folders \"${CMAKE_CURRENT_BINARY_DIR}/install_folders.txt\")
+  foreach(directory IN ITEMS ${CMAKE_INSTALL_BINDIR} ${library_dir} ${pkgconfig_dir} ${zsh_dir} ${document_dir}/docs
+      ${document_dir}/examples ${CMAKE_INSTALL_INCLUDEDIR}/${package} ${CMAKE_INSTALL_MANDIR}/man1
+      ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    set(directory \"\${CMAKE_INSTALL_PREFIX}/\${directory}\")
+    while(NOT IS_DIRECTORY \"\$ENV{DESTDIR}\${directory}\" AND NOT directory STREQUAL \"/\")
+      file(APPEND \"\${folders}\" \"\${directory}\\n\")
+      get_filename_component(directory \"\${directory}\" DIRECTORY)
+    endwhile()
+  endforeach()")
+
+# The programs and the libraries. Static libraries are stripped by hand, since CMake leaves them alone.
 install(PROGRAMS $<TARGET_FILE:upgrade> DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME ${package})
 install(TARGETS token trans ARCHIVE DESTINATION ${library_dir})
 set(installed_programs ${package})
@@ -61,9 +74,15 @@ foreach(program IN LISTS installed_programs)
     RENAME ${program})
   install(FILES completions/_${program} DESTINATION ${zsh_dir})
 endforeach()
-install(FILES README.md cmake/debian/copyright DESTINATION ${document_dir})
-install(FILES docs/architecture.md docs/file-formats.md docs/guide.md docs/performance.md docs/reliability.md
+install(FILES cmake/debian/README.md cmake/debian/copyright DESTINATION ${document_dir})
+install(FILES docs/architecture.md docs/file-formats.md docs/guide.md docs/reliability.md docs/review-page.png
   DESTINATION ${document_dir}/docs)
+# Of the measurements a reader of the package wants what they came to, not the long table.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/performance.md)
+file(READ docs/performance.md performance)
+string(REGEX REPLACE "\n## The table\n.*" "" performance "${performance}")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/performance.md "${performance}\n")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/performance.md DESTINATION ${document_dir}/docs)
 install(DIRECTORY examples DESTINATION ${document_dir})
 
 configure_file(cmake/uninstall.cmake.in uninstall.cmake @ONLY)
