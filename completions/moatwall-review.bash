@@ -8,33 +8,21 @@ _moatwall_review() {
         ((at++))
     done
     ((at >= COMP_CWORD)) || command=${COMP_WORDS[at]}
-    if [[ $before == --proxy ]]; then
-        return
-    elif [[ $word == --* ]] && [[ $command == explain ]]; then
+    if [[ $word == --* && $command == explain ]]; then
         mapfile -t COMPREPLY < <(compgen -W '--netperm --json --quiet' -- "$word")
-        return
     elif [[ $word == --* && -z $command ]]; then
         mapfile -t COMPREPLY < <(compgen -W '--html --json --proxy --quiet --all --help --version' -- "$word")
-        return
     elif [[ $word == -V* ]]; then
         mapfile -t COMPREPLY < <(compgen -W '-V1 -V2 -V41 -V50' -- "$word")
-        return
     elif [[ $word == -* && $command != @(explain|diff|check) ]]; then
         mapfile -t COMPREPLY < <(compgen -W '-R -n -m -e -V' -- "$word")
-        return
     elif [[ $before == -V ]]; then
         mapfile -t COMPREPLY < <(compgen -W '1 2 41 50' -- "$word")
-        return
+    elif [[ -n $word && -z $command && $before != --html && $before != --proxy ]]; then
+        mapfile -t COMPREPLY < <(compgen -W 'explain diff check' -- "$word")
+        # A file that begins like a command is offered beside it.
+        ((${#COMPREPLY[@]} == 0)) || mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$word")
     fi
-    # All other words are files; the first can be a command, too. What is typed may begin with a quote or hold escapes,
-    # which are taken off for the search; readline puts its own around what is chosen.
-    local typed=$word
-    typed=${typed#[\"\']}
-    typed=${typed//\\/}
-    compopt -o filenames 2>/dev/null
-    mapfile -t COMPREPLY < <(compgen -f -- "$typed")
-    if [[ -z $command && $before != --html ]]; then
-        mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -W 'explain diff check' -- "$typed")
-    fi
+    # All other words are files. With no reply readline completes them by itself, and knows how to quote.
 }
-complete -F _moatwall_review moatwall-review
+complete -o default -F _moatwall_review moatwall-review
