@@ -48,8 +48,7 @@ struct rule_lister {
 
 // A word of a rule's tail as the parameter that it becomes: named by what stands in front of a `=`.
 bool has_word(const std::unordered_map<std::string, std::string> &set, std::string_view word) {
-    std::string name(word.substr(0, word.find('=')));
-    return set.count(name) != 0 || set.count(name_in_key(name)) != 0;
+    return set.count(parameter_name(decoded_name(word.substr(0, word.find('='))))) != 0;
 }
 
 bool has_all(const std::unordered_map<std::string, std::string> &set, std::string_view tail) {
@@ -80,6 +79,23 @@ std::string name_in_key(const std::string &written) {
     const char *name = attr_remap(written.c_str());
     strip_attr_prefixes(&name);
     return name;
+}
+
+std::string decoded_name(std::string_view stored) {
+    std::string clear;
+    for (size_t i = 0; i < stored.size(); i++)
+        if (stored[i] == '%' && i + 2 < stored.size()) {
+            clear += static_cast<char>(hexconvert(stored.data() + i + 1));
+            i += 2;
+        } else {
+            clear += stored[i];
+        }
+    return clear;
+}
+
+std::string parameter_name(std::string_view written) {
+    size_t first = std::min(written.find('_'), written.size());
+    return name_in_key(std::string(written.substr(0, first))) + std::string(written.substr(first));
 }
 
 bool access_side::knows(const std::string &proxy) const { return known.count(proxy) != 0; }

@@ -81,6 +81,10 @@ struct access_map {
 
 /// The name that a key of a fragment file gives to a node whose name is written so: without prefixes.
 std::string name_in_key(const std::string &written);
+/// A stored name or key with its escapes decoded, whatever its length.
+std::string decoded_name(std::string_view stored);
+/// One name for a parameter of a config set, whose clear name or path is given, in whatever layout it was written.
+std::string parameter_name(std::string_view written);
 
 /// A record of a configuration that values refer to by name.
 template <typename part> struct named_records {

@@ -60,18 +60,6 @@ void raw_family::take(assignment &made) {
         {made.key.substr(std::min(end + 1, made.key.size())), std::move(made.value), made.line});
 }
 
-std::string decoded(std::string_view name) {
-    std::string clear;
-    for (size_t i = 0; i < name.size(); i++)
-        if (name[i] == '%' && i + 2 < name.size()) {
-            clear += static_cast<char>(hexconvert(name.data() + i + 1));
-            i += 2;
-        } else {
-            clear += name[i];
-        }
-    return clear;
-}
-
 // Numbers come by their value, whatever else stands in a key's place behind them.
 std::tuple<bool, size_t, std::string_view> number_order(std::string_view label) {
     bool is_number = !label.empty() && label.find_first_not_of("0123456789") == std::string_view::npos;
@@ -125,7 +113,7 @@ template <typename part> typename named_records<part>::record named(const raw_re
     made.name = raw.value("name");
     made.from_key = made.name.empty();
     if (made.from_key)
-        made.name = decoded(raw.label);
+        made.name = decoded_name(raw.label);
     return made;
 }
 
@@ -187,16 +175,17 @@ void configuration::add_proxies() {
     for (const raw_record &raw : proxies.records) {
         std::string proxy = raw.value("realname");
         if (proxy.empty())
-            proxy = decoded(raw.label);
+            proxy = decoded_name(raw.label);
         if (proxy != "*" && proxy != "global")
             side.add_proxy(proxy);
         for (const raw_record::field &field : raw.fields) {
             if (field.key.compare(0, sets.size(), sets) != 0)
                 continue;
             size_t end = std::min(field.key.find('_', sets.size()), field.key.size());
-            std::string set = decoded(std::string_view(field.key).substr(sets.size(), end - sets.size()));
+            std::string set = decoded_name(std::string_view(field.key).substr(sets.size(), end - sets.size()));
             add_set(proxy, set);
-            std::string parameter = decoded(std::string_view(field.key).substr(std::min(end + 1, field.key.size())));
+            std::string parameter =
+                parameter_name(decoded_name(std::string_view(field.key).substr(std::min(end + 1, field.key.size()))));
             auto known = side.sets[set_key(proxy, set)].try_emplace(parameter, field.value).first;
             if (!field.value.empty())
                 known->second = field.value;
@@ -205,14 +194,27 @@ void configuration::add_proxies() {
 }
 
 void configuration::add_custom() {
+    const std::string parms = "parm_", value = "value";
     for (const raw_record &raw : custom.records) {
         std::string proxy = raw.value("realname"), set = raw.value("name");
         if (proxy.empty() || set.empty())
             continue;
         add_set(proxy, set);
         auto &parameters = side.sets[set_key(proxy, set)];
-        for (numbered_part &part : parts_of(raw, "parm", {"name", "value"}))
-            parameters.emplace(std::move(part.values[0]), std::move(part.values[1]));
+        std::unordered_map<std::string, std::string> names; // of parameters, by their number
+        for (numbered_part &part : parts_of(raw, "parm", {"name"}))
+            names[part.label] = parameter_name(part.values[0]);
+        // What is deeper than a list of numbers has the rest of its name in the key, behind `value`.
+        for (const raw_record::field &field : raw.fields) {
+            size_t label = parms.size(), end = field.key.find('_', label);
+            if (field.key.compare(0, label, parms) != 0 || end == std::string::npos ||
+                field.key.compare(end + 1, value.size(), value) != 0)
+                continue;
+            auto name = names.find(field.key.substr(label, end - label));
+            std::string rest = field.key.substr(end + 1 + value.size());
+            if (name != names.end() && (rest.empty() || rest[0] == '_'))
+                parameters[name->second + decoded_name(rest)] = field.value;
+        }
     }
 }
 
@@ -221,7 +223,7 @@ void configuration::add_policies() {
         auto policy = named<policy_entry>(raw);
         for (numbered_part &part : parts_of(raw, "proxy", {"", "name"})) {
             policy_entry entry;
-            entry.set = part.values[1].empty() ? decoded(part.label) : part.values[1];
+            entry.set = part.values[1].empty() ? decoded_name(part.label) : part.values[1];
             if (!part.values[0].empty())
                 entry.proxies.push_back(std::move(part.values[0]));
             else if (auto found = owners.find(entry.set); found != owners.end())
