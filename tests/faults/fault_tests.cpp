@@ -24,13 +24,13 @@ struct faults : testing::TestWithParam<const char *> {
     string whole; // what the output holds after a run without faults
 
     // The run under a fault, or with a limit of the shell's. It prints its messages, and `out` is there from before.
-    run_result run(const string &fault, const string &limit = "") {
+    run_result run(const string &fault, const string &limit = "", const string &program = "/upgrade' ",
+                   const string &streams = " 2>&1 >stdout") {
         dir.write("out", "from before\n");
-        return run_program(dir.path,
-                           {"/bin/sh", "-c",
-                            limit + "FAULT='" + fault + "' LD_PRELOAD='" FAULT_SHIM "' " +
-                                "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 exec '" PROGRAM_DIR "/upgrade' " +
-                                GetParam() + " 2>&1 >stdout"});
+        return run_program(dir.path, {"/bin/sh", "-c",
+                                      limit + "FAULT='" + fault + "' LD_PRELOAD='" FAULT_SHIM "' " +
+                                          "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 exec '" PROGRAM_DIR +
+                                          program + GetParam() + streams});
     }
     string output() {
         return read_file(dir.path + (string(GetParam()).find(" out") != string::npos ? "/out" : "/stdout"));
@@ -107,6 +107,27 @@ TEST_P(faults, full_disk) {
         const string left = output();
         EXPECT_TRUE(left.size() < whole.size() && left == whole.substr(0, left.size())) << n;
     }
+}
+
+// A review that has no memory or no room for what it looks at ends with trouble, or says what it always says.
+TEST_P(faults, review) {
+    if (!std::filesystem::exists(PROGRAM_DIR "/review"))
+        GTEST_SKIP() << "the build has none";
+    auto review = [&](const string &fault, const string &limit) { return run(fault, limit, "/review' ", ""); };
+    const string always = review("none 0", "").out;
+    for (size_t n : numbers(whole.size() / 512))
+        EXPECT_EQ(review("none 0", "trap '' XFSZ; ulimit -f " + to_string(n) + "; ").status, 2) << n;
+    size_t most = 1, stopped = 0;
+    while (!SANITIZED && review("alloc " + to_string(most), "").status != 1)
+        most *= 2;
+    for (size_t n : SANITIZED ? std::vector<size_t>() : numbers(most)) {
+        const string fault = (n % 2 ? "alloc " : "once ") + to_string(n + 1);
+        run_result result = review(fault, "");
+        bool told = !result.err.empty() || result.out.find("[trouble]") != string::npos;
+        EXPECT_TRUE(result.status == 2 ? told : result.out == always) << fault << ": " << result.err;
+        stopped += result.status == 2;
+    }
+    EXPECT_TRUE(SANITIZED || stopped > 10);
 }
 
 INSTANTIATE_TEST_SUITE_P(runs, faults,

@@ -1,36 +1,14 @@
 // What is said to be without effect is left out, and the upgrade must come to the same bytes.
 #include "fate_check.h"
-#include "upgrade_run.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <memory>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-memory_file::memory_file() : file(memfd_create("review", 0)) {}
-
-memory_file::~memory_file() {
-    if (file >= 0)
-        close(file);
-}
-
-std::string memory_file::path() const { return "/proc/self/fd/" + std::to_string(file); }
-
-bool memory_file::write(std::string_view text) {
-    while (!text.empty()) {
-        ssize_t count = ::write(file, text.data(), text.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        text.remove_prefix(static_cast<size_t>(count));
-    }
-    return file >= 0;
-}
 
 namespace {
 
@@ -85,6 +63,7 @@ struct claims {
     std::vector<line_fate> &lines;
     std::string result;
     std::vector<size_t> proved, refuted;
+    bool failed = false; // a run did
     std::chrono::steady_clock::time_point end;
 
     // The words of the command with the texts for files, the lines of `left_out` being blank in them.
@@ -92,19 +71,6 @@ struct claims {
     void prove(const std::vector<size_t> &asked);
     void prove_halves(const std::vector<size_t> &asked);
 };
-
-void read_result(int file, std::string &text) {
-    off_t size = lseek(file, 0, SEEK_END);
-    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    size_t at = 0;
-    while (at < text.size()) {
-        ssize_t count = pread(file, text.data() + at, text.size() - at, static_cast<off_t>(at));
-        if (count <= 0)
-            break;
-        at += static_cast<size_t>(count);
-    }
-    text.resize(at);
-}
 
 bool claims::same_without(const std::vector<size_t> &left_out) {
     std::unordered_map<std::string, std::vector<bool>> blank;
@@ -132,8 +98,10 @@ bool claims::same_without(const std::vector<size_t> &left_out) {
             at = line_end;
         }
         files.push_back(std::make_unique<memory_file>());
-        if (!files.back()->write(without))
+        if (!files.back()->write(without)) {
+            failed = true;
             return false;
+        }
         paths[name] = files.back()->path();
     }
     for (size_t i = 1; i < words.size(); i++) {
@@ -147,16 +115,13 @@ bool claims::same_without(const std::vector<size_t> &left_out) {
         if (step.letter == 'R')
             words[step.index + 1] = "/dev/null";
     memory_file output;
-    std::string text;
-    if (!run_quietly(command, words, output))
-        return false;
-    read_result(output.file, text);
-    return text == result;
+    failed = !run_quietly(command, words, output) || failed;
+    return !failed && output.text() == result;
 }
 
 // Adds those of `asked` that can be left out together with what is proved so far.
 void claims::prove(const std::vector<size_t> &asked) {
-    if (asked.empty() || std::chrono::steady_clock::now() > end)
+    if (asked.empty() || failed || std::chrono::steady_clock::now() > end)
         return;
     std::vector<size_t> together = proved;
     together.insert(together.end(), asked.begin(), asked.end());
@@ -164,6 +129,8 @@ void claims::prove(const std::vector<size_t> &asked) {
         proved = std::move(together);
         return;
     }
+    if (failed)
+        return;
     if (asked.size() == 1)
         refuted.push_back(asked[0]);
     else
@@ -178,24 +145,21 @@ void claims::prove_halves(const std::vector<size_t> &asked) {
 
 } // namespace
 
-void check_claims(const upgrade_command &command, const std::string &result_path,
+bool check_claims(const upgrade_command &command, const std::string &result_path,
                   const std::unordered_map<std::string, std::string> &texts, std::vector<line_fate> &lines) {
     std::vector<size_t> claimed;
     for (size_t i = 0; i < lines.size(); i++)
         if (lines[i].fate == "without effect")
             claimed.push_back(i);
     if (claimed.empty())
-        return;
-    claims under_test{command, texts, lines, {}, {}, {}, {}};
-    int file = open(result_path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return;
-    read_result(file, under_test.result);
-    close(file);
+        return true;
+    claims under_test{command, texts, lines, {}, {}, {}, false, {}};
+    std::ifstream file(result_path, std::ios::binary);
+    under_test.result.assign(std::istreambuf_iterator<char>(file), {});
     // A search takes as long as some runs of its own, and at least as long as a reader waits without a thought.
     auto begin = std::chrono::steady_clock::now();
     if (under_test.same_without(claimed))
-        return;
+        return true;
     auto one_run = std::chrono::steady_clock::now() - begin;
     under_test.end = begin + std::max<std::chrono::steady_clock::duration>(std::chrono::seconds(2), 8 * one_run);
     under_test.prove_halves(claimed);
@@ -209,4 +173,5 @@ void check_claims(const upgrade_command &command, const std::string &result_path
             lines[i].fate = "reshaped";
             lines[i].reason += notes[i];
         }
+    return !under_test.failed;
 }

@@ -3,21 +3,9 @@
 #define FATE_CHECK_H
 
 #include "review.h"
-#include "upgrade_command.h"
+#include "upgrade_run.h"
 
 #include <unordered_map>
-
-/// A file without a name, for what a run reads or writes.
-struct memory_file {
-    memory_file();
-    ~memory_file();
-    memory_file(const memory_file &) = delete;
-    memory_file &operator=(const memory_file &) = delete;
-    bool write(std::string_view text);
-    /// A path that leads to it in this process and its children.
-    std::string path() const;
-    int file;
-};
 
 /// Runs the upgrade with the words of the command, some of them replaced, in a process of its own, silently. Its result
 /// goes to `output`. False if it did not come to its end with status 0.
@@ -29,7 +17,8 @@ std::vector<std::string> words_up_to(const upgrade_command &command, size_t step
 
 /// Blanks all lines that are said to be without effect, runs the upgrade and compares its result. Where it differs, the
 /// lines that make the difference are found and get another fate, and so do those that could not be tried in time.
-void check_claims(const upgrade_command &command, const std::string &result_path,
+/// False if a run failed, so that nothing is known of some.
+bool check_claims(const upgrade_command &command, const std::string &result_path,
                   const std::unordered_map<std::string, std::string> &texts, std::vector<line_fate> &lines);
 
 #endif

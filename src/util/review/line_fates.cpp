@@ -5,6 +5,7 @@
 #include "fate_table.h"
 #include "frag_tools.h"
 #include "fragment_lines.h"
+#include "input_checks.h"
 #include "name_index.h"
 #include "upgrade.h"
 
@@ -23,6 +24,7 @@ struct accounting {
     fate_table table;
     Frag *old_conf = nullptr, *init_conf = nullptr, *result = nullptr;
     list_indexes result_indexes;
+    bool followed = true; // all passes were
 
     accounting(const upgrade_command &words, const account_inputs &from)
         : command(words), inputs(from), run(ledger, words), table(run) {}
@@ -90,8 +92,8 @@ void accounting::follow_table(size_t step) {
     }
     memory_file output;
     Frag *fresh = nullptr;
-    if (run_quietly({{}, {}, {}, {}, true, 0, {}, {}, {}}, words_up_to(command, step), output))
-        importffile(output.path().c_str(), &fresh, 0);
+    followed = run_quietly({{}, {}, {}, {}, true, 0, {}, {}, {}}, words_up_to(command, step), output) &&
+               importffile(output.path().c_str(), &fresh, 0) == 0 && followed;
     run.last_table = command.steps[step].argument;
     take_table_result(fresh);
     table.follow();
@@ -389,6 +391,10 @@ void account_lines(const upgrade_command &command, const account_inputs &inputs,
     if (!command.refused.empty() || importffile(inputs.canonical_path.c_str(), &account.result, 0) != 0)
         return;
     account.follow_options();
+    if (!account.followed) {
+        tell(data, "trouble", "the upgrade can't be followed as far as to a table: the lines are not accounted for");
+        return;
+    }
     account.find_forced();
     visit_frags(account.run.db, [&](Frag *frag, const std::string &key) { account.say_in_result(frag, key); });
     account.say_outcomes();
@@ -419,7 +425,8 @@ void account_lines(const upgrade_command &command, const account_inputs &inputs,
             line.line = static_cast<long>(i) + 1;
             data.lines.push_back(std::move(line));
         }
-    check_claims(command, inputs.result_path, texts, data.lines);
+    if (!check_claims(command, inputs.result_path, texts, data.lines))
+        tell(data, "trouble", "the upgrade fails without some lines: what is said of their fate is not certain");
     for (size_t i = first; i < data.lines.size(); i++) {
         const line_fate &line = data.lines[i];
         if (line.fate != "unexplained")

@@ -34,6 +34,13 @@ void end_in_trouble() {
     _exit(2);
 }
 
+// Ahead of all other objects, whose making takes memory, too.
+[[gnu::constructor(101)]] void begin() {
+    program = getpid();
+    atexit(end_in_trouble);
+    std::set_new_handler(outofcore);
+}
+
 // The progress line, written by a timer so that a long step shows, too. Only the handler reads the text.
 char progress_text[120];
 volatile sig_atomic_t progress_shown = 0;
@@ -183,8 +190,7 @@ int run(const std::vector<std::string> &words) {
 } // namespace
 
 int main(int argc, char **argv) {
-    program = getpid();
-    atexit(end_in_trouble);
+    signal(SIGXFSZ, SIG_IGN); // a limit is told by whoever writes
     int status = 2;
     try {
         status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));

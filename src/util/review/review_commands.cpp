@@ -15,6 +15,7 @@
 #include <fstream>
 #include <iterator>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using fmt::format;
 
@@ -61,8 +62,12 @@ void compare_bytes(const upgrade_command &command, const upgrade_result &run, re
     if (!command.has_output)
         return;
     if (stat(command.output.c_str(), &status) != 0) {
-        data.written = "absent";
         tell(data, "not-written", "not there yet: this is a preview of what would be written", command.output);
+        return;
+    }
+    if (!S_ISREG(status.st_mode) || access(command.output.c_str(), R_OK) != 0) {
+        tell(data, "not-written", "nothing can be read back from it: what is told is what would be written",
+             command.output);
         return;
     }
     std::string is = read_all(command.output), should_be = read_all(run.output_bytes_path);

@@ -2,13 +2,14 @@
 #include "upgrade_run.h"
 #include "upgrade.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,9 +17,9 @@
 namespace {
 
 // All files that a scratch folder can hold, so that a signal handler can remove them without taking memory.
-const char *const scratch_names[] = {"result", "canonical", "output", "report", "messages", nullptr};
+const char *const scratch_names[] = {"result", "canonical", "report", nullptr};
 constexpr size_t PATH_SIZE = 512;
-char scratch_paths[6][PATH_SIZE]; // the folder itself last
+char scratch_paths[4][PATH_SIZE]; // the folder itself last
 
 void remove_scratch() {
     for (char *path : scratch_paths) {
@@ -36,14 +37,21 @@ extern "C" void end_by_signal(int number) {
     raise(number);
 }
 
-std::string read_all(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void replace_all(std::string &text, const std::string &from, const std::string &to) {
     for (size_t at = 0; !from.empty() && (at = text.find(from, at)) != std::string::npos; at += to.size())
         text.replace(at, from.size(), to);
+}
+
+bool write_all(int file, std::string_view text) {
+    while (!text.empty()) {
+        ssize_t count = write(file, text.data(), text.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        text.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
 }
 
 // The words of a run and what they put in the place of the user's: pairs of a path in the scratch folder and a name.
@@ -57,8 +65,9 @@ void redirect(scratch_run &run, size_t index, const std::string &path) {
     run.words[index] = path;
 }
 
-scratch_run plan_run(const upgrade_command &command, const scratch_folder &scratch, const char *output) {
-    scratch_run run{command.words, {}};
+// False if an input that is the report, too, can't be copied.
+bool plan_run(const upgrade_command &command, const scratch_folder &scratch, const memory_file &output,
+              scratch_run &run, upgrade_result &result) {
     std::string report;
     for (const upgrade_step &step : command.steps) {
         if (step.letter == 'R') {
@@ -70,14 +79,18 @@ scratch_run plan_run(const upgrade_command &command, const scratch_folder &scrat
     for (const upgrade_step &step : command.steps) {
         if (!strchr("mne", step.letter) || report.empty() || !same_file(step.argument, report))
             continue;
-        std::error_code ignored;
+        std::error_code failed;
         std::filesystem::copy_file(step.argument, scratch.file("report"),
-                                   std::filesystem::copy_options::overwrite_existing, ignored);
+                                   std::filesystem::copy_options::overwrite_existing, failed);
+        if (failed) {
+            result.trouble = "can't copy " + step.argument + " to " + scratch.path + ": " + failed.message();
+            return false;
+        }
         redirect(run, step.argument_index(), scratch.file("report"));
     }
     if (command.has_output)
-        redirect(run, run.words.size() - 1, scratch.file(output));
-    return run;
+        redirect(run, run.words.size() - 1, output.path());
+    return true;
 }
 
 // Turns the words into those of a run whose result is in the canonical layout.
@@ -93,37 +106,52 @@ void ask_canonical(const upgrade_command &command, scratch_run &run) {
         run.words.insert(run.words.begin(), "-V0");
 }
 
-[[noreturn]] void run_child(const std::vector<std::string> &words, const scratch_folder &scratch, const char *output) {
+[[noreturn]] void run_child(const std::vector<std::string> &words, const memory_file &messages, int output) {
     for (int number : {SIGINT, SIGTERM, SIGHUP})
         signal(number, SIG_DFL);
-    int messages = open(scratch.file("messages").c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    int result = open(scratch.file(output).c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    if (messages < 0 || result < 0 || dup2(messages, STDERR_FILENO) < 0 || dup2(result, STDOUT_FILENO) < 0)
+    if (dup2(messages.file, STDERR_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0)
         _exit(3);
     end_as_upgrade(words);
 }
 
-// Runs the words to their end. What the child says goes to `result`.
-bool run_words(const scratch_run &run, const scratch_folder &scratch, const char *output, upgrade_result &result) {
+// Runs the words to their end. The upgrade doesn't tell that a disk is full, so that it writes into memory.
+bool run_words(const scratch_run &run, int output, upgrade_result &result) {
+    memory_file messages;
     fflush(nullptr);
-    pid_t child = fork();
+    pid_t child = messages.file < 0 || output < 0 ? -1 : fork();
     if (child < 0) {
         result.trouble = std::string("no process for the upgrade: ") + strerror(errno);
         return false;
     }
     if (child == 0)
-        run_child(run.words, scratch, output);
+        run_child(run.words, messages, output);
     int status = wait_for(child);
-    result.messages = read_all(scratch.file("messages"));
+    result.messages = messages.text();
     for (const auto &[path, name] : run.names)
         replace_all(result.messages, path, name);
     if (!WIFEXITED(status)) {
-        result.trouble = "the upgrade was ended by signal " + std::to_string(WTERMSIG(status));
+        result.trouble = std::string("the upgrade was ended by a signal: ") + strsignal(WTERMSIG(status));
         return false;
     }
     result.ran = true;
     result.exit_status = WEXITSTATUS(status);
     return result.exit_status == 0;
+}
+
+// Moves a result to the scratch folder. The path is empty if it has no room there.
+std::string keep(const memory_file &output, const std::string &path, upgrade_result &result) {
+    int file = open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
+    bool good = file >= 0 && write_all(file, output.text());
+    int error = errno;
+    if (file >= 0 && close(file) != 0 && good) {
+        error = errno;
+        good = false;
+    }
+    if (good)
+        return path;
+    result.trouble =
+        "the scratch folder, which TMPDIR names, has no room for the result: " + path + ": " + strerror(error);
+    return "";
 }
 
 } // namespace
@@ -150,7 +178,29 @@ scratch_folder::~scratch_folder() {
         *entry = 0;
 }
 
+memory_file::memory_file() : file(memfd_create("review", 0)) {}
+
+memory_file::~memory_file() {
+    if (file >= 0)
+        close(file);
+}
+
+std::string memory_file::path() const { return "/proc/self/fd/" + std::to_string(file); }
+
+bool memory_file::write(std::string_view text) const { return file >= 0 && write_all(file, text); }
+
+std::string memory_file::text() const {
+    off_t size = lseek(file, 0, SEEK_END);
+    std::string text(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    size_t at = 0;
+    for (ssize_t count = 1; at < text.size() && count > 0; at += static_cast<size_t>(std::max<ssize_t>(count, 0)))
+        count = pread(file, text.data() + at, text.size() - at, static_cast<off_t>(at));
+    text.resize(at);
+    return text;
+}
+
 void end_as_upgrade(std::vector<std::string> words) {
+    signal(SIGXFSZ, SIG_DFL); // else a limit on the size of files would cut a result in silence
     words.insert(words.begin(), "upgrade");
     std::vector<char *> arguments(words.size() + 1);
     for (size_t i = 0; i < words.size(); i++)
@@ -182,19 +232,26 @@ upgrade_result run_upgrade(const upgrade_command &command, const scratch_folder 
         result.trouble = "no scratch folder can be made";
         return result;
     }
-    const char *output = command.has_output ? "result" : "output";
-    scratch_run run = plan_run(command, scratch, output);
-    if (!run_words(run, scratch, "output", result))
+    memory_file output, null;
+    scratch_run run{command.words, {}};
+    if (!plan_run(command, scratch, output, run, result) ||
+        !run_words(run, command.has_output ? null.file : output.file, result))
         return result;
-    result.output_bytes_path = scratch.file(output);
-    if (!command.numbered() && command.version != 99) {
-        result.canonical_path = result.output_bytes_path;
-        return result;
+    std::string path = keep(output, scratch.file("result"), result);
+    if (command.numbered() || command.version == 99) {
+        memory_file canonical;
+        scratch_run again{command.words, {}};
+        upgrade_result second;
+        bool good = plan_run(command, scratch, canonical, again, second);
+        ask_canonical(command, again);
+        good = good && run_words(again, command.has_output ? null.file : canonical.file, second);
+        result.canonical_path = good ? keep(canonical, scratch.file("canonical"), second) : "";
+        if (result.canonical_path.empty())
+            result.trouble = second.trouble.empty() ? "the upgrade fails in the canonical layout" : second.trouble;
+    } else {
+        result.canonical_path = path;
     }
-    scratch_run again = plan_run(command, scratch, "canonical");
-    ask_canonical(command, again);
-    upgrade_result second;
-    if (run_words(again, scratch, command.has_output ? "output" : "canonical", second))
-        result.canonical_path = scratch.file("canonical");
+    if (result.trouble.empty())
+        result.output_bytes_path = path;
     return result;
 }

@@ -5,6 +5,7 @@
 
 #include "upgrade_command.h"
 
+#include <string_view>
 #include <sys/types.h>
 
 /// A folder for the files of one review, gone with the record, and also when a signal ends the program. One at a time.
@@ -18,14 +19,28 @@ struct scratch_folder {
     std::string path; ///< empty if it could not be made
 };
 
+/// A file without a name, for what a run reads or writes. No disk can be too full for it.
+struct memory_file {
+    memory_file();
+    ~memory_file();
+    memory_file(const memory_file &) = delete;
+    memory_file &operator=(const memory_file &) = delete;
+    bool write(std::string_view text) const;
+    /// All that it holds.
+    std::string text() const;
+    /// A path that leads to it in this process and its children.
+    std::string path() const;
+    int file;
+};
+
 /// What one run of the upgrade left behind.
 struct upgrade_result {
     bool ran = false; ///< it came to its end by itself, whatever its status
     int exit_status = 0;
     std::string messages;          ///< its standard error, with the user's file names
     std::string output_bytes_path; ///< the result, or what went to standard output; empty if nothing was saved
-    std::string canonical_path;    ///< the same result in the canonical layout; empty if there is none
-    std::string trouble;           ///< what kept it from running
+    std::string canonical_path;    ///< the same result in the canonical layout; empty likewise
+    std::string trouble;           ///< what kept it from running, or its result from being kept
 };
 
 /// Runs the command as it stands and, where its result is in another layout, once more for the canonical one. Output
