@@ -5,10 +5,6 @@
 #include "frag_tools.h"
 #include "name_index.h"
 #include "nsym.h"
-#if __has_include("frag_tools.h")
-#include "frag_tools.h"
-#include "name_index.h"
-#endif
 
 #include <string>
 #include <vector>
