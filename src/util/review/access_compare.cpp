@@ -20,6 +20,7 @@ namespace {
 
 constexpr uint64_t QUICK_STEPS = 200'000;      // of a search in the whole automaton, before one that leaves rules out
 constexpr size_t MOST_BYTES = size_t{1} << 24; // of the patterns of a proxy
+constexpr size_t MOST_TRIALS = 50'000'000;     // of patterns of the upgrade's own result
 
 /// A rule that can decide something, by its place in its list.
 struct kept_rule {
@@ -301,8 +302,46 @@ std::string text_of(const decision &made) {
     return text + (made.map != 0 ? ", map " + std::to_string(made.map) : "") + ")";
 }
 
+/// Causes as the upgrade's own result gives them: what it does not say came into the output afterwards.
+struct cause_teller {
+    const access_causes &known;
+    cause_finder finder; // of the result that the upgrade writes
+    std::vector<access_rule> rules{};
+    size_t trials = MOST_TRIALS;
+
+    cause_teller(const access_side &was, const access_side &is, const access_causes &causes)
+        : known(causes), finder(was, causes.written ? *causes.written : is, causes) {}
+
+    void begin_proxy(const proxy_comparison &made) {
+        rules = known.written ? rules_of(*known.written, made.proxy) : made.rules[1];
+        finder.begin_proxy(made.proxy, made.rules[0], rules);
+    }
+    std::string cause(const difference &told, const std::string &proxy);
+};
+
+std::string cause_teller::cause(const difference &told, const std::string &proxy) {
+    if (!known.written)
+        return told.id == "options" ? "" : finder.cause(told.was, told.is);
+    auto decides = [&](const access_rule &rule) { return wildmatch(rule.pattern.data(), told.word.c_str()) != 0; };
+    if (trials < rules.size())
+        return "";
+    trials -= rules.size();
+    auto found = std::find_if(rules.begin(), rules.end(), decides);
+    const access_rule *written = found == rules.end() ? nullptr : &*found;
+    bool permits = written && written->permit;
+    bool lacks = told.id == "options" && permits &&
+                 !has_options(*known.written, known.written->maps[written->source], proxy, told.was->tail);
+    if (permits != (told.is && told.is->permit) || (told.id == "options" && !lacks))
+        return known.changed + ": the upgrade itself " +
+               (permits   ? "permits"
+                : written ? "denies"
+                          : "refuses") +
+               " it" + (told.id == "options" ? " with all options" : "");
+    return told.id == "options" ? "" : finder.cause(told.was, written);
+}
+
 /// Turns the differences of a proxy into findings: one for each rule's line and map, with the shortest host.
-void add_findings(const proxy_comparison &made, const cause_finder &causes, review_data &data) {
+void add_findings(const proxy_comparison &made, cause_teller &causes, review_data &data) {
     struct place {
         size_t id, was, is;
         std::string cause;
@@ -315,7 +354,7 @@ void add_findings(const proxy_comparison &made, const cause_finder &causes, revi
     for (const auto &[places, each] : made.differences) {
         place at{static_cast<size_t>(std::find(std::begin(ids), std::end(ids), each.id) - std::begin(ids)),
                  each.was ? each.was->source : SIZE_MAX, each.is ? each.is->source : SIZE_MAX,
-                 each.id == "options" ? "" : causes.cause(each.was, each.is)};
+                 causes.cause(each, made.proxy)};
         finding &found = folded[at];
         found.count++;
         if (found.count > 1 && found.host.size() <= each.word.size())
@@ -342,7 +381,7 @@ void add_findings(const proxy_comparison &made, const cause_finder &causes, revi
 
 void compare_access(const access_side &before, const access_side &after, const access_causes &causes,
                     const access_options &options, review_data &data) {
-    cause_finder finder(before, after, causes);
+    cause_teller teller(before, after, causes);
     std::vector<std::string> proxies = before.proxies;
     std::copy_if(after.proxies.begin(), after.proxies.end(), std::back_inserter(proxies),
                  [&](const std::string &proxy) { return !before.knows(proxy); });
@@ -359,8 +398,8 @@ void compare_access(const access_side &before, const access_side &after, const a
         made.run();
         left -= given - budget.left;
         if (!made.differences.empty())
-            finder.begin_proxy(proxy, made.rules[0], made.rules[1]);
-        add_findings(made, finder, data);
+            teller.begin_proxy(made);
+        add_findings(made, teller, data);
         access_row row;
         row.proxy = proxy;
         row.before_rules = made.rules[0].size();

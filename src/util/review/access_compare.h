@@ -10,7 +10,9 @@
 struct access_causes {
     std::string initial_environment; ///< its path
     std::string old_configuration;
-    std::vector<std::string> merged; ///< further merged files
+    std::vector<std::string> merged;      ///< further merged files
+    const access_side *written = nullptr; ///< what the upgrade writes where the side after is another; else null
+    std::string changed = {};             ///< why it is
 };
 
 struct access_options {

@@ -38,43 +38,55 @@ void tell_messages(const std::string &messages, review_data &data) {
     }
 }
 
-// Why the output is not what the upgrade would write now.
-std::string describe_difference(const upgrade_command &command, const std::string &is, const std::string &should_be) {
+/// Why the output is not what the upgrade would write now.
+struct byte_difference {
+    std::string text;
+    std::string cause; ///< the same as the cause of what only the output says
+};
+
+byte_difference describe_difference(const upgrade_command &command, const std::string &is,
+                                    const std::string &should_be) {
     if (is.size() < should_be.size() && should_be.compare(0, is.size(), is) == 0)
-        return format("it is cut short: {} of {} bytes are there", is.size(), should_be.size());
+        return {format("it is cut short: {} of {} bytes are there", is.size(), should_be.size()),
+                "the result is cut short"};
     struct stat output {
     }, input{};
     stat(command.output.c_str(), &output);
     for (const upgrade_step &step : command.steps) {
         if (step.letter != 'V' && step.letter != 'R' && stat(step.argument.c_str(), &input) == 0 &&
             input.st_mtime > output.st_mtime)
-            return format("it is an older result: {} was changed after it", step.argument);
+            return {format("it is an older result: {} was changed after it", step.argument),
+                    "the result is older than the inputs"};
     }
     auto first = std::mismatch(is.begin(), is.begin() + static_cast<long>(std::min(is.size(), should_be.size())),
                                should_be.begin());
-    return format("it was made of other inputs or with other options, or changed by hand: the first difference is in "
-                  "line {}",
-                  std::count(is.begin(), first.first, '\n') + 1);
+    return {format("it was made of other inputs or with other options, or changed by hand: the first difference is in "
+                   "line {}",
+                   std::count(is.begin(), first.first, '\n') + 1),
+            "a change by hand, or other inputs"};
 }
 
-void compare_bytes(const upgrade_command &command, const upgrade_result &run, review_data &data) {
+// Compares the output with what the upgrade writes. The result is the cause of what only the output says.
+std::string compare_bytes(const upgrade_command &command, const upgrade_result &run, review_data &data) {
     struct stat status {};
     if (!command.has_output)
-        return;
+        return "";
     if (stat(command.output.c_str(), &status) != 0) {
         tell(data, "not-written", "not there yet: this is a preview of what would be written", command.output);
-        return;
+        return "";
     }
     if (!S_ISREG(status.st_mode) || access(command.output.c_str(), R_OK) != 0) {
         tell(data, "not-written", "nothing can be read back from it: what is told is what would be written",
              command.output);
-        return;
+        return "";
     }
     std::string is = read_all(command.output), should_be = read_all(run.output_bytes_path);
     data.written = is == should_be ? "same" : "different";
-    if (is != should_be)
-        tell(data, "not-written", "not what the upgrade writes: " + describe_difference(command, is, should_be),
-             command.output);
+    if (is == should_be)
+        return "";
+    byte_difference found = describe_difference(command, is, should_be);
+    tell(data, "not-written", "not what the upgrade writes: " + found.text, command.output);
+    return found.cause;
 }
 
 // The result that is looked at: the output as it stands where a reader takes it back, else the upgrade's own.
@@ -128,8 +140,13 @@ access_options options_for(const review_options &options) {
     return compare;
 }
 
+/// What the upgrade writes, and why the output is another; that is empty if it isn't.
+struct own_result {
+    std::string path, changed;
+};
+
 // Who gets through, before and after. The result are the proxies that the tables let somebody through.
-std::set<std::string> review_access(const upgrade_command &command, const std::string &result,
+std::set<std::string> review_access(const upgrade_command &command, const std::string &result, const own_result &own,
                                     const review_options &options, review_data &data, review_sides &sides) {
     auto &[before, after] = sides;
     std::set<std::string> used;
@@ -147,8 +164,31 @@ std::set<std::string> review_access(const upgrade_command &command, const std::s
     std::vector<std::string> merged = step_files(command, 'm');
     merged.erase(merged.begin(), merged.begin() + static_cast<long>(std::min<size_t>(merged.size(), 2)));
     causes.merged = std::move(merged);
+    access_side written;
+    if (!own.changed.empty() && command.version != 99 && read_access_maps(own.path.c_str(), written))
+        causes.written = &written;
+    causes.changed = own.changed;
     compare_access(before, after, causes, options_for(options), data);
     return used;
+}
+
+// The canonical layout has no place for a proxy without parameters: the file's own names, and its policies, tell it.
+void add_bare_proxies(canonical_conf &canonical, const std::string &path) {
+    std::set<std::string> known;
+    for (Frag *proxy : sorted_children(canonical.db(), "def_proxy"))
+        known.insert(clear_name(proxy));
+    auto add = [&](const std::string &name) {
+        if (!name.empty() && known.insert(name).second)
+            fset(canonical.db(), ("def_proxy_" + storedname(name)).c_str(), nullptr);
+    };
+    if (canonical_conf saved; load_canonical(path.c_str(), saved, with_lines::no) && saved.numbered) {
+        for (Frag *proxy : sorted_children(saved.db(), "def_proxy"))
+            add(clear_name(proxy));
+    }
+    for (Frag *policy : sorted_children(canonical.db(), "policy")) {
+        for (Frag *entry : sorted_children(&policy->child, "proxy"))
+            add(entry->value ? entry->value : "");
+    }
 }
 
 void check_outcome(const upgrade_command &command, const upgrade_result &run, const std::string &result,
@@ -160,6 +200,7 @@ void check_outcome(const upgrade_command &command, const upgrade_result &run, co
     canonical_conf canonical;
     if (run.canonical_path.empty() || !load_canonical(run.canonical_path.c_str(), canonical, with_lines::no))
         return;
+    add_bare_proxies(canonical, run.output_bytes_path);
     if (command.numbered())
         check_left_out(canonical, result_name(command), data);
     list_todo(command, canonical, used, data);
@@ -201,9 +242,9 @@ void review_upgrade(const upgrade_command &command, const review_options &option
         trouble(data, run.trouble.empty() ? format("the upgrade ends with status {}", run.exit_status) : run.trouble);
         return;
     }
-    compare_bytes(command, run, data);
+    std::string changed = compare_bytes(command, run, data);
     std::string result = result_path(command, run, data);
-    std::set<std::string> used = review_access(command, result, options, data, sides);
+    std::set<std::string> used = review_access(command, result, {run.output_bytes_path, changed}, options, data, sides);
     options.progress("accounting for every line");
     account_lines(command, {run.output_bytes_path, run.canonical_path}, data);
     options.progress("checking the result");
