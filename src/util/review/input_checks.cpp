@@ -57,6 +57,11 @@ void check_words(const upgrade_command &command, review_data &data) {
         if (step.letter != 'V' && step.argument[0] == '-')
             tell(data, "command-line", format("-{} takes the word {} for a file's name", step.letter, step.argument));
     }
+    if (!command.numbered())
+        tell(data, "command-line",
+             format("the result is {} (-V {}), which is for reading: it can't be installed",
+                    command.version == 99 ? "XML" : "in the canonical layout",
+                    command.version == 99 ? 2 : command.version));
     for (size_t index : command.passed_over)
         tell(data, "command-line",
              format("{} is passed over: it belongs to no option and is not the last word", command.words[index]));
@@ -80,9 +85,17 @@ void check_order(const upgrade_command &command, review_data &data) {
             first_file = i;
     }
     size_t merges = 0;
+    const upgrade_step *merged = nullptr;
     for (size_t i = 0; i < command.steps.size(); i++) {
         const upgrade_step &step = command.steps[i];
         merges += step.letter == 'm';
+        if (step.letter == 'm')
+            merged = &step;
+        if (step.letter == 'n' && merged && data.release < 40)
+            tell(data, "command-line",
+                 format("-n {} stands behind -m {}: the maps of what was merged decide ahead of the table's, its ports "
+                        "go, and what both say is mixed",
+                        step.argument, merged->argument));
         if (step.letter == 'e' && i < first_merge && first_merge < command.steps.size())
             tell(data, "command-line",
                  format("-e {} stands ahead of the first -m: what it brings is there before the "

@@ -2,10 +2,14 @@
 #include "table_checks.h"
 #include "frag_tools.h"
 #include "input_checks.h"
+#include "netperm_rules.h"
 #include "nsym.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fmt/format.h>
+#include <map>
+#include <set>
 #include <vector>
 
 using fmt::format;
@@ -26,11 +30,12 @@ const known_word known_words[] = {
     {"logging", true},  {"url", false},        {"sid", false},         {nullptr, false},
 };
 
-std::string without_separators(std::string_view word) {
+std::string letters_of(std::string_view word) {
     std::string plain;
     for (char byte : word) {
-        if (byte != '-' && byte != '_')
-            plain += lowercase(byte);
+        char lower = lowercase(byte);
+        if ((lower >= 'a' && lower <= 'z') || is_digit(byte))
+            plain += lower;
     }
     return plain;
 }
@@ -70,24 +75,40 @@ bool is_known(std::string_view word) {
     return word == "proxy-exec";
 }
 
+bool is_near(std::string_view a, std::string_view b) { return a == b || one_slip_apart(a, b); }
+
 // What was probably meant by a word that means nothing; empty if it looks like nothing known.
 std::string meant_word(std::string_view word) {
-    std::string_view base = strip_prefix(word);
-    if (is_known(base))
+    if (is_known(strip_prefix(word)))
         return "";
-    std::string plain = without_separators(word);
+    std::string plain = letters_of(word);
+    size_t separator = std::min(word.find_first_of("-_"), word.size());
+    std::string left = letters_of(word.substr(0, separator)), right = letters_of(word.substr(separator));
     for (std::string_view prefix : {"", "permit", "deny", "absorb"}) {
-        if (plain.substr(0, prefix.size()) != prefix)
-            continue;
-        std::string rest = plain.substr(prefix.size());
         for (const known_word *row = known_words; row->word; row++) {
-            std::string known = without_separators(row->word);
-            if (rest == known || (row->any_slip && one_slip_apart(rest, known)))
+            std::string known = letters_of(row->word), whole = std::string(prefix) + known;
+            bool near = row->any_slip ? is_near(plain, whole) : plain == whole;
+            // A slip in the prefix and one in the word.
+            near = near || (!prefix.empty() && is_near(left, prefix) &&
+                            (row->any_slip ? is_near(right, known) : right == known));
+            if (near)
                 return (prefix.empty() ? "" : std::string(prefix) + "-") +
                        (known == "proxyexec" ? "proxy-exec" : row->word);
         }
     }
     return "";
+}
+
+// True for an address in which the letter O or l stands among digits: 1O.0.0.1, 10.l.*.
+bool has_letter_for_digit(std::string_view host) {
+    long digits = 0, letters = 0;
+    for (char byte : host) {
+        digits += is_digit(byte);
+        letters += byte == 'O' || byte == 'o' || byte == 'l' || byte == 'I';
+    }
+    long rest = static_cast<long>(host.size()) - digits - letters;
+    return letters && digits > letters && host.find('.') != host.npos &&
+           rest == std::count(host.begin(), host.end(), '.') + std::count(host.begin(), host.end(), '*');
 }
 
 struct table_line {
@@ -106,11 +127,12 @@ bool split_line(std::string_view line, table_line &parts) {
 }
 
 void check_attribute(const std::string &name, long number, const table_line &line, review_data &data) {
-    if (line.attribute == "deny" || line.attribute == "permit") {
+    for (std::string_view prefix : {"permit", "deny", "absorb"}) {
         std::string_view next = line.text.substr(0, line.text.find_first_of(" \t"));
-        if (is_known(next))
+        if (is_near(letters_of(line.attribute), prefix) && is_known(next))
             tell(data, "file",
-                 format("{0} {1} is the attribute {0}, which means nothing: {0}-{1} is meant?", line.attribute, next),
+                 format("{0} {1} is the attribute {0}, which means nothing: {2}-{1} is meant?", line.attribute, next,
+                        prefix),
                  name, number);
     }
     if (std::string meant = meant_word(line.attribute); !meant.empty())
@@ -127,11 +149,66 @@ void check_attribute(const std::string &name, long number, const table_line &lin
             tell(data, "file",
                  format("{} is one word with a comma, and no host has it: hosts stand apart by blanks", host), name,
                  number);
+        else if (has_letter_for_digit(host))
+            tell(data, "file", format("{} has a letter among its digits: is a 0 or a 1 meant?", host), name, number);
         text.remove_prefix(host.size());
     }
 }
 
-void check_line(const std::string &name, long number, std::string_view line, review_data &data) {
+/// The templates of a table, and the policies that its rules name.
+struct policy_names {
+    struct use {
+        long first = 0, count = 0; // of the lines
+    };
+    std::set<std::string> templates;
+    std::map<std::string, use> used;
+};
+
+// The policy that the rule's tail names last, as a template's name would have it. False if it names none.
+bool find_policy(std::string_view text, std::string &policy) {
+    const std::string_view mark = "-policy";
+    bool named = false;
+    auto next_word = [&text] {
+        text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+        std::string_view word = text.substr(0, text.find_first_of(" \t"));
+        text.remove_prefix(word.size());
+        return word;
+    };
+    bool tail = false;
+    for (std::string_view word = next_word(); !word.empty(); word = next_word()) {
+        tail = tail || word[0] == '-';
+        if (word == "-exec")
+            break;
+        if (!tail || word.substr(0, mark.size()) != mark)
+            continue;
+        policy = word.size() > mark.size() ? word.substr(mark.size()) : next_word();
+        std::replace(policy.begin(), policy.end(), '_', '-');
+        named = true;
+    }
+    return named;
+}
+
+void note_policies(long number, const table_line &line, policy_names &noted) {
+    bool served = false; // somebody who is a proxy
+    for (std::string_view names = line.names; !names.empty();) {
+        std::string name(names.substr(0, names.find_first_of(" \t,")));
+        names.remove_prefix(std::min(names.size(), name.size() + 1));
+        std::replace(name.begin(), name.end(), '_', '-');
+        name.resize(std::min(name.size(), name.find('=')));
+        if (has_prefix(name.c_str(), "policy-"))
+            noted.templates.insert(name.substr(strlen("policy-")));
+        served = served || (!name.empty() && !is_no_proxy(name));
+    }
+    std::string policy;
+    if (!served || strip_prefix(line.attribute) != "hosts" || !find_policy(line.text, policy))
+        return;
+    policy_names::use &use = noted.used[policy];
+    if (use.count++ == 0)
+        use.first = number;
+}
+
+void check_line(const std::string &name, long number, std::string_view line, policy_names &policies,
+                review_data &data) {
     if (line.size() + 1 > READ_UNIT)
         tell(data, "file",
              format("a line of {} bytes: it is cut behind {}, and the rest is read as a line of its own", line.size(),
@@ -156,17 +233,29 @@ void check_line(const std::string &name, long number, std::string_view line, rev
         tell(data, "file", "# is a comment only at the very start of a line: this one is a rule", name, number);
     else
         check_attribute(name, number, parts, data);
+    if (rule)
+        note_policies(number, parts, policies);
 }
 
 } // namespace
 
 void check_table(const std::string &name, std::string_view text, review_data &data) {
     size_t before = data.findings.size();
+    policy_names policies;
     for (long number = 1; !text.empty(); number++) {
         std::string_view line = text.substr(0, text.find('\n'));
         if (line.find_first_not_of(" \t\r") != line.npos)
-            check_line(name, number, line, data);
+            check_line(name, number, line, policies, data);
         text.remove_prefix(std::min(text.size(), line.size() + 1));
+    }
+    for (const auto &[policy, use] : policies.used) {
+        if (policies.templates.count(policy))
+            continue;
+        std::string said = policy.empty() ? "-policy stands at the end of the line and names none"
+                                          : format("-policy {0} names no template: without policy-{0}: in the table "
+                                                   "nothing but the name comes of it",
+                                                   policy);
+        tell(data, "file", said, name, use.first).count = use.count;
     }
     size_t told = data.findings.size() - before;
     if (told > MOST_TOLD) {
