@@ -112,12 +112,14 @@ void expect_accounted(inputs &in, const char *version, unsigned singles) {
 string random_table() {
     string text;
     for (unsigned left = 4 + below(25); left > 0; left--)
-        text += one_of({"*", "tn-px", "ftp_px", "ssl-px, tn-px", "http-px", "gui", "alerts", "policy-a", "global"}) +
+        text += one_of({"*", "tn-px", "ftp_px", "ssl-px, tn-px", "http-px", "gui", "alerts", "policy-a", "global",
+                        "onlyon-url", "permit-deny-hosts, absorb-relay-permit", "policy-onlyon-url"}) +
                 ":" + one_of({" ", "\t"}) + one_of({"", "", "permit-", "deny-", "absorb-"}) +
-                one_of({"hosts", "hosts", "hosts", "authenticate", "xforwarder", "port", "timeout", "url",
-                        "destination", "logging", "enable", "xgateway", "proxy-type"}) +
+                one_of({"hosts", "hosts", "hosts", "hosts=x", "onlyon-url", "authenticate", "xforwarder", "port",
+                        "timeout", "url", "destination", "logging", "enable", "xgateway", "proxy-type"}) +
                 one_of({" ", "  "}) + one_of({"", "", "%-permit%", "%-deny%"}) +
-                one_of({"10.*", "10.1.1.1", "*", "b", "B c 10.1.*", "10.1.* -log", "a -policy a", "*.1 -x", "*.2.1"}) +
+                one_of({"10.*", "10.1.1.1", "*", "b", "B c 10.1.*", "10.1.* -log", "a -policy a",
+                        "a -policy onlyon-url -permit-x", "*.1 -x", "*.2.1"}) +
                 one_of({"\n", "\n", "\r\n", "\n# note\n", "\nno rule\n", "\n\n"});
     return text;
 }
@@ -152,6 +154,10 @@ string random_conf() {
                                  "trusted_networks",
                                  "version_firewall",
                                  "permit-relay",
+                                 "onlyon-url",
+                                 "def_proxy_onlyon-url_permit-deny-hosts",
+                                 "def_proxy_absorb-relay-permit_timeout",
+                                 "policy_permit-deny-hosts_proxy_onlyon-url",
                                  "def_proxy_1_realname",
                                  "def_num_proxies",
                                  "netobj_list_1_name",

@@ -200,7 +200,7 @@ void fate_table::follow_template(const fate_proxy &proxy, list_indexes &indexes)
             bool taken = false;
             for (const std::string &user : users == users_of.end() ? std::vector<std::string>() : users->second) {
                 Frag *def_proxy = ffind(&run.db, "def_proxy");
-                Frag *frag = def_proxy ? indexes.find(&def_proxy->child, user) : nullptr;
+                Frag *frag = def_proxy ? indexes.find(&def_proxy->child, name_in_file(user.c_str(), 0)) : nullptr;
                 Frag *sets = frag ? ffind(&frag->child, "config-sets") : nullptr;
                 for (Frag *set = sets ? sets->child : nullptr; set; set = set->next)
                     for (Frag *child = set->child; child; child = child->next)
@@ -284,14 +284,21 @@ void fate_table::follow() {
     users_of.clear();
     for (size_t i = 1; i < proxies.size(); i++) {
         auto hosts = proxies[i].attributes.find("hosts");
-        if (hosts != proxies[i].attributes.end() && why_lost(proxies[i], "hosts").empty() &&
-            !is_template(proxies[i].name))
+        if (hosts == proxies[i].attributes.end() || !why_lost(proxies[i], "hosts").empty() ||
+            is_template(proxies[i].name))
+            continue;
+        size_t first = hosts->second[0];
+        if (hosts->second.size() == 1 && words[first].find('=') != std::string::npos)
+            run.ledger.say(first, fate::without_effect,
+                           "with a `=` it is a value until a second `hosts` rule makes a list of both, and " +
+                               proxies[i].name + " has none");
+        else
             follow_hosts(proxies[i], hosts->second);
     }
     Frag *def_proxy = ffind(&run.db, "def_proxy");
     for (size_t i = 1; i < proxies.size(); i++) {
         fate_proxy &proxy = proxies[i];
-        Frag *frag = def_proxy ? indexes.find(&def_proxy->child, proxy.name) : nullptr;
+        Frag *frag = def_proxy ? indexes.find(&def_proxy->child, name_in_file(proxy.name.c_str(), 0)) : nullptr;
         if (is_template(proxy.name))
             follow_template(proxy, indexes);
         else

@@ -251,6 +251,19 @@ bool begins_like_prefix(const std::string &key) {
     return false;
 }
 
+// Whether a proxy in front of the rule's colon has a name that a file gives back as another, or as that of another.
+bool is_read_otherwise(std::string_view rule) {
+    rule = rule.substr(0, rule.find(':'));
+    for (size_t at = 0; at < rule.size();) {
+        size_t end = std::min(rule.find_first_of(" \t,", at), rule.size());
+        std::string name(rule.substr(at, end - at));
+        if (name_in_file(name.c_str(), 0) != name || begins_like_prefix(name))
+            return true;
+        at = end + 1;
+    }
+    return false;
+}
+
 // What neither a pass nor the result has told.
 void accounting::say_leftovers() {
     for (const auto &[id, proxy] : table.naming)
@@ -271,6 +284,9 @@ void accounting::say_leftovers() {
         else if (!input.table && is_too_deep(entry.key))
             ledger.say(id, command.version == 99 ? fate::kept : fate::without_effect,
                        command.version == 99 ? "XML has room for its long key" : "its key is too long to be saved");
+        else if (input.table && is_read_otherwise(input.line(entry.line)))
+            ledger.say(id, fate::reshaped,
+                       "its proxy's name begins like an attribute's prefix, and reads otherwise once saved");
         else if (begins_like_prefix(entry.key))
             ledger.say(id, fate::reshaped,
                        "its name begins like an attribute's prefix, and reads otherwise once saved");

@@ -30,7 +30,9 @@ struct todo_row {
 };
 const todo_row todo_headings[] = {
     {"off", "In use before, off now"},
+    {"on", "Switched on by the upgrade"},
     {"brought", "Permits that only the initial environment brought"},
+    {"destination", "Destinations in another order, or of no effect"},
     {"lost-value", "Values lost to the initial environment"},
     {"policy", "Policies to enter again"},
     {"proxy", "Proxies to enter again"},

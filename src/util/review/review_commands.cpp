@@ -191,14 +191,30 @@ void add_bare_proxies(canonical_conf &canonical, const std::string &path) {
     }
 }
 
+// Each configuration of the command line once, as far as it says something by itself.
+void check_inputs(const upgrade_command &command, review_data &data) {
+    std::set<std::string> checked;
+    for (char letter : {'e', 'm'}) {
+        for (const std::string &file : step_files(command, letter)) {
+            canonical_conf conf;
+            if (!checked.insert(file).second || !load_canonical(file.c_str(), conf))
+                continue;
+            bool stands_alone = letter == 'e' || (file == command.old_conf && data.release >= 40);
+            check_input(conf, file, stands_alone, data);
+        }
+    }
+}
+
 void check_outcome(const upgrade_command &command, const upgrade_result &run, const std::string &result,
                    const std::set<std::string> &used, review_data &data) {
     if (canonical_conf looked_at; load_canonical(result.c_str(), looked_at))
         check_result(looked_at, result_name(command), data);
+    check_inputs(command, data);
     for (const std::string &file : step_files(command, 'm'))
         check_unsaved_keys(file, data);
     canonical_conf canonical;
-    if (run.canonical_path.empty() || !load_canonical(run.canonical_path.c_str(), canonical, with_lines::no))
+    if (run.canonical_path.empty() ||
+        !load_canonical(run.canonical_path.c_str(), canonical, data.release < 40 ? with_lines::yes : with_lines::no))
         return;
     add_bare_proxies(canonical, run.output_bytes_path);
     if (command.numbered())
@@ -267,7 +283,10 @@ void explain_host(const std::string &conf, const std::string &table, const std::
         trouble(data, "can't read " + table);
         return;
     }
-    if (!maps.knows(proxy) && !rules.knows(proxy)) {
+    // A table also names what is no proxy, such as alerts, and nobody gets through there.
+    bool named = std::any_of(rules.tables.begin(), rules.tables.end(),
+                             [&](const access_table &each) { return each.proxies.count(proxy) != 0; });
+    if (!maps.knows(proxy) && !rules.knows(proxy) && !named) {
         trouble(data, format("no proxy {} is known there", proxy));
         return;
     }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <map>
 
 using fmt::format;
 
@@ -218,6 +219,90 @@ void list_brought_permits(canonical_conf &old, canonical_conf &init, canonical_c
     }
 }
 
+// The file whose network_loginok decides, or an empty text unless it switches the services on.
+std::string login_setting(const upgrade_command &command, const review_data &data) {
+    std::string file, setting;
+    size_t merges = 0;
+    for (const upgrade_step &step : command.steps) {
+        std::vector<assignment> lines;
+        bool merged = step.letter == 'm' && (data.release != 55 || merges++ == 0);
+        if ((merged || step.letter == 'e') && (file.empty() || step.letter == 'e'))
+            read_assignments(step.argument.c_str(), lines);
+        for (const assignment &line : lines) {
+            if (line.key != "network_loginok")
+                continue;
+            file = step.argument;
+            setting = line.value.empty() ? setting : line.value;
+        }
+    }
+    return lowercase(setting) == "enabled" ? file : "";
+}
+
+// The services of the login setting that are on by it alone.
+void list_switched_on(const upgrade_command &command, canonical_conf &old, canonical_conf &result, review_data &data) {
+    std::string file = login_setting(command, data);
+    fields services;
+    for (const char *name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"}) {
+        Frag *was = data.release < 40 || file.empty() ? nullptr : find_proxy(old, name);
+        Frag *now = file.empty() ? nullptr : find_proxy(result, name);
+        const char *state = was ? fval(&was->child, "state") : nullptr;
+        if (now && is_on(fval(&now->child, "state")) && !is_on(state))
+            services.emplace_back(name, state ? format("on, was {}", state) : "on, had no state");
+    }
+    if (!services.empty())
+        enter(data, "on", format("network_loginok=enabled in {} switches network login on: is that wanted?", file))
+            .fields = std::move(services);
+}
+
+// Tells of several destination rules of one proxy, whose order is turned around, and of those that are no record.
+void list_destinations(canonical_conf &result, review_data &data) {
+    std::map<std::string, fields> records;
+    std::vector<std::string> order;
+    for (Frag *record : sorted_children(result.db(), "dest")) {
+        std::string from = child_value(record, "desc");
+        size_t end = from.find("_destination_");
+        if (end == from.npos || !has_prefix(from.c_str(), "def_proxy_"))
+            continue;
+        std::string proxy = from.substr(strlen("def_proxy_"), end - strlen("def_proxy_"));
+        auto [known, fresh] = records.try_emplace(proxy);
+        if (fresh)
+            order.push_back(proxy);
+        known->second.emplace_back(
+            "record " + clear_name(record),
+            format("{} {}", child_value(record, "pd") == "D" ? "deny" : "permit", child_value(record, "dest")));
+    }
+    for (const std::string &proxy : order) {
+        fields &made = records[proxy];
+        bool denies = std::any_of(made.begin(), made.end(), [](auto &each) { return each.second[0] == 'd'; });
+        bool permits = std::any_of(made.begin(), made.end(), [](auto &each) { return each.second[0] == 'p'; });
+        if (denies && permits)
+            enter(data, "destination",
+                  format("the destinations of {} stand in dest with the last line of the table first: does one decide "
+                         "now that stood behind another?",
+                         proxy),
+                  proxy)
+                .fields = std::move(made);
+    }
+    // Two of them can differ by their prefix alone, which only the lines show.
+    std::map<std::string, fields> left;
+    for (const assignment &line : result.lines) {
+        size_t sets = line.key.find("_config-sets_"), last = line.key.rfind('_');
+        if (!has_prefix(line.key.c_str(), "def_proxy_") || sets == line.key.npos ||
+            line.key.compare(last, line.key.npos, "_destination") != 0)
+            continue;
+        size_t set = sets + strlen("_config-sets_");
+        left[line.key.substr(strlen("def_proxy_"), sets - strlen("def_proxy_"))].emplace_back(
+            format("{}: {}destination", line.key.substr(set, last - set), attr_prefix(line.attr)), line.value);
+    }
+    for (auto &[proxy, kept] : left)
+        enter(data, "destination",
+              format("destinations of policies' templates that {} uses became no record of dest: enter them, if they "
+                     "are to hold",
+                     proxy),
+              proxy)
+            .fields = std::move(kept);
+}
+
 } // namespace
 
 void list_todo(const upgrade_command &command, canonical_conf &result, const std::set<std::string> &table_proxies,
@@ -231,6 +316,9 @@ void list_todo(const upgrade_command &command, canonical_conf &result, const std
     if (data.release >= 40)
         add_switched_on(old, used);
     list_switched_off(result, used, data);
+    list_switched_on(command, old, result, data);
+    if (data.release < 40 && !step_files(command, 'n').empty())
+        list_destinations(result, data);
     if (data.release != 55 && !command.init_conf.empty() && load_canonical(command.init_conf.c_str(), init)) {
         list_brought_permits(old, init, result, data);
         if (data.release >= 40 && imports.empty())
