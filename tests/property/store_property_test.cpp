@@ -59,6 +59,51 @@ static string read_dump(const string &path, int mode) {
     return dump(db.head);
 }
 
+// Leaves of the list what the keys that begin like this lead to, as the whole file would have it.
+static void keep_only(FragList list, const std::vector<string> &keys) {
+    for (FragList link = list; Frag *frag = *link;) {
+        std::vector<string> below;
+        bool wanted = false, all = false;
+        for (const string &key : keys) {
+            const string component = key.substr(0, key.find('_'));
+            if (component != frag->name)
+                continue;
+            wanted = true;
+            all = all || key == component + "_";
+            if (key.size() > component.size())
+                below.push_back(key.substr(component.size() + 1));
+        }
+        if (!wanted) {
+            *link = frag->next;
+            freefrag(frag);
+            continue;
+        }
+        if (!all)
+            keep_only(&frag->child, below);
+        link = &frag->next;
+    }
+}
+
+TEST(store_property, an_inspection_gives_what_its_keys_lead_to_in_the_whole_file) {
+    const char *const keys[] = {"a_b", "relay-permit_b_a_", "b_", "_a", nullptr};
+    const char *parts[] = {"a", "b", "_",  "=", "\n", "a_b=", "permit-", "permit-relay_b",
+                           "[", "]", "\\", "1", " ",  "_a"};
+    scratch_dir dir;
+    seed_random(18);
+    for (int round = 0; round < 4000; round++) {
+        string content = round % 3 == 1 ? "[" : "";
+        for (unsigned count = random_below(40); count > 0; count--)
+            content += one_of(parts);
+        const string path = dir.write("file", content);
+        tree whole, inspected;
+        importffile(path.c_str(), whole, 0);
+        keep_only(whole, {"a_b", "relay-permit_b_a_", "b_", "_a"});
+        ASSERT_EQ(inspectffile(path.c_str(), inspected, keys), 0);
+        ASSERT_EQ(dump(inspected.head), dump(whole.head)) << content;
+        ASSERT_TRUE(linked(inspected.head, nullptr));
+    }
+}
+
 // Line ends in front of a file are skipped, so they move every byte of it onto the end of the reader's buffer in turn.
 TEST(store_property, a_boundary_anywhere_changes_nothing) {
     const size_t refill = 32766;

@@ -3,7 +3,6 @@
 #include "name_index.h"
 #include "nupgrade.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <unordered_map>
 #include <utility>
@@ -28,7 +27,7 @@ void name_policy_parameter(Frag *parameter) {
     if (value && name) {
         renamefrag(parameter, name->value);
         std::swap(parameter->value, value->value);
-        parameter->vlen = value->vlen;
+        std::swap(parameter->vlen, value->vlen);
     }
     freefrag(value);
     freefrag(name);
@@ -74,10 +73,7 @@ int canon_pfrules(FragList db) {
 
 // Turns the rule's text into its fields. An empty field makes no child but takes up its position.
 static void split_rule(Frag *rule) {
-    char *text = rule->value;
-    rule->value = nullptr;
-    rule->vlen = 0;
-    const char *field = text;
+    const char *field = rule->value;
     for (const char *const *key = pfkeynames; *key; key++) {
         std::string value(field, strcspn(field, "+"));
         if (!value.empty())
@@ -87,7 +83,7 @@ static void split_rule(Frag *rule) {
             break;
         field++;
     }
-    free(text);
+    setvalue(rule, nullptr);
 }
 
 int canon_pfrule_sub(FragList db, const char *list_key) {

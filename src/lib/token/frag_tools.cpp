@@ -1,5 +1,6 @@
 // Small helpers that the store and the passes share.
 #include "frag_tools.h"
+#include "fragcore.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -35,17 +36,22 @@ void setvalue(Frag *frag, const char *value) {
         setvalue(frag, std::string_view(value));
         return;
     }
-    free(frag->value);
+    give_block(frag->value, static_cast<size_t>(frag->vlen) + 1);
     frag->value = nullptr;
     frag->vlen = 0;
 }
 
 void setvalue(Frag *frag, std::string_view value) {
-    char *copy = static_cast<char *>(getcore(value.size() + 2));
-    memcpy(copy, value.data(), value.size());
-    copy[value.size()] = 0;
-    free(frag->value);
-    frag->value = copy;
+    size_t size = static_cast<size_t>(frag->vlen) + 1;
+    if (frag->value && value.size() < block_size(size)) {
+        memmove(frag->value, value.data(), value.size());
+    } else {
+        char *copy = take_block(value.size() + 1);
+        memcpy(copy, value.data(), value.size());
+        give_block(frag->value, size);
+        frag->value = copy;
+    }
+    frag->value[value.size()] = 0;
     frag->vlen = static_cast<long>(value.size());
 }
 
@@ -85,6 +91,13 @@ void reverse_frags(FragList list) {
         reversed = frag;
     }
     *list = reversed;
+}
+
+size_t count_frags(const Frag *first) {
+    size_t count = 0;
+    for (; first; first = first->next)
+        count++;
+    return count;
 }
 
 int number_frags(Frag *first) {

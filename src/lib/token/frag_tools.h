@@ -52,6 +52,8 @@ void fremove_bare(FragList list, const char *key);
 Frag *fdel_valued(FragList list, const char *key);
 /// Turns the list around in place.
 void reverse_frags(FragList list);
+/// The nodes from `first` on.
+size_t count_frags(const Frag *first);
 /// Numbers the siblings from 1 by renaming them with the format "%d". The result is their count.
 int number_frags(Frag *first);
 

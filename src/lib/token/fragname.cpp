@@ -1,5 +1,6 @@
 // Names: the stored and the clear form, prefixes, rendered keys.
 #include "frag_tools.h"
+#include "fragcore.h"
 #include "nsym.h"
 
 #include <cstdlib>
@@ -66,15 +67,9 @@ std::string storedname(std::string_view name) {
     return stored;
 }
 
-static void replace_name(Frag *frag, std::string_view stored) {
-    char *fresh = makestr_len(stored.data(), stored.size());
-    free(frag->name);
-    frag->name = fresh;
-}
+void renamefrag(Frag *frag, const char *name) { set_name(frag, storedname(name)); }
 
-void renamefrag(Frag *frag, const char *name) { replace_name(frag, storedname(name)); }
-
-void renumberfrag(Frag *frag, int number) { replace_name(frag, numbertext(number)); }
+void renumberfrag(Frag *frag, int number) { set_name(frag, numbertext(number)); }
 
 const char *attr_prefix(long attr) {
     for (const prefix_rec *rec = prefix_tab; rec->text; rec++)
@@ -87,7 +82,7 @@ long strip_attr_prefixes(const char **name) {
     long bits = 0;
     const prefix_rec *rec = prefix_tab;
     while (rec->text) {
-        if (has_prefix_nocase(*name, rec->text)) {
+        if (lowercase(**name) == *rec->text && has_prefix_nocase(*name, rec->text)) {
             bits |= rec->bit;
             *name += strlen(rec->text);
             rec = prefix_tab;
@@ -114,8 +109,10 @@ char *copy_fragname_len(Frag *frag, char *buffer, int size) {
     memcpy(buffer + prefix_len, frag->name, name_len);
     buffer[prefix_len + name_len] = 0;
 
-    const char *from = buffer;
-    char *to = buffer;
+    char *to = strchr(buffer, '%');
+    if (!to)
+        return buffer;
+    const char *from = to;
     while (*from) {
         if (*from == '%' && from[1] && from[2]) {
             *to++ = static_cast<char>(hexconvert(from + 1));
@@ -156,6 +153,8 @@ char *fragkeyname(Frag *frag) {
 }
 
 const char *attr_remap(const char *name) {
+    if (*name != 'p' && *name != 'd') // most names that are read, and few are in the table
+        return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->file_name) == 0)
             return rec->stored_name;

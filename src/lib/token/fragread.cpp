@@ -4,9 +4,11 @@
 // switches to the section form for the rest of the file: `[a_b]` goes down from the top, `c=value` sets a value
 // there, and a `\` in a value continues it on the next line.
 #include "frag_tools.h"
+#include "fragcore.h"
 #include "name_index.h"
 #include "nsym.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,11 +58,20 @@ struct reader {
     size_t depth = 0;
     list_indexes indexes; // of the lists that have grown long
 
+    // For inspection only what `keys` lead to is kept, and `nowhere` stands for all else. What is left of the key that
+    // leads here, and of the one that leads below the node of the last component; null if none does.
+    const char *const *keys = nullptr; // null: all is kept
+    const char *here = nullptr;
+    const char *below = nullptr;
+    Frag nowhere{};
+
     reader(FragList target, int import_mode) : top(target), mode(import_mode), list(target), keep(import_mode != 0) {}
 
     void parse(const char *at, const char *end);
     void go_top();
     void go_down();
+    bool is_wanted(std::string_view name);
+    void go_nowhere();
     void find_or_make(const char *name, size_t len);
     void finish_flat_name();
     void begin_value(read_state value_state);
@@ -85,31 +96,72 @@ void reader::go_down() {
     parent = frag;
     list = &frag->child;
     depth++;
+    here = below;
+}
+
+// True if the key leads to a component of that name, and on to `below`; behind its last `_` it leads to everything.
+bool leads_to(const char *key, std::string_view name, const char **below) {
+    *below = key;
+    if (!key || !*key)
+        return key;
+    std::string_view component = key_component(key);
+    key += component.size();
+    *below = *key == '_' ? key + 1 : nullptr;
+    return component == name;
+}
+
+bool reader::is_wanted(std::string_view name) {
+    if (depth != 0)
+        return leads_to(here, name, &below);
+    for (const char *const *key = keys; *key; key++)
+        if (leads_to(*key, name, &below))
+            return true;
+    return false;
+}
+
+void reader::go_nowhere() {
+    frag = &nowhere;
+    below = nullptr;
+    keep = true;
 }
 
 void reader::find_or_make(const char *name, size_t len) {
+    if (keys) {
+        if (!is_wanted({name, len})) {
+            go_nowhere();
+            return;
+        }
+        keep = false;
+    }
     if (depth >= path.size())
         path.push_back({nullptr, nullptr, 0});
     step &last = path[depth];
-    if (last.list == list && last.len == len && memcmp(last.frag->name, name, len) == 0) {
+    if (last.list == list && last.len == len && is_named(last.frag, {name, len})) {
         frag = last.frag;
         return;
     }
-    frag = indexes.find(list, {name, len});
-    if (!frag) {
-        frag = newsymfrag(name, len);
-        pushfrag(list, frag, parent);
-        indexes.add(list, frag);
+    const Frag *head = *list;
+    frag = indexes.find_or_make(list, {name, len}, parent);
+    if (*list != head)
         keep = false;
-    }
     last = {list, frag, len};
 }
 
+// True for the letters that prefixes and the names of the attribute table begin with. All of these have a `-`.
+bool can_begin_attribute(char letter) {
+    letter = lowercase(letter);
+    return letter == 'p' || letter == 'd' || letter == 'a' || letter == 'o';
+}
+
 void reader::finish_flat_name() {
+    if (keys && depth != 0 && !here) {
+        go_nowhere();
+        return;
+    }
     fragnam[namelen] = 0;
     const char *name = fragnam;
     long bits = 0;
-    if (memchr(fragnam, '-', namelen)) { // no prefix and no name of the attribute table is without one
+    if (can_begin_attribute(*name) && memchr(name, '-', namelen)) {
         name = attr_remap(name);
         bits = strip_attr_prefixes(&name);
         namelen = strlen(name);
@@ -125,7 +177,7 @@ void reader::begin_value(read_state value_state) {
 
 void reader::end_line(read_state next_state) {
     if (!frag->value) {
-        frag->value = static_cast<char *>(getcore(2));
+        frag->value = take_block(1);
         frag->value[0] = 0;
     }
     keep = mode != 0;
@@ -135,7 +187,8 @@ void reader::end_line(read_state next_state) {
 void reader::store(const char *stretch, size_t len) {
     if (len == 0 || keep)
         return;
-    frag->value = static_cast<char *>(growcore(frag->value, stored + len + 1));
+    size_t size = static_cast<size_t>(frag->vlen) + 1; // of what a value of before or this line has taken
+    frag->value = grow_block(frag->value, size, stored + len + 1);
     memcpy(frag->value + stored, stretch, len);
     stored += len;
     frag->value[stored] = 0;
@@ -143,6 +196,7 @@ void reader::store(const char *stretch, size_t len) {
 }
 
 void reader::parse(const char *at, const char *end) {
+    const char *next_return = find_byte(at, end, '\r'); // few files have any, so it is looked for ahead of the lines
     while (at < end) {
         switch (state) {
         case FLAT_START:
@@ -176,7 +230,9 @@ void reader::parse(const char *at, const char *end) {
 
         case FLAT_VALUE: {
             const char *line_end = find_byte(at, end, '\n');
-            const char *stop = find_byte(at, line_end, '\r');
+            if (next_return < at)
+                next_return = find_byte(at, end, '\r');
+            const char *stop = std::min(line_end, next_return);
             store(at, static_cast<size_t>(stop - at));
             if (stop == end)
                 return;
@@ -255,11 +311,10 @@ void reader::parse(const char *at, const char *end) {
 
 } // namespace
 
-int importffile(const char *path, FragList list, int mode) {
+static int read_file(const char *path, reader &reading) {
     int file = open(path, O_RDONLY | O_CLOEXEC);
     if (file < 0)
         return 1;
-    reader reading(list, mode);
     for (;;) {
         ssize_t bigbufcnt = read(file, bigbuf, BIGBUF_SIZE - 1);
         if (bigbufcnt < 0 && errno == EINTR)
@@ -270,6 +325,19 @@ int importffile(const char *path, FragList list, int mode) {
     }
     close(file);
     return 0;
+}
+
+int importffile(const char *path, FragList list, int mode) {
+    reader reading(list, mode);
+    return read_file(path, reading);
+}
+
+int inspectffile(const char *path, FragList list, const char *const *keys) {
+    static char nothing[] = "";
+    reader reading(list, 0);
+    reading.keys = keys;
+    reading.nowhere.value = nothing;
+    return read_file(path, reading);
 }
 
 static int import_current(const char *path, int mode) {

@@ -11,21 +11,27 @@
 #endif
 
 // Never 0, which marks a free slot.
-static size_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name) | 1; }
+static uint32_t hash_of(std::string_view name) {
+    uint64_t hash = name.size();
+    for (size_t at = 0; at < name.size();) {
+        uint64_t word = 0;
+        for (size_t end = std::min(at + sizeof word, name.size()); at < end; at++)
+            word = word << 8 | static_cast<unsigned char>(name[at]);
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+        hash ^= hash >> 32;
+    }
+    return static_cast<uint32_t>(hash) | 1;
+}
 
-name_index::name_index(FragList list) {
-    for (Frag *frag = *list; frag; frag = frag->next)
-        count++;
+name_index::name_index(FragList list) : count(count_frags(*list)) {
     make_room(count);
     for (Frag *frag = *list; frag; frag = frag->next) {
-        size_t hash = hash_of(frag->name);
+        uint32_t hash = hash_of(frag->name);
         slot &at = slots[place(hash, frag->name)];
-        if (at.frag) {
+        if (at.hash)
             hidden[frag->name].push_back(frag);
-        } else {
-            at = {hash, frag};
-            used++;
-        }
+        else
+            take(at, hash, frag);
     }
     for (auto &behind : hidden)
         std::reverse(behind.second.begin(), behind.second.end());
@@ -36,39 +42,51 @@ name_index::name_index(FragList list, const char *key) {
         *this = name_index(&frag->child);
 }
 
+void name_index::take(slot &at, uint32_t hash, Frag *frag) {
+    at = {hash, static_cast<uint32_t>(entries.size())};
+    entries.push_back(frag);
+}
+
 // Makes sure that so many further names leave half of the table free.
 void name_index::make_room(size_t more) {
-    if ((used + more) * 2 <= slots.size())
+    if ((entries.size() + more) * 2 <= slots.size())
         return;
-    std::vector<slot> old = std::move(slots);
-    size_t named = 0;
-    for (const slot &entry : old)
-        named += entry.frag != nullptr;
+    std::vector<slot> old_slots = std::move(slots);
+    std::vector<Frag *> old_entries = std::move(entries);
+    size_t named =
+        old_entries.size() - static_cast<size_t>(std::count(old_entries.begin(), old_entries.end(), nullptr));
     size_t size = 32;
-    while (size < (named + more) * 4)
+    while (size < (named + more) * 2)
         size *= 2;
-    slots.assign(size, slot{0, nullptr});
-    used = named;
-    for (const slot &entry : old)
-        if (entry.frag) {
-            size_t at = entry.hash >> 1;
-            while (slots[at & (size - 1)].hash)
-                at++;
-            slots[at & (size - 1)] = entry;
+    slots.assign(size, slot{0, 0});
+    entries.clear();
+    entries.reserve(size / 2);
+    for (const slot &old : old_slots)
+        if (old.hash && old_entries[old.entry]) {
+            size_t at = old.hash >> 1 & (size - 1);
+            while (slots[at].hash)
+                at = (at + 1) & (size - 1);
+            take(slots[at], old.hash, old_entries[old.entry]);
         }
 }
 
 // The place of the name's slot, or of the free one where the search for it ends.
-size_t name_index::place(size_t hash, std::string_view name) const {
-    for (size_t at = hash >> 1;; at++) {
-        const slot &entry = slots[at & (slots.size() - 1)];
-        if (!entry.hash || (entry.hash == hash && entry.frag && is_named(entry.frag, name)))
-            return at & (slots.size() - 1);
+size_t name_index::place(uint32_t hash, std::string_view name) const {
+    size_t last = slots.size() - 1;
+    for (size_t at = hash >> 1 & last;; at = (at + 1) & last) {
+        const slot &met = slots[at];
+        if (!met.hash)
+            return at;
+        if (met.hash == hash && entries[met.entry] && is_named(entries[met.entry], name))
+            return at;
     }
 }
 
 Frag *name_index::find(std::string_view name) const {
-    return slots.empty() ? nullptr : slots[place(hash_of(name), name)].frag;
+    if (slots.empty())
+        return nullptr;
+    const slot &at = slots[place(hash_of(name), name)];
+    return at.hash ? entries[at.entry] : nullptr;
 }
 
 Frag *name_index::find_key(const char *key) const {
@@ -78,14 +96,22 @@ Frag *name_index::find_key(const char *key) const {
     return frag && *key == '_' ? ffind(&frag->child, key + 1) : frag;
 }
 
+Frag *name_index::find_or_make(FragList list, std::string_view name, Frag *parent) {
+    make_room(1);
+    uint32_t hash = hash_of(name);
+    slot &at = slots[place(hash, name)];
+    if (at.hash)
+        return entries[at.entry];
+    Frag *frag = newsymfrag(name.data(), name.size());
+    pushfrag(list, frag, parent);
+    count++;
+    take(at, hash, frag);
+    return frag;
+}
+
 Frag *name_index::set_key(FragList list, const char *key, const char *value, Frag *parent) {
     std::string_view component = key_component(key);
-    Frag *frag = find(component);
-    if (!frag) {
-        frag = newsymfrag(component.data(), component.size());
-        pushfrag(list, frag, parent);
-        add(frag);
-    }
+    Frag *frag = find_or_make(list, component, parent);
     key += component.size();
     if (*key == '_')
         return fsetp(&frag->child, key + 1, value, frag);
@@ -96,29 +122,33 @@ Frag *name_index::set_key(FragList list, const char *key, const char *value, Fra
 void name_index::add(Frag *frag) {
     make_room(1);
     count++;
-    size_t hash = hash_of(frag->name);
+    uint32_t hash = hash_of(frag->name);
     slot &at = slots[place(hash, frag->name)];
-    if (at.frag)
-        hidden[frag->name].push_back(at.frag);
-    else
-        used++;
-    at = {hash, frag};
+    if (at.hash) {
+        hidden[frag->name].push_back(entries[at.entry]);
+        entries[at.entry] = frag;
+    } else {
+        take(at, hash, frag);
+    }
 }
 
 void name_index::remove(Frag *frag) {
     if (slots.empty())
         return;
     count--;
-    slot &at = slots[place(hash_of(frag->name), frag->name)];
+    const slot &at = slots[place(hash_of(frag->name), frag->name)];
+    if (!at.hash)
+        return;
+    Frag *&first = entries[at.entry];
     auto behind = hidden.find(frag->name);
     if (behind == hidden.end()) {
-        if (at.frag == frag)
-            at.frag = nullptr;
+        if (first == frag)
+            first = nullptr;
         return;
     }
     std::vector<Frag *> &nodes = behind->second;
-    if (at.frag == frag) {
-        at.frag = nodes.back();
+    if (first == frag) {
+        first = nodes.back();
         nodes.pop_back();
     } else {
         auto gone = std::find(nodes.begin(), nodes.end(), frag);
@@ -129,19 +159,51 @@ void name_index::remove(Frag *frag) {
         hidden.erase(behind);
 }
 
-Frag *list_indexes::find(FragList list, std::string_view name) {
+// The index of the list, or null. Most lookups come to the list of the one before.
+name_index *list_indexes::index_of(FragList list) {
+    if (list != last_list) {
+        auto it = indexes.find(list);
+        if (it == indexes.end())
+            return nullptr;
+        last_list = list;
+        last_index = &it->second;
+    }
+    return last_index;
+}
+
+// The first node of that name in a list that is short. A list that is not gets an index instead.
+Frag *list_indexes::walk(FragList list, std::string_view name) {
     int left = SHORT_LIST;
     for (Frag *frag = *list; frag; frag = frag->next) {
         if (left-- == 0) {
-            auto it = indexes.find(list);
-            if (it == indexes.end())
-                it = indexes.emplace(list, name_index(list)).first;
-            return it->second.find(name);
+            if (!index_of(list)) {
+                last_index = &indexes.emplace(list, name_index(list)).first->second;
+                last_list = list;
+            }
+            return nullptr;
         }
         if (is_named(frag, name))
             return frag;
     }
     return nullptr;
+}
+
+Frag *list_indexes::find(FragList list, std::string_view name) {
+    if (list != last_list)
+        if (Frag *frag = walk(list, name))
+            return frag;
+    return list == last_list ? last_index->find(name) : nullptr;
+}
+
+Frag *list_indexes::find_or_make(FragList list, std::string_view name, Frag *parent) {
+    if (list != last_list)
+        if (Frag *frag = walk(list, name))
+            return frag;
+    if (name_index *index = index_of(list))
+        return index->find_or_make(list, name, parent);
+    Frag *frag = newsymfrag(name.data(), name.size());
+    pushfrag(list, frag, parent);
+    return frag;
 }
 
 Frag *list_indexes::find_key(FragList list, const char *key, FragList *siblings) {
@@ -160,12 +222,7 @@ Frag *list_indexes::find_key(FragList list, const char *key, FragList *siblings)
 Frag *list_indexes::set_key(FragList list, const char *key, const char *value, Frag *parent) {
     for (;; key++) {
         std::string_view component = key_component(key);
-        Frag *frag = find(list, component);
-        if (!frag) {
-            frag = newsymfrag(component.data(), component.size());
-            pushfrag(list, frag, parent);
-            add(list, frag);
-        }
+        Frag *frag = find_or_make(list, component, parent);
         key += component.size();
         if (*key != '_') {
             setvalue(frag, value);
@@ -177,35 +234,30 @@ Frag *list_indexes::set_key(FragList list, const char *key, const char *value, F
 }
 
 void list_indexes::add(FragList list, Frag *frag) {
-    auto it = indexes.find(list);
-    if (it != indexes.end())
-        it->second.add(frag);
+    if (name_index *index = index_of(list))
+        index->add(frag);
 }
 
 void list_indexes::remove(FragList list, Frag *frag) {
     auto search = searches.find(list);
-    auto it = indexes.find(list);
-    if (it == indexes.end()) {
+    name_index *index = index_of(list);
+    if (!index) {
         if (search != searches.end())
             searches.erase(search);
         return;
     }
     // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
     if (search != searches.end()) {
-        search->second.freed.insert(static_cast<int>(it->second.count));
+        search->second.freed.insert(static_cast<int>(index->count));
         search->second.freed.insert(decimal(frag->name));
     }
-    it->second.remove(frag);
+    index->remove(frag);
 }
 
-size_t list_indexes::count(FragList list) const {
-    auto it = indexes.find(list);
-    if (it != indexes.end())
-        return it->second.count;
-    size_t count = 0;
-    for (Frag *frag = *list; frag; frag = frag->next)
-        count++;
-    return count;
+size_t list_indexes::count(FragList list) {
+    if (name_index *index = index_of(list))
+        return index->count;
+    return count_frags(*list);
 }
 
 int list_indexes::free_number(FragList list) {
@@ -228,6 +280,8 @@ void list_indexes::forget_below(Frag *frag) {
         frag = left.back();
         left.pop_back();
         indexes.erase(&frag->child);
+        if (last_list == &frag->child)
+            last_list = nullptr;
         searches.erase(&frag->child);
         for (Frag *child = frag->child; child; child = child->next)
             left.push_back(child);

@@ -4,6 +4,7 @@
 
 #include "nsym.h"
 
+#include <cstdint>
 #include <set>
 #include <unordered_map>
 #include <vector>
@@ -21,6 +22,9 @@ struct name_index {
     Frag *find(std::string_view name) const;
     /// What `ffind` gives for the key in the indexed list.
     Frag *find_key(const char *key) const;
+    /// The first node of exactly that name; if there is none, a new one at the head of the indexed list, which must be
+    /// `list`.
+    Frag *find_or_make(FragList list, std::string_view name, Frag *parent);
     /// What `fsetp` does for the key in the indexed list, which must be `list`.
     Frag *set_key(FragList list, const char *key, const char *value, Frag *parent);
     /// Takes note of a node that was just put at the head of the list.
@@ -32,16 +36,18 @@ struct name_index {
 
 private:
     /// A hash table of the nodes nearest the head, open addressed and at most half full. A slot is free if its hash is
-    /// 0; one with a hash and no node is passed over. A heap node for each name would cost more than all else here.
+    /// 0; one whose entry is null is passed over. It holds no more than a search for a new name looks at, since each
+    /// look into a large table waits for memory.
     struct slot {
-        size_t hash;
-        Frag *frag;
+        uint32_t hash;
+        uint32_t entry;
     };
     std::vector<slot> slots;
-    size_t used = 0;                                             ///< slots that are not free
+    std::vector<Frag *> entries;
     std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
 
-    size_t place(size_t hash, std::string_view name) const;
+    size_t place(uint32_t hash, std::string_view name) const;
+    void take(slot &at, uint32_t hash, Frag *frag);
     void make_room(size_t more);
 };
 
@@ -50,6 +56,8 @@ private:
 struct list_indexes {
     /// The first node of exactly that name in the list, or null.
     Frag *find(FragList list, std::string_view name);
+    /// The first node of exactly that name; if there is none, a new one at the head of the list.
+    Frag *find_or_make(FragList list, std::string_view name, Frag *parent);
     /// What `ffind` gives for the key in the list, with an index for each long list on the way. `siblings` (may be
     /// null) gets the list that the node stands in.
     Frag *find_key(FragList list, const char *key, FragList *siblings = nullptr);
@@ -60,19 +68,24 @@ struct list_indexes {
     /// Takes note that a node is about to leave the list.
     void remove(FragList list, Frag *frag);
     /// The nodes in the list.
-    size_t count(FragList list) const;
+    size_t count(FragList list);
     /// The first number behind the count of the list that names no node in it. The caller makes the node.
     int free_number(FragList list);
     /// Forgets the lists below the node, which are about to be freed or changed.
     void forget_below(Frag *frag);
 
 private:
+    name_index *index_of(FragList list);
+    Frag *walk(FragList list, std::string_view name);
+
     /// Where a list's next free number is: those from its count up to `last` are taken, or they are in `freed`.
     struct number_search {
         int last = 0;
         std::set<int> freed{};
     };
     std::unordered_map<FragList, name_index> indexes;
+    FragList last_list = nullptr; ///< the list of the index that was used last
+    name_index *last_index = nullptr;
     std::unordered_map<FragList, number_search> searches; ///< of the lists that were asked for a free number
 };
 

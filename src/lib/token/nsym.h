@@ -6,8 +6,10 @@
 /// A whole database is one `FragList`. New siblings always go to the head, so a list stands in reverse order of
 /// creation until `sort_frags` or a pass that rebuilds it says otherwise.
 ///
-/// A list owns its nodes and a node owns its name and value, all on the C heap. `fdel` hands a node to the caller,
-/// `freefrag` frees one with all below it. Wherever memory runs out, the process ends in `outofcore`.
+/// A list owns its nodes and a node owns its name and value. `fdel` hands a node to the caller, `freefrag` frees one
+/// with all below it. The memory of all three is the store's: what changes a name or a value goes through `renamefrag`,
+/// `fset` and their like, and a value moves between nodes only together with its `vlen`. Wherever memory runs out, the
+/// process ends in `outofcore`.
 #ifndef NSYM_H
 #define NSYM_H
 
@@ -125,6 +127,9 @@ int is_on(const char *text);
 /// Reads a fragment file into the list. With mode 0 a line replaces an existing value, with mode 1 it stays.
 /// 1 if the file can't be opened, and nothing changes; else 0. A read error counts as the end of the file.
 int importffile(const char *path, FragList list, int mode);
+/// `importffile` with mode 0, but of what the file holds only the nodes that one of `keys` leads to are made, and what
+/// lies below them only for a key that ends in `_`. No two of the keys begin alike; a null ends them.
+int inspectffile(const char *path, FragList list, const char *const *keys);
 /// `importffile` into `cur_database` with mode 0, and with mode 1.
 int importenv(const char *path);
 int importinitialenv(const char *path);

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 FILE *repf;
 
@@ -57,12 +58,18 @@ struct run {
     }
 };
 
+// What the run looks at in the old configuration, and in the initial environment, ahead of merging them.
+const char *const oldconf_keys[] = {
+    "def_proxy", "version_firewall", "trusted_networks", "untrusted_networks", "netobj_", nullptr,
+};
+const char *const initconf_keys[] = {"def_proxy_", nullptr};
+
 // Reads the file of the next `-m` from `at` on, for inspection. The result is the argument behind it.
-int read_merge_file(const run &r, int at, FragList list) {
+int read_merge_file(const run &r, int at, FragList list, const char *const *keys) {
     while (at < r.argc && strcmp(r.argv[at], "-m") != 0)
         at++;
     if (at + 1 < r.argc)
-        importffile(r.argv[at + 1], list, 0);
+        inspectffile(r.argv[at + 1], list, keys);
     return at + 2;
 }
 
@@ -82,9 +89,17 @@ void take_netobj() {
         return;
     }
     Frag *netobj = fset(cur_database, "netobj", nullptr);
-    Frag *lists = ffind(&oldconf, "netobj_list");
     freelist(netobj->child);
-    netobj->child = copy_fragtree(&lists, netobj);
+    netobj->child = nullptr;
+    // The lists, and what stands behind them.
+    if (Frag *old_netobj = ffind(&oldconf, "netobj")) {
+        FragList link = &old_netobj->child;
+        while (*link && !is_named(*link, "list"))
+            link = &(*link)->next;
+        std::swap(netobj->child, *link);
+        for (Frag *frag = netobj->child; frag; frag = frag->next)
+            frag->parent = netobj;
+    }
 }
 
 void report_option(run &r) {
@@ -168,8 +183,8 @@ int upgrade(int argc, char **argv) {
     if (argc < 4)
         usage(argc > 0 ? argv[0] : "upgrade");
 
-    int behind_first = read_merge_file(r, 1, &oldconf);
-    read_merge_file(r, behind_first, &initconf);
+    int behind_first = read_merge_file(r, 1, &oldconf, oldconf_keys);
+    read_merge_file(r, behind_first, &initconf, initconf_keys);
     r.config_type = old_config_type(&oldconf);
     take_netobj();
 
