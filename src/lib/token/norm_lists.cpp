@@ -22,15 +22,25 @@ int norm_renumber(FragList db, const char *list_key, const char *count_key, cons
     if (delete_key)
         fremove(db, delete_key);
     int count = 0;
-    if (Frag *list = ffind(db, list_key)) {
+    Frag *last = nullptr;
+    Frag *list = ffind(db, list_key);
+    if (list) {
         sort_frags(&list->child);
-        count = number_frags(list->child);
+        for (Frag *frag = list->child; frag; frag = frag->next) {
+            renumberfrag(frag, ++count);
+            last = frag;
+        }
     }
-    if (count_key)
+    if (count_key) {
         fset(db, count_key, numbertext(count).c_str());
-    // The count of some families is a child of their list: it moves behind the numbers.
-    if (Frag *list = ffind(db, list_key))
-        sort_frags(&list->child);
+        // The count of some families is a child of their list: it goes behind the numbers.
+        if (last && !is_digit(*list->child->name)) {
+            Frag *made = list->child;
+            list->child = made->next;
+            made->next = nullptr;
+            last->next = made;
+        }
+    }
     return 0;
 }
 

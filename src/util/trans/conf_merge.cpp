@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <memory>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -68,17 +71,31 @@ struct map_finder {
         size_t place;
         Frag *proxies;
     };
-    /// Maps with the same three values in front of the policy.
-    struct source {
-        std::unordered_map<std::string, size_t> by_policy; // newest place by the policy's name
-        std::unordered_map<size_t, size_t> by_sets;        // the same by the config sets of a policy that is sorted
-        std::vector<placed_policy> unsorted;               // policies that no walk has come to yet, newest last
-        size_t without_policy = 0;
+    /// The policies of maps with the same three values in front of the policy.
+    struct policies {
+        std::unordered_map<size_t, size_t> by_sets; // newest place by the config sets of a policy that is sorted
+        std::vector<placed_policy> unsorted;        // those that no walk has come to yet, newest last
+        size_t newest = 0;                          // newest place whose policy exists and has a list of config sets
+    };
+    /// The maps that agree in one more value than those of `before`.
+    struct agreeing {
         size_t newest = 0;
-        size_t newest_with_sets = 0; // newest place whose policy exists and has a list of config sets
+        size_t lacking = 0; // the newest that lacks the value behind
+        std::unique_ptr<policies> sources;
+    };
+    /// What leads to them. The value is a view of the first such map's, which stays.
+    struct step {
+        const agreeing *before;
+        std::string_view value;
+        bool operator==(const step &other) const { return before == other.before && value == other.value; }
+    };
+    struct step_hash {
+        size_t operator()(const step &taken) const {
+            return std::hash<std::string_view>()(taken.value) ^ reinterpret_cast<size_t>(taken.before);
+        }
     };
 
-    static constexpr const char *source_keys[] = {"pd", "src", "proxy"};
+    static constexpr const char *const source_keys[] = {"pd", "src", "proxy"};
 
     FragList db;
     list_indexes indexes;
@@ -86,21 +103,14 @@ struct map_finder {
     std::unordered_map<Frag *, size_t> sets_of;
     std::unordered_map<std::string, size_t> sets_by_names;
     size_t count = 0;
-    // Newest places by as many of the values pd, src and proxy as a map has before the first that it lacks, and by
-    // as many as the key holds, whatever follows.
-    std::unordered_map<std::string, size_t> lacking, having;
-    std::unordered_map<std::string, source> sources;
+    agreeing all;
+    std::unordered_map<step, agreeing, step_hash> steps;
 
-    explicit map_finder(FragList database) : db(database) {}
-
-    template <class Key> static size_t place(const std::unordered_map<Key, size_t> &places, const Key &key) {
-        auto it = places.find(key);
-        return it == places.end() ? 0 : it->second;
-    }
+    map_finder(FragList database, size_t maps) : db(database) { steps.reserve(maps * (std::size(source_keys) + 1)); }
 
     Frag *proxies_of(const char *policy_name) {
-        Frag *policies = ffind(db, "policy");
-        Frag *policy = policies ? indexes.find_key(&policies->child, policy_name) : nullptr;
+        Frag *all_policies = ffind(db, "policy");
+        Frag *policy = all_policies ? indexes.find_key(&all_policies->child, policy_name) : nullptr;
         return policy ? indexes.find(&policy->child, "proxy") : nullptr;
     }
 
@@ -118,36 +128,46 @@ struct map_finder {
 
     /// What `dont_have_map` would say of the map, turned round.
     bool have(Frag *map) {
-        std::string key;
+        const agreeing *met = &all;
         size_t same = 0;
-        for (const char *name : source_keys) {
-            same = std::max(same, place(lacking, key));
-            const char *value = fval(&map->child, name);
+        for (const char *key : source_keys) {
+            same = std::max(same, met->lacking);
+            const char *value = fval(&map->child, key);
             if (!value) // then it is the same as any map with the values before it
-                return std::max(same, place(having, key)) != 0;
-            key.append(value).push_back('\0');
+                return std::max(same, met->newest) != 0;
+            auto next = steps.find({met, value});
+            if (next == steps.end())
+                return same != 0;
+            met = &next->second;
         }
-        return have_policy(sources[key], fval(&map->child, "policy"), same);
+        const char *policy_name = fval(&map->child, "policy");
+        if (!policy_name)
+            return std::max(same, met->newest) != 0;
+        same = std::max(same, met->lacking);
+        auto named = steps.find({met, policy_name});
+        if (named != steps.end())
+            same = std::max(same, named->second.newest);
+        return have_sets(met->sources.get(), policy_name, same);
     }
 
-    /// The last decision, among the maps of one source; `same` is the newest map that is the same for other reasons.
-    bool have_policy(source &from, const char *policy_name, size_t same) {
-        if (!policy_name)
-            return std::max(same, from.newest) != 0;
-        same = std::max({same, from.without_policy, place(from.by_policy, std::string(policy_name))});
-        Frag *proxies = proxies_of(policy_name);
-        if (proxies && from.newest_with_sets > same) {
-            size_t sets = sorted_sets(proxies);
-            same = std::max(same, place(from.by_sets, sets));
-            while (!from.unsorted.empty() && from.unsorted.back().place > same) {
-                placed_policy met = from.unsorted.back();
-                from.unsorted.pop_back();
-                size_t met_sets = sorted_sets(met.proxies);
-                size_t &newest = from.by_sets[met_sets];
-                newest = std::max(newest, met.place);
-                if (met_sets == sets)
-                    same = met.place;
-            }
+    /// The last decision, among the policies of one source; `same` is the newest map that is the same for other
+    /// reasons.
+    bool have_sets(policies *from, const char *policy_name, size_t same) {
+        Frag *proxies = from && from->newest > same ? proxies_of(policy_name) : nullptr;
+        if (!proxies)
+            return same != 0;
+        size_t sets = sorted_sets(proxies);
+        auto sorted = from->by_sets.find(sets);
+        if (sorted != from->by_sets.end())
+            same = std::max(same, sorted->second);
+        while (!from->unsorted.empty() && from->unsorted.back().place > same) {
+            placed_policy met = from->unsorted.back();
+            from->unsorted.pop_back();
+            size_t met_sets = sorted_sets(met.proxies);
+            size_t &newest = from->by_sets[met_sets];
+            newest = std::max(newest, met.place);
+            if (met_sets == sets)
+                same = met.place;
         }
         return same != 0;
     }
@@ -155,28 +175,28 @@ struct map_finder {
     /// Takes note of a map that was just put at the head of the list.
     void add(Frag *map) {
         count++;
-        std::string key;
-        having[key] = count;
-        for (const char *name : source_keys) {
-            const char *value = fval(&map->child, name);
+        agreeing *met = &all;
+        met->newest = count;
+        for (const char *key : source_keys) {
+            const char *value = fval(&map->child, key);
             if (!value) {
-                lacking[key] = count;
+                met->lacking = count;
                 return;
             }
-            key.append(value).push_back('\0');
-            having[key] = count;
+            met = &steps[{met, value}];
+            met->newest = count;
         }
-        source &from = sources[key];
-        from.newest = count;
         const char *policy_name = fval(&map->child, "policy");
         if (!policy_name) {
-            from.without_policy = count;
+            met->lacking = count;
             return;
         }
-        from.by_policy[policy_name] = count;
+        steps[{met, policy_name}].newest = count;
         if (Frag *proxies = proxies_of(policy_name)) {
-            from.newest_with_sets = count;
-            from.unsorted.push_back({count, proxies});
+            if (!met->sources)
+                met->sources = std::make_unique<policies>();
+            met->sources->newest = count;
+            met->sources->unsorted.push_back({count, proxies});
         }
     }
 };
@@ -195,7 +215,7 @@ void merge_old_maps(FragList db, Frag *old_map) {
     if (file_map)
         sort_frags(&file_map->child);
     Frag *map = fset(db, "map", nullptr);
-    map_finder finder(db);
+    map_finder finder(db, file_map ? count_frags(old_map->child) + count_frags(file_map->child) : 0);
     int number = 1;
     while (Frag *entry = take_first(old_map)) {
         renumberfrag(entry, number++);

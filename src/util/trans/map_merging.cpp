@@ -156,8 +156,9 @@ struct survivor {
     }
 };
 
-// One batch: for each proxy the first of its maps that still waits, in the order of their numbers.
-void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &policies, int &number) {
+// One batch: for each proxy the first of its maps that still waits, in the order of their numbers. Those that stay go
+// to the end of the list, whose new end is the result.
+FragList merge_batch(const std::vector<Frag *> &batch, Frag *map, FragList end, policy_book &policies, int &number) {
     std::vector<map_values> values;
     std::unordered_map<std::string, std::vector<size_t>> by_source;
     values.reserve(batch.size());
@@ -170,7 +171,8 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
     for (size_t i = 0; i < batch.size(); i++) {
         if (absorbed[i])
             continue;
-        pushfrag(&map->child, batch[i], map);
+        pushfrag(end, batch[i], map);
+        end = &batch[i]->next;
         survivor stays(policies, batch[i], values[i], ++number);
         fremove(&batch[i]->child, "tag");
         renumberfrag(batch[i], number);
@@ -188,6 +190,7 @@ void merge_batch(const std::vector<Frag *> &batch, Frag *map, policy_book &polic
         }
         same_source = std::move(waiting);
     }
+    return end;
 }
 
 } // namespace
@@ -211,9 +214,9 @@ void merge_maps(FragList db) {
             policies.count_use(name);
     }
     map->child = nullptr;
+    FragList end = &map->child;
     int number = 0;
     for (const std::vector<Frag *> &batch : batches)
-        merge_batch(batch, map, policies, number);
+        end = merge_batch(batch, map, end, policies, number);
     policies.sweep();
-    sort_frags(&map->child);
 }

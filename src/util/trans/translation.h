@@ -31,7 +31,8 @@ char *parse_arg(list_indexes &indexes, Frag *config_set, char *text);
 /// table of many rules would cost a walk over all lists, policies and maps for each.
 struct translation {
     FragList db;
-    name_index proxies, policies, lists, groups, maps;
+    name_index proxies, policies, lists, groups;
+    name_index maps; ///< those that were here before: the run's own numbers only grow
     std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
     std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
     Frag *spent = nullptr; ///< translated rules, freed at the end: their holes would scatter what is made meanwhile
