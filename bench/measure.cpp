@@ -51,6 +51,6 @@ int main(int argc, char **argv) {
         cpu = std::min(cpu, seconds_of(usage.ru_utime) + seconds_of(usage.ru_stime));
         peak = std::max(peak, static_cast<double>(usage.ru_maxrss) / 1024);
     }
-    printf("%.4f %.4f %.1f\n", best, cpu, peak);
+    printf("%.5f %.4f %.1f\n", best, cpu, peak);
     return 0;
 }

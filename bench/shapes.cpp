@@ -421,6 +421,22 @@ void many_proxies(corpus &out) {
     }
 }
 
+// Canonical proxies: with a step of 2, every second one of those with a step of 1 and as many others.
+void merged_proxies(corpus &out, long step) {
+    long count = std::max(1L, out.size / 4);
+    for (long n = 1; n <= count; n++) {
+        unsigned id = scatter(n * step);
+        out.line("def_proxy_svc-%u-px_proxy-type=plug-px", id);
+        out.line("def_proxy_svc-%u-px_proxy-exec=./plug-px", id);
+        out.line("def_proxy_svc-%u-px_bind-port=%u", id, out.below(65536));
+        out.line("def_proxy_svc-%u-px_authenticate=*", id);
+    }
+}
+
+void merge_a(corpus &out) { merged_proxies(out, 1); }
+
+void merge_b(corpus &out) { merged_proxies(out, 2); }
+
 void network_lists(corpus &out) {
     long count = std::max(1L, out.size / 6);
     out.line("netobj_num_list=%ld", count);
@@ -656,6 +672,8 @@ const struct {
     {"policymaps-a", policy_maps_a, false, "maps of one source with a policy each"},
     {"policymaps-b", policy_maps_b, false, "the same to be merged in with all policies"},
     {"manyproxies", many_proxies, false, "canonical proxies of four parameters"},
+    {"merge-a", merge_a, false, "canonical proxies"},
+    {"merge-b", merge_b, false, "the same to be merged in, every second one known"},
     {"netlists", network_lists, false, "numbered network lists and groups of one element"},
     {"namedlists", named_lists, false, "canonical network lists of one element"},
     {"elements", elements, false, "one list of elements"},

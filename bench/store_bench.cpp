@@ -1,4 +1,6 @@
 // Single operations at growing sizes: the reader, the sort, host patterns and lookups by name.
+#include "frag_tools.h"
+#include "name_index.h"
 #include "shapes.h"
 #include "upgrade.h"
 
