@@ -173,7 +173,7 @@ std::set<std::string> review_access(const upgrade_command &command, const std::s
 }
 
 // The canonical layout has no place for a proxy without parameters: the file's own names, and its policies, tell it.
-void add_bare_proxies(canonical_conf &canonical, const std::string &path) {
+void add_bare_proxies(canonical_conf &canonical, canonical_conf &saved) {
     std::set<std::string> known;
     for (Frag *proxy : sorted_children(canonical.db(), "def_proxy"))
         known.insert(clear_name(proxy));
@@ -181,10 +181,8 @@ void add_bare_proxies(canonical_conf &canonical, const std::string &path) {
         if (!name.empty() && known.insert(name).second)
             fset(canonical.db(), ("def_proxy_" + storedname(name)).c_str(), nullptr);
     };
-    if (canonical_conf saved; load_canonical(path.c_str(), saved, with_lines::no) && saved.numbered) {
-        for (Frag *proxy : sorted_children(saved.db(), "def_proxy"))
-            add(clear_name(proxy));
-    }
+    for (Frag *proxy : sorted_children(saved.db(), "def_proxy"))
+        add(clear_name(proxy));
     for (Frag *policy : sorted_children(canonical.db(), "policy")) {
         for (Frag *entry : sorted_children(&policy->child, "proxy"))
             add(entry->value ? entry->value : "");
@@ -207,16 +205,19 @@ void check_inputs(const upgrade_command &command, review_data &data) {
 
 void check_outcome(const upgrade_command &command, const upgrade_result &run, const std::string &result,
                    const std::set<std::string> &used, review_data &data) {
-    if (canonical_conf looked_at; load_canonical(result.c_str(), looked_at))
+    canonical_conf looked_at, saved, canonical;
+    if (load_canonical(result.c_str(), looked_at))
         check_result(looked_at, result_name(command), data);
     check_inputs(command, data);
     for (const std::string &file : step_files(command, 'm'))
         check_unsaved_keys(file, data);
-    canonical_conf canonical;
-    if (run.canonical_path.empty() ||
-        !load_canonical(run.canonical_path.c_str(), canonical, data.release < 40 ? with_lines::yes : with_lines::no))
+    if (run.canonical_path.empty() || !load_canonical(run.canonical_path.c_str(), canonical, with_lines::no))
         return;
-    add_bare_proxies(canonical, run.output_bytes_path);
+    if (ffind(canonical.db(), "dest"))
+        read_assignments(run.canonical_path.c_str(), canonical.lines);
+    bool is_own = data.written != "different" || command.version == 99; // what is looked at is what the upgrade writes
+    if (is_own || load_canonical(run.output_bytes_path.c_str(), saved, with_lines::no))
+        add_bare_proxies(canonical, is_own ? looked_at : saved);
     if (command.numbered())
         check_left_out(canonical, result_name(command), data);
     list_todo(command, canonical, used, data);
