@@ -1,16 +1,16 @@
 // What passes make of small trees, a row a case, in tests/passes/*.case; `support.h` tells how a tree is written.
 //
-//     pass NAME ARG...    for the rows behind it: a pass of the table below, `-` for a null; several run one after
-//     another row TREE -> TREE    the database before and after; with `=>` only what a fragment file shows of it is
-//     compared row TREE ==         the passes change nothing row TREE ++ FILE => TREE    a pass that takes the name
-//     `file` finds FILE there, a text or a tree as lines row FILE -> TREE    if a pass takes the name `row` with TREE
-//     the database before, for such a row behind it result N            what the last pass of the row behind it
-//     returns, if not 0 says TEXT           what that row prints on standard error, if not nothing, and with a report
-//     there
+// - pass NAME ARG...: for the rows behind it, a pass of the table below, `-` for a null; several run one after another
+// - row TREE -> TREE: the database before and after; with `=>` only what a fragment file shows of it is compared
+// - row TREE ==: the passes change nothing
+// - row TREE ++ FILE => TREE: a pass that takes the name `file` finds FILE there, a text or a tree as lines
+// - row FILE -> TREE: if a pass takes the name `row`
+// - with TREE: the database before, for such a row behind it
+// - result N: what the last pass of the row behind it returns, if not 0
+// - says TEXT: what that row prints on standard error, if not nothing, and with a report there
 //
 // A line that begins with blanks goes on with the one above. In all texts \n, \r, \t and \0 stand for those bytes.
-// Numbers that go on through the whole process, those of maps that rules become and of `dest` records, are shown from 1
-// on.
+// Numbers that go on through the whole process, of maps that rules become and of `dest` records, begin at 1 here.
 #include "netperm_support.h"
 #include "nupgrade.h"
 
@@ -127,6 +127,7 @@ const std::map<string, pass> passes = {
     {"canon_parm", [](run &r) { return canon_parm(r.frag(), r.arg(2), r.arg(3), r.arg(4)); }},
     {"canon_netobj", [](run &r) { return canon_netobj(r.db, r.arg(1)); }},
     {"canon_interfaces", plain(canon_interfaces)},
+    {"canon_if", [](run &r) { return canon_if(r.db, r.arg(1)); }},
     {"canon_policy", [](run &r) { return canon_policy(r.db, r.arg(1)); }},
     {"canon_pfrules", plain(canon_pfrules)},
     {"canon_ip", plain(canon_ip)},
@@ -135,6 +136,7 @@ const std::map<string, pass> passes = {
     {"norm_pfrules", [](run &r) { return norm_pfrules(r.db, r.arg(1), r.arg(2)); }},
     {"norm_parm", [](run &r) { return norm_parm(r.frag(), r.arg(2), r.arg(3)); }},
     {"norm_interfaces", plain(norm_interfaces)},
+    {"norm_if", [](run &r) { return norm_if(r.db, r.arg(1)); }},
     {"services", plain(tell_services)},
     {"up41", plain(up41)},
     {"norm41states", plain(norm41states)},

@@ -1,5 +1,4 @@
 // What holds where the libraries are used without the program around them.
-#include "nupgrade.h"
 #include "support.h"
 #include "upgrade.h"
 
@@ -9,19 +8,6 @@
 #include <new>
 
 TEST(library, containers_end_in_outofcore) { EXPECT_EQ(std::get_new_handler(), &outofcore); }
-
-// A location list that lies elsewhere, in a database with or without lists.
-TEST(library, location_lists_elsewhere) {
-    tree canonical("x_element_1_interface=e0\n"),
-        folded("x_element_1_interface=e0\nnetobj_list_e0$INTERFACE_element_1=\n"),
-        numbered("x_element_1_interface=e0\n");
-    canon_if(canonical, "x");
-    EXPECT_EQ(canonical.text(), "x_element_1_interface=e0\n");
-    canon_if(folded, "x");
-    EXPECT_STREQ(fval(folded, "x_element_2_alias"), "yes");
-    norm_if(numbered, "x");
-    EXPECT_STREQ(fval(numbered, "netobj_list_e0$INTERFACE_num_elements"), "0");
-}
 
 // Bytes and then a read error: what the error ends is no rule, what the end of the file ends is one.
 TEST(library, half_a_rule) {
