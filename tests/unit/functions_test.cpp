@@ -87,11 +87,6 @@ TEST(functions, network_objects_handed_in) {
     EXPECT_EQ(add_to_allif(db, ffind(db, "netobj_list_l")), 1);
     EXPECT_EQ(dump(ffind(db, "netobj_list_all%5Finterfaces_element")->child),
               "2{location=Inside interface=e0} 1_interface=e1");
-    tree flags("value:8= name");
-    flags_to_name(flags.head, flags.head->next);
-    setvalue(flags.head->next, "denyx");
-    flags_to_name(flags.head, flags.head->next);
-    EXPECT_EQ(dump(flags.head), "value:8= name=denyx");
     EXPECT_EQ(is_authon(nullptr) + is_authon("") + is_authon("NEVER") + is_authon("Inherit"), 0);
     EXPECT_EQ(is_authon(" never") + is_authon("0"), 2);
 }
