@@ -65,6 +65,14 @@ TEST(functions, rules_handed_in) {
     EXPECT_EQ(value_of(db.head, "-x") + value_of(db.head, "exec"), "*a b");
 }
 
+// What is not there is no failure.
+TEST(functions, empty_databases) {
+    tree db;
+    EXPECT_EQ(canon_def(db) + canon_cust(db) + canon_netobj(db, "a") + canon_policy(db, "a") + canon_pfrules(db), 0);
+    EXPECT_EQ(canon_pfrule_sub(db, "a") + canon_ip(db) + norm_vpndata(db, "a"), 0);
+    EXPECT_EQ(db.head, nullptr);
+}
+
 static int note(Frag *element, const char *name, void *arg) {
     *static_cast<string *>(arg) += string(name) + ":" + fval(&element->child, "addr") + " ";
     return 0;
