@@ -36,8 +36,12 @@ struct faults : testing::TestWithParam<const char *> {
         return read_file(dir.path + (string(GetParam()).find(" out") != string::npos ? "/out" : "/stdout"));
     }
     void write_examples(size_t longest) {
-        for (const auto &[name, content] : examples)
-            dir.write(name, content.substr(0, longest));
+        for (const auto &[name, content] : examples) {
+            string text = content.substr(0, longest);
+            if (longest < content.size() && name.find(".table") != string::npos)
+                text.erase(text.rfind('\n') + 1);
+            dir.write(name, text);
+        }
     }
     void SetUp() override {
         for (const auto &file : std::filesystem::directory_iterator(EXAMPLES_DIR))
@@ -82,8 +86,8 @@ TEST_P(faults, exhausted_heap) {
     EXPECT_GT(stopped, 10U);
 }
 
-// Short reads give what whole reads give. A read error counts as the end of the file, wherever it comes; what a table's
-// line loses by it is left to the table's reader.
+// Short reads give what whole reads give. A read error counts as the end of the file, wherever it comes, but what it
+// leaves of a table's line is no rule.
 TEST_P(faults, reads) {
     for (size_t n : numbers(16000)) {
         EXPECT_EQ(run("short " + to_string(n / 40 + 1)).status, 0);
@@ -91,8 +95,6 @@ TEST_P(faults, reads) {
         EXPECT_EQ(run("read " + to_string(n)).status, 0) << n;
         const string left = output();
         EXPECT_NE(left.find("moatwall.conf="), string::npos) << n;
-        if (string(GetParam()).find("-n ") != string::npos)
-            continue;
         write_examples(n);
         EXPECT_EQ(run("none 0").status, 0) << n;
         EXPECT_EQ(output(), left) << n;
