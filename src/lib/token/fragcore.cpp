@@ -72,7 +72,8 @@ pool_scope::pool_scope(block_pool &scope_pool) : before(pool) { pool = &scope_po
 pool_scope::~pool_scope() { pool = before; }
 
 Frag *newsymfrag(const char *name, size_t len) {
-    Frag *frag = new (take_block(sizeof(Frag) + len + 1)) Frag{};
+    Frag *frag = reinterpret_cast<Frag *>(take_block(sizeof(Frag) + len + 1));
+    *frag = Frag{};
     frag->name = own_name(frag);
     memcpy(frag->name, name, len);
     frag->name[len] = 0;
