@@ -61,6 +61,8 @@ TEST(functions, rules_handed_in) {
     text = "-x \t -exec  a b";
     EXPECT_EQ(parse_arg(db.head, parse_arg(db.head, text.data())), text.data() + text.size());
     EXPECT_EQ(value_of(db.head, "-x") + value_of(db.head, "exec"), "*a b");
+    const Frag *group = find_netgroup(db, ffind(db, "hosts_5"), ffind(db, "hosts_7"), 3, "tn");
+    EXPECT_EQ(dump(group), "tn-3_member_1{name=tn-3$LIST type=L}");
 }
 
 // What is not there is no failure.
