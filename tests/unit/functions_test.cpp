@@ -65,12 +65,16 @@ TEST(functions, rules_handed_in) {
     EXPECT_EQ(dump(group), "tn-3_member_1{name=tn-3$LIST type=L}");
 }
 
-// What is not there is no failure.
-TEST(functions, empty_databases) {
-    tree db;
-    EXPECT_EQ(canon_def(db) + canon_cust(db) + canon_netobj(db, "a") + canon_policy(db, "a") + canon_pfrules(db), 0);
-    EXPECT_EQ(canon_pfrule_sub(db, "a") + canon_ip(db) + norm_vpndata(db, "a"), 0);
-    EXPECT_EQ(db.head, nullptr);
+// What is not there is no failure, and these have none at all.
+TEST(functions, results) {
+    for (const string text : {"", "a_1_x=1"}) {
+        tree db(text);
+        EXPECT_EQ(canon_def(db) + canon_cust(db) + canon_netobj(db, "a") + canon_policy(db, "a") + canon_pfrules(db),
+                  0);
+        EXPECT_EQ(canon_ip(db) + norm_renumber(db, "a", nullptr, nullptr) + norm_vpndata(db, "a"), 0);
+        EXPECT_EQ(dump(db.head), text.empty() ? "" : "a_0001_x=1");
+        EXPECT_EQ(norm_pfrules(db, "a", "a_n") + canon_pfrule_sub(db, "a"), 0);
+    }
 }
 
 static int note(Frag *element, const char *name, void *arg) {
