@@ -114,16 +114,22 @@ void expect_accounted(inputs &in, const char *version, unsigned singles) {
 
 string random_table() {
     string text;
-    for (unsigned left = 4 + below(25); left > 0; left--)
-        text += one_of({"*", "tn-px", "ftp_px", "ssl-px, tn-px", "http-px", "gui", "alerts", "policy-a", "global",
-                        "onlyon-url", "permit-deny-hosts, absorb-relay-permit", "policy-onlyon-url"}) +
-                ":" + one_of({" ", "\t"}) + one_of({"", "", "permit-", "deny-", "absorb-"}) +
-                one_of({"hosts", "hosts", "hosts", "hosts=x", "onlyon-url", "authenticate", "xforwarder", "port",
-                        "timeout", "url", "destination", "logging", "enable", "xgateway", "proxy-type"}) +
-                one_of({" ", "  "}) + one_of({"", "", "%-permit%", "%-deny%"}) +
-                one_of({"10.*", "10.1.1.1", "*", "b", "B c 10.1.*", "10.1.* -log", "a -policy a",
-                        "a -policy onlyon-url -permit-x", "*.1 -x", "*.2.1"}) +
-                one_of({"\n", "\n", "\r\n", "\n# note\n", "\nno rule\n", "\n\n"});
+    string line;
+    for (unsigned left = 4 + below(25); left > 0; left--) {
+        line =
+            below(8) == 0
+                ? line
+                : one_of({"*", "tn-px", "ftp_px", "ssl-px, tn-px", "http-px", "gui", "alerts", "policy-a", "global",
+                          "onlyon-url", "permit-deny-hosts, absorb-relay-permit", "policy-onlyon-url"}) +
+                      ":" + one_of({" ", "\t"}) + one_of({"", "", "permit-", "deny-", "absorb-"}) +
+                      one_of({"hosts", "hosts", "hosts", "hosts=x", "onlyon-url", "authenticate", "xforwarder", "port",
+                              "timeout", "url", "destination", "logging", "enable", "xgateway", "proxy-type"}) +
+                      one_of({" ", "  "}) + one_of({"", "", "%-permit%", "%-deny%"}) +
+                      one_of({"10.*", "10.1.1.1", "*", "b", "B c 10.1.*", "10.1.* -log", "a -policy a",
+                              "a -policy onlyon-url -permit-x", "*.1 -x", "*.2.1"}) +
+                      one_of({"\n", "\n", "\r\n", "\n# note\n", "\nno rule\n", "\n\n"});
+        text += line;
+    }
     return text;
 }
 

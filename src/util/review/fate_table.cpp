@@ -129,8 +129,8 @@ void fate_table::serve_name(std::string proxy_name, size_t id) {
     if (proxy_name[0] == '*') {
         bool only_later = is_one_of(words[id], {"use_name_logs", "afw-dest", "logging"});
         for (size_t i = only_later ? proxies.size() : 1; i < proxies.size(); i++)
-            file_rule(proxies[i], id);
-        file_rule(proxies[0], id);
+            file_rule(proxies[i], id, true);
+        file_rule(proxies[0], id, true);
         return;
     }
     std::replace(proxy_name.begin(), proxy_name.end(), '_', '-');
@@ -143,16 +143,16 @@ void fate_table::serve_name(std::string proxy_name, size_t id) {
         proxy.attributes.erase(storedname("use_name_logs"));
         proxies.push_back(std::move(proxy));
     }
-    file_rule(proxies[place], id);
+    file_rule(proxies[place], id, false);
 }
 
-void fate_table::file_rule(fate_proxy &proxy, size_t id) {
+void fate_table::file_rule(fate_proxy &proxy, size_t id, bool for_all) {
     long bits;
     std::string attribute = attribute_name(words[id], bits);
     run.ledger.entries[id].attr = bits;
     table_rules &rules = proxy.attributes[attribute];
     if (is_login(attribute) && !rules.empty()) {
-        if (&proxy != &proxies[0] && rules[0] != id)
+        if (!(for_all && &proxy == &proxies[0]) && rules[0] != id)
             run.ledger.say(id, fate::without_effect,
                            "a proxy keeps its first " + attribute + ", for " + proxy.name + " that of line " +
                                std::to_string(run.ledger.entries[rules[0]].line));
@@ -173,6 +173,8 @@ bool fate_table::own_value(size_t id, Frag *node) const {
         return false;
     if (!owner_of(node))
         set_owner(node, id);
+    else if (owner_of(node) != id)
+        run.ledger.say(id, fate::reshaped, "says the same as " + run.ledger.where(owner_of(node)));
     return true;
 }
 
@@ -207,7 +209,9 @@ void fate_table::follow_template(const fate_proxy &proxy, list_indexes &indexes)
                         if (attribute == child->name) {
                             taken = own_value(id, child) || taken;
                             for (Frag *part = child->child; part; part = part->next)
-                                taken = own_value(id, part) || taken;
+                                if (std::to_string(units[id]) == part->name ||
+                                    (id == rules[0] && same_text(part->name, "0")))
+                                    taken = own_value(id, part) || taken;
                         }
             }
             auto dest = destinations.find(

@@ -43,7 +43,7 @@ struct fate_table {
 private:
     void read_unit(std::string unit, long number, long line);
     void serve_name(std::string name, size_t id);
-    void file_rule(fate_proxy &proxy, size_t id);
+    void file_rule(fate_proxy &proxy, size_t id, bool for_all);
     void follow_proxy(const fate_proxy &proxy, Frag *frag);
     void follow_attribute(const fate_proxy &proxy, const std::string &attribute, const table_rules &rules, Frag *frag);
     void follow_template(const fate_proxy &proxy, list_indexes &indexes);

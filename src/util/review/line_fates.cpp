@@ -251,6 +251,16 @@ bool begins_like_prefix(const std::string &key) {
     return false;
 }
 
+// Whether the file ends in that name and a `=` without a value or a line end, which makes a key without a value.
+bool ends_in_name(const fate_input &file, std::string_view name) {
+    std::string_view text = file.text;
+    if (file.table || text.empty() || text.back() != '=')
+        return false;
+    text.remove_suffix(1);
+    text.remove_prefix(text.find_last_of("[]\\_\n \t") + 1);
+    return text == name;
+}
+
 // Whether a proxy in front of the rule's colon has a name that a file gives back as another, or as that of another.
 bool is_read_otherwise(std::string_view rule) {
     rule = rule.substr(0, rule.find(':'));
@@ -276,6 +286,11 @@ void accounting::say_leftovers() {
         const fate_input &input = ledger.inputs[entry.input];
         if (entry.known != fate::open)
             continue;
+        std::string_view name = std::string_view(entry.key).substr(entry.key.rfind('_') + 1);
+        for (const fate_input &other : ledger.inputs)
+            if (!input.table && &other != &input && ends_in_name(other, name))
+                ledger.say(id, fate::overridden,
+                           "overridden by the end of " + other.name + ", its key without a value");
         bool read_in = false;
         for (const upgrade_step &step : command.steps)
             read_in = read_in || (strchr("nme", step.letter) && step.argument == input.name);
