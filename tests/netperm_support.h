@@ -22,9 +22,7 @@ inline std::vector<std::string> split(const std::string &text, char separator) {
 }
 
 inline void read_table(FragList db, const std::string &table) {
-    FILE *stream = tmpfile();
-    fwrite(table.data(), 1, table.size(), stream);
-    rewind(stream);
+    FILE *stream = fmemopen(const_cast<char *>(table.data()), table.size(), "r");
     readnpt(stream, db);
     fclose(stream);
 }

@@ -96,13 +96,6 @@ int replace(run &r, const string &text) {
     return 0;
 }
 
-/// Tells the class and the text of each `dest` record.
-int tell_dests(FragList db) {
-    for (Frag *record = children_of(db, "dest"); record; record = record->next)
-        fprintf(stderr, "%s=%s|", fval(&record->child, "pd"), fval(&record->child, "dest"));
-    return 0;
-}
-
 /// Keeps nothing but the node of that key.
 int keep_only(run &r) {
     tree left;
@@ -120,7 +113,6 @@ const std::map<string, pass> passes = {
          return exportenv((r.dir.path + "/out").c_str(), atoi(r.arg(1))) + replace(r, read_file(r.dir.path + "/out"));
      }},
     {"only", keep_only},
-    {"dests", plain(tell_dests)},
     {"norm_fragtree", plain(norm_fragtree)},
     {"canon_def", plain(canon_def)},
     {"canon_cust", plain(canon_cust)},

@@ -73,7 +73,7 @@ TEST(functions, results) {
                   0);
         EXPECT_EQ(canon_ip(db) + norm_renumber(db, "a", nullptr, nullptr) + norm_vpndata(db, "a"), 0);
         EXPECT_EQ(dump(db.head), text.empty() ? "" : "a_0001_x=1");
-        EXPECT_EQ(norm_pfrules(db, "a", "a_n") + canon_pfrule_sub(db, "a"), 0);
+        EXPECT_EQ(norm_pfrules(db, "a", "a_n") + canon_pfrule_sub(db, "a") + canon_pfrule_sub(db, "none"), 0);
     }
 }
 
