@@ -185,7 +185,7 @@ string random_conf() {
         text += one_of({"", "", "", "", " ", "\n", "permit-"}) + one_of(keys) + "=" +
                 one_of({"1", "", "P", "p", "q", "*", "on", "plug-px", "enabled", "eth0", "4.1", "NT40", "L", "none"}) +
                 one_of({"\n", "\n", "\n", "\r\n", "\n", "\n", "\nrun on\n"});
-    return below(8) ? text : text + "[def_proxy_x]\nd=1\\\n  2\n[e]\n[f\\g]h=" + one_of({"1\n", "", "\n", "1"});
+    return below(8) ? text : text + "[def_proxy_x]\nd=1\\\n  2\n[ e]i=2\n[f\\g]h=" + one_of({"1\n", "", "\n", "1"});
 }
 
 } // namespace

@@ -20,10 +20,11 @@ std::string_view fate_input::line(long number) const {
 
 std::string name_in_file(const char *name, long attr) {
     const char *prefix = attr_prefix(attr);
-    if (!*prefix && !strchr(name, '-'))
-        return name;
     std::string written = std::string(prefix) + attr_revmap(name);
-    const char *read = attr_remap(written.c_str());
+    const char *read = written.c_str() + strspn(written.c_str(), " \t\r\n");
+    if (!strchr(read, '-'))
+        return read;
+    read = attr_remap(read);
     strip_attr_prefixes(&read);
     return read;
 }

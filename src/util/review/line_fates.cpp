@@ -274,8 +274,24 @@ bool is_read_otherwise(std::string_view rule) {
     return false;
 }
 
+// Whether a pass takes away a value of the key itself, whose children are what counts.
+bool is_top_of_records(const std::string &key) {
+    for (const char *top : {"map", "policy", "dest", "netobj", "def_proxy"})
+        if (key == top)
+            return true;
+    return false;
+}
+
+// Whether a name, once it is saved, begins the section form or ends its key too early.
+bool breaks_a_file(const Frag *frag) {
+    std::string name = name_in_file(frag);
+    return name[0] == '[' || name.find('=') != std::string::npos;
+}
+
 // What neither a pass nor the result has told.
 void accounting::say_leftovers() {
+    bool broken = false;
+    visit_frags(run.db, [&](Frag *frag, const std::string &) { broken = broken || breaks_a_file(frag); });
     for (const auto &[id, proxy] : table.naming)
         if (!ledger.knows(id, fate::overridden))
             ledger.say(id, fate::reshaped,
@@ -299,6 +315,8 @@ void accounting::say_leftovers() {
         else if (!input.table && is_too_deep(entry.key))
             ledger.say(id, command.version == 99 ? fate::kept : fate::without_effect,
                        command.version == 99 ? "XML has room for its long key" : "its key is too long to be saved");
+        else if (is_top_of_records(entry.key))
+            ledger.say(id, fate::without_effect, "a value of the key `" + entry.key + "` itself is lost");
         else if (input.table && is_read_otherwise(input.line(entry.line)))
             ledger.say(id, fate::reshaped,
                        "its proxy's name begins like an attribute's prefix, and reads otherwise once saved");
@@ -307,6 +325,9 @@ void accounting::say_leftovers() {
                        "its name begins like an attribute's prefix, and reads otherwise once saved");
         else if (input.table && !run.environment.empty())
             ledger.say(id, fate::without_effect, "proxies go when an environment (" + run.environment + ") is read");
+        else if (broken)
+            ledger.say(id, fate::reshaped,
+                       "a name with a `=` in it, or a `[` at its front, makes the result read otherwise from there on");
     }
 }
 
