@@ -115,7 +115,9 @@ TEST_P(faults, full_disk) {
 TEST_P(faults, review) {
     if (!std::filesystem::exists(PROGRAM_DIR "/review"))
         GTEST_SKIP() << "the build has none";
-    auto review = [&](const string &fault, const string &limit) { return run(fault, limit, "/review' ", ""); };
+    auto review = [&](const string &fault, const string &limit) {
+        return run(fault, "export TMPDIR=$PWD; " + limit, "/review' ", "");
+    };
     const string always = review("none 0", "").out;
     for (size_t n : numbers(whole.size() / 512))
         EXPECT_EQ(review("none 0", "trap '' XFSZ; ulimit -f " + to_string(n) + "; ").status, 2) << n;
@@ -130,6 +132,8 @@ TEST_P(faults, review) {
         stopped += result.status == 2;
     }
     EXPECT_TRUE(SANITIZED || stopped > 10);
+    for (const auto &left : std::filesystem::directory_iterator(dir.path))
+        EXPECT_FALSE(left.is_directory()) << left.path() << " holds what the review looked at";
 }
 
 INSTANTIATE_TEST_SUITE_P(runs, faults,

@@ -57,6 +57,10 @@ std::vector<std::string> words_up_to(const upgrade_command &command, size_t step
 
 namespace {
 
+constexpr std::chrono::milliseconds MOST_SINGLE{50};   // for lines one by one, which nobody notices
+constexpr std::chrono::milliseconds MOST_IDLE{2000};   // what a reader waits without a thought
+constexpr std::chrono::milliseconds MOST_SEARCH{8000}; // for a result that takes long
+
 /// The lines that are claimed, and what was found of them.
 struct claims {
     const upgrade_command &command;
@@ -145,10 +149,10 @@ void claims::prove_halves(const std::vector<size_t> &asked) {
     prove({middle, asked.end()});
 }
 
-// Lines that have no effect together can have one by themselves. As many are tried as nobody notices.
+// Lines that have no effect together can have one by themselves.
 void claims::try_singly() {
     std::vector<size_t> together = std::exchange(proved, {});
-    end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    end = std::chrono::steady_clock::now() + MOST_SINGLE;
     for (size_t i : together) {
         bool is_proved = failed || std::chrono::steady_clock::now() > end || same_without({i});
         (is_proved ? proved : refuted).push_back(i);
@@ -168,16 +172,19 @@ bool check_claims(const upgrade_command &command, const std::string &result_path
     claims under_test{command, texts, lines, {}, {}, {}, false, {}};
     std::ifstream file(result_path, std::ios::binary);
     under_test.result.assign(std::istreambuf_iterator<char>(file), {});
-    // A search takes as long as some runs of its own, and at least as long as a reader waits without a thought.
+    // A search takes as long as some runs of its own.
+    using duration = std::chrono::steady_clock::duration;
     auto begin = std::chrono::steady_clock::now();
-    if (under_test.same_without(claimed)) {
+    bool all = under_test.same_without(claimed);
+    duration one_run = std::chrono::steady_clock::now() - begin;
+    if (all) {
         under_test.proved = claimed;
     } else {
-        auto one_run = std::chrono::steady_clock::now() - begin;
-        under_test.end = begin + std::max<std::chrono::steady_clock::duration>(std::chrono::seconds(2), 8 * one_run);
+        under_test.end = begin + std::max<duration>(MOST_IDLE, std::min<duration>(8 * one_run, MOST_SEARCH));
         under_test.prove_halves(claimed);
     }
-    under_test.try_singly();
+    if (one_run < MOST_SINGLE)
+        under_test.try_singly();
     std::vector<std::string> notes(lines.size(), ", as far as could be told in time");
     for (size_t i : under_test.refuted)
         notes[i] = ", yet the line decides the order or shape of what is saved";

@@ -18,10 +18,10 @@ struct cover_finder {
     };
     using by_tail = std::unordered_map<std::string_view, std::vector<pattern>>;
 
-    std::unordered_map<std::string_view, size_t> words;
-    std::map<size_t, std::unordered_map<std::string_view, by_tail>> heads; // by the length of the head
-    std::map<size_t, bool> tail_lens;
-    size_t trials = 0; // of patterns
+    size_t *trials; // of patterns
+    std::unordered_map<std::string_view, size_t> words{};
+    std::map<size_t, std::unordered_map<std::string_view, by_tail>> heads{}; // by the length of the head
+    std::map<size_t, bool> tail_lens{};
 
     void add(std::string_view word, size_t id) {
         words.emplace(word, id);
@@ -42,7 +42,7 @@ struct cover_finder {
             if (found == tails.end())
                 continue;
             for (const pattern &tried : found->second) {
-                trials++;
+                (*trials)++;
                 if (!wildmatch(tried.word.data(), word.data()))
                     continue;
                 first = first && first < tried.id ? first : tried.id;
@@ -68,7 +68,7 @@ struct cover_finder {
     }
 };
 
-constexpr size_t MOST_TRIALS = 20'000'000; // what a table of nothing but stars may cost
+constexpr size_t MOST_TRIALS = 100'000'000; // what a table of nothing but stars may cost
 
 /// The host words of a rule and its tail, as the translation splits it.
 struct split_rule {
@@ -165,14 +165,14 @@ void fate_table::follow_hosts(const fate_proxy &proxy, const table_rules &rules)
     size_t at = 0, begun_by = 0; // the map that the next host is in, and the rule of its first host
     Frag *element = nullptr;
     bool in_step = true;
-    cover_finder covers;
+    cover_finder covers{&cover_trials};
     for (size_t id : rules) {
         const fate_entry &entry = run.ledger.entries[id];
         split_rule rule = split(entry);
         std::string stays, left_out;
         hosts_outcome outcome;
         for (std::string_view host : rule.hosts) {
-            size_t by = covers.trials < MOST_TRIALS ? covers.find(host) : 0;
+            size_t by = cover_trials < MOST_TRIALS ? covers.find(host) : 0;
             if (by) {
                 left_out += (left_out.empty() ? "" : ", ") + std::string(host) + " by line " +
                             std::to_string(run.ledger.entries[by].line);

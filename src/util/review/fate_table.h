@@ -53,6 +53,7 @@ private:
     std::string why_lost(const fate_proxy &proxy, const std::string &attribute) const;
 
     // fate_hosts.cpp
+    size_t cover_trials = 0; // of all proxies
     void find_maps(list_indexes &indexes);
     void find_map(Frag *map, list_indexes &indexes);
     void follow_hosts(const fate_proxy &proxy, const table_rules &rules);

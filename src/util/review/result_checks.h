@@ -8,8 +8,8 @@
 /// Appends findings `dangling`, `cut`, `left-out`, `twice` and `count` for a configuration of either layout; `name` is
 /// what its findings call the file.
 void check_result(canonical_conf &conf, const std::string &name, review_data &data);
-/// Appends findings `dangling` and `count` for an input. What names something that another file may hold is told only if
-/// the file stands alone, as an old configuration does.
+/// Appends findings `dangling` and `count` for an input. What names something that another file may hold is told only
+/// if the file stands alone, as an old configuration does.
 void check_input(canonical_conf &conf, const std::string &name, bool stands_alone, review_data &data);
 /// Appends what a numbered save left out of `canonical`, the same result in the canonical layout.
 void check_left_out(canonical_conf &canonical, const std::string &name, review_data &data);

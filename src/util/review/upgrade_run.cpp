@@ -17,16 +17,9 @@
 namespace {
 
 // All files that a scratch folder can hold, so that a signal handler can remove them without taking memory.
-const char *const scratch_names[] = {"result", "canonical", "report", nullptr};
+const char *const scratch_names[] = {"result", "canonical", "report", "canonical-report", nullptr};
 constexpr size_t PATH_SIZE = 512;
-char scratch_paths[4][PATH_SIZE]; // the folder itself last
-
-void remove_scratch() {
-    for (char *path : scratch_paths) {
-        if (*path && unlink(path) != 0)
-            rmdir(path);
-    }
-}
+char scratch_paths[5][PATH_SIZE]; // the folder itself last
 
 // Takes only paths whose length was tested.
 void path_to(char *entry, const std::string &path) { memcpy(entry, path.c_str(), path.size() + 1); }
@@ -54,10 +47,13 @@ bool write_all(int file, std::string_view text) {
     return true;
 }
 
-// The words of a run and what they put in the place of the user's: pairs of a path in the scratch folder and a name.
+/// A run in a child: its words, and what they put in the place of the user's: pairs of a path and a name. The upgrade
+/// doesn't tell that a disk is full, so that it writes into memory.
 struct scratch_run {
     std::vector<std::string> words;
     std::vector<std::pair<std::string, std::string>> names;
+    memory_file output, messages, null;
+    pid_t child = -1;
 };
 
 void redirect(scratch_run &run, size_t index, const std::string &path) {
@@ -66,13 +62,14 @@ void redirect(scratch_run &run, size_t index, const std::string &path) {
 }
 
 // False if an input that is the report, too, can't be copied.
-bool plan_run(const upgrade_command &command, const scratch_folder &scratch, const memory_file &output,
-              scratch_run &run, upgrade_result &result) {
+bool plan_run(const upgrade_command &command, const scratch_folder &scratch, const char *report_name, scratch_run &run,
+              upgrade_result &result) {
+    run.words = command.words;
     std::string report;
     for (const upgrade_step &step : command.steps) {
         if (step.letter == 'R') {
             report = step.argument;
-            redirect(run, step.argument_index(), scratch.file("report"));
+            redirect(run, step.argument_index(), scratch.file(report_name));
         }
     }
     // An input that the report overwrites is read as the upgrade would find it: whole before the option, cut behind.
@@ -80,16 +77,16 @@ bool plan_run(const upgrade_command &command, const scratch_folder &scratch, con
         if (!strchr("mne", step.letter) || report.empty() || !same_file(step.argument, report))
             continue;
         std::error_code failed;
-        std::filesystem::copy_file(step.argument, scratch.file("report"),
+        std::filesystem::copy_file(step.argument, scratch.file(report_name),
                                    std::filesystem::copy_options::overwrite_existing, failed);
         if (failed) {
             result.trouble = "can't copy " + step.argument + " to " + scratch.path + ": " + failed.message();
             return false;
         }
-        redirect(run, step.argument_index(), scratch.file("report"));
+        redirect(run, step.argument_index(), scratch.file(report_name));
     }
     if (command.has_output)
-        redirect(run, run.words.size() - 1, output.path());
+        redirect(run, run.words.size() - 1, run.output.path());
     return true;
 }
 
@@ -106,27 +103,30 @@ void ask_canonical(const upgrade_command &command, scratch_run &run) {
         run.words.insert(run.words.begin(), "-V0");
 }
 
-[[noreturn]] void run_child(const std::vector<std::string> &words, const memory_file &messages, int output) {
+[[noreturn]] void run_child(const scratch_run &run, int standard_output) {
     for (int number : {SIGINT, SIGTERM, SIGHUP})
         signal(number, SIG_DFL);
-    if (dup2(messages.file, STDERR_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0)
+    if (dup2(run.messages.file, STDERR_FILENO) < 0 || dup2(standard_output, STDOUT_FILENO) < 0)
         _exit(3);
-    end_as_upgrade(words);
+    end_as_upgrade(run.words);
 }
 
-// Runs the words to their end. The upgrade doesn't tell that a disk is full, so that it writes into memory.
-bool run_words(const scratch_run &run, int output, upgrade_result &result) {
-    memory_file messages;
+void start_run(const upgrade_command &command, scratch_run &run, upgrade_result &result) {
+    bool has_files = run.output.file >= 0 && run.messages.file >= 0 && run.null.file >= 0;
     fflush(nullptr);
-    pid_t child = messages.file < 0 || output < 0 ? -1 : fork();
-    if (child < 0) {
+    run.child = has_files ? fork() : -1;
+    if (run.child < 0)
         result.trouble = std::string("no process for the upgrade: ") + strerror(errno);
+    if (run.child == 0)
+        run_child(run, command.has_output ? run.null.file : run.output.file);
+}
+
+// Waits for the run's end. False if it has no result.
+bool end_run(const scratch_run &run, upgrade_result &result) {
+    if (run.child < 0)
         return false;
-    }
-    if (child == 0)
-        run_child(run.words, messages, output);
-    int status = wait_for(child);
-    result.messages = messages.text();
+    int status = wait_for(run.child);
+    result.messages = run.messages.text();
     for (const auto &[path, name] : run.names)
         replace_all(result.messages, path, name);
     if (!WIFEXITED(status)) {
@@ -156,10 +156,17 @@ std::string keep(const memory_file &output, const std::string &path, upgrade_res
 
 } // namespace
 
+void remove_scratch() {
+    for (char *path : scratch_paths) {
+        if (*path && unlink(path) != 0)
+            rmdir(path);
+    }
+}
+
 scratch_folder::scratch_folder() {
     const char *base = getenv("TMPDIR");
     std::string name = std::string(base && *base ? base : "/tmp") + "/review.XXXXXX";
-    if (name.size() + 16 > PATH_SIZE || !mkdtemp(name.data()))
+    if (name.size() + 32 > PATH_SIZE || !mkdtemp(name.data()))
         return;
     path = name;
     size_t count = 0;
@@ -232,25 +239,26 @@ upgrade_result run_upgrade(const upgrade_command &command, const scratch_folder 
         result.trouble = "no scratch folder can be made";
         return result;
     }
-    memory_file output, null;
-    scratch_run run{command.words, {}};
-    if (!plan_run(command, scratch, output, run, result) ||
-        !run_words(run, command.has_output ? null.file : output.file, result))
+    scratch_run saved, canonical;
+    upgrade_result second;
+    bool twice = command.numbered() || command.version == 99;
+    if (!plan_run(command, scratch, "report", saved, result) ||
+        (twice && !plan_run(command, scratch, "canonical-report", canonical, result)))
         return result;
-    std::string path = keep(output, scratch.file("result"), result);
-    if (command.numbered() || command.version == 99) {
-        memory_file canonical;
-        scratch_run again{command.words, {}};
-        upgrade_result second;
-        bool good = plan_run(command, scratch, canonical, again, second);
-        ask_canonical(command, again);
-        good = good && run_words(again, command.has_output ? null.file : canonical.file, second);
-        result.canonical_path = good ? keep(canonical, scratch.file("canonical"), second) : "";
-        if (result.canonical_path.empty())
-            result.trouble = second.trouble.empty() ? "the upgrade fails in the canonical layout" : second.trouble;
-    } else {
-        result.canonical_path = path;
+    start_run(command, saved, result);
+    if (twice) {
+        ask_canonical(command, canonical);
+        start_run(command, canonical, second);
     }
+    bool is_canonical = twice && end_run(canonical, second);
+    if (!end_run(saved, result))
+        return result;
+    std::string path = keep(saved.output, scratch.file("result"), result);
+    result.canonical_path = !twice         ? path
+                            : is_canonical ? keep(canonical.output, scratch.file("canonical"), second)
+                                           : "";
+    if (result.canonical_path.empty() && result.trouble.empty())
+        result.trouble = second.trouble.empty() ? "the upgrade fails in the canonical layout" : second.trouble;
     if (result.trouble.empty())
         result.output_bytes_path = path;
     return result;

@@ -19,6 +19,9 @@ struct scratch_folder {
     std::string path; ///< empty if it could not be made
 };
 
+/// Removes the scratch folder of a program that ends where it stands; takes no memory.
+void remove_scratch();
+
 /// A file without a name, for what a run reads or writes. No disk can be too full for it.
 struct memory_file {
     memory_file();
