@@ -17,7 +17,7 @@ struct access_causes {
 
 struct access_options {
     std::string only_proxy;                                 ///< empty for all
-    uint64_t work_limit = 250'000'000;                      ///< steps in all, after which proxies are not decided
+    uint64_t work_limit = 150'000'000;                      ///< steps in all, after which proxies are not decided
     std::function<void(const std::string &proxy)> progress; ///< told of each proxy before it is compared; may be empty
 };
 
