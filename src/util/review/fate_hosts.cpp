@@ -126,12 +126,12 @@ void fate_table::find_map(Frag *map, list_indexes &indexes) {
     if (!src || !policy || !proxy || !has_prefix(src, source))
         return;
     Frag *groups = ffind(&run.db, "netobj_group"), *lists = ffind(&run.db, "netobj_list");
-    auto find_named = [&indexes](Frag *top, const char *name) {
+    auto named_in = [&indexes](Frag *top, const char *name) {
         return top ? indexes.find(&top->child, name_in_file(storedname(name).c_str(), 0)) : nullptr;
     };
-    Frag *group = find_named(groups, src + strlen(source));
+    Frag *group = named_in(groups, src + strlen(source));
     const char *list_name = group ? fval(&group->child, "member_1_name") : nullptr;
-    Frag *list = list_name ? find_named(lists, list_name) : nullptr;
+    Frag *list = list_name ? named_in(lists, list_name) : nullptr;
     Frag *elements = list ? ffind(&list->child, "element") : nullptr;
     if (!elements)
         return;
@@ -142,7 +142,7 @@ void fate_table::find_map(Frag *map, list_indexes &indexes) {
         return;
     }
     Frag *policies = ffind(&run.db, "policy");
-    Frag *entry = find_named(policies, policy);
+    Frag *entry = named_in(policies, policy);
     Frag *sets = entry ? ffind(&entry->child, "proxy") : nullptr;
     for (Frag *set = sets ? sets->child : nullptr; set; set = set->next)
         if (set->value)

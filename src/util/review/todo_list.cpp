@@ -273,8 +273,8 @@ void list_destinations(canonical_conf &result, review_data &data) {
     }
     for (const std::string &proxy : order) {
         fields &made = records[proxy];
-        bool denies = std::any_of(made.begin(), made.end(), [](auto &each) { return each.second[0] == 'd'; });
-        bool permits = std::any_of(made.begin(), made.end(), [](auto &each) { return each.second[0] == 'p'; });
+        bool denies = std::any_of(made.begin(), made.end(), [](const auto &each) { return each.second[0] == 'd'; });
+        bool permits = std::any_of(made.begin(), made.end(), [](const auto &each) { return each.second[0] == 'p'; });
         if (denies && permits)
             enter(data, "destination",
                   format("the destinations of {} stand in dest with the last line of the table first: does one decide "
