@@ -23,17 +23,35 @@ namespace {
 
 using strings = std::vector<std::string>;
 
+const char *trouble_with(const std::string &name, struct stat &status) {
+    if (stat(name.c_str(), &status) != 0)
+        return strerror(errno);
+    if (S_ISDIR(status.st_mode))
+        return "is a directory";
+    if (!S_ISREG(status.st_mode))
+        return "is no regular file, and can't be read more than once: copy it to a file";
+    return access(name.c_str(), R_OK) == 0 ? nullptr : strerror(errno);
+}
+
+// Reads what can be read without waiting for it.
+void read_regular(const std::string &path, FragList conf) {
+    struct stat status {};
+    if (!trouble_with(path, status))
+        importffile(path.c_str(), conf, 0);
+}
+
 /// Keys of a configuration that tell what it is, read by the store's own rules.
 struct conf_signs {
-    bool numbered = false, versioned = false, has_proxies = false;
+    bool numbered = false, versioned = false, has_records = false;
     int release = 32;
     explicit conf_signs(const std::string &path) {
         Frag *conf = nullptr;
-        importffile(path.c_str(), &conf, 0);
+        read_regular(path, &conf);
         for (const char *key : {"def_num_proxies", "cust_num_proxies", "policy_num_entries", "netobj_num_list"})
             numbered = numbered || ffind(&conf, key);
         versioned = ffind(&conf, "version_firewall") != nullptr;
-        has_proxies = ffind(&conf, "def_proxy") != nullptr;
+        for (const char *key : {"def_proxy", "policy", "map"})
+            has_records = has_records || ffind(&conf, key);
         release = old_config_type(&conf);
         freelist(conf);
     }
@@ -102,6 +120,10 @@ void check_order(const upgrade_command &command, review_data &data) {
                         "old configuration and wins over it, and the keys that it turns into "
                         "names come in once more, by number",
                         step.argument));
+        if (step.letter == 'e' && merges > 1)
+            tell(data, "command-line",
+                 format("-e {} stands behind -m {}: the maps, proxies and policies of that go, too", step.argument,
+                        merged->argument));
         if (step.letter == 'R' && i > first_file)
             tell(data, "command-line",
                  format("-R {} stands behind another option: the report does not tell what "
@@ -134,11 +156,28 @@ void check_roles(const upgrade_command &command, review_data &data) {
         strings imports = step_files(command, 'e');
         bool imported =
             std::any_of(imports.begin(), imports.end(), [&](const std::string &name) { return same_file(name, file); });
-        if (!imported && conf_signs(file).numbered)
+        conf_signs signs(file);
+        if (signs.numbered && data.release == 55 && file == command.old_conf)
+            tell(data, "command-line",
+                 format(
+                     "{} is of 5.5 and in the numbered layout, so it is in the new form already: leave it as it is; {}",
+                     file,
+                     imported ? "-e removes all its proxies, policies and maps"
+                              : "its proxies, policies and lists come in under their numbers"));
+        else if (!imported && signs.numbered)
             tell(data, "command-line",
                  format("{} is in the numbered layout and named by -m alone: its proxies, "
                         "policies and lists come in under their numbers; name it by -e, too",
                         file));
+    }
+    for (const std::string &file : step_files(command, 'e')) {
+        conf_signs signs(file);
+        if (!signs.numbered && signs.has_records)
+            tell(data, "command-line",
+                 format(
+                     "{} is in the canonical layout: -e is for the numbered one, and removes all proxies, policies and "
+                     "maps; leave it out",
+                     file));
     }
     for (const std::string &file : step_files(command, 'n')) {
         if (data.release == 55)
@@ -310,16 +349,6 @@ void check_text(const std::string &name, const std::string &role, std::string_vi
     check_configuration_lines(name, signs, data);
 }
 
-const char *trouble_with(const std::string &name, struct stat &status) {
-    if (stat(name.c_str(), &status) != 0)
-        return strerror(errno);
-    if (S_ISDIR(status.st_mode))
-        return "is a directory";
-    if (!S_ISREG(status.st_mode))
-        return "is no regular file, and can't be read more than once: copy it to a file";
-    return access(name.c_str(), R_OK) == 0 ? nullptr : strerror(errno);
-}
-
 std::string digest_of(std::string_view text) {
     SHA256_CTX context;
     SHA256Init(&context);
@@ -416,7 +445,7 @@ bool check_files(const upgrade_command &command, review_data &data) {
 void detect_release(const upgrade_command &command, review_data &data) {
     Frag *conf = nullptr;
     if (!command.old_conf.empty())
-        importffile(command.old_conf.c_str(), &conf, 0);
+        read_regular(command.old_conf, &conf);
     data.release = old_config_type(&conf);
     const char *version = fval(&conf, "version_firewall");
     if (command.old_conf.empty())

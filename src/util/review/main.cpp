@@ -20,6 +20,7 @@ struct own_options {
     review_options review;
     text_options text;
     std::string html, conf, proxy, host, table, other;
+    std::vector<std::string> written; // by the upgrade that is reviewed
     bool json = false;
 };
 
@@ -91,8 +92,11 @@ size_t count_own_words(const CLI::App &app, const std::vector<std::string> &word
 
 // Writes the text to the file, which must be none of the files that the review speaks of. False if it can't.
 bool write_page_file(const own_options &own, const review_data &data, const review_sides &sides) {
-    for (const file_record &file : data.files) {
-        if (same_file(own.html, file.name)) {
+    std::vector<std::string> taken = own.written;
+    for (const file_record &file : data.files)
+        taken.push_back(file.name);
+    for (const std::string &name : taken) {
+        if (own.html == name || same_file(own.html, name)) {
             fprintf(stderr, "review: %s is an input or output of the upgrade and is not overwritten\n",
                     own.html.c_str());
             return false;
@@ -133,6 +137,14 @@ void add_own_options(CLI::App &app, own_options &own) {
     app.add_flag("--all", own.text.all, "list kept lines, too");
 }
 
+void review_one(const std::vector<std::string> &words, own_options &own, review_data &data, review_sides &sides) {
+    upgrade_command command = parse_upgrade_command(words);
+    own.written = step_files(command, 'R');
+    if (command.has_output)
+        own.written.push_back(command.output);
+    review_upgrade(command, own.review, data, sides);
+}
+
 int run(const std::vector<std::string> &words) {
     own_options own;
     CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
@@ -158,11 +170,12 @@ int run(const std::vector<std::string> &words) {
     }
 
     size_t own_count = count_own_words(app, words);
-    bool single = own_count < words.size() &&
+    bool ended = own_count > 0 && words[own_count - 1] == "--"; // what stands behind it is the upgrade's
+    bool single = !ended && own_count < words.size() &&
                   (words[own_count] == "explain" || words[own_count] == "diff" || words[own_count] == "check");
     std::vector<std::string> mine(words.begin(), single ? words.end() : words.begin() + static_cast<long>(own_count));
     std::vector<std::string> upgrade_words(words.begin() + static_cast<long>(own_count), words.end());
-    if (!mine.empty() && mine.back() == "--" && !single)
+    if (ended)
         mine.pop_back();
     std::reverse(mine.begin(), mine.end());
     try {
@@ -184,7 +197,7 @@ int run(const std::vector<std::string> &words) {
     else if (check->parsed())
         review_check(own.conf, data);
     else
-        review_upgrade(parse_upgrade_command(upgrade_words), own.review, data, sides);
+        review_one(upgrade_words, own, data, sides);
     return answer(own, data, sides);
 }
 

@@ -142,7 +142,8 @@ void write_access(const review_data &data, std::string &text) {
     std::map<std::string, std::vector<std::string>> proxies;
     for (const access_row &row : data.access)
         proxies[row.verdict].push_back(row.proxy);
-    text += format("\naccess: {} proxies compared over all hosts\n", data.access.size());
+    text += format("\naccess: {} {} compared over all hosts\n", data.access.size(),
+                   data.access.size() == 1 ? "proxy" : "proxies");
     for (const auto &[verdict, names] : proxies)
         text += shown(format("{} {}: {}", names.size(), verdict, fmt::join(names, " "))) + "\n";
 }

@@ -145,6 +145,14 @@ struct own_result {
     std::string path, changed;
 };
 
+// True if the one proxy that is asked for, if any, is on one of the sides.
+bool knows_asked(const review_options &options, const review_sides &sides, review_data &data) {
+    if (options.proxy.empty() || sides.before.knows(options.proxy) || sides.after.knows(options.proxy))
+        return true;
+    trouble(data, format("no proxy {} is known there", options.proxy));
+    return false;
+}
+
 // Who gets through, before and after. The result are the proxies that the tables let somebody through.
 std::set<std::string> review_access(const upgrade_command &command, const std::string &result, const own_result &own,
                                     const review_options &options, review_data &data, review_sides &sides) {
@@ -168,7 +176,8 @@ std::set<std::string> review_access(const upgrade_command &command, const std::s
     if (!own.changed.empty() && command.version != 99 && read_access_maps(own.path.c_str(), written))
         causes.written = &written;
     causes.changed = own.changed;
-    compare_access(before, after, causes, options_for(options), data);
+    if (knows_asked(options, sides, data))
+        compare_access(before, after, causes, options_for(options), data);
     return used;
 }
 
@@ -313,7 +322,8 @@ void review_diff(const std::string &before, const std::string &after, const revi
         return;
     }
     diff_configurations(old_conf, new_conf, before, after, data);
-    compare_access(sides.before, sides.after, access_causes(), options_for(options), data);
+    if (knows_asked(options, sides, data))
+        compare_access(sides.before, sides.after, access_causes(), options_for(options), data);
 }
 
 void review_check(const std::string &path, review_data &data) {
