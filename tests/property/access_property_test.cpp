@@ -291,6 +291,7 @@ TEST(access_property, each_difference_and_its_cause) {
         {table, "", "options a x\n", "def_proxy_a_config-sets_a_-log=*\n", ""},
         {"a: permit-hosts a** -x\na: deny-hosts a*\n", "", "", "", ""},
         {"a: deny-hosts a**\na: permit-hosts a*\n", "", "narrower a a\n", "", ""},
+        {"a: permit-hosts x -policy\n", "", "", "", ""}, // whose name is empty
     };
     for (const auto &row : rows) {
         string result = upgraded(row.table, row.merged, row.from.empty() ? 1 : 50);
@@ -298,4 +299,11 @@ TEST(access_property, each_difference_and_its_cause) {
             result.replace(at, row.from.size(), row.to);
         EXPECT_EQ(reviewed(row.table, result), row.told) << row.table << row.from;
     }
+    // A config set without an owner is one of the proxy called like it, and of two policies the last is found.
+    EXPECT_EQ(reviewed("a: permit-hosts x\n",
+                       "def_num_proxies=1\ndef_proxy_1_realname=a\ncust_num_proxies=1\ncust_proxy_1_name=a\n"
+                       "policy_1_name=p\npolicy_2_name=p\npolicy_2_proxy_1_name=a\nmap_1_pd=P\nmap_1_policy=p\n"
+                       "map_1_proxy=*\nmap_1_src=$$NETOBJ.g\nnetobj_group_1_name=g\nnetobj_group_1_member_1_type=L\n"
+                       "netobj_group_1_member_1_name=l\nnetobj_list_1_name=l\nnetobj_list_1_element_1_addr=x\n"),
+              "");
 }

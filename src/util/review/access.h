@@ -74,6 +74,7 @@ struct access_map {
     std::string label; ///< its key, a number
     long number = 0;
     bool permit = false;
+    bool has_policy = false;           ///< an empty name is one, too
     std::string policy, proxy, source; ///< values as they stand
     std::string group;                 ///< the group that the source names
     long line = 0;                     ///< its first line
@@ -94,10 +95,15 @@ template <typename part> struct named_records {
         std::vector<part> parts;
     };
     std::vector<record> records;
-    std::unordered_map<std::string, size_t> index; ///< the first of each name
+    std::unordered_map<std::string, size_t> index; ///< the one of each name that is found
 
     void add(record added) {
         index.emplace(added.name, records.size());
+        records.push_back(std::move(added));
+    }
+    /// Adds one that is found ahead of others of its name.
+    void add_in_front(record added) {
+        index[added.name] = records.size();
         records.push_back(std::move(added));
     }
     /// The record that a value refers to, or null.

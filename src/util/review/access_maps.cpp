@@ -31,6 +31,9 @@ struct raw_record {
                 return fields[i].value;
         return "";
     }
+    bool has(std::string_view key) const {
+        return std::any_of(fields.begin(), fields.end(), [&](const field &each) { return each.key == key; });
+    }
 };
 
 struct raw_family {
@@ -111,7 +114,7 @@ std::vector<numbered_part> parts_of(const raw_record &record, const std::string 
 template <typename part> typename named_records<part>::record named(const raw_record &raw) {
     typename named_records<part>::record made;
     made.name = raw.value("name");
-    made.from_key = made.name.empty();
+    made.from_key = !raw.has("name");
     if (made.from_key)
         made.name = decoded_name(raw.label);
     return made;
@@ -196,9 +199,13 @@ void configuration::add_proxies() {
 void configuration::add_custom() {
     const std::string parms = "parm_", value = "value";
     for (const raw_record &raw : custom.records) {
-        std::string proxy = raw.value("realname"), set = raw.value("name");
-        if (proxy.empty() || set.empty())
-            continue;
+        std::string proxy = raw.value("realname");
+        std::string set = raw.has("name") ? raw.value("name") : decoded_name(raw.label);
+        // Without an owner it is one of a proxy that is called like it.
+        if (proxy.empty())
+            proxy = set;
+        if (proxy != "*" && proxy != "global")
+            side.add_proxy(proxy);
         add_set(proxy, set);
         auto &parameters = side.sets[set_key(proxy, set)];
         std::unordered_map<std::string, std::string> names; // of parameters, by their number
@@ -230,7 +237,8 @@ void configuration::add_policies() {
                 entry.proxies = found->second;
             policy.parts.push_back(std::move(entry));
         }
-        side.policies.add(std::move(policy));
+        // The last that is read stands at the head of its list, where a name is looked for first.
+        side.policies.add_in_front(std::move(policy));
     }
 }
 
@@ -239,7 +247,7 @@ std::vector<std::string> configuration::proxies_of(const access_map &map) const 
     if (!map.permit)
         return {map.proxy};
     std::set<std::string> concerned;
-    if (const auto *policy = side.policies.find(map.policy))
+    if (const auto *policy = map.has_policy ? side.policies.find(map.policy) : nullptr)
         for (const policy_entry &entry : policy->parts)
             concerned.insert(entry.proxies.begin(), entry.proxies.end());
     return {concerned.begin(), concerned.end()};
@@ -255,6 +263,7 @@ void configuration::add_maps() {
         map.label = raw.label;
         map.number = strtol(raw.label.c_str(), nullptr, 10);
         map.permit = pd == "P";
+        map.has_policy = raw.has("policy");
         map.policy = raw.value("policy");
         map.proxy = raw.value("proxy");
         map.source = raw.value("src");
