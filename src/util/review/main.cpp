@@ -97,7 +97,7 @@ bool write_page_file(const own_options &own, const review_data &data, const revi
         taken.push_back(file.name);
     for (const std::string &name : taken) {
         if (own.html == name || same_file(own.html, name)) {
-            fprintf(stderr, "review: %s is an input or output of the upgrade and is not overwritten\n",
+            fprintf(stderr, "moatwall-review: %s is an input or output of the upgrade and is not overwritten\n",
                     own.html.c_str());
             return false;
         }
@@ -107,7 +107,7 @@ bool write_page_file(const own_options &own, const review_data &data, const revi
     bool good = stream && fwrite(page.data(), 1, page.size(), stream) == page.size();
     good = (!stream || fclose(stream) == 0) && good;
     if (!good)
-        fprintf(stderr, "review: can't write %s: %s\n", own.html.c_str(), strerror(errno));
+        fprintf(stderr, "moatwall-review: can't write %s: %s\n", own.html.c_str(), strerror(errno));
     return good;
 }
 
@@ -123,7 +123,7 @@ int answer(const own_options &own, review_data &data, const review_sides &sides)
     else
         printf("%s", (verdict_sentence(data) + "\n").c_str());
     if (fflush(stdout) != 0 || ferror(stdout)) {
-        fprintf(stderr, "review: can't write the answer: %s\n", strerror(errno));
+        fprintf(stderr, "moatwall-review: can't write the answer: %s\n", strerror(errno));
         return 2;
     }
     return data.status;
@@ -209,9 +209,9 @@ int main(int argc, char **argv) {
     try {
         status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
     } catch (const std::bad_alloc &) {
-        fputs("review: out of memory\n", stderr);
+        fputs("moatwall-review: out of memory\n", stderr);
     } catch (const std::exception &error) {
-        fprintf(stderr, "review: %s\n", error.what());
+        fprintf(stderr, "moatwall-review: %s\n", error.what());
     }
     finished = true;
     return status;

@@ -163,9 +163,13 @@ void remove_scratch() {
     }
 }
 
-scratch_folder::scratch_folder() {
+static std::string scratch_base() {
     const char *base = getenv("TMPDIR");
-    std::string name = std::string(base && *base ? base : "/tmp") + "/review.XXXXXX";
+    return base && *base ? base : "/tmp";
+}
+
+scratch_folder::scratch_folder() {
+    std::string name = scratch_base() + "/review.XXXXXX";
     if (name.size() + 32 > PATH_SIZE || !mkdtemp(name.data()))
         return;
     path = name;
@@ -236,7 +240,7 @@ bool same_file(const std::string &a, const std::string &b) {
 upgrade_result run_upgrade(const upgrade_command &command, const scratch_folder &scratch) {
     upgrade_result result;
     if (scratch.path.empty()) {
-        result.trouble = "no scratch folder can be made";
+        result.trouble = "no scratch folder can be made in " + scratch_base();
         return result;
     }
     scratch_run saved, canonical;
