@@ -25,9 +25,9 @@ struct known_word {
     bool any_slip;
 };
 const known_word known_words[] = {
-    {"hosts", true},    {"destination", true}, {"authenticate", true}, {"authserver", true},
-    {"xgateway", true}, {"proxyexec", true},   {"password", true},     {"use_name_logs", true},
-    {"logging", true},  {"url", false},        {"sid", false},         {nullptr, false},
+    {"hosts", true},     {"destination", true}, {"authenticate", true},  {"authserver", true}, {"xgateway", true},
+    {"proxyexec", true}, {"password", true},    {"use_name_logs", true}, {"logging", true},    {"timeout", true},
+    {"url", false},      {"sid", false},        {nullptr, false},
 };
 
 std::string letters_of(std::string_view word) {
@@ -126,6 +126,117 @@ bool split_line(std::string_view line, table_line &parts) {
     return true;
 }
 
+// The next word of the text, which is taken off it; empty at its end.
+std::string_view take_word(std::string_view &text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    std::string_view word = text.substr(0, text.find_first_of(" \t"));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+// How many numbers the word is of, with a dot between each two; 0 if it is anything else.
+long count_parts(std::string_view word) {
+    long parts = 0;
+    while (true) {
+        size_t digits = std::min(word.find_first_not_of("0123456789"), word.size());
+        if (digits < 1 || digits > 3)
+            return 0;
+        parts++;
+        word.remove_prefix(digits);
+        if (word.empty())
+            return parts;
+        if (word[0] != '.')
+            return 0;
+        word.remove_prefix(1);
+    }
+}
+
+// How many numbers of an address a mask such as 24 or 255.255.255.0 leaves as they are; 0 if that is none of them.
+long masked_parts(std::string_view mask) {
+    static const std::string_view masks[][2] = {
+        {"8", "255.0.0.0"}, {"16", "255.255.0.0"}, {"24", "255.255.255.0"}, {"32", "255.255.255.255"}};
+    for (long i = 0; i < 4; i++)
+        if (mask == masks[i][0] || mask == masks[i][1])
+            return i + 1;
+    return 0;
+}
+
+// What is wrong with a word that says a network or a range in another notation; empty if it is no such word.
+std::string range_text(std::string_view host) {
+    size_t end = host.find_first_of("/:-");
+    if (end == host.npos)
+        return "";
+    std::string_view address = host.substr(0, end), rest = host.substr(end + 1);
+    long parts = count_parts(address), rest_parts = count_parts(rest);
+    bool is_network = parts && (rest_parts == 4 || (host[end] == '/' && rest_parts == 1));
+    bool is_range = parts == 4 && (rest_parts == 4 || rest_parts == 1);
+    if (host[end] == '-' ? !is_range : !is_network)
+        return "";
+    std::string text = format("{} is compared as text and covers no address in it: ", host);
+    long kept = host[end] == '-' ? 0 : masked_parts(rest);
+    if (kept == 0 || kept > parts)
+        return text + "hosts and patterns with * are meant?";
+    size_t cut = 0;
+    for (long i = 0; i < kept; i++)
+        cut = std::min(address.find('.', cut), address.size()) + 1;
+    return text + format("{} is meant?", kept == 4 ? std::string(address) : std::string(address.substr(0, cut)) + "*");
+}
+
+// What is wrong with one host of a rule; empty if nothing is.
+std::string host_text(std::string_view host) {
+    if (host.find(',') != host.npos)
+        return format("{} is one word with a comma, and no host has it: hosts stand apart by blanks", host);
+    if (host.find_first_of("\"'") != host.npos)
+        return format("{} is a host with its quotes: there is no quoting", host);
+    if (has_letter_for_digit(host))
+        return format("{} has a letter among its digits: is a 0 or a 1 meant?", host);
+    std::string_view stem = host.substr(0, host.size() - (host.size() > 1 && host.back() == '.'));
+    long parts = count_parts(stem);
+    if (parts < 4 && parts >= (stem == host ? 2 : 1))
+        return format("{} covers {} alone: {}.* is meant?", host, host, stem);
+    return range_text(host);
+}
+
+void check_tail(const std::string &name, long number, std::string_view tail, review_data &data) {
+    for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail)) {
+        std::string_view rest = tail, next = take_word(rest);
+        std::string switched(word);
+        if (word == "-" && is_near(lowercase(next), "policy"))
+            switched += " " + std::string(next);
+        else if (word[0] != '-' || word.substr(0, strlen("-policy")) == "-policy" ||
+                 !is_near(lowercase(word), "-policy"))
+            continue;
+        tell(data, "file", format("{} is a switch of its own: -policy is meant?", switched), name, number);
+    }
+}
+
+void check_hosts(const std::string &name, long number, const table_line &line, review_data &data) {
+    auto say = [&](std::string text) { tell(data, "file", std::move(text), name, number); };
+    std::string_view text = line.text, rest = text, first = take_word(rest);
+    if (first.empty())
+        return say(format("{} names no host: it covers nobody", line.attribute));
+    if (first[0] == '-')
+        say(format("{} names no host: {} is read as one", line.attribute, first));
+    while (true) {
+        rest = text;
+        std::string_view host = take_word(rest);
+        if (host.empty() || host[0] == '-')
+            break;
+        text = rest;
+        if (host[0] == '#') {
+            std::string_view next = take_word(rest);
+            bool alone = next.empty() || next[0] == '-';
+            return say("# is a comment only at the start of a line: " +
+                       (alone ? format("{} is a host here", host) : format("{} and {} are hosts here", host, next)));
+        }
+        if (host == "\\")
+            say("\\ is a host here: no line goes on in the next");
+        else if (std::string wrong = host_text(host); !wrong.empty())
+            say(wrong);
+    }
+    check_tail(name, number, text, data);
+}
+
 void check_attribute(const std::string &name, long number, const table_line &line, review_data &data) {
     for (std::string_view prefix : {"permit", "deny", "absorb"}) {
         std::string_view next = line.text.substr(0, line.text.find_first_of(" \t"));
@@ -137,22 +248,8 @@ void check_attribute(const std::string &name, long number, const table_line &lin
     }
     if (std::string meant = meant_word(line.attribute); !meant.empty())
         tell(data, "file", format("{} means nothing: {} is meant?", line.attribute, meant), name, number);
-    if (strip_prefix(line.attribute) != "hosts")
-        return;
-    std::string_view text = line.text;
-    while (true) {
-        text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-        if (text.empty() || text[0] == '-')
-            break;
-        std::string_view host = text.substr(0, text.find_first_of(" \t"));
-        if (host.find(',') != host.npos)
-            tell(data, "file",
-                 format("{} is one word with a comma, and no host has it: hosts stand apart by blanks", host), name,
-                 number);
-        else if (has_letter_for_digit(host))
-            tell(data, "file", format("{} has a letter among its digits: is a 0 or a 1 meant?", host), name, number);
-        text.remove_prefix(host.size());
-    }
+    if (strip_prefix(line.attribute) == "hosts")
+        check_hosts(name, number, line, data);
 }
 
 /// The templates of a table, and the policies that its rules name.
@@ -168,20 +265,14 @@ struct policy_names {
 bool find_policy(std::string_view text, std::string &policy) {
     const std::string_view mark = "-policy";
     bool named = false;
-    auto next_word = [&text] {
-        text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-        std::string_view word = text.substr(0, text.find_first_of(" \t"));
-        text.remove_prefix(word.size());
-        return word;
-    };
     bool tail = false;
-    for (std::string_view word = next_word(); !word.empty(); word = next_word()) {
+    for (std::string_view word = take_word(text); !word.empty(); word = take_word(text)) {
         tail = tail || word[0] == '-';
         if (word == "-exec")
             break;
         if (!tail || word.substr(0, mark.size()) != mark)
             continue;
-        policy = word.size() > mark.size() ? word.substr(mark.size()) : next_word();
+        policy = word.size() > mark.size() ? word.substr(mark.size()) : take_word(text);
         std::replace(policy.begin(), policy.end(), '_', '-');
         named = true;
     }
