@@ -103,8 +103,17 @@ def test(browser):
     browser.post("/goog/cdp/execute", cmd="Emulation.setDeviceMetricsOverride",
                  params={"width": 400, "height": 800, "deviceScaleFactor": 1, "mobile": False})
     check(browser.run("return document.documentElement.scrollWidth") <= 400, "wider than 400 pixels")
+    told = browser.run("const link = document.querySelector('.verdict a[href=\"#h-checks\"]'); return link && link.textContent")
+    check("1 name that stands twice" in (told or ""), f"the verdict leaves out a doubt: {told}")
     paper = base64.b64decode(browser.post("/print"))
     check(paper.startswith(b"%PDF-") and b"%%EOF" in paper[-16:], "no document on printing")
+
+    for words, unseen, head in ((["-n", "nosuch", "-m", "old-3.2.conf", "-m", "init.conf", "out"], 3, "Upgrade review out"),
+                                (["explain", "old-4.1.conf", "ftp-px", "10.1.7.13"], 2, "Explain old-4.1.conf ftp-px 10.1.7.13")):
+        subprocess.run([review, "--html", "part.html"] + words, stdout=subprocess.DEVNULL)
+        browser.post("/url", url="file://" + os.path.realpath("part.html"))
+        text = browser.run("return document.body.innerText")
+        check(text.count("Not looked at.") == unseen and head in text, f"the page of {words} tells of what was not looked at")
 
     shutil.copy(hostile, "hostile.table")
     names = ["</script><script>window.pwned", '"><img/src', "u-px"]

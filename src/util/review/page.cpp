@@ -1,6 +1,7 @@
 // The page: verdict, command and files, who gets through, checks, what is to be done, every line, and the signature.
 #include "page.h"
 #include "page_parts.h"
+#include "report_text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -36,15 +37,19 @@ const todo_row todo_headings[] = {
     {"lost-value", "Values lost to the initial environment"},
     {"policy", "Policies to enter again"},
     {"proxy", "Proxies to enter again"},
-    {"deny", "Deny maps to enter again"},
     {"maps", "Maps to enter again"},
     {nullptr, nullptr},
 };
 
-size_t count_findings(const review_data &data, bool in_access) {
-    return static_cast<size_t>(std::count_if(data.findings.begin(), data.findings.end(), [&](const finding &told) {
-        return is_access_finding(told) == in_access;
-    }));
+size_t count_findings(const review_data &data, bool (*counts)(const finding &)) {
+    return static_cast<size_t>(std::count_if(data.findings.begin(), data.findings.end(), counts));
+}
+
+bool is_check(const finding &told) { return !is_access_finding(told); }
+
+// True for findings that the verdict tells in no words of its own.
+bool is_doubt(const finding &told) {
+    return is_check(told) && told.id != "trouble" && told.id != "not-written" && told.id != "unexplained";
 }
 
 size_t count_unexplained(const review_data &data) {
@@ -57,7 +62,10 @@ std::string verdict_text(const review_data &data) {
     for (const finding &told : data.findings)
         if (told.id == "trouble")
             text += html(told.text) + ". ";
-    if (!data.command.empty() && text.empty())
+    bool is_whole = text.empty();
+    if (std::string doubts = finding_totals(data, is_doubt); !doubts.empty())
+        text += format("To look at: <a href=\"#h-checks\">{}</a>. ", doubts);
+    if (!data.command.empty() && is_whole)
         text += data.written == "same"     ? "The result is written, byte for byte as the upgrade gives it. "
                 : data.written == "absent" ? "The result is not written yet: this is a preview. "
                                            : "<strong>The file is not what this upgrade gives.</strong> ";
@@ -123,13 +131,13 @@ std::string checks_section(const review_data &data) {
     for (const finding &told : data.findings) {
         if (is_access_finding(told) || all++ >= CHECK_LIMIT)
             continue;
-        rows +=
-            format("<tr class=\"f\"><td data-l=\"Name\"><span class=\"kind\">{}</span></td><td data-l=\"Where\">{}"
-                   "</td><td data-l=\"Finding\">{}{}{}</td></tr>\n",
-                   html(told.id), told.file.empty() ? "&ndash;" : code(place(told.file, told.line)),
-                   told.proxy.empty() || told.text.find(told.proxy) != std::string::npos ? "" : html(told.proxy) + ": ",
-                   html(told.text, 1000),
-                   told.count > 1 ? format(" <span class=\"by\">({} in all)</span>", grouped(told.count)) : "");
+        rows += format(
+            "<tr class=\"f\"><td data-l=\"Name\"><span class=\"kind\">{}</span></td><td data-l=\"Where\">{}"
+            "</td><td data-l=\"Finding\">{}{}{}</td></tr>\n",
+            html(told.id), told.file.empty() ? "&ndash;" : "<code>" + place_html(told.file, told.line) + "</code>",
+            told.proxy.empty() || told.text.find(told.proxy) != std::string::npos ? "" : html(told.proxy) + ": ",
+            html(told.text, 1000),
+            told.count > 1 ? format(" <span class=\"by\">({} in all)</span>", grouped(told.count)) : "");
     }
     std::string text = "<section aria-labelledby=\"h-checks\"><h2 id=\"h-checks\">Checks</h2>\n";
     if (all == 0)
@@ -155,7 +163,9 @@ std::string todo_text(const todo_item &item, size_t number) {
 std::string todo_section(const review_data &data) {
     std::string text = "<section aria-labelledby=\"h-todo\"><h2 id=\"h-todo\">To do</h2>\n";
     if (data.todo.empty())
-        return text + "<p>Nothing is to be decided or entered again.</p>\n</section>\n";
+        return text +
+               (followed_lines(data) ? "<p>Nothing is to be decided or entered again.</p>" : "<p>Not looked at.</p>") +
+               "\n</section>\n";
     std::vector<std::string> ids; // in the order of their first item
     std::map<std::string, std::string> lists;
     std::map<std::string, bool> is_long;
@@ -179,17 +189,21 @@ std::string todo_section(const review_data &data) {
 }
 
 std::string contents(const review_data &data) {
+    const std::string unseen = "not looked at";
+    bool compared = compared_access(data), followed = followed_lines(data);
     size_t lost = static_cast<size_t>(
         std::count_if(data.lines.begin(), data.lines.end(), [](const line_fate &line) { return line.fate != "kept"; }));
     const struct {
         const char *id, *name;
         std::string count;
-    } entries[] = {{"h-files", "Files", grouped(static_cast<long long>(data.files.size()))},
-                   {"h-access", "Who gets through", counted(count_findings(data, true), "difference")},
-                   {"h-checks", "Checks", counted(count_findings(data, false), "finding")},
-                   {"h-todo", "To do", counted(data.todo.size(), "thing")},
-                   {"h-lines", "Lines", grouped(static_cast<long long>(lost)) + " not kept as they were"},
-                   {"h-sign", "Signature", ""}};
+    } entries[] = {
+        {"h-files", "Files", grouped(static_cast<long long>(data.files.size()))},
+        {"h-access", "Who gets through",
+         compared ? counted(count_findings(data, is_difference), "difference") : unseen},
+        {"h-checks", "Checks", counted(count_findings(data, is_check), "finding")},
+        {"h-todo", "To do", followed ? counted(data.todo.size(), "thing") : unseen},
+        {"h-lines", "Lines", followed ? grouped(static_cast<long long>(lost)) + " not kept as they were" : unseen},
+        {"h-sign", "Signature", ""}};
     std::string text;
     for (const auto &entry : entries)
         text += format("<li><a href=\"#{}\">{}</a> <span>{}</span></li>\n", entry.id, entry.name, entry.count);
@@ -212,32 +226,52 @@ const char signature_section[] =
     "service</label></li></ul>"
     "\n<div class=\"lines-to-fill\"><p>Name</p><p>Date</p><p>Signature</p></div>\n</section>\n";
 
-// What the review is of: the file that the command's last word names, or else the first that is known.
-std::string subject(const review_data &data) {
+// The file that the upgrade writes.
+std::string subject_of_upgrade(const review_data &data) {
     for (const file_record &file : data.files)
         if (file.role == "result")
             return file.name;
-    return !data.command.empty() ? data.command.back() : data.files.empty() ? "" : data.files.back().name;
+    return data.command.back();
+}
+
+/// What a page is of: what stands in its heading.
+struct page_head {
+    std::string title, subject;
+};
+
+page_head find_head(const review_data &data) {
+    if (!data.command.empty())
+        return {"Upgrade review", subject_of_upgrade(data)};
+    if (data.files.empty())
+        return {"Review", ""};
+    const std::string &conf = data.files.front().name;
+    if (data.files.front().role == "first configuration")
+        return {"Diff", conf + (data.files.size() > 1 ? " " + data.files[1].name : "")};
+    for (const finding &told : data.findings)
+        if (told.has_sides)
+            return {"Explain", format("{} {} {}", conf, told.proxy, told.host)};
+    return {data.files.size() > 1 ? "Explain" : "Review", conf}; // a check, or trouble kept it from an answer
 }
 
 } // namespace
 
 std::string make_page(const review_data &data, const access_side &before, const access_side &after) {
     const status_row &status = statuses[std::clamp(data.status, 0, 2)];
-    std::string name = html(subject(data), 200);
+    page_head head = find_head(data);
+    std::string name = html(head.subject, 200);
     std::string page = format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<meta "
                               "http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src {}; "
                               "script-src {}; base-uri 'none'; form-action 'none'\">\n<meta name=\"viewport\" "
                               "content=\"width=device-width, initial-scale=1\">\n<meta name=\"referrer\" "
-                              "content=\"no-referrer\">\n<title>Upgrade review: {}</title>\n<style>",
-                              policy_hash(page_style), policy_hash(page_script), name);
+                              "content=\"no-referrer\">\n<title>{}: {}</title>\n<style>",
+                              policy_hash(page_style), policy_hash(page_script), head.title, name);
     page += page_style;
-    page +=
-        format("</style>\n</head>\n<body>\n<a class=\"skip\" href=\"#main\">Skip to the findings</a>\n<header>\n"
-               "<p class=\"program\">moatwall-review</p>\n<h1>Upgrade review <span>{}</span></h1>\n"
-               "<div class=\"verdict {}\"><p class=\"word\"><span class=\"sign-mark\" aria-hidden=\"true\">{}</span> "
-               "{}</p>\n<p>{}</p></div>\n{}{}</header>\n<main id=\"main\">\n",
-               name, status.style, status.sign, status.words, verdict_text(data), contents(data), filter_box);
+    page += format(
+        "</style>\n</head>\n<body>\n<a class=\"skip\" href=\"#main\">Skip to the findings</a>\n<header>\n"
+        "<p class=\"program\">moatwall-review</p>\n<h1>{} <span>{}</span></h1>\n"
+        "<div class=\"verdict {}\"><p class=\"word\"><span class=\"sign-mark\" aria-hidden=\"true\">{}</span> "
+        "{}</p>\n<p>{}</p></div>\n{}{}</header>\n<main id=\"main\">\n",
+        head.title, name, status.style, status.sign, status.words, verdict_text(data), contents(data), filter_box);
     page += files_section(data);
     page += access_section(data, before, after);
     page += checks_section(data);

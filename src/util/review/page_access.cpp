@@ -46,7 +46,7 @@ std::string side_cell(const decision &side) {
     if (!side.line && !side.map)
         return text + " <span class=\"by\">nothing covers it</span>";
     text += side.map ? format(" by map {}", side.map) : std::string(" by the rule");
-    return text + format(" {} <span class=\"by\">{}</span>", code(side.pattern), html(place(side.file, side.line)));
+    return text + format(" {} <span class=\"by\">{}</span>", code(side.pattern), place_html(side.file, side.line));
 }
 
 std::string difference_row(const finding &told, const kind_row &kind) {
@@ -77,17 +77,20 @@ std::string difference_table(const review_data &data) {
                              kind->id, kind->sign, kind->meaning);
     }
     if (all == 0)
-        return data.access.empty() ? "<p>Nothing was compared.</p>\n"
-                                   : "<p>No host is treated otherwise than before, at any proxy.</p>\n";
+        return compared_access(data) ? "<p>No host is treated otherwise than before, at any proxy.</p>\n"
+                                     : "<p>Not looked at.</p>\n";
+    auto differences = static_cast<size_t>(std::count_if(data.findings.begin(), data.findings.end(), is_difference));
     return format(
-        "<ul class=\"legend\">\n{}</ul>\n<table class=\"stack\" id=\"differences\">\n<caption>{}, with the "
-        "shortest host of each as an example</caption>\n<thead><tr><th scope=\"col\">What</th><th "
+        "<ul class=\"legend\">\n{}</ul>\n<table class=\"stack\" "
+        "id=\"differences\">\n<caption>{}</caption>\n<thead><tr><th scope=\"col\">What</th><th "
         "scope=\"col\">Proxy</th><th scope=\"col\">Host</th><th scope=\"col\">Before</th><th "
         "scope=\"col\">After</th><th scope=\"col\">Why</th><th scope=\"col\" class=\"num\">Pairs</th></tr>"
         "</thead>\n<tbody>\n{}</tbody></table>\n{}"
         "<p class=\"note\">Pairs: how many pairs of a rule and a map differ in this way.</p>\n",
-        legend, counted(all, "difference"), rows,
-        left_out(shown, all, "difference", "the program's text and its <code>--json</code> list all of them"));
+        legend,
+        differences ? counted(differences, "difference") + ", with the shortest host of each as an example"
+                    : "Who decides about the host",
+        rows, left_out(shown, all, "difference", "the program's text and its <code>--json</code> list all of them"));
 }
 
 using marks = std::set<std::pair<long, long>>; // line and map
@@ -202,14 +205,15 @@ std::vector<proxy_view> list_proxies(const review_data &data, const access_side 
     return views;
 }
 
-std::string proxy_strips(const proxy_view &view, const std::vector<access_rule> &before,
+// `before_text` is empty where only one side is looked at.
+std::string proxy_strips(const proxy_view &view, const std::string &before_text,
                          const std::vector<access_rule> &after) {
     bool is_same = view.verdict == "same";
     return format("<details class=\"f proxy{}\"{}><summary><span class=\"name\">{}</span> <span "
                   "class=\"state\">{}</span></summary>\n{}{}</details>\n",
                   is_same ? "" : " matters", is_same ? "" : " open", html(view.name),
-                  view.verdict.empty() ? "not compared" : html(view.verdict), side_strip("Before", before, view.before),
-                  side_strip("After", after, view.after));
+                  view.verdict.empty() ? "not compared" : html(view.verdict), before_text,
+                  side_strip(before_text.empty() ? "Now" : "After", after, view.after));
 }
 
 std::string host_box(const asked_data &asked) {
@@ -238,6 +242,12 @@ std::string host_box(const asked_data &asked) {
 
 bool is_access_finding(const finding &told) { return find_kind(told.id) != nullptr; }
 
+bool is_difference(const finding &told) { return is_access_finding(told) && told.id != "explain" && told.id != "same"; }
+
+bool compared_access(const review_data &data) {
+    return !data.access.empty() || std::any_of(data.findings.begin(), data.findings.end(), is_access_finding);
+}
+
 std::string proxies_with(const review_data &data, const char *id) {
     std::vector<std::string> names;
     for (const finding &told : data.findings)
@@ -261,7 +271,8 @@ std::string access_section(const review_data &data, const access_side &before, c
         bool is_same = views[i].verdict == "same";
         same += is_same ? 1 : 0;
         if (i < PROXY_LIMIT)
-            (is_same ? same_strips : strips) += proxy_strips(views[i], was, is);
+            (is_same ? same_strips : strips) +=
+                proxy_strips(views[i], before.files.empty() ? "" : side_strip("Before", was, views[i].before), is);
         if (asked.rules + was.size() + is.size() > ASKED_RULES_LIMIT) {
             asked.missing.push_back(widened(views[i].name));
             continue;

@@ -1,6 +1,7 @@
 // What became of every line: totals first, then a list for each fate, equal reasons together.
 #include "page_parts.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <map>
 
@@ -61,7 +62,7 @@ std::string line_row(const line_fate &line, const line_fate *above) {
     if (is_ditto)
         reason = "<span aria-hidden=\"true\">&Prime;</span><span class=\"vh\">" + reason + "</span>";
     return format("<tr class=\"f{}\"><th scope=\"row\">{}</th><td><code>{}</code></td><td{}>{}</td></tr>\n",
-                  above ? " like" : "", html(place(line.file, line.line)), html(line.text, TEXT_LIMIT),
+                  above ? " like" : "", place_html(line.file, line.line), html(line.text, TEXT_LIMIT),
                   is_ditto ? " class=\"ditto\"" : "", reason);
 }
 
@@ -116,10 +117,16 @@ std::string totals_table(const review_data &data) {
 
 } // namespace
 
+bool followed_lines(const review_data &data) {
+    bool is_whole = std::none_of(data.findings.begin(), data.findings.end(),
+                                 [](const finding &told) { return told.id == "trouble"; });
+    return !data.lines.empty() || (!data.command.empty() && is_whole);
+}
+
 std::string lines_section(const review_data &data) {
     std::string text = "<section aria-labelledby=\"h-lines\"><h2 id=\"h-lines\">What became of every line</h2>\n";
-    if (data.lines.empty())
-        return text + "<p>No lines were followed.</p>\n</section>\n";
+    if (!followed_lines(data))
+        return text + "<p>Not looked at.</p>\n</section>\n";
     text += totals_table(data);
     for (const fate_row *fate = fates; fate->name; fate++)
         text += fate_list(data, *fate);

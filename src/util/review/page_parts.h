@@ -22,11 +22,18 @@ std::string counted(size_t number, const char *one);
 std::string left_out(size_t shown, size_t all, const char *one, const char *rest);
 /// "old.conf:12", or less.
 std::string place(const std::string &file, long line);
+/// The same as text of an element that keeps the number in one piece.
+std::string place_html(const std::string &file, long line);
 /// The source expression that lets this text run under the page's own policy.
 std::string policy_hash(std::string_view text);
 
 /// True for findings that stand in the table of who gets through.
 bool is_access_finding(const finding &told);
+/// True for those of them that say that a host is treated otherwise, or may be.
+bool is_difference(const finding &told);
+/// What was looked at: trouble ends a review early, and a command of its own asks for less.
+bool compared_access(const review_data &data);
+bool followed_lines(const review_data &data);
 /// How many proxies have a finding of that id, and which: "3 proxies (a, b, c)".
 std::string proxies_with(const review_data &data, const char *id);
 

@@ -115,6 +115,12 @@ std::string place(const std::string &file, long line) {
     return line ? format("{}:{}", file, line) : file;
 }
 
+std::string place_html(const std::string &file, long line) {
+    if (file.empty() || !line)
+        return html(place(file, line));
+    return html(file) + format("<span class=\"at\">:{}</span>", line);
+}
+
 std::string policy_hash(std::string_view text) {
     uint8_t digest[SHA256_DIGEST_LENGTH + 1] = {}; // a multiple of three bytes
     SHA256_CTX context;

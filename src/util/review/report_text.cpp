@@ -179,20 +179,25 @@ std::string finding_text(const finding &told) {
 
 std::string finding_line(const finding &told) { return shown(format("[{}] {}", told.id, finding_text(told))); }
 
-std::string verdict_sentence(const review_data &data) {
+std::string finding_totals(const review_data &data, const std::function<bool(const finding &)> &counts) {
     std::map<size_t, size_t> totals;
     for (const finding &told : data.findings)
-        totals[rank_of(told.id)]++;
+        if (counts(told))
+            totals[rank_of(told.id)]++;
     std::string text;
-    auto add = [&](size_t count, const char *one, const char *many) {
-        text += format("{}{} {}", text.empty() ? ": " : ", ", count, count == 1 ? one : many);
-    };
     for (auto [rank, count] : totals) {
         if (ranks[rank].id)
-            add(count, ranks[rank].one, ranks[rank].many);
+            text += format("{}{} {}", text.empty() ? "" : ", ", count, count == 1 ? ranks[rank].one : ranks[rank].many);
     }
+    return text;
+}
+
+std::string verdict_sentence(const review_data &data) {
+    std::string text = finding_totals(data, [](const finding &) { return true; });
     if (!data.todo.empty())
-        add(data.todo.size(), "thing to do", "things to do");
+        text += format("{}{} {}", text.empty() ? "" : ", ", data.todo.size(),
+                       data.todo.size() == 1 ? "thing to do" : "things to do");
+    text = text.empty() ? "" : ": " + text;
     const char *heads[] = {"Nothing to look at", "Something to look at", "Trouble"};
     if (data.command.empty() || data.written != "same")
         return heads[data.status] + text + ".";
