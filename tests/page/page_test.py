@@ -112,7 +112,7 @@ def test(browser):
                                 (["explain", "old-4.1.conf", "ftp-px", "10.1.7.13"], 2, "Explain old-4.1.conf ftp-px 10.1.7.13")):
         subprocess.run([review, "--html", "part.html"] + words, stdout=subprocess.DEVNULL)
         browser.post("/url", url="file://" + os.path.realpath("part.html"))
-        text = browser.run("return document.body.innerText")
+        text = " ".join(browser.run("return document.body.innerText").split())
         check(text.count("Not looked at.") == unseen and head in text, f"the page of {words} tells of what was not looked at")
 
     shutil.copy(hostile, "hostile.table")
