@@ -72,7 +72,7 @@ struct reader {
     void go_down();
     bool is_wanted(std::string_view name);
     void go_nowhere();
-    const char *take_name(const char *at, const char *end);
+    const char *take_flat_name(const char *at, const char *end);
     void find_or_make(const char *name, size_t len);
     void finish_flat_name();
     void begin_value(read_state value_state);
@@ -121,7 +121,7 @@ bool reader::is_wanted(std::string_view name) {
 }
 
 // Adds the bytes up to the end of a name in flat form to `fragnam`. The result is where that ended.
-const char *reader::take_name(const char *at, const char *end) {
+const char *reader::take_flat_name(const char *at, const char *end) {
     size_t len = namelen; // the member would be read again for each byte
     while (at < end && *at != 0 && *at != '_' && *at != '=' && len < NAME_LIMIT)
         fragnam[len++] = *at++;
@@ -225,7 +225,7 @@ void reader::parse(const char *at, const char *end) {
             [[fallthrough]];
 
         case FLAT_NAME:
-            at = take_name(at, end);
+            at = take_flat_name(at, end);
             if (at == end)
                 return;
             finish_flat_name();

@@ -54,6 +54,9 @@ private:
 /// Indexes of many lists, each made when a lookup finds its list long; short ones are walked. As with one index, the
 /// pass tells it of every node that it adds to one of these lists or takes away.
 struct list_indexes {
+    list_indexes() = default;
+    list_indexes(const list_indexes &) = delete;
+    list_indexes &operator=(const list_indexes &) = delete;
     /// The first node of exactly that name in the list, or null.
     Frag *find(FragList list, std::string_view name);
     /// The first node of exactly that name; if there is none, a new one at the head of the list.
