@@ -179,7 +179,13 @@ void check_roles(const upgrade_command &command, review_data &data) {
                      "maps; leave it out",
                      file));
     }
-    for (const std::string &file : step_files(command, 'n')) {
+    strings tables = step_files(command, 'n');
+    for (size_t i = 1; i < tables.size(); i++)
+        if (std::any_of(tables.begin(), tables.begin() + static_cast<long>(i),
+                        [&](const std::string &name) { return same_file(name, tables[i]); }))
+            tell(data, "command-line",
+                 tables[i] + " is named twice by -n: its rules are translated once more, behind themselves");
+    for (const std::string &file : tables) {
         if (data.release == 55)
             tell(data, "command-line",
                  format("a configuration of 5.5 takes no table: {} is not opened, and all that "
