@@ -18,7 +18,7 @@ def text(pointer):
 
 def rows(table):
     """The rows of one of the tables of names in fragname.cpp, up to the one of nulls."""
-    row = gdb.parse_and_eval("'(anonymous namespace)::%s'" % table)[0].address
+    row = gdb.parse_and_eval("'%s'" % table)[0].address
     while row.dereference()[row.type.target().fields()[0]] != 0:
         yield [row.dereference()[field] for field in row.type.target().fields()]
         row += 1
@@ -32,7 +32,7 @@ class Frags(gdb.Command):
         first = gdb.parse_and_eval(argument)
         if str(first.type.strip_typedefs()) == "Frag **":
             first = first.dereference()
-        prefixes = [(text(prefix), int(bit)) for prefix, bit in rows("prefix_tab")]
+        prefixes = [(text(prefix), int(bit)) for prefix, bit in rows("(anonymous namespace)::prefix_tab")]
         file_names = {text(stored): text(name) for name, stored in rows("attr_map_tab")}
         pending = [(first, "")]
         while pending:

@@ -112,17 +112,6 @@ int canon_pfrule_sub(FragList db, const char *list_key) {
     return 0;
 }
 
-namespace {
-
-struct ip_var_rec {
-    const char *address;
-    const char *mask;
-    const char *broadcast;
-    const char *interface;
-    const char *flags;
-    const char *elements;
-    const char *label;
-};
 const ip_var_rec ip_var_tab[] = {
     {"insideaddr", "insidemask", "insidbcast", "insidiface", "insidifaceflags", "netobj_list_Inside_element", "inside"},
     {"outsideaddr", "outsidemask", "outsidbcast", "outsidiface", "outsidifaceflags", "netobj_list_Outside_element",
@@ -130,6 +119,8 @@ const ip_var_rec ip_var_tab[] = {
     {"thirdaddr", "thirdmask", "thirdbcast", "thirdiface", "thirdifaceflags", "netobj_list_Service_element", "service"},
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
+
+namespace {
 
 // The element that has the address, or a new one with the number behind those that are there; null if the address
 // is a placeholder that no element has.

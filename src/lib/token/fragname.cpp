@@ -22,21 +22,6 @@ const prefix_rec prefix_tab[] = {
     {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}, {nullptr, 0},
 };
 
-// Names that begin like a prefixed one but are single parameters.
-struct attr_map_rec {
-    const char *file_name;
-    const char *stored_name;
-};
-const attr_map_rec attr_map_tab[] = {
-    {"permit-route-char", "route-char-permit"},
-    {"deny-route-char", "route-char-deny"},
-    {"permit-relay", "relay-permit"},
-    {"deny-relay", "relay-deny"},
-    {"permit-spam", "spam-permit"},
-    {"deny-spam", "spam-deny"},
-    {nullptr, nullptr},
-};
-
 int hexdigit(char digit) {
     if (is_digit(digit))
         return digit - '0';
@@ -48,6 +33,16 @@ int hexdigit(char digit) {
 }
 
 } // namespace
+
+const attr_map_rec attr_map_tab[] = {
+    {"permit-route-char", "route-char-permit"},
+    {"deny-route-char", "route-char-deny"},
+    {"permit-relay", "relay-permit"},
+    {"deny-relay", "relay-deny"},
+    {"permit-spam", "spam-permit"},
+    {"deny-spam", "spam-deny"},
+    {nullptr, nullptr},
+};
 
 int hexconvert(const char *digits) { return hexdigit(digits[0]) * 16 + hexdigit(digits[1]); }
 

@@ -112,6 +112,12 @@ long strip_attr_prefixes(const char **name);
 /// The stored name for a name of a file, the other way round in `attr_revmap`; the argument if it is not in the table.
 const char *attr_remap(const char *name);
 const char *attr_revmap(const char *name);
+/// Both as a table: names that begin like a prefixed one but are single parameters. It ends with a row of nulls.
+struct attr_map_rec {
+    const char *file_name;
+    const char *stored_name;
+};
+extern const attr_map_rec attr_map_tab[];
 /// The value of two hexadecimal digits, anything else counting as 0.
 int hexconvert(const char *digits);
 

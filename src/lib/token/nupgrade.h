@@ -34,6 +34,19 @@ int canon_pfrule_sub(FragList db, const char *list_key);
 /// Turns the flat address keys below `ip` into elements of the location lists.
 int canon_ip(FragList db);
 
+/// One interface's keys below `ip`, each of which becomes a field of an element of the location list `elements`.
+struct ip_var_rec {
+    const char *address;   ///< becomes `addr`
+    const char *mask;      ///< becomes `netmask`
+    const char *broadcast; ///< becomes `broadcast`
+    const char *interface; ///< becomes `interface`
+    const char *flags;     ///< becomes `interfaceflags`
+    const char *elements;  ///< key of the list's elements
+    const char *label;     ///< the interface's side in words
+};
+/// The keys of the three interfaces; ends with a row of nulls.
+extern const ip_var_rec ip_var_tab[];
+
 /// The ten fields of a filter rule in the order of its text; ends with a null.
 extern const char *const pfkeynames[];
 

@@ -16,26 +16,23 @@ void pre_save_cleanup(FragList db) {
     fremove(db, "network_loginok");
 }
 
-namespace {
+const char *const del_50_proxies[] = {"ahttp-px", "rap", nullptr};
 
-// The proxy keys that the initial environment overrides.
 const char *const force_list[] = {"proxy-type", "proxy-exec", "bind-port", nullptr};
 
-// The keys that release 5.5 drops.
+const char *const del_55_proxies[] = {"oracle-px", nullptr};
+
 const char *const del_55_keys[] = {
     "pki_CRLs", "pki_Xcerts", "pki_LDAP", "pki_default_port", "pki_default_server", nullptr,
 };
 
-// The program that release 5.5 has for a proxy of each of these types.
-struct program_rec {
-    const char *type;
-    const char *exec;
-};
 const program_rec program_tab[] = {
     {"plug-px", "./plug-xtk"},
     {"http-px", "./mgmt/rc/H110http"},
     {nullptr, nullptr},
 };
+
+namespace {
 
 // Finds what the keys of init's proxies lead to in `db`, where each would otherwise cost a walk over its proxies.
 struct proxy_finder {
@@ -52,8 +49,7 @@ struct proxy_finder {
 } // namespace
 
 int copy_50_stuff(FragList db, FragList init) {
-    fremove(db, "def_proxy_ahttp-px");
-    fremove(db, "def_proxy_rap");
+    remove_proxies(db, del_50_proxies);
     Frag *init_proxies = ffind(init, "def_proxy");
     if (!init_proxies)
         return 0;
@@ -73,7 +69,7 @@ int copy_50_stuff(FragList db, FragList init) {
 }
 
 int do_55_upgrades(FragList db) {
-    fremove(db, "def_proxy_oracle-px");
+    remove_proxies(db, del_55_proxies);
     Frag *def_proxy = ffind(db, "def_proxy");
     for (Frag *proxy = def_proxy ? def_proxy->child : nullptr; proxy; proxy = proxy->next) {
         const char *type = fval(&proxy->child, "proxy-type");

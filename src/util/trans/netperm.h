@@ -14,6 +14,16 @@ void netperm_pass(const char *path, int config_type);
 int readnpt(FILE *stream, FragList db);
 /// Files one rule under a proxy. `line` names it among the rules of its attribute. Always 0.
 int add_rule(Frag *proxy, int line, const char *attribute, const char *text);
+/// The attribute words that a line for all proxies, `*`, gives to the proxy `global` alone. Ends with a null word.
+struct global_word_rec {
+    const char *word;
+    bool inherited; ///< a proxy that a later line names for the first time gets a copy with all else from `global`
+};
+extern const global_word_rec global_word_tab[];
+/// The proxies that the pass removes once the table is read, with all their rules. Ends with a null.
+extern const char *const del_netperm_proxies[];
+/// Removes these proxies, where they exist, in the order of the table.
+void remove_proxies(FragList db, const char *const *proxies);
 
 // Rules.
 
@@ -24,6 +34,19 @@ char *makestring(const char *text);
 /// 1 if the proxy has a use for authentication, and for the x settings.
 int needsauth(const char *proxy);
 int needsx(const char *proxy);
+/// The bits of `proxy_attr_tab`. Who uses them:
+/// NEEDS_AUTH: `clean_auth_etc`, on a proxy's own attributes, and `addparm`, on a template's.
+/// NEEDS_X: the same two, for `xforwarder` and `xgateway`.
+/// Nothing reads the other two, which came with the table; a new bit must not be one of them.
+enum : int { NEEDS_AUTH = 1, NEEDS_X = 2, UNREAD_4 = 4, UNREAD_8 = 8 };
+/// What a proxy needs. A proxy without a row needs all. Ends with a row whose name is null.
+struct proxy_attr_rec {
+    const char *proxy;
+    int bits;
+};
+extern const proxy_attr_rec proxy_attr_tab[];
+/// True if the proxy has one of the needs.
+bool proxy_needs(const char *proxy, int bits);
 /// 1 if the word at `pattern`, in which `*` stands for any bytes, matches the word at `subject`. A word ends at a
 /// blank, a tab or the end of the string. A `*` that faces a `*` counts as an ordinary byte.
 int wildmatch(const char *pattern, const char *subject);
@@ -56,8 +79,16 @@ int addmap(FragList db, const char *policy, const char *pd, const char *proxy, c
 
 /// Removes attributes that a proxy has no use for.
 void clean_auth_etc(FragList db);
-/// Removes the `port` attributes.
+/// What `clean_auth_etc` removes from a proxy that lacks the need. Ends with a row whose attribute is null.
+struct needed_attr_rec {
+    const char *attribute;
+    int need; ///< a bit of `proxy_attr_tab`
+};
+extern const needed_attr_rec needed_attr_tab[];
+/// Removes the attributes `del_plug_attrs`, those that say where a proxy listens, from every proxy.
 void conv_plugdata(FragList db);
+/// Ends with a null.
+extern const char *const del_plug_attrs[];
 /// Turns `destination` rules into `dest` records.
 void conv_dests(FragList db);
 /// Makes `dest` records of the rule or of all rules below it.

@@ -29,16 +29,32 @@ template <class Unwanted> void remove_children(FragList db, Unwanted unwanted) {
 
 } // namespace
 
+const needed_attr_rec needed_attr_tab[] = {
+    {"authserver", NEEDS_AUTH},
+    {"authenticate", NEEDS_AUTH},
+    {"xforwarder", NEEDS_X},
+    {nullptr, 0},
+};
+
 void clean_auth_etc(FragList db) {
     remove_children(db, [](const Frag *proxy, const Frag *child) {
-        if (strcmp(child->name, "authserver") == 0 || strcmp(child->name, "authenticate") == 0)
-            return !needsauth(proxy->name);
-        return strcmp(child->name, "xforwarder") == 0 && !needsx(proxy->name);
+        for (const needed_attr_rec *rec = needed_attr_tab; rec->attribute; rec++)
+            if (strcmp(child->name, rec->attribute) == 0)
+                return !proxy_needs(proxy->name, rec->need);
+        return false;
     });
 }
 
+// The initial environment says where a proxy listens.
+const char *const del_plug_attrs[] = {"port", nullptr};
+
 void conv_plugdata(FragList db) {
-    remove_children(db, [](const Frag *, const Frag *child) { return strcmp(child->name, "port") == 0; });
+    remove_children(db, [](const Frag *, const Frag *child) {
+        for (const char *const *attribute = del_plug_attrs; *attribute; attribute++)
+            if (strcmp(child->name, *attribute) == 0)
+                return true;
+        return false;
+    });
 }
 
 namespace {

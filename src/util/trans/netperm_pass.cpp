@@ -6,6 +6,17 @@
 #include <cstdlib>
 #include <cstring>
 
+// What the newer release has no use for. What `global` has went to the others while the table was read.
+const char *const del_netperm_proxies[] = {
+    "netconfig", "authenIP", "getvers", "login-ts", "radm", "global", "gui", nullptr,
+};
+
+void remove_proxies(FragList db, const char *const *proxies) {
+    if (Frag *def_proxy = ffind(db, "def_proxy"))
+        for (; *proxies; proxies++)
+            fremove(&def_proxy->child, *proxies);
+}
+
 namespace {
 
 bool is_template(const Frag *proxy) { return has_prefix(proxy->name, "policy-"); }
@@ -18,17 +29,6 @@ void read_table(const char *path) {
     }
     readnpt(stream, cur_database);
     fclose(stream);
-}
-
-// Removes the proxies that the newer release has no use for, ahead of the translation and with all their rules, `hosts`
-// included. What `global` has went to the others while the table was read.
-void remove_unused_proxies() {
-    static const char *const keys[] = {
-        "def_proxy_netconfig", "def_proxy_authenIP", "def_proxy_getvers", "def_proxy_login-ts",
-        "def_proxy_radm",      "def_proxy_global",   "def_proxy_gui",     nullptr,
-    };
-    for (const char *const *key = keys; *key; key++)
-        fremove(cur_database, *key);
 }
 
 void keep_alerts_enable() {
@@ -77,7 +77,7 @@ void netperm_pass(const char *path, int config_type) {
     Frag *def_proxy = ffind(cur_database, "def_proxy");
     if (def_proxy)
         reverse_frags(&def_proxy->child);
-    remove_unused_proxies();
+    remove_proxies(cur_database, del_netperm_proxies);
     keep_alerts_enable();
     clean_auth_etc(cur_database);
     conv_plugdata(cur_database);

@@ -9,6 +9,13 @@
 #include <cstring>
 #include <utility>
 
+const global_word_rec global_word_tab[] = {
+    {"use_name_logs", false},
+    {"afw-dest", true},
+    {"logging", false},
+    {nullptr, false},
+};
+
 namespace {
 
 constexpr size_t READ_UNIT = 8190; // bytes of one read; a longer line arrives as several units
@@ -44,11 +51,9 @@ struct table_reader {
     Frag *find_or_make_proxy(const char *name);
 };
 
-// The words that reach only the template of later proxies when they come with the wildcard.
 bool is_global_only(const char *attribute) {
-    static const char *const words[] = {"use_name_logs", "afw-dest", "logging", nullptr};
-    for (const char *const *word = words; *word; word++)
-        if (strcmp(attribute, *word) == 0)
+    for (const global_word_rec *rec = global_word_tab; rec->word; rec++)
+        if (strcmp(attribute, rec->word) == 0)
             return true;
     return false;
 }
@@ -96,8 +101,9 @@ Frag *table_reader::find_or_make_proxy(const char *name) {
         return proxy;
     Frag *proxy = indexes.set_key(&def_proxy->child, name, nullptr, def_proxy);
     proxy->child = copy_fragtree(&global->child, proxy);
-    fremove(&proxy->child, "logging");
-    fremove(&proxy->child, "use%5Fname%5Flogs");
+    for (const global_word_rec *rec = global_word_tab; rec->word; rec++)
+        if (!rec->inherited)
+            fremove(&proxy->child, storedname(rec->word).c_str());
     return proxy;
 }
 

@@ -21,24 +21,16 @@ rule_text read_rule_text(const char *text) {
 
 rule_text read_rule(const Frag *rule) { return read_rule_text(rule->value ? rule->value : ""); }
 
-namespace {
-
-enum : int { NEEDS_AUTH = 1, NEEDS_X = 2 };
-
-struct proxy_attr_rec {
-    const char *proxy;
-    int bits;
-};
 const proxy_attr_rec proxy_attr_tab[] = {
     {"alerts", 0},
     {"ssl-px", 0},
-    {"radm", 4},
+    {"radm", UNREAD_4},
     {"info-px", 0},
-    {"gui", 12},
+    {"gui", UNREAD_4 | UNREAD_8},
     {"tn-px", NEEDS_AUTH | NEEDS_X},
     {"login-sh", NEEDS_AUTH},
     {"credsvc", NEEDS_AUTH},
-    {"ahttp-px", NEEDS_AUTH | 4},
+    {"ahttp-px", NEEDS_AUTH | UNREAD_4},
     {"http-px", NEEDS_AUTH},
     {"rlogin-px", NEEDS_AUTH | NEEDS_X},
     {"mrlyd", 0},
@@ -56,15 +48,12 @@ const proxy_attr_rec proxy_attr_tab[] = {
     {nullptr, 0},
 };
 
-// A proxy that the table does not know has all needs.
-bool proxy_needs(const char *proxy, int bit) {
+bool proxy_needs(const char *proxy, int bits) {
     for (const proxy_attr_rec *rec = proxy_attr_tab; rec->proxy; rec++)
         if (strcmp(proxy, rec->proxy) == 0)
-            return (rec->bits & bit) != 0;
+            return (rec->bits & bits) != 0;
     return true;
 }
-
-} // namespace
 
 char *makestring(const char *text) { return makestr(text); }
 

@@ -27,4 +27,21 @@ int copy_50_stuff(FragList db, FragList init);
 /// Applies the changes of release 5.5 and stamps the database. Always 0.
 int do_55_upgrades(FragList db);
 
+// Their tables. Each ends with a null.
+
+/// The proxies that `copy_50_stuff` removes.
+extern const char *const del_50_proxies[];
+/// The proxy keys that `copy_50_stuff` takes from the initial environment.
+extern const char *const force_list[];
+/// The proxies that `do_55_upgrades` removes.
+extern const char *const del_55_proxies[];
+/// The keys that `do_55_upgrades` removes.
+extern const char *const del_55_keys[];
+/// The program that `do_55_upgrades` gives to a proxy of that type.
+struct program_rec {
+    const char *type; ///< value of `proxy-type`, in any case
+    const char *exec; ///< becomes the value of `proxy-exec`
+};
+extern const program_rec program_tab[];
+
 #endif
