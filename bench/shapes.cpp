@@ -656,6 +656,18 @@ void templates(corpus &out) {
         out.line("tn-px: permit-hosts %s -policy p%u", address(scatter(n)).c_str(), scatter(n));
 }
 
+// Rules that name a policy, and one in forty that is for all proxies and so goes into the policy's template too.
+void wide_templates(corpus &out) {
+    out.line("policy-staff: authenticate *");
+    out.line("policy-staff: timeout 60");
+    for (long n = 1; n <= out.size; n++)
+        if (n % 40 == 0)
+            out.line("*: permit-hosts %s", address(scatter(n)).c_str());
+        else
+            out.line("px%ld: permit-hosts %s%s", 1 + n % 12, host_name(scatter(n)).c_str(),
+                     n % 3 ? "" : " -policy staff");
+}
+
 const struct {
     const char *name;
     void (*write)(corpus &);
@@ -693,6 +705,7 @@ const struct {
     {"smallproxies", small_proxies, false, "proxies of three rules"},
     {"destinations", destinations, false, "one proxy, destination rules"},
     {"templates", templates, false, "policy templates and a rule for each"},
+    {"widetemplates", wide_templates, false, "rules that name a policy, and rules for all proxies and templates"},
 };
 
 } // namespace

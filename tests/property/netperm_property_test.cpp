@@ -1,5 +1,6 @@
 // Host patterns, covered rules, first match, and maps of a file, on random data against plain procedures.
 #include "netperm_support.h"
+#include "translation.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -56,7 +57,46 @@ std::string random_conf(unsigned most_maps, unsigned most_policies) {
     return text;
 }
 
+std::string random_attributes(unsigned depth) {
+    std::string text;
+    for (unsigned left = 1 + random_below(4); left > 0; left--) {
+        text += one_of({"hosts", "ho%73ts", "proxy", "password", "passwor%64", "authenticate", "authserver", "xgateway",
+                        "xgatewa%79", "url", "sid", "x", "1", "2", "10"});
+        text += one_of({"", "", "", ":1", ":2"}) + one_of({"", "=*", "=b", "=%-deny%*"});
+        text += depth > 0 && random_below(2) ? "{" + random_attributes(depth - 1) + "} " : " ";
+    }
+    return text;
+}
+
 } // namespace
+
+// What a policy's template gives to one config set after another, against a copy of the whole template for each.
+TEST(netperm_property, templates) {
+    seed_random(7);
+    for (int round = 0; round < 2000; round++) {
+        const std::string proxy = one_of({"mrlyd", "http-px", "other", "policy-w"}), own = random_attributes(0),
+                          text = "policy-w{" + random_attributes(3) + "config-sets{a b{" + own + "} c}} " +
+                                 (proxy == "policy-w" ? "" : proxy + "_config-sets{a b{" + own + "} c}");
+        std::string made[2];
+        for (bool plain : {false, true}) {
+            tree db(text);
+            policy_templates templates;
+            Frag *model = ffind(db, "policy-w"), *user = ffind(db, proxy.c_str());
+            testing::internal::CaptureStderr();
+            for (Frag *set = ffind(&user->child, "config-sets")->child; set; set = set->next) {
+                if (!plain)
+                    templates.apply(model, set, user);
+                for (Frag *next, *copy = plain ? copy_fragtree(&model->child, set) : nullptr; copy; copy = next) {
+                    next = copy->next;
+                    copy->next = nullptr;
+                    addparm(set, copy, user->name);
+                }
+            }
+            made[plain] = testing::internal::GetCapturedStderr() + dump(db.head);
+        }
+        ASSERT_EQ(made[0], made[1]) << proxy << " " << text;
+    }
+}
 
 TEST(netperm_property, wildmatch_gives_the_plain_verdict) {
     seed_random(1);

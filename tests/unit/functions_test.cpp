@@ -19,14 +19,18 @@ TEST(tables, platforms) {
     EXPECT_EQ(names, "NT40! BSD40 NT! BSD SOL HPUX AIX ");
 }
 
-// Which proxies need authentication and the x settings, which authentication alone, and which nothing.
+// Every row with all its bits, and what the functions say of them and of proxies without a row.
 TEST(tables, needs) {
-    const char *rows[] = {"tn-px rlogin-px other tn-px-2 ssl netshow", "login-sh credsvc ahttp-px http-px pop3-px",
-                          "alerts ssl-px radm info-px gui mrlyd mrly whois fingerd svcgrd-fingerd svcgrd-ftpd "
-                          "svcgrd-rlogind svcgrd-telnetd ldap-px VDOLive NetShow"};
-    for (int row = 0; row < 3; row++)
-        for (const string &name : split(rows[row], ' '))
-            EXPECT_EQ(needsauth(name.c_str()) * 2 + needsx(name.c_str()), row == 0 ? 3 : row == 1 ? 2 : 0) << name;
+    string rows;
+    for (const proxy_attr_rec *row = proxy_attr_tab; row->proxy; row++) {
+        rows += string(row->proxy) + " " + numbertext(row->bits) + " ";
+        EXPECT_EQ(needsauth(row->proxy) + needsx(row->proxy) * 2, row->bits & 3) << row->proxy;
+    }
+    EXPECT_EQ(rows, "alerts 0 ssl-px 0 radm 4 info-px 0 gui 12 tn-px 3 login-sh 1 credsvc 1 ahttp-px 5 http-px 1 "
+                    "rlogin-px 3 mrlyd 0 mrly 0 pop3-px 1 whois 0 fingerd 0 svcgrd-fingerd 0 svcgrd-ftpd 0 "
+                    "svcgrd-rlogind 0 svcgrd-telnetd 0 ldap-px 0 VDOLive 0 NetShow 0 ");
+    for (const char *name : {"other", "tn-px-2", "ssl", "netshow"})
+        EXPECT_EQ(needsauth(name) + needsx(name), 2) << name;
 }
 
 TEST(functions, old_config_type) {

@@ -189,20 +189,6 @@ std::optional<std::string> parse_tail(Frag *config_set, std::string tail) {
     return policy;
 }
 
-// Hands what the policy's template has over to the config set.
-void apply_template(const translation &run, const std::string &policy, Frag *config_set, const char *proxy) {
-    Frag *model = run.proxies.find_key(("policy-" + policy).c_str());
-    if (!model)
-        return;
-    Frag *parameter = copy_fragtree(&model->child, config_set);
-    while (parameter) {
-        Frag *next = parameter->next;
-        parameter->next = nullptr;
-        addparm(config_set, parameter, proxy);
-        parameter = next;
-    }
-}
-
 } // namespace
 
 int untrans_hosts(translation &run, Frag *proxy) {
@@ -228,7 +214,8 @@ int untrans_hosts(translation &run, Frag *proxy) {
 
         std::optional<std::string> policy = parse_tail(config_set, first->tail);
         if (policy)
-            apply_template(run, *policy, config_set, proxy_name);
+            if (Frag *model = run.proxies.find_key(("policy-" + *policy).c_str()))
+                run.templates.apply(model, config_set, proxy);
 
         Frag *group = run.find_netgroup(first, next, k, policy ? policy->c_str() : proxy_name);
         std::string source = std::string("$$NETOBJ.") + fragname(group);

@@ -27,6 +27,21 @@ std::string_view rule_marker(const char *text);
 /// `parse_arg` with the indexes of the config set's lists.
 char *parse_arg(list_indexes &indexes, Frag *config_set, char *text);
 
+/// What the policies' templates of a table give to config sets. Each rule that names a policy takes what it can of the
+/// template, which may hold thousands of attributes that none can take, such as the hosts of lines for all proxies. So
+/// each template is gone through once.
+struct policy_templates {
+    policy_templates() = default;
+    ~policy_templates();
+    policy_templates(const policy_templates &) = delete;
+    policy_templates &operator=(const policy_templates &) = delete;
+    /// Hands a copy of each attribute of the template to `addparm`, for the config set of that proxy.
+    void apply(Frag *model, Frag *config_set, Frag *proxy);
+
+private:
+    std::unordered_map<Frag *, Frag *> usable; ///< by the template, its attributes without what no config set takes
+};
+
 /// What the translation of one proxy after another looks up, indexed once for a run over all of them. Without it a
 /// table of many rules would cost a walk over all lists, policies and maps for each.
 struct translation {
@@ -35,6 +50,7 @@ struct translation {
     name_index maps; ///< those that were here before: the run's own numbers only grow
     std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
     std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
+    policy_templates templates;
     Frag *spent = nullptr; ///< translated rules, freed at the end: their holes would scatter what is made meanwhile
 
     explicit translation(FragList database);
