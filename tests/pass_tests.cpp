@@ -125,6 +125,7 @@ const std::map<string, pass> passes = {
     {"canon_ip", plain(canon_ip)},
     {"norm41", plain(norm41)},
     {"norm_netobj", [](run &r) { return norm_netobj(r.frag()->child, r.arg(2), r.arg(3)); }},
+    {"norm_renumber", [](run &r) { return norm_renumber(r.db, r.arg(1), r.arg(2), r.arg(3)); }},
     {"norm_pfrules", [](run &r) { return norm_pfrules(r.db, r.arg(1), r.arg(2)); }},
     {"norm_parm", [](run &r) { return norm_parm(r.frag(), r.arg(2), r.arg(3)); }},
     {"norm_interfaces", plain(norm_interfaces)},

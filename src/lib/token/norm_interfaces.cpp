@@ -14,18 +14,29 @@ namespace {
 
 const char all_elements_key[] = "netobj_list_all%5Finterfaces_element";
 
+bool has_interface(Frag *element) { return !is_blanks(fval(&element->child, "interface")); }
+
 // The list of all interfaces while elements are entered into it. Entries stand in the order of their numbers, a
 // null where one has been replaced, and are renumbered and relinked at the end.
 struct all_interfaces {
     Frag *elements;
     std::vector<Frag *> entries;
     std::unordered_multimap<std::string, size_t> by_interface; // position by interface in lower case
+    // Entries that others took the place of. They are freed last, since the location list can be this very list, or
+    // stand below an entry.
+    std::vector<Frag *> replaced;
 
     explicit all_interfaces(FragList db) : elements(fmake(db, all_elements_key)) {
         sort_frags(&elements->child);
         for (Frag *entry = elements->child; entry; entry = entry->next)
             append(entry);
     }
+    ~all_interfaces() {
+        for (Frag *entry : replaced)
+            freefrag(entry);
+    }
+    all_interfaces(const all_interfaces &) = delete;
+    all_interfaces &operator=(const all_interfaces &) = delete;
 
     void append(Frag *entry) {
         if (const char *interface = fval(&entry->child, "interface"))
@@ -37,7 +48,7 @@ struct all_interfaces {
         std::string interface = lowercase(fval(&element->child, "interface"));
         auto same = by_interface.equal_range(interface);
         for (auto it = same.first; it != same.second; ++it) {
-            freefrag(entries[it->second]);
+            replaced.push_back(entries[it->second]);
             entries[it->second] = nullptr;
         }
         by_interface.erase(same.first, same.second);
@@ -78,7 +89,7 @@ struct all_interfaces {
 } // namespace
 
 int add_to_allif(FragList db, Frag *element) {
-    if (is_blanks(fval(&element->child, "interface")))
+    if (!has_interface(element))
         return 1;
     all_interfaces all(db);
     all.enter(element);
@@ -93,8 +104,12 @@ namespace {
 struct alias_lists {
     Frag *netobj_list;
     list_indexes indexes;
+    Frag *gone = nullptr; // freed last, since the location list can stand below
 
     explicit alias_lists(FragList db) : netobj_list(fmake(db, "netobj_list")) {}
+    ~alias_lists() { freelist(gone); }
+    alias_lists(const alias_lists &) = delete;
+    alias_lists &operator=(const alias_lists &) = delete;
 
     Frag *set(Frag *parent, const char *key, const char *value) {
         return indexes.set_key(&parent->child, key, value, parent);
@@ -122,7 +137,11 @@ struct alias_lists {
         if (Frag *num = indexes.find(&list->child, "num"))
             if (Frag *count = indexes.find(&num->child, "elements")) {
                 leaves(&num->child, count);
-                fremove(&num->child, "elements");
+                fdel(&num->child, "elements");
+                if (count->child)
+                    pushfrag(&gone, count, nullptr);
+                else
+                    freefrag(count);
             }
         Frag *elements = indexes.find(&list->child, "element");
         if (!elements) // it was the alias itself
@@ -135,6 +154,14 @@ struct alias_lists {
 };
 
 } // namespace
+
+// What points to the node, from `link` on, which was at it before new nodes came in front: an interface's name can lead
+// into the list that is being walked.
+static FragList link_to(Frag *frag, FragList link) {
+    while (*link != frag)
+        link = &(*link)->next;
+    return link;
+}
 
 int norm_if(FragList db, const char *location) {
     Frag *list = fmake(db, location);
@@ -149,39 +176,32 @@ int norm_if(FragList db, const char *location) {
             fremove(&element->child, "alias");
         }
         const char *interface = fval(&element->child, "interface");
-        if (is_blanks(interface)) {
-            aliases.leaves(&elements->child, element);
-            *link = element->next;
-            freefrag(element);
+        Frag *own = is_blanks(interface) ? nullptr : aliases.find_or_make(interface);
+        link = link_to(element, link);
+        if (own && !is_alias) { // it stays
+            link = &element->next;
             continue;
         }
-        Frag *own = aliases.find_or_make(interface);
-        // An interface's name can lead into this very list, and a new node at its head is not for this walk.
-        while (*link != element)
-            link = &(*link)->next;
-        if (is_alias) {
-            Frag *next = element->next;
-            aliases.indexes.remove(&elements->child, element);
-            *link = next;
+        Frag *next = element->next;
+        aliases.indexes.remove(&elements->child, element);
+        *link = next;
+        if (own)
             aliases.add(own, element);
-            aliases.indexes.forget_below(element); // its own name may have led there
-            freefrag(element);
-            while (*link != next)
-                link = &(*link)->next;
-        } else {
-            link = &element->next;
-        }
+        aliases.indexes.forget_below(element); // an interface's name may have led there
+        freefrag(element);
+        link = link_to(next, link);
     }
 
-    std::optional<all_interfaces> all;
-    for (Frag *element = elements->child; element; element = element->next)
-        if (!is_blanks(fval(&element->child, "interface"))) {
-            if (!all)
-                all.emplace(db);
-            all->enter(element);
-        }
-    if (all)
+    std::optional<all_interfaces> all; // lives to the end: what it replaces can be the location list's own elements
+    for (Frag *element = elements->child; element && !all; element = element->next)
+        if (has_interface(element))
+            all.emplace(db);
+    if (all) {
+        for (Frag *element = elements->child; element; element = element->next)
+            if (has_interface(element))
+                all->enter(element);
         all->relink();
+    }
 
     sort_frags(&elements->child);
     int count = number_frags(elements->child);

@@ -18,29 +18,40 @@ int norm_netobj(Frag *entry, const char *sublist_key, const char *count_key) {
     return number;
 }
 
+// Puts the node at the head of the list, behind which there are numbers in order up to `last`, where it belongs.
+static void place_count(FragList list, Frag *last) {
+    Frag *made = *list;
+    // A name that begins with a letter comes behind all numbers, and the long list need not be gone through again.
+    if (is_digit(*made->name) || fragmatch(last->name, made->name) > 0) {
+        sort_frags(list);
+        return;
+    }
+    *list = made->next;
+    made->next = nullptr;
+    last->next = made;
+}
+
 int norm_renumber(FragList db, const char *list_key, const char *count_key, const char *delete_key) {
     if (delete_key)
         fremove(db, delete_key);
     int count = 0;
-    Frag *last = nullptr;
     Frag *list = ffind(db, list_key);
+    Frag *first = nullptr;
+    Frag *last = nullptr;
     if (list) {
         sort_frags(&list->child);
-        for (Frag *frag = list->child; frag; frag = frag->next) {
+        first = list->child;
+        for (Frag *frag = first; frag; frag = frag->next) {
             renumberfrag(frag, ++count);
             last = frag;
         }
     }
-    if (count_key) {
-        fset(db, count_key, numbertext(count).c_str());
-        // The count of some families is a child of their list: it goes behind the numbers.
-        if (last && !is_digit(*list->child->name)) {
-            Frag *made = list->child;
-            list->child = made->next;
-            made->next = nullptr;
-            last->next = made;
-        }
-    }
+    if (!count_key)
+        return 0;
+    fset(db, count_key, numbertext(count).c_str());
+    // The numbers are in order. Only the count, which in some families is a child of the list, can disturb it.
+    if (first && list->child != first)
+        place_count(&list->child, last);
     return 0;
 }
 
