@@ -1,6 +1,5 @@
 // The records of a group of rules: a network list and its group, a policy, a map.
 #include "frag_tools.h"
-#include "fragcore.h"
 #include "netperm.h"
 #include "translation.h"
 
@@ -9,9 +8,6 @@
 
 // The next map's number, for the whole process.
 static int next_map = 1;
-
-// Each kind of record by itself, since the passes behind this one go through one kind after the other.
-static block_pool list_blocks, group_blocks, policy_blocks, map_blocks;
 
 namespace {
 
@@ -78,8 +74,7 @@ std::string translation::free_name(const name_index &names, std::string base, in
     return name;
 }
 
-Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, int seq, const char *base) {
-    pool_scope pool(list_blocks);
+Frag *translation::group_of(const rule_text *first, const rule_text *end, int seq, const char *base) {
     Frag *netobj_list = fmake(db, "netobj_list");
     std::string hosts;
     for (const rule_text *rule = first; rule != end; rule++)
@@ -103,7 +98,6 @@ Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, i
     std::string stored_name = storedname(group_name(list_name));
     Frag *group = groups.find(stored_name);
     if (!group) {
-        pool_scope group_pool(group_blocks);
         group = faddchild(netobj_group, stored_name, nullptr);
         groups.add(group);
         Frag *member = faddchild(faddchild(group, "member", nullptr), "1", nullptr);
@@ -113,8 +107,7 @@ Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, i
     return group;
 }
 
-std::string translation::make_policy(const char *name, const char *base, int seq, const char *cs) {
-    pool_scope pool(policy_blocks);
+std::string translation::new_policy(const char *name, const char *base, int seq, const char *cs) {
     Frag *policy = fset(db, "policy", nullptr);
     std::string result;
     if (name && !policies.find_key(name))
@@ -128,9 +121,8 @@ std::string translation::make_policy(const char *name, const char *base, int seq
     return result;
 }
 
-void translation::addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
-                         Frag *config_set) {
-    pool_scope pool(map_blocks);
+void translation::record_map(const char *policy, const char *pd, const char *proxy, const char *src,
+                             const char *tag_proxy, Frag *config_set) {
     Frag *map = fset(db, "map", nullptr);
     // A map that was here before, from a merged file, keeps its number and all that it holds.
     while (maps.find(numbertext(next_map)))
@@ -150,18 +142,18 @@ Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *b
     for (Frag *rule = first; rule != last; rule = rule->next)
         rules.push_back(read_rule(rule));
     rules.push_back(read_rule(last));
-    return translation(db).find_netgroup(rules.data(), rules.data() + rules.size(), seq, base);
+    return translation(db).group_of(rules.data(), rules.data() + rules.size(), seq, base);
 }
 
 char *make_policy(FragList db, char *name, const char *base, int seq, const char *cs) {
     for (char *byte = name; byte && *byte; byte++)
         if (*byte == '_')
             *byte = '-';
-    return makestr(translation(db).make_policy(name, base, seq, cs).c_str());
+    return makestr(translation(db).new_policy(name, base, seq, cs).c_str());
 }
 
 int addmap(FragList db, const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
            Frag *config_set) {
-    translation(db).addmap(policy, pd, proxy, src, tag_proxy, config_set);
+    translation(db).record_map(policy, pd, proxy, src, tag_proxy, config_set);
     return 0;
 }

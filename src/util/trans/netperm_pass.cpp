@@ -46,7 +46,7 @@ void translate_proxies(Frag *def_proxy) {
     translation run(cur_database);
     for (Frag *proxy = def_proxy->child; proxy; proxy = proxy->next)
         if (!is_template(proxy) && strcmp(proxy->name, "alerts") != 0)
-            untrans_hosts(run, proxy);
+            translate_hosts(run, proxy);
 }
 
 // Removes the policy templates; the order of the proxies that remain is turned around.

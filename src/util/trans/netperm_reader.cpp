@@ -58,20 +58,24 @@ bool is_global_only(const char *attribute) {
     return false;
 }
 
+// Steps over the prefix at the front of the name, one at most, and returns its bit. A table knows no `onlyon-`.
+long take_prefix(const char *&name) {
+    static const struct {
+        std::string_view text;
+        long bit;
+    } prefixes[] = {{"permit-", ATTR_PERMIT}, {"deny-", ATTR_DENY}, {"absorb-", ATTR_ABSORB}};
+    for (const auto &prefix : prefixes)
+        if (has_prefix_nocase(name, prefix.text)) {
+            name += prefix.text.size();
+            return prefix.bit;
+        }
+    return 0;
+}
+
 void file_rule(list_indexes &indexes, Frag *proxy, int line, const char *attribute, const char *text) {
     std::string stored = storedname(attribute);
     const char *name = stored.c_str();
-    long bits = 0;
-    if (has_prefix_nocase(name, "permit-")) {
-        bits = ATTR_PERMIT;
-        name += strlen("permit-");
-    } else if (has_prefix_nocase(name, "deny-")) {
-        bits = ATTR_DENY;
-        name += strlen("deny-");
-    } else if (has_prefix_nocase(name, "absorb-")) {
-        bits = ATTR_ABSORB;
-        name += strlen("absorb-");
-    }
+    long bits = take_prefix(name);
 
     Frag *rules = indexes.find(&proxy->child, key_component(name));
     if (!rules) {

@@ -46,7 +46,7 @@ char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text) {
     return tail;
 }
 
-char *parse_arg(list_indexes &indexes, Frag *config_set, char *text) {
+char *take_word(list_indexes &indexes, Frag *config_set, char *text) {
     char *rest = text + word_len(text);
     if (*rest)
         *rest++ = 0;
@@ -62,5 +62,5 @@ char *parse_arg(list_indexes &indexes, Frag *config_set, char *text) {
 
 char *parse_arg(Frag *config_set, char *text) {
     list_indexes indexes;
-    return parse_arg(indexes, config_set, text);
+    return take_word(indexes, config_set, text);
 }

@@ -171,7 +171,7 @@ std::optional<std::string> parse_tail(Frag *config_set, std::string tail) {
     char *at = tail.data();
     while (*at) {
         if (!has_prefix(at, "-policy")) {
-            at = parse_arg(indexes, config_set, at);
+            at = take_word(indexes, config_set, at);
             continue;
         }
         at += strlen("-policy");
@@ -191,7 +191,7 @@ std::optional<std::string> parse_tail(Frag *config_set, std::string tail) {
 
 } // namespace
 
-int untrans_hosts(translation &run, Frag *proxy) {
+int translate_hosts(translation &run, Frag *proxy) {
     Frag *hosts = fdel(&proxy->child, "hosts");
     if (!hosts)
         return 1;
@@ -217,15 +217,15 @@ int untrans_hosts(translation &run, Frag *proxy) {
             if (Frag *model = run.proxies.find_key(("policy-" + *policy).c_str()))
                 run.templates.apply(model, config_set, proxy);
 
-        Frag *group = run.find_netgroup(first, next, k, policy ? policy->c_str() : proxy_name);
+        Frag *group = run.group_of(first, next, k, policy ? policy->c_str() : proxy_name);
         std::string source = std::string("$$NETOBJ.") + fragname(group);
         if (first->marker == DENY_MARKER) {
-            run.addmap("*", "D", proxy_name, source.c_str(), proxy_name, config_set);
+            run.record_map("*", "D", proxy_name, source.c_str(), proxy_name, config_set);
         } else {
             std::string set_clear_name = fragname(config_set);
             std::string made =
-                run.make_policy(policy ? policy->c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
-            run.addmap(made.c_str(), "P", "*", source.c_str(), proxy_name, config_set);
+                run.new_policy(policy ? policy->c_str() : nullptr, proxy_name, k, set_clear_name.c_str());
+            run.record_map(made.c_str(), "P", "*", source.c_str(), proxy_name, config_set);
         }
     }
     pushfrag(&run.spent, hosts, nullptr);
@@ -234,5 +234,5 @@ int untrans_hosts(translation &run, Frag *proxy) {
 
 int untrans_hosts(FragList db, Frag *proxy) {
     translation run(db);
-    return untrans_hosts(run, proxy);
+    return translate_hosts(run, proxy);
 }

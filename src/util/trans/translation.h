@@ -25,7 +25,7 @@ rule_text read_rule_text(const char *text);
 /// The marker at the very start of `text`, or empty.
 std::string_view rule_marker(const char *text);
 /// `parse_arg` with the indexes of the config set's lists.
-char *parse_arg(list_indexes &indexes, Frag *config_set, char *text);
+char *take_word(list_indexes &indexes, Frag *config_set, char *text);
 
 /// What the policies' templates of a table give to config sets. Each rule that names a policy takes what it can of the
 /// template, which may hold thousands of attributes that none can take, such as the hosts of lines for all proxies. So
@@ -51,23 +51,26 @@ struct translation {
     std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
     std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
     policy_templates templates;
-    Frag *spent = nullptr; ///< translated rules, freed at the end: their holes would scatter what is made meanwhile
+    /// Translated rules. They are freed at the end: records that are made meanwhile would be put into the memory that
+    /// each gives back, all over the heap, and the passes that go through them next would wait for it.
+    Frag *spent = nullptr;
 
     explicit translation(FragList database);
     ~translation() { freelist(spent); }
     translation(const translation &) = delete;
     translation &operator=(const translation &) = delete;
     /// `find_netgroup` for the rules from `first` up to, but not with, `end`.
-    Frag *find_netgroup(const rule_text *first, const rule_text *end, int seq, const char *base);
+    Frag *group_of(const rule_text *first, const rule_text *end, int seq, const char *base);
     /// `make_policy`, but `name` stays as it is, each `_` in it having become `-` before.
-    std::string make_policy(const char *name, const char *base, int seq, const char *cs);
-    void addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
-                Frag *config_set);
+    std::string new_policy(const char *name, const char *base, int seq, const char *cs);
+    /// `addmap`.
+    void record_map(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
+                    Frag *config_set);
 
 private:
     std::string free_name(const name_index &names, std::string base, int seq, const char *suffix);
 };
 /// `untrans_hosts` with the indexes of a run over many proxies.
-int untrans_hosts(translation &run, Frag *proxy);
+int translate_hosts(translation &run, Frag *proxy);
 
 #endif

@@ -1,20 +1,14 @@
-// The command line, the old configuration's release, and the order of all passes.
+// The old configuration's release, and the order of all passes.
 #include "upgrade.h"
+#include "command_line.h"
 #include "frag_tools.h"
 #include "nupgrade.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 #include <utility>
 
 FILE *repf;
-
-void usage(const char *program) {
-    fprintf(stderr, "usage: %s [-Vx] [-n netperm] [-m mergefile] outputfile\n", program);
-    exit(1);
-}
 
 int old_config_type(FragList conf) {
     if (!ffind(conf, "def_proxy"))
@@ -41,38 +35,28 @@ int old_config_type(FragList conf) {
 
 namespace {
 
-/// One run: its command line and what the options so far have set.
+/// What the options so far, and the look at the old configuration, have set.
 struct run {
-    int argc;
-    char **argv;
-    int at = 0; // the argument that was handled last
+    const char *program;
     int config_type = 0;
     int output_version = 1;
     int merge_count = 0;
-
-    int left() const { return argc - 1 - at; }
-    const char *next() { return argv[++at]; }
-    void need(int arguments) const {
-        if (left() < arguments)
-            usage(argv[0]);
-    }
 };
 
-// What the run looks at in the old configuration, and in the initial environment, ahead of merging them.
+// What the run looks at in the old configuration ahead of merging it. A key that ends in `_` stands for all below it.
 const char *const oldconf_keys[] = {
-    "def_proxy", "version_firewall", "trusted_networks", "untrusted_networks", "netobj_", nullptr,
+    "def_proxy",          // without it the configuration is from before 4.0
+    "version_firewall",   // tells any other release
+    "trusted_networks",   // from before 4.0: becomes a network list
+    "untrusted_networks", // likewise
+    "netobj_",            // of any other release: its network lists are taken over
+    nullptr,
 };
+
+// The same for the initial environment: `copy_50_stuff` takes settings of its proxies.
 const char *const initconf_keys[] = {"def_proxy_", nullptr};
 
-// Reads the file of the next `-m` from `at` on, for inspection. The result is the argument behind it.
-int read_merge_file(const run &r, int at, FragList list, const char *const *keys) {
-    while (at < r.argc && strcmp(r.argv[at], "-m") != 0)
-        at++;
-    if (at + 1 < r.argc)
-        inspectffile(r.argv[at + 1], list, keys);
-    return at + 2;
-}
-
+// Makes a network list of the text of an old configuration from before 4.0.
 void take_network_list(const char *key, const char *list_name) {
     if (Frag *networks = fdel(&oldconf, key)) {
         if (networks->value)
@@ -81,7 +65,8 @@ void take_network_list(const char *key, const char *list_name) {
     }
 }
 
-// What must be taken from the old configuration ahead of everything else: its network objects.
+// Takes the network objects of the old configuration over, ahead of the options: rules of a table then use the list
+// that has their hosts, and a file that is merged changes none.
 void take_netobj() {
     if (!ffind(&oldconf, "def_proxy")) {
         take_network_list("trusted_networks", "Trusted$LIST");
@@ -91,7 +76,7 @@ void take_netobj() {
     Frag *netobj = fset(cur_database, "netobj", nullptr);
     freelist(netobj->child);
     netobj->child = nullptr;
-    // The lists, and what stands behind them.
+    // The node `list` and the siblings behind it; what stands in front of it is left out.
     if (Frag *old_netobj = ffind(&oldconf, "netobj")) {
         FragList link = &old_netobj->child;
         while (*link && !is_named(*link, "list"))
@@ -102,25 +87,15 @@ void take_netobj() {
     }
 }
 
-void report_option(run &r) {
-    r.need(2);
-    const char *path = r.next();
+void open_report(const run &r, const char *path) {
     repf = open_file(path, "w");
     if (repf)
         fprintf(repf, "Old config type=%d\n", r.config_type);
     else
-        fprintf(stderr, "%s: failed to open report file %s for writing\n", r.argv[0], path);
+        fprintf(stderr, "%s: failed to open report file %s for writing\n", r.program, path);
 }
 
-void version_option(run &r, const char *text) {
-    r.output_version = decimal(*text ? text : r.next());
-    if (r.output_version == 2)
-        r.output_version = 99;
-}
-
-void merge_option(run &r) {
-    r.need(2);
-    const char *path = r.next();
+void merge_file(run &r, const char *path) {
     int count = r.merge_count++;
     // A 5.5 configuration is complete: nothing is merged into it.
     if (r.config_type == 55 && count != 0)
@@ -135,13 +110,7 @@ void merge_option(run &r) {
     conf_merge(cur_database, path);
 }
 
-void netperm_option(run &r) {
-    r.need(2);
-    netperm_pass(r.next(), r.config_type);
-}
-
-void environment_option(run &r) {
-    const char *path = r.next();
+void import_environment(const char *path) {
     if (repf)
         fprintf(repf, "import: %s\n", path);
     importenv(path);
@@ -178,43 +147,39 @@ void last_passes(const run &r) {
 
 int upgrade(int argc, char **argv) {
     hold_standard_streams();
-    run r{argc, argv};
     cur_database = &def_database;
-    if (argc < 4)
-        usage(argc > 0 ? argv[0] : "upgrade");
+    command_line line(argc, argv);
 
-    int behind_first = read_merge_file(r, 1, &oldconf, oldconf_keys);
-    read_merge_file(r, behind_first, &initconf, initconf_keys);
-    r.config_type = old_config_type(&oldconf);
+    int at = 1;
+    if (const char *old_file = line.find_merge_file(&at))
+        inspectffile(old_file, &oldconf, oldconf_keys);
+    if (const char *init_file = line.find_merge_file(&at))
+        inspectffile(init_file, &initconf, initconf_keys);
+    run r{line.program(), old_config_type(&oldconf)};
     take_netobj();
 
-    // The last argument is the output and never an option, but an option may take it as its own argument.
-    while (r.left() > 1) {
-        const char *option = r.next();
-        if (option[0] != '-')
-            continue;
-        switch (option[1]) {
+    for (command_option option; line.next_option(option);)
+        switch (option.letter) {
         case 'V':
-            version_option(r, option + 2);
+            r.output_version = decimal(option.argument);
+            if (r.output_version == 2)
+                r.output_version = 99;
             break;
         case 'R':
-            report_option(r);
+            open_report(r, option.argument);
             break;
         case 'm':
-            merge_option(r);
+            merge_file(r, option.argument);
             break;
         case 'n':
-            netperm_option(r);
+            netperm_pass(option.argument, r.config_type);
             break;
         case 'e':
-            environment_option(r);
+            import_environment(option.argument);
             break;
-        default:
-            usage(argv[0]);
         }
-    }
 
     last_passes(r);
-    exportenv(r.left() > 0 ? r.next() : nullptr, r.output_version);
+    exportenv(line.output(), r.output_version);
     return 0;
 }

@@ -10,7 +10,8 @@
 /// The report stream, null when there is none.
 extern FILE *repf;
 /// The whole run of the program, with main()'s arguments. The result is its exit status; a usage error and a netperm
-/// table that can't be opened exit with status 1.
+/// table that can't be opened exit with status 1. Afterwards `oldconf` and `initconf` hold only what the run looks at
+/// in their files, without what it has taken over.
 int upgrade(int argc, char **argv);
 /// Prints the usage line on standard error and exits with status 1.
 [[noreturn]] void usage(const char *program);
