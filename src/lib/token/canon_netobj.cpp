@@ -26,13 +26,14 @@ namespace {
 
 constexpr char top_key[] = "netobj_list_";
 
-// The alias lists below `netobj_list`, if there is one, to which an interface's name is a key. Those that are used up
-// are freed together at the end, so that none that comes later stands at the address of one that was indexed.
+// The alias lists, to which an interface's name is the key below `netobj_list`. A list that is folded into a location
+// list leaves the tree, but is freed only at the end: the indexes know lists by their addresses, and a list that is
+// made later must not get an address that they know.
 struct alias_lists {
     Frag *netobj_list;
     list_indexes indexes;
-    std::unordered_map<Frag *, FragList> links; // what points to each node, of the lists that lost one
-    std::unordered_set<FragList> linked;        // these lists
+    std::unordered_map<Frag *, FragList> links; // what points to each node of the lists in `linked`
+    std::unordered_set<FragList> linked;        // those that have lost a node
     Frag *used = nullptr;
 
     explicit alias_lists(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
@@ -40,7 +41,7 @@ struct alias_lists {
     alias_lists(const alias_lists &) = delete;
     alias_lists &operator=(const alias_lists &) = delete;
 
-    // Uses up the list of that key: null if there is none. The caller must not free it.
+    // Takes the list of that key out of the tree. Null if there is none. The caller must not free it.
     Frag *use(const char *key) {
         if (!netobj_list)
             return nullptr;
@@ -54,7 +55,7 @@ struct alias_lists {
         return list;
     }
 
-    // A walk to the node in front for each would take the square of their number.
+    // A walk to the node in front, for each list that goes, would cost the square of their number.
     void unlink(FragList siblings, Frag *list) {
         if (linked.insert(siblings).second)
             for (FragList link = siblings; *link; link = &(*link)->next)
@@ -66,8 +67,8 @@ struct alias_lists {
     }
 };
 
-// True if the key, which an interface's name can lead anywhere, leads to the location list, to what that stands in or
-// into its elements.
+// True if the key leads to the location list, to a node that it stands below, or into its elements. As part of the key,
+// an interface's name can lead anywhere.
 bool leads_into_location(const char *key, const char *location) {
     for (;; key++, location++) {
         std::string_view component = key_component(key);
@@ -107,7 +108,7 @@ int canon_if(FragList db, const char *location) {
             Frag *alias_list = aliases.use(key.c_str() + strlen(top_key));
             Frag *alias_elements = alias_list ? ffind(&alias_list->child, "element") : nullptr;
             for (Frag *alias = alias_elements ? alias_elements->child : nullptr; alias; alias = alias->next) {
-                // The count says where free numbers begin only if there is no gap; no element is replaced.
+                // If the numbers have gaps, one behind the count can be taken. No element may be replaced.
                 while (numbers.find(numbertext(next_number)))
                     next_number++;
                 std::string number = numbertext(next_number++);

@@ -31,7 +31,7 @@ int canon_cust(FragList db) {
         Frag *realname = fdel_valued(&entry->child, "realname");
         take_name(entry, "name");
         canon_parm(entry, "parm", "num_parms", "num");
-        // The owner is met under the name that its own `realname` gave it, or made under that name.
+        // By now the owner is named by its own `realname`. One that is missing is made.
         std::string owner_name = realname && *realname->value ? storedname(realname->value) : entry->name;
         if (!def_proxy)
             def_proxy = fset(db, "def_proxy", nullptr);

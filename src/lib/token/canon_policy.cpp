@@ -122,8 +122,8 @@ const ip_var_rec ip_var_tab[] = {
 
 namespace {
 
-// The element that has the address, or a new one with the number behind those that are there; null if the address
-// is a placeholder that no element has.
+// The element that has the address, or a new one behind those that are there. Null if no element has it and it is only
+// a placeholder.
 Frag *element_for_address(FragList db, const char *elements_key, const char *address) {
     Frag *elements = fmake(db, elements_key);
     int number = 1;
@@ -132,7 +132,7 @@ Frag *element_for_address(FragList db, const char *elements_key, const char *add
             return element;
     if (!*address || strcmp(address, "none") == 0 || strcmp(address, "XXX.XXX.XXX.XXX") == 0)
         return nullptr;
-    // With a gap in the numbers the count can be taken, and no element is replaced.
+    // If the numbers have gaps, the one behind the count can be taken. No element may be replaced.
     name_index numbers(&elements->child);
     while (numbers.find(numbertext(number)))
         number++;

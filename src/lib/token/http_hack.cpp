@@ -2,7 +2,6 @@
 #include "name_index.h"
 #include "nupgrade.h"
 
-#include <cstring>
 #include <strings.h>
 #include <unordered_set>
 #include <vector>
@@ -23,7 +22,7 @@ verdict judge(FragList list) {
     return strcasecmp(value, "never") == 0 ? NEVER : ON;
 }
 
-/// The config sets that policies with authentication list with a value.
+/// The config sets that have a value in the list of a policy with authentication.
 struct authenticated_sets {
     std::vector<Frag *> lists; // the policies' lists
     std::unordered_set<std::string> names;
@@ -47,7 +46,7 @@ struct authenticated_sets {
     bool has(const std::string &set_name) {
         if (set_name.find_first_of("_=") == std::string::npos)
             return names.count(set_name) != 0;
-        for (Frag *list : lists) { // the name is a key that leads further down
+        for (Frag *list : lists) { // a name with a `_` is a key of several levels
             const Frag *set = indexes.find_key(&list->child, set_name.c_str());
             if (set && set->value)
                 return true;

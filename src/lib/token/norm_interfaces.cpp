@@ -104,7 +104,7 @@ namespace {
 struct alias_lists {
     Frag *netobj_list;
     list_indexes indexes;
-    Frag *gone = nullptr; // freed last, since the location list can stand below
+    Frag *gone = nullptr; // counts with something below, freed last: it can be the location list
 
     explicit alias_lists(FragList db) : netobj_list(fmake(db, "netobj_list")) {}
     ~alias_lists() { freelist(gone); }
@@ -132,7 +132,7 @@ struct alias_lists {
         return list;
     }
 
-    // Puts a copy of the alias behind the elements of the list, whose count may leave numbers that are taken.
+    // Puts a copy of the alias behind the elements of the list, under the first number behind their count that is free.
     void add(Frag *list, Frag *alias) {
         if (Frag *num = indexes.find(&list->child, "num"))
             if (Frag *count = indexes.find(&num->child, "elements")) {
@@ -144,7 +144,7 @@ struct alias_lists {
                     freefrag(count);
             }
         Frag *elements = indexes.find(&list->child, "element");
-        if (!elements) // it was the alias itself
+        if (!elements) // the alias, which has just left, was the list's `element`
             elements = set(list, "element", nullptr);
         int number = indexes.free_number(&elements->child);
         Frag *copy = set(elements, numbertext(number).c_str(), nullptr);
@@ -155,8 +155,8 @@ struct alias_lists {
 
 } // namespace
 
-// What points to the node, from `link` on, which was at it before new nodes came in front: an interface's name can lead
-// into the list that is being walked.
+// What points to the node: `link` does, unless new nodes have come in front of it. For an interface's name can lead
+// into the very list that is being walked.
 static FragList link_to(Frag *frag, FragList link) {
     while (*link != frag)
         link = &(*link)->next;
@@ -187,7 +187,7 @@ int norm_if(FragList db, const char *location) {
         *link = next;
         if (own)
             aliases.add(own, element);
-        aliases.indexes.forget_below(element); // an interface's name may have led there
+        aliases.indexes.forget_below(element); // interfaces' names may have led to lists below it
         freefrag(element);
         link = link_to(next, link);
     }

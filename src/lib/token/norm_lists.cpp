@@ -18,10 +18,10 @@ int norm_netobj(Frag *entry, const char *sublist_key, const char *count_key) {
     return number;
 }
 
-// Puts the node at the head of the list, behind which there are numbers in order up to `last`, where it belongs.
+// Moves the node at the head of the list to its place among the numbers, which stand behind it in order up to `last`.
 static void place_count(FragList list, Frag *last) {
     Frag *made = *list;
-    // A name that begins with a letter comes behind all numbers, and the long list need not be gone through again.
+    // Most counts come behind all numbers, and then the long list need not be gone through again.
     if (is_digit(*made->name) || fragmatch(last->name, made->name) > 0) {
         sort_frags(list);
         return;

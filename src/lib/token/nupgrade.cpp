@@ -4,7 +4,8 @@
 
 int norm_fragtree(FragList db) {
     // Proxies get their names before config sets are hung on them, config sets stand under their proxies before
-    // policies look for them, and lists have their names before interfaces do. The count tells numbered proxies.
+    // policies look for them, and lists have their names before interfaces do. Without their count, proxies and config
+    // sets are not numbered, and stay as they are.
     if (fremove(db, "def_num_proxies")) {
         canon_def(db);
         if (fremove(db, "cust_num_proxies"))

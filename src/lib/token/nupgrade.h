@@ -16,8 +16,8 @@ int norm_fragtree(FragList db);
 int canon_def(FragList db);
 /// Moves the config sets of `cust_proxy` below the proxies that own them, making those that are missing.
 int canon_cust(FragList db);
-/// Turns the numbered parameters of `entry`, kept in its child `list_key`, into children of the entry. The count's
-/// key and the interior node that it leaves behind go too; each may be null.
+/// Turns the numbered parameters of `entry`, kept in its child `list_key`, into children of the entry. Their count
+/// goes, and the node `interior_key` if that leaves it with neither value nor children; each key may be null.
 int canon_parm(Frag *entry, const char *list_key, const char *count_key, const char *interior_key);
 /// Names the entries of a family, "netobj_list" or "netobj_group", and removes their counts.
 int canon_netobj(FragList db, const char *family);
@@ -75,8 +75,8 @@ int norm_interfaces(FragList db);
 /// Takes the aliases out of the location list of that key and enters the rest into the list of all interfaces. Any key
 /// will do; both go below `netobj_list`, which exists afterwards.
 int norm_if(FragList db, const char *location);
-/// Enters an element of a location list into the list of all interfaces in place of an entry for the same interface.
-/// 1 if it has no interface and was not entered.
+/// Enters a copy of an element of a location list into the list of all interfaces, in place of an entry for the same
+/// interface, which is freed. 1 if it has no interface and was not entered.
 int add_to_allif(FragList db, Frag *element);
 /// 1 if an element of that list has exactly that interface; 0 if not, or if either name is null.
 int is_in_list(FragList db, const char *list_name, const char *interface);
@@ -120,9 +120,9 @@ using enum_callback = int (*)(Frag *element, const char *name, void *arg);
 /// ran to its end, 1 when there was nothing to walk, else the callback's result. A name that is no list is handed to
 /// the callback as it is, with no element.
 int enum_netobj(FragList db, const char *name, enum_callback callback, void *arg);
-/// Walks the members of a group, and of the groups in it. A group that is under way is passed over, so that a ring
-/// ends; one that stands in two groups is walked in both. Those under way are marked with a child `tag`, which is gone
-/// afterwards. The callback gets the name of each list; `name` is that of the whole walk and has no say in it.
+/// Walks the members of a group, and of the groups in it. A group that is being walked, which a child `tag` marks until
+/// its end, is passed over, so that a ring ends; one that stands in two groups is walked in both. The callback gets the
+/// name of each list; `name` is not looked at.
 int enum_netgroup(FragList db, Frag *group, const char *name, enum_callback callback, void *arg);
 /// Walks the elements of the list, or of the list called `name` if it is null.
 int enum_netlist(FragList db, Frag *list, const char *name, enum_callback callback, void *arg);

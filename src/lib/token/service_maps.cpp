@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-// A proxy called NOT_DEF does not exist: such a row makes its service known, so that the 4.1 upgrade uses its entry
-// up, and does nothing else. Of several rows for one service, proxy or type the first counts.
+// There is no proxy NOT_DEF: such a row only makes its service known, so that the 4.1 upgrade removes the service's
+// entry. Of several rows for one service, proxy or type the first counts.
 const maprec map_unix[] = {
     {"http-px", "http", "http-px", "80", "./http-px"},
     {"tn-px", "telnet", "tn-px", "23", "./tn-px"},

@@ -3,14 +3,11 @@
 #include "name_index.h"
 #include "nupgrade.h"
 
-#include <cstdlib>
-#include <cstring>
-
 namespace {
 
 void set_text(Frag *frag, const char *key, const char *value) { fsetp(&frag->child, key, value, frag); }
 
-// The GUI client becomes an element of the administrators' list; an element that has its address is taken over.
+// The GUI client becomes an element of the administrators' list. If an element has its address, that one becomes it.
 void move_gui_client(FragList db) {
     const char *address = fval(db, "gui_client");
     if (!address || !*address || !ffind(db, "netobj_group_fw-admin"))
@@ -39,7 +36,7 @@ void split_plug_proxy(Frag *def_proxy) {
     Frag *plug = fdel(&def_proxy->child, "plug-px");
     if (!plug)
         return;
-    list_indexes indexes; // a set's name with a `_` is a key that leads further down
+    list_indexes indexes; // a set's name with a `_` is a key of several levels
     Frag *config_sets = fdel(&plug->child, "config-sets");
     while (config_sets && config_sets->child) {
         Frag *set = config_sets->child;
@@ -60,7 +57,8 @@ void split_plug_proxy(Frag *def_proxy) {
     freefrag(plug);
 }
 
-// A service that the table knows is used up, whether its proxy exists or not; the others stay.
+// Gives the proxies the states of their services. A service that the table knows goes, even if its proxy does not
+// exist; the others stay.
 void move_states(Frag *def_proxy, Frag *services, const maprec *table) {
     name_index proxies(&def_proxy->child);
     Frag *service = services->child;

@@ -34,7 +34,7 @@ const program_rec program_tab[] = {
 
 namespace {
 
-// Finds what the keys of init's proxies lead to in `db`, where each would otherwise cost a walk over its proxies.
+// Finds the proxies of `db` by the keys of the initial environment's, without a walk over all proxies for each.
 struct proxy_finder {
     FragList db;
     name_index proxies;

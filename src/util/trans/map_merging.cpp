@@ -18,13 +18,13 @@ int proxies_not_in_maps(FragList, Frag *map, Frag *list) {
 
 namespace {
 
-/// The policies that maps name, while some of them are renamed and others go. Those that go are only noted, since
-/// each would cost a walk to unlink, and go together at the end.
+/// The policies that maps name, while the merge renames some and removes others. `remove` only notes a policy, and
+/// `sweep` takes them all out in one walk: to unlink each by itself would cost a walk for each.
 struct policy_book {
     Frag *policy;
     name_index names;
     std::unordered_map<Frag *, int> uses;    // how many maps name it
-    std::unordered_set<std::string> missing; // names that maps give to no policy
+    std::unordered_set<std::string> missing; // names in maps to which there is no policy
     std::unordered_set<Frag *> doomed;
 
     explicit policy_book(FragList db) : policy(ffind(db, "policy")), names(db, "policy") {}
@@ -102,11 +102,11 @@ struct survivor {
             policy = policies.find(values.policy);
     }
 
-    // A deny map never does, whatever policy it names.
+    // A deny map merges with nothing, whatever policy it names.
     bool merges() const { return values.complete && values.policy != "*" && values.pd != "D"; }
 
-    // Gives the policy its name as a merged one. False if there is no policy to take further config sets, or if
-    // other maps than the `own_uses` name it too and would lose it.
+    // Gives the policy its new name before it takes the first config set of another map. False if it has no list of
+    // config sets, or if more maps name it than the `own_uses` that are being merged: the others would lose it.
     bool begin(int own_uses) {
         if (target)
             return true;
@@ -201,7 +201,7 @@ void merge_maps(FragList db) {
         return;
     policy_book policies(db);
     sort_frags(&map->child);
-    // The n-th map of a proxy goes to the n-th batch; one that is no proxy's goes to the first.
+    // The n-th map of a proxy goes to the n-th batch; one that names no proxy in its `tag` goes to the first.
     std::vector<std::vector<Frag *>> batches;
     std::unordered_map<std::string_view, size_t> taken;
     for (Frag *frag = map->child; frag; frag = frag->next) {

@@ -16,7 +16,7 @@ Frag *children_of(FragList db, const char *key) {
     return frag ? frag->child : nullptr;
 }
 
-// The text by which lists and groups of rules with the same hosts are told to be equal.
+// Adds a host to a text that is the same for all lists and groups of rules with the same hosts, whatever their case.
 void add_host(std::string &hosts, std::string_view host) {
     for (char byte : host)
         hosts.push_back(lowercase(byte));
@@ -54,8 +54,8 @@ translation::translation(FragList database)
     }
 }
 
-// The first name of `base`, a number from `seq` up and the suffix that `names` does not lead to. What a search has
-// passed over is kept, so that the next one goes on behind it.
+// The first free name that `base`, a number from `seq` up and the suffix make. For each taken name that it tries it
+// notes the number that it ends with, so that a later search that comes to one of them goes on from there.
 std::string translation::free_name(const name_index &names, std::string base, int seq, const char *suffix) {
     std::vector<std::string> passed;
     std::string name;
@@ -66,7 +66,7 @@ std::string translation::free_name(const name_index &names, std::string base, in
         auto known = taken_names.find(name);
         seq = known == taken_names.end() ? seq + 1 : known->second;
         passed.push_back(std::move(name));
-        // A key ends at `=`, so a number behind one would never make another key.
+        // Names are looked up as keys, which end at `=`: behind one, no number would ever make a free name.
         base.resize(strcspn(base.c_str(), "="));
     }
     for (const std::string &taken : passed)
@@ -94,7 +94,7 @@ Frag *translation::group_of(const rule_text *first, const rule_text *end, int se
 
     std::string list_name = fragname(list);
     Frag *netobj_group = fmake(db, "netobj_group");
-    // A list that was here before can have a name with a `_`, which is one component all the same.
+    // The name of a list from a merged file can hold a `_`; it is one name, not a key of two levels.
     std::string stored_name = storedname(group_name(list_name));
     Frag *group = groups.find(stored_name);
     if (!group) {

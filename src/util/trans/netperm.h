@@ -14,10 +14,11 @@ void netperm_pass(const char *path, int config_type);
 int readnpt(FILE *stream, FragList db);
 /// Files one rule under a proxy. `line` names it among the rules of its attribute. Always 0.
 int add_rule(Frag *proxy, int line, const char *attribute, const char *text);
-/// The attribute words that a line for all proxies, `*`, gives to the proxy `global` alone. Ends with a null word.
+/// The attribute words that a line for all proxies, `*`, gives to the proxy `global` alone. A proxy that a later line
+/// names for the first time begins with a copy of `global`. Ends with a null word.
 struct global_word_rec {
     const char *word;
-    bool inherited; ///< a proxy that a later line names for the first time gets a copy with all else from `global`
+    bool inherited; ///< true if it is in the copy of `global` that a proxy begins with
 };
 extern const global_word_rec global_word_tab[];
 /// The proxies that the pass removes once the table is read, with all their rules. Ends with a null.
@@ -48,16 +49,17 @@ extern const proxy_attr_rec proxy_attr_tab[];
 /// True if the proxy has one of the needs.
 bool proxy_needs(const char *proxy, int bits);
 /// 1 if the word at `pattern`, in which `*` stands for any bytes, matches the word at `subject`. A word ends at a
-/// blank, a tab or the end of the string. A `*` that faces a `*` counts as an ordinary byte.
+/// blank, a tab or the end of the string. A `*` that faces a `*` counts as an ordinary byte. Its very verdict is what
+/// others build on: wildmatch.cpp names them.
 int wildmatch(const char *pattern, const char *subject);
-/// Makes of each host word from `text` on a rule of its own below `hosts`, numbered by `*counter`, with the marker in
-/// front and the rule's tail behind it. `text` is cut up. The result is the tail, a heap string of the caller's.
+/// Makes a rule of its own below `hosts` of each host word from `text` on, with a number from `*counter` up, the marker
+/// in front and the tail of `text` behind. `text` is cut up. The result is the tail, a heap string of the caller's.
 char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text);
 /// Sets the word at `text` as a parameter of the config set; "-exec" takes all the rest. `text` is cut up. The result
 /// is the place where the next word begins.
 char *parse_arg(Frag *config_set, char *text);
-/// Takes over an attribute of a policy template, which is in no list any more, into the config set of that proxy, or
-/// frees it if the proxy has no use for it.
+/// Gives an attribute of a policy's template to the config set of that proxy, or frees it if the proxy has no use for
+/// it. The attribute must be in no list.
 void addparm(Frag *config_set, Frag *attribute, const char *proxy);
 /// 1 if the value is no acceptable `xgateway` rule, which is told on standard error.
 int bad_xgateway(Frag *attribute);
@@ -67,15 +69,15 @@ int bad_xgateway(Frag *attribute);
 /// The network group of the hosts of the rules from `first` to `last`: that of an equal list, or else of a new list
 /// that is named by `base` and the first free number from `seq` up. The database owns it.
 Frag *find_netgroup(FragList db, Frag *first, Frag *last, int seq, const char *base);
-/// Makes a policy called `name`, or if that is null or taken by `name` or else `base` and the first free number from
-/// `seq` up, for the config set `cs`. Each `_` in `name` itself becomes `-`. The result is the policy's name, a heap
-/// string of the caller's.
+/// Makes a policy for the config set `cs` of the proxy `base`. It is called `name`, in which each `_` becomes `-`; if
+/// that is taken, `name` with the first free number from `seq` up; and if `name` is null, `base` with such a number.
+/// The result is what it is called, a heap string of the caller's.
 char *make_policy(FragList db, char *name, const char *base, int seq, const char *cs);
 /// Records a map under the next number of the process. Always 0.
 int addmap(FragList db, const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
            Frag *config_set);
 
-// What is left of the table's attributes.
+// The table's other attributes.
 
 /// Removes attributes that a proxy has no use for.
 void clean_auth_etc(FragList db);

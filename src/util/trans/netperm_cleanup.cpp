@@ -81,7 +81,7 @@ struct dest_maker {
         fsetp(&record->child, "desc", fragkeyname(rule), record);
     }
 
-    // A rule with children stands for them, theirs likewise.
+    // A rule with children is a list of rules: they make the records, at any depth.
     void make_records(Frag *rule) {
         std::vector<Frag *> pending{rule};
         while (!pending.empty()) {

@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-// What the newer release has no use for. What `global` has went to the others while the table was read.
+// The newer release has no use for them. Each proxy got its share of `global`, the lines for all, while the table was
+// read.
 const char *const del_netperm_proxies[] = {
     "netconfig", "authenIP", "getvers", "login-ts", "radm", "global", "gui", nullptr,
 };
@@ -66,7 +67,7 @@ void remove_templates(Frag *def_proxy) {
 } // namespace
 
 void netperm_pass(const char *path, int config_type) {
-    // A 5.5 configuration has no use for a table, and what is current stays current.
+    // A 5.5 configuration has no use for a table. The current database stays the one that the run saves.
     if (config_type == 55)
         return;
     if (config_type >= 40)

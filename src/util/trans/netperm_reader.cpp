@@ -22,7 +22,7 @@ constexpr size_t READ_UNIT = 8190; // bytes of one read; a longer line arrives a
 char bigbuf[8192];
 
 /// Reads one unit, up to and including a line feed. The result is its length, 0 at the end of input and once a read has
-/// failed: what came ahead of the failure could be half a rule, and half a pattern matches other hosts.
+/// failed: what was read before it failed could be half a rule, and half a pattern matches other hosts.
 size_t read_unit(FILE *stream) {
     size_t len = 0;
     int byte = 0;
@@ -171,7 +171,8 @@ int readnpt(FILE *stream, FragList db) {
         if (*text == '\n')
             continue;
         if (!*text) {
-            // Nothing but blanks so far. A zero byte ends the text too, but then the line may be at its end.
+            // Nothing but blanks, and no line feed behind them: the rest of the line is dropped. Only if a zero byte
+            // has ended the text, the unit can hold the line feed, and there is no rest.
             if (bigbuf[len - 1] != '\n')
                 skip_line(stream);
             continue;

@@ -7,7 +7,7 @@ namespace {
 
 enum list_state { LINE_START, BETWEEN_WORDS, IN_WORD, IN_COMMENT };
 
-// Sorts decoded bytes into the words of a list.
+// Makes words of decoded bytes, and an element of each word.
 struct list_parser {
     Frag *elements;
     name_index numbers;
@@ -54,7 +54,7 @@ struct list_parser {
     }
 };
 
-// -1 for what is no digit; small letters are none here.
+// The value of a hexadecimal digit, -1 for any other byte. Small letters are no digits in this text.
 int capital_hexdigit(char byte) {
     if (is_digit(byte))
         return byte - '0';

@@ -84,13 +84,13 @@ Frag *copy_alone(Frag *frag, Frag *parent) {
     return copy;
 }
 
-// Leaves the first of the children alone, if that is all that any config set takes of them: it takes the first and with
-// it refuses the others of that name, or it refuses them all.
+// Drops all values of a login attribute but the first. A config set that takes the first refuses the others, since it
+// has one; and a proxy without the need refuses them all.
 void drop_refused_logins(Frag *attribute) {
     sort_frags(&attribute->child);
     Frag *first = attribute->child;
     if (first->child)
-        return; // it is flattened itself, and nothing of it might be a login attribute
+        return; // what it is flattened to can have another name, and then the second is the first of this name
     freelist(first->next);
     first->next = nullptr;
 }
@@ -124,7 +124,7 @@ void policy_templates::apply(Frag *model, Frag *config_set, Frag *proxy) {
     auto [known, is_new] = usable.try_emplace(model);
     Frag *&attributes = known->second;
     if (!is_new && model == proxy) {
-        // A proxy that is its own policy's template changes with each of its rules.
+        // A proxy that is the template of its own rules has changed with the last of them.
         freelist(attributes);
         is_new = true;
     }

@@ -35,7 +35,8 @@ char *burst_sub(Frag *hosts, int *counter, const char *marker, char *text) {
     } while (*text && *text != '-');
     char *tail = makestring(text);
 
-    // The first host has the lowest number, though the last host's rule is made first.
+    // The last host's rule is made first, so the first host's stands at the head; the numbers go by the order of the
+    // hosts.
     name_index rules(&hosts->child);
     int number = *counter + static_cast<int>(words.size());
     *counter = number;

@@ -17,7 +17,7 @@ bool one_matches(const std::vector<std::string_view> &patterns, std::string_view
                        [&](std::string_view pattern) { return wildmatch(pattern.data(), word.data()) != 0; });
 }
 
-// The beginning of the longest stretch between two stars.
+// The longest text between two neighbouring stars, or its beginning. Every word that the pattern matches holds it.
 std::string_view middle_of(std::string_view pattern) {
     constexpr size_t limit = 32;
     std::string_view middle;
@@ -28,8 +28,8 @@ std::string_view middle_of(std::string_view pattern) {
     return middle.substr(0, limit);
 }
 
-/// Patterns of which each has to be tried on a word that the index leads to them. Once they are many, they are told
-/// apart by what they have between two stars, which stands in every word that they match.
+/// Patterns with the same head and the same tail. A word with this head and tail is tried on each; once the patterns
+/// are many, only on those whose middle, a text between two of its stars, stands in the word.
 struct pattern_list {
     static constexpr size_t MANY = 32;
 
@@ -68,8 +68,8 @@ struct pattern_list {
 
 /// The host words of the rules that stay, to tell whether one of them covers a further host without trying all. A
 /// pattern matches only words that begin with its head, what it has in front of its first `*`, and end with its tail,
-/// what it has behind its last. So these two lead to the few patterns that have to be tried. All words are views into
-/// the rules' values.
+/// what it has behind its last. So these two lead to the few patterns that have to be tried; this builds on what
+/// `wildmatch` says of each. All words are views into the rules' values.
 struct cover_index {
     std::unordered_set<std::string_view> words;
     std::unordered_map<std::string_view, std::unordered_map<std::string_view, pattern_list>> by_head_and_tail;
@@ -123,7 +123,7 @@ std::vector<rule_text> split_rules(Frag *hosts) {
         rules.push_back(rule);
         const char *at = rule.tail;
         while (*at && *at != '-') {
-            // A further host of a rule without a marker stands like a rule's first word, where a marker counts.
+            // If the rule has no marker, a further host is read like a rule's first: it can have a marker of its own.
             rule_text further = rule.marker.empty() ? read_rule_text(at) : rule;
             if (!rule.marker.empty())
                 further.host = {at, word_len(at)};
@@ -137,7 +137,8 @@ std::vector<rule_text> split_rules(Frag *hosts) {
     return rules;
 }
 
-// Leaves out each rule whose host an earlier rule that stays covers, whatever their classes and tails are.
+// The rules without those that can never apply, since the pattern of an earlier one that stays covers their host.
+// Classes and tails play no part.
 std::vector<rule_text> without_covered(const std::vector<rule_text> &rules) {
     cover_index staying(rules.size());
     std::vector<rule_text> left;

@@ -14,7 +14,7 @@ struct rule_text {
     std::string_view marker;    ///< "%-permit%", "%-deny%" or empty
     std::string_view host;      ///< the host word, which ends at a blank, a tab or the text's end
     const char *tail;           ///< up to the text's end
-    bool permit_prefix = false; ///< its attribute in the table has the prefix `permit-` alone; reading a text leaves it
+    bool permit_prefix = false; ///< its line in the table says `permit-`, which its text does not show
 };
 constexpr char PERMIT_MARKER[] = "%-permit%";
 constexpr char DENY_MARKER[] = "%-deny%";
@@ -47,9 +47,9 @@ private:
 struct translation {
     FragList db;
     name_index proxies, policies, lists, groups;
-    name_index maps; ///< those that were here before: the run's own numbers only grow
+    name_index maps; ///< those that were here before; the run's own have numbers that only grow
     std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
-    std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
+    std::unordered_map<std::string, int> taken_names;       ///< for a taken name, the number to try next
     policy_templates templates;
     /// Translated rules. They are freed at the end: records that are made meanwhile would be put into the memory that
     /// each gives back, all over the heap, and the passes that go through them next would wait for it.
@@ -61,9 +61,9 @@ struct translation {
     translation &operator=(const translation &) = delete;
     /// `find_netgroup` for the rules from `first` up to, but not with, `end`.
     Frag *group_of(const rule_text *first, const rule_text *end, int seq, const char *base);
-    /// `make_policy`, but `name` stays as it is, each `_` in it having become `-` before.
+    /// `make_policy` for a `name` in which the caller has made each `_` a `-`.
     std::string new_policy(const char *name, const char *base, int seq, const char *cs);
-    /// `addmap`.
+    /// `addmap` with the indexes of this run.
     void record_map(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
                     Frag *config_set);
 

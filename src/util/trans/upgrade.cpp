@@ -121,7 +121,8 @@ void import_environment(const char *path) {
     fremove(cur_database, "policy");
 }
 
-// A standard stream that is closed would be given to the first file that is opened, and messages would end up in it.
+// Opens those of the standard streams that the caller has closed. Else a file that the run opens would become one of
+// them, and messages would be written into it.
 void hold_standard_streams() {
     int file = open("/dev/null", O_RDWR);
     while (file >= 0 && file <= STDERR_FILENO)
