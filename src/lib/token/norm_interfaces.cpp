@@ -157,7 +157,7 @@ struct alias_lists {
 
 // What points to the node: `link` does, unless new nodes have come in front of it. For an interface's name can lead
 // into the very list that is being walked.
-static FragList link_to(Frag *frag, FragList link) {
+static FragList link_to(const Frag *frag, FragList link) {
     while (*link != frag)
         link = &(*link)->next;
     return link;
