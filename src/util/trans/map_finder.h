@@ -70,8 +70,8 @@ private:
     arrival last = 0;
     branch root;
     std::unordered_map<branch_key, branch, branch_hash> branches;
-    std::unordered_map<Frag *, size_t>
-        content_of; // of the lists of config sets that are sorted, a number for each content
+    // A number for each content, of the lists of config sets that are sorted.
+    std::unordered_map<Frag *, size_t> content_of;
     std::unordered_map<std::string, size_t> contents;
 };
 
