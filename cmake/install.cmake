@@ -42,5 +42,5 @@ foreach(program IN ITEMS upgrade review)
   endif()
 endforeach()
 
-install(DIRECTORY docs DESTINATION ${document_dir} FILES_MATCHING PATTERN *.md PATTERN *.png)
+install(DIRECTORY docs DESTINATION ${document_dir} FILES_MATCHING PATTERN *.md PATTERN *.json PATTERN *.png)
 install(DIRECTORY examples DESTINATION ${document_dir})
