@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The page in a browser: page_test.py REVIEW UPGRADE EXAMPLES HOSTILE-TABLE"""
-import base64, json, os, re, shutil, subprocess, sys, tempfile, time, urllib.request
+import base64, json, os, re, shutil, subprocess, sys, tempfile, time, urllib.error, urllib.request
 
 review, upgrade, examples, hostile = (os.path.realpath(word) for word in sys.argv[1:5])
 flags = ("--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking "
@@ -17,17 +17,27 @@ def check(holds, what):
 class Browser:
     def __init__(self, profile):
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
-        port = next(found.group(1) for found in (re.search(r"successfully on port (\d+)", line) for line in self.driver.stdout) if found)
-        self.base = f"http://127.0.0.1:{port}/session"
-        wanted = {"goog:loggingPrefs": {"browser": "ALL"},
-                  "goog:chromeOptions": {"args": flags + ["--user-data-dir=" + profile]}}
-        self.base += "/" + self.post("", capabilities={"alwaysMatch": wanted})["sessionId"]
+        try:
+            found = (re.search(r"successfully on port (\d+)", line) for line in self.driver.stdout)
+            port = next((each.group(1) for each in found if each), None) or sys.exit("chromedriver opens no port")
+            self.base = f"http://127.0.0.1:{port}/session"
+            wanted = {"goog:loggingPrefs": {"browser": "ALL"},
+                      "goog:chromeOptions": {"args": flags + ["--user-data-dir=" + profile]}}
+            self.base += "/" + self.post("", capabilities={"alwaysMatch": wanted})["sessionId"]
+        except BaseException:
+            self.end()
+            known = subprocess.run(["getent", "hosts", "localhost"], stdout=subprocess.DEVNULL).returncode == 0
+            check(known, "no browser starts where localhost has no address: it is missing in /etc/hosts")
+            raise
 
     def post(self, path, method="POST", **body):
         request = urllib.request.Request(self.base + path, json.dumps(body).encode(),
                                          {"Content-Type": "application/json"}, method=method)
-        with urllib.request.urlopen(request, timeout=60) as answer:
-            return json.load(answer)["value"]
+        try:
+            with urllib.request.urlopen(request, timeout=60) as answer:
+                return json.load(answer)["value"]
+        except urllib.error.HTTPError as error:
+            sys.exit("FAILED: the browser: " + json.load(error)["value"]["message"])
 
     def run(self, script, *words):
         return self.post("/execute/sync", script=script, args=list(words))
@@ -45,8 +55,11 @@ class Browser:
         try:
             self.post("", method="DELETE")
         finally:
-            self.driver.terminate()
-            self.driver.wait()
+            self.end()
+
+    def end(self):
+        self.driver.terminate()
+        self.driver.wait()
 
 
 def decisions(browser, host):
