@@ -38,6 +38,8 @@ inline void pushfrag(FragList list, Frag *frag, Frag *parent) {
 Frag *fmake(FragList list, const char *key, Frag *parent = nullptr);
 /// Makes a child of exactly that name at the head of the node's children, which must have none of it yet.
 Frag *faddchild(Frag *parent, std::string_view name, const char *value);
+/// What the block of a value has beyond its bytes: the terminator, and one for whoever ends a line there.
+constexpr size_t VALUE_END = 2;
 /// Gives the node a copy of `value`, or none if it is null.
 void setvalue(Frag *frag, const char *value);
 /// Gives the node a copy of all bytes of `value`.

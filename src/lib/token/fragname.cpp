@@ -1,6 +1,5 @@
 // Names: the stored and the clear form, prefixes, rendered keys.
 #include "frag_tools.h"
-#include "fragcore.h"
 #include "nsym.h"
 
 #include <cstdlib>
@@ -65,6 +64,12 @@ std::string storedname(std::string_view name) {
         }
     }
     return stored;
+}
+
+static void set_name(Frag *frag, std::string_view name) {
+    char *copy = makestr_len(name.data(), name.size());
+    free(frag->name);
+    frag->name = copy;
 }
 
 void renamefrag(Frag *frag, const char *name) { set_name(frag, storedname(name)); }
@@ -137,10 +142,11 @@ char *fragkeyname(Frag *frag) {
     while (!path.empty()) {
         const char *prefix = attr_prefix(path.back()->attr);
         size_t prefix_len = strlen(prefix);
-        size_t name_len = strlen(path.back()->name);
+        const char *name = path.back()->name ? path.back()->name : "";
+        size_t name_len = strlen(name);
         if (len + prefix_len + name_len < 1020) {
             memcpy(keynamebuf + len, prefix, prefix_len);
-            memcpy(keynamebuf + len + prefix_len, path.back()->name, name_len);
+            memcpy(keynamebuf + len + prefix_len, name, name_len);
             len += prefix_len + name_len;
         }
         path.pop_back();

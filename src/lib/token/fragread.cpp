@@ -4,7 +4,6 @@
 // switches to the section form for the rest of the file: `[a_b]` goes down from the top, `c=value` sets a value
 // there, and a `\` in a value continues it on the next line.
 #include "frag_tools.h"
-#include "fragcore.h"
 #include "name_index.h"
 #include "nsym.h"
 
@@ -47,6 +46,7 @@ struct reader {
     bool keep;              // set while a value that is there wins over the file's
     size_t namelen = 0;     // bytes in fragnam
     size_t stored = 0;      // bytes of the value of this assignment that the node has
+    size_t room = 0;        // bytes of the block that they lie in, 0 as long as none is stored
 
     // Neighbouring lines share most of their path, so each depth remembers the last node that was met there.
     struct step {
@@ -182,13 +182,16 @@ void reader::finish_flat_name() {
 
 void reader::begin_value(read_state value_state) {
     stored = 0;
+    room = 0;
     state = value_state;
 }
 
 void reader::end_line(read_state next_state) {
     if (!frag->value) {
-        frag->value = take_block(1);
+        frag->value = static_cast<char *>(getcore(VALUE_END));
         frag->value[0] = 0;
+    } else if (room > stored + VALUE_END) {
+        frag->value = static_cast<char *>(growcore(frag->value, stored + VALUE_END));
     }
     keep = mode != 0;
     state = next_state;
@@ -197,8 +200,13 @@ void reader::end_line(read_state next_state) {
 void reader::store(const char *stretch, size_t len) {
     if (len == 0 || keep)
         return;
-    size_t size = static_cast<size_t>(frag->vlen) + 1; // of what a value of before or this line has taken
-    frag->value = grow_block(frag->value, size, stored + len + 1);
+    size_t needed = stored + len + VALUE_END;
+    if (needed > room) {
+        // Most values come in one piece. One that doesn't gets half as much again, so that the pieces in front are not
+        // moved once for each that follows; the end of the line gives back what is left.
+        room = stored == 0 ? needed : needed + needed / 2;
+        frag->value = static_cast<char *>(growcore(frag->value, room));
+    }
     memcpy(frag->value + stored, stretch, len);
     stored += len;
     frag->value[stored] = 0;

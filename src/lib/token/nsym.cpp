@@ -42,6 +42,39 @@ char *makestr_len(const char *text, size_t len) {
     return copy;
 }
 
+Frag *newsymfrag(const char *name, size_t len) {
+    Frag *frag = static_cast<Frag *>(getcore(sizeof(Frag)));
+    *frag = Frag{};
+    frag->name = makestr_len(name, len);
+    return frag;
+}
+
+// Frees a list with all below it. Each node's children join the front of what is left to free, so that no depth of
+// the tree costs stack.
+void freelist(Frag *first) {
+    while (first) {
+        Frag *frag = first;
+        first = frag->next;
+        if (frag->child) {
+            Frag *last = frag->child;
+            while (last->next)
+                last = last->next;
+            last->next = first;
+            first = frag->child;
+        }
+        free(frag->name);
+        free(frag->value);
+        free(frag);
+    }
+}
+
+void freefrag(Frag *frag) {
+    if (!frag)
+        return;
+    frag->next = nullptr;
+    freelist(frag);
+}
+
 Frag *ffind(FragList list, const char *key) {
     for (;;) {
         std::string_view component = key_component(key);
@@ -102,7 +135,7 @@ char *fval(FragList list, const char *key) {
 }
 
 static Frag *copy_frag(const Frag *source, Frag *parent) {
-    Frag *copy = newsymfrag(source->name, strlen(source->name));
+    Frag *copy = newsymfrag(source->name, source->name ? strlen(source->name) : 0);
     copy->parent = parent;
     copy->attr = source->attr;
     if (source->value)

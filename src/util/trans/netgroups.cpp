@@ -1,6 +1,5 @@
 // The records of a group of rules: a network list and its group, a policy, a map.
 #include "frag_tools.h"
-#include "fragcore.h"
 #include "netperm.h"
 #include "translation.h"
 
@@ -9,9 +8,6 @@
 
 // The next map's number, for the whole process.
 static int next_map = 1;
-
-// Each kind of record by itself, since the passes behind this one go through one kind after the other.
-static block_pool list_blocks, group_blocks, policy_blocks, map_blocks;
 
 namespace {
 
@@ -79,7 +75,6 @@ std::string translation::free_name(const name_index &names, std::string base, in
 }
 
 Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, int seq, const char *base) {
-    pool_scope pool(list_blocks);
     Frag *netobj_list = fmake(db, "netobj_list");
     std::string hosts;
     for (const rule_text *rule = first; rule != end; rule++)
@@ -103,7 +98,6 @@ Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, i
     std::string stored_name = storedname(group_name(list_name));
     Frag *group = groups.find(stored_name);
     if (!group) {
-        pool_scope group_pool(group_blocks);
         group = faddchild(netobj_group, stored_name, nullptr);
         groups.add(group);
         Frag *member = faddchild(faddchild(group, "member", nullptr), "1", nullptr);
@@ -114,7 +108,6 @@ Frag *translation::find_netgroup(const rule_text *first, const rule_text *end, i
 }
 
 std::string translation::make_policy(const char *name, const char *base, int seq, const char *cs) {
-    pool_scope pool(policy_blocks);
     Frag *policy = fset(db, "policy", nullptr);
     std::string result;
     if (name && !policies.find_key(name))
@@ -130,7 +123,6 @@ std::string translation::make_policy(const char *name, const char *base, int seq
 
 void translation::addmap(const char *policy, const char *pd, const char *proxy, const char *src, const char *tag_proxy,
                          Frag *config_set) {
-    pool_scope pool(map_blocks);
     Frag *map = fset(db, "map", nullptr);
     // A map that was here before, from a merged file, keeps its number and all that it holds.
     while (maps.find(numbertext(next_map)))
