@@ -11,17 +11,7 @@
 #endif
 
 // Never 0, which marks a free slot.
-static uint32_t hash_of(std::string_view name) {
-    uint64_t hash = name.size();
-    for (size_t at = 0; at < name.size();) {
-        uint64_t word = 0;
-        for (size_t end = std::min(at + sizeof word, name.size()); at < end; at++)
-            word = word << 8 | static_cast<unsigned char>(name[at]);
-        hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
-        hash ^= hash >> 32;
-    }
-    return static_cast<uint32_t>(hash) | 1;
-}
+static uint32_t hash_of(std::string_view name) { return static_cast<uint32_t>(text_hash()(name)) | 1; }
 
 name_index::name_index(FragList list) : count(count_frags(*list)) {
     make_room(count);
@@ -159,7 +149,7 @@ void name_index::remove(Frag *frag) {
         hidden.erase(behind);
 }
 
-// The index of the list, or null. Most lookups come to the list of the one before.
+// The index that the list has, or null. Most lookups come to the list of the one before.
 name_index *list_indexes::index_of(FragList list) {
     if (list != last_list) {
         auto it = indexes.find(list);
@@ -171,39 +161,51 @@ name_index *list_indexes::index_of(FragList list) {
     return last_index;
 }
 
-// The first node of that name in a list that is short. A list that is not gets an index instead.
-Frag *list_indexes::walk(FragList list, std::string_view name) {
-    int left = SHORT_LIST;
-    for (Frag *frag = *list; frag; frag = frag->next) {
-        if (left-- == 0) {
-            if (!index_of(list)) {
-                last_index = &indexes.emplace(list, name_index(list)).first->second;
-                last_list = list;
-            }
-            return nullptr;
-        }
-        if (is_named(frag, name))
-            return frag;
+// The index of a long list, made if there is none yet.
+name_index &list_indexes::index_of_long(FragList list) {
+    if (!index_of(list)) {
+        last_index = &indexes.emplace(list, name_index(list)).first->second;
+        last_list = list;
     }
-    return nullptr;
+    return *last_index;
+}
+
+void list_indexes::drop_index(FragList list) {
+    indexes.erase(list);
+    if (last_list == list)
+        last_list = nullptr;
+}
+
+// Walks a short list for the name: `*found` is its first node, or null. False for a list that is too long, and for the
+// one that the last lookup had an index for.
+bool list_indexes::find_in_short(FragList list, std::string_view name, Frag **found) const {
+    if (list == last_list)
+        return false;
+    *found = nullptr;
+    int left = SHORT_LIST;
+    for (Frag *frag = *list; frag && !*found; frag = frag->next) {
+        if (left-- == 0)
+            return false;
+        if (is_named(frag, name))
+            *found = frag;
+    }
+    return true;
 }
 
 Frag *list_indexes::find(FragList list, std::string_view name) {
-    if (list != last_list)
-        if (Frag *frag = walk(list, name))
-            return frag;
-    return list == last_list ? last_index->find(name) : nullptr;
+    Frag *found;
+    return find_in_short(list, name, &found) ? found : index_of_long(list).find(name);
 }
 
 Frag *list_indexes::find_or_make(FragList list, std::string_view name, Frag *parent) {
-    if (list != last_list)
-        if (Frag *frag = walk(list, name))
-            return frag;
-    if (name_index *index = index_of(list))
-        return index->find_or_make(list, name, parent);
-    Frag *frag = newsymfrag(name.data(), name.size());
-    pushfrag(list, frag, parent);
-    return frag;
+    Frag *found;
+    if (!find_in_short(list, name, &found))
+        return index_of_long(list).find_or_make(list, name, parent);
+    if (!found) {
+        found = newsymfrag(name.data(), name.size());
+        pushfrag(list, found, parent);
+    }
+    return found;
 }
 
 Frag *list_indexes::find_key(FragList list, const char *key, FragList *siblings) {
@@ -252,6 +254,8 @@ void list_indexes::remove(FragList list, Frag *frag) {
         search->second.freed.insert(decimal(frag->name));
     }
     index->remove(frag);
+    if (index->count <= SHORT_LIST)
+        drop_index(list);
 }
 
 size_t list_indexes::count(FragList list) {
@@ -279,9 +283,7 @@ void list_indexes::forget_below(Frag *frag) {
     while (!left.empty() && !(indexes.empty() && searches.empty())) {
         frag = left.back();
         left.pop_back();
-        indexes.erase(&frag->child);
-        if (last_list == &frag->child)
-            last_list = nullptr;
+        drop_index(&frag->child);
         searches.erase(&frag->child);
         for (Frag *child = frag->child; child; child = child->next)
             left.push_back(child);

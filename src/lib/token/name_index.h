@@ -3,6 +3,7 @@
 #define NAME_INDEX_H
 
 #include "nsym.h"
+#include "text_hash.h"
 
 #include <cstdint>
 #include <set>
@@ -44,7 +45,7 @@ private:
     };
     std::vector<slot> slots;
     std::vector<Frag *> entries;
-    std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
+    std::unordered_map<std::string, std::vector<Frag *>, text_hash> hidden; ///< behind the first of a name, the nearest last
 
     size_t place(uint32_t hash, std::string_view name) const;
     void take(slot &at, uint32_t hash, Frag *frag);
@@ -79,14 +80,16 @@ struct list_indexes {
 
 private:
     name_index *index_of(FragList list);
-    Frag *walk(FragList list, std::string_view name);
+    name_index &index_of_long(FragList list);
+    void drop_index(FragList list);
+    bool find_in_short(FragList list, std::string_view name, Frag **found) const;
 
     /// Where a list's next free number is: those from its count up to `last` are taken, or they are in `freed`.
     struct number_search {
         int last = 0;
         std::set<int> freed{};
     };
-    std::unordered_map<FragList, name_index> indexes;
+    std::unordered_map<FragList, name_index> indexes; ///< of long lists only: one that gets short loses its own
     FragList last_list = nullptr; ///< the list of the index that was used last
     name_index *last_index = nullptr;
     std::unordered_map<FragList, number_search> searches; ///< of the lists that were asked for a free number

@@ -99,6 +99,8 @@ void take_netobj() {
         std::swap(netobj->child, *link);
         for (Frag *frag = netobj->child; frag; frag = frag->next)
             frag->parent = netobj;
+        freelist(old_netobj->child); // nothing reads the groups
+        old_netobj->child = nullptr;
     }
 }
 
