@@ -1,6 +1,7 @@
 // Tables, and single functions that no pass calls in this form.
 #include "netperm_support.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <gtest/gtest.h>
 #include <new>
@@ -27,6 +28,16 @@ TEST(tables, needs) {
     for (int row = 0; row < 3; row++)
         for (const string &name : split(rows[row], ' '))
             EXPECT_EQ(needsauth(name.c_str()) * 2 + needsx(name.c_str()), row == 0 ? 3 : row == 1 ? 2 : 0) << name;
+}
+
+// Against values of other implementations.
+TEST(functions, sip_hash) {
+    EXPECT_EQ(sip_hash(0x0706050403020100, 0x0f0e0d0c0b0a0908, ""), 0xabac0158050fc4dc);
+    EXPECT_EQ(sip_hash(0, 0, "abc"), 0xc03bc3a0042630f2);
+    EXPECT_EQ(sip_hash(0, 0, "12345678"), 0x3489982430560a87);
+    EXPECT_EQ(sip_hash(0, 0, "0123456789abcdefgh"), 0x5b5c74d6eb3b75cc);
+    EXPECT_EQ(sip_hash(0, 0, std::string_view("\xff\0x", 3)), 0x1b3c7a29c56c1833);
+    EXPECT_NE(text_hash()("abc"), sip_hash(0, 0, "abc")); // a key by chance
 }
 
 TEST(functions, old_config_type) {

@@ -47,7 +47,7 @@ void name_index::make_room(size_t more) {
         old_entries.size() - static_cast<size_t>(std::count(old_entries.begin(), old_entries.end(), nullptr));
     size_t size = 32;
     while (size < (named + more) * 2)
-        size *= 4;
+        size *= 2;
     slots.assign(size, slot{0, 0});
     entries.clear();
     entries.reserve(size / 2);

@@ -45,7 +45,8 @@ private:
     };
     std::vector<slot> slots;
     std::vector<Frag *> entries;
-    std::unordered_map<std::string, std::vector<Frag *>, text_hash> hidden; ///< behind the first of a name, the nearest last
+    std::unordered_map<std::string, std::vector<Frag *>, text_hash>
+        hidden; ///< behind the first of a name, the nearest last
 
     size_t place(uint32_t hash, std::string_view name) const;
     void take(slot &at, uint32_t hash, Frag *frag);
@@ -90,7 +91,7 @@ private:
         std::set<int> freed{};
     };
     std::unordered_map<FragList, name_index> indexes; ///< of long lists only: one that gets short loses its own
-    FragList last_list = nullptr; ///< the list of the index that was used last
+    FragList last_list = nullptr;                     ///< the list of the index that was used last
     name_index *last_index = nullptr;
     std::unordered_map<FragList, number_search> searches; ///< of the lists that were asked for a free number
 };

@@ -135,7 +135,8 @@ char *fval(FragList list, const char *key) {
 }
 
 static Frag *copy_frag(const Frag *source, Frag *parent) {
-    Frag *copy = newsymfrag(source->name, source->name ? strlen(source->name) : 0);
+    const char *name = source->name ? source->name : "";
+    Frag *copy = newsymfrag(name, strlen(name));
     copy->parent = parent;
     copy->attr = source->attr;
     if (source->value)

@@ -1,5 +1,6 @@
 /// A hash of texts for every table whose keys come from a file. Nobody can write a file whose keys collide, since the
-/// hash is keyed by chance in each process. So nothing that is written may depend on it or on the order of such a table.
+/// hash is keyed by chance in each process. So nothing that is written may depend on it or on the order of such a
+/// table.
 #ifndef TEXT_HASH_H
 #define TEXT_HASH_H
 
