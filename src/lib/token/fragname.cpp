@@ -16,7 +16,7 @@ struct prefix_rec {
     const char *text;
     long bit;
 };
-// In the order in which a node with several bits chooses the one it shows.
+// A node with several bits shows the first of these that it has.
 const prefix_rec prefix_tab[] = {
     {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}, {nullptr, 0},
 };
@@ -159,7 +159,7 @@ char *fragkeyname(Frag *frag) {
 }
 
 const char *attr_remap(const char *name) {
-    if (*name != 'p' && *name != 'd') // most names that are read, and few are in the table
+    if (*name != 'p' && *name != 'd') // saves most names that are read the comparisons
         return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->file_name) == 0)
@@ -168,7 +168,7 @@ const char *attr_remap(const char *name) {
 }
 
 const char *attr_revmap(const char *name) {
-    if (*name != 'r' && *name != 's') // every node that is written comes here, and few have such a name
+    if (*name != 'r' && *name != 's') // saves most names that are written the comparisons
         return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->stored_name) == 0)

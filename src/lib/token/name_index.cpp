@@ -4,8 +4,9 @@
 
 #include <algorithm>
 
-// Walking a few nodes costs less than hashing, and most lists end here. The sanitizer builds set it to 0, so that every
-// lookup is one by index and none can miss what a pass changed.
+// The nodes of a list that is walked and not indexed: to compare a few names costs less than to hash one, and most
+// lists have no more. The sanitizer builds set it to 0. Then every lookup goes by index, and one that a pass forgot to
+// tell of a change shows.
 #ifndef SHORT_LIST
 #define SHORT_LIST 16
 #endif
@@ -37,7 +38,7 @@ void name_index::take(slot &at, uint32_t hash, Frag *frag) {
     entries.push_back(frag);
 }
 
-// Makes sure that so many further names leave half of the table free.
+// Makes the table so large that with `more` further names half of it is still free.
 void name_index::make_room(size_t more) {
     if ((entries.size() + more) * 2 <= slots.size())
         return;
@@ -176,8 +177,8 @@ void list_indexes::drop_index(FragList list) {
         last_list = nullptr;
 }
 
-// Walks a short list for the name: `*found` is its first node, or null. False for a list that is too long, and for the
-// one that the last lookup had an index for.
+// Looks for the name in a short list: `*found` is its first node, or null. False for a list that is too long to be
+// walked, or whose index is at hand.
 bool list_indexes::find_in_short(FragList list, std::string_view name, Frag **found) const {
     if (list == last_list)
         return false;
@@ -248,7 +249,8 @@ void list_indexes::remove(FragList list, Frag *frag) {
             searches.erase(search);
         return;
     }
-    // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
+    // This can free two numbers up to the last one that is known: the node's own, and the one that was the count until
+    // now, since free numbers lie above the count.
     if (search != searches.end()) {
         search->second.freed.insert(static_cast<int>(index->count));
         search->second.freed.insert(decimal(frag->name));

@@ -15,8 +15,8 @@ void outofcore() {
     exit(1);
 }
 
-// What takes memory by `new`, the containers of the store and of its users, ends like the functions below. A program
-// that wants another end sets its own handler.
+// `new`, which the containers of the store and of its users take their memory with, ends like the functions below. A
+// program that wants another end sets a handler of its own.
 [[maybe_unused]] static const std::new_handler handler_before = std::set_new_handler(outofcore);
 
 void *getcore(size_t size) {
@@ -49,8 +49,8 @@ Frag *newsymfrag(const char *name, size_t len) {
     return frag;
 }
 
-// Frees a list with all below it. Each node's children join the front of what is left to free, so that no depth of
-// the tree costs stack.
+// Frees a list with all below it. A node's children are put in front of the nodes that are still to be freed, so there
+// is no recursion, however deep the tree is.
 void freelist(Frag *first) {
     while (first) {
         Frag *frag = first;

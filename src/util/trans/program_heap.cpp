@@ -3,26 +3,24 @@
 
 #include <cstdlib>
 
-#ifdef __GLIBC__
-#include <malloc.h>
-#include <sys/mman.h>
-#endif
-
-#if defined(__GLIBC__) && defined(MADV_HUGEPAGE)
+// SYSTEM_HEAP: the program is not linked to another allocator.
+#if defined(SYSTEM_HEAP) && defined(__GLIBC__)
 
 #include <cstdint>
 #include <cstring>
+#include <malloc.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr size_t LARGE_PAGE = size_t{1} << 21;
-constexpr size_t LARGE_HEAP = 8 * LARGE_PAGE; // a smaller one is not worth the zeroing of whole large pages
+constexpr size_t LARGE_HEAP = 16 * LARGE_PAGE; // a smaller one is not worth the zeroing of whole large pages
 
-// What the tree of the files takes, roughly and rather too much: of what is not used only the addresses are taken.
+// The heap that the run with these files needs at most. Where that is too much, only addresses are taken for the rest.
 size_t heap_estimate(int argc, char **argv) {
-    constexpr size_t of_fragments = 8; // bytes of heap for a byte of a fragment file
-    constexpr size_t of_rules = 144;   // of a table, whose every rule becomes a map, a policy, a list
+    constexpr size_t of_fragments = 24; // bytes of heap for a byte of a fragment file: most need 5, filter rules 20
+    constexpr size_t of_rules = 144; // for one of a table: a rule can become a map, a policy, a list and a config set
     size_t size = 0;
     for (int at = 2; at < argc - 1; at++) {
         struct stat file;
@@ -44,6 +42,10 @@ void prepare_heap(int argc, char **argv) {
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, -1);
     char *block = static_cast<char *>(malloc(size));
+    while (!block && size > LARGE_HEAP) {
+        size /= 2; // the system or a limit grants less
+        block = static_cast<char *>(malloc(size));
+    }
     if (!block)
         return;
     uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + LARGE_PAGE - 1) / LARGE_PAGE * LARGE_PAGE;
@@ -54,6 +56,18 @@ void prepare_heap(int argc, char **argv) {
 
 #else
 
+#include "nsym.h"
+
+#include <new>
+
 void prepare_heap(int, char **) {}
+
+// An allocator's own `new` need not know the handler that the libraries set, and may end the process in its own way.
+void *operator new(size_t size) { return getcore(size + (size == 0)); }
+void *operator new[](size_t size) { return operator new(size); }
+void operator delete(void *block) noexcept { free(block); }
+void operator delete[](void *block) noexcept { free(block); }
+void operator delete(void *block, size_t) noexcept { free(block); }
+void operator delete[](void *block, size_t) noexcept { free(block); }
 
 #endif

@@ -99,7 +99,7 @@ void take_netobj() {
         std::swap(netobj->child, *link);
         for (Frag *frag = netobj->child; frag; frag = frag->next)
             frag->parent = netobj;
-        freelist(old_netobj->child); // nothing reads the groups
+        freelist(old_netobj->child); // the groups: nothing reads them, and the merge can use their memory
         old_netobj->child = nullptr;
     }
 }
