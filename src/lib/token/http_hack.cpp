@@ -1,6 +1,7 @@
 // Which program serves the web proxy: the one that can authenticate, or the plain one.
 #include "name_index.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <cstring>
 #include <strings.h>
@@ -26,7 +27,7 @@ verdict judge(FragList list) {
 /// The config sets that policies with authentication list with a value.
 struct authenticated_sets {
     std::vector<Frag *> lists; // the policies' lists
-    std::unordered_set<std::string> names;
+    std::unordered_set<std::string, text_hash> names;
     list_indexes indexes;
 
     explicit authenticated_sets(FragList db) {
@@ -37,7 +38,7 @@ struct authenticated_sets {
             if (!proxies)
                 continue;
             lists.push_back(proxies);
-            std::unordered_set<std::string_view> met;
+            std::unordered_set<std::string_view, text_hash> met;
             for (Frag *set = proxies->child; set; set = set->next)
                 if (met.insert(set->name).second && set->value)
                     names.insert(set->name);

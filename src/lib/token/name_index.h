@@ -46,8 +46,8 @@ private:
     };
     std::vector<slot> slots;
     std::vector<Frag *> entries;
-    std::unordered_map<std::string, std::vector<Frag *>, text_hash>
-        hidden; ///< of a name that several nodes have: all but the nearest, the farthest first
+    /// Of a name that several nodes have, all but the nearest, the farthest first.
+    std::unordered_map<std::string, std::vector<Frag *>, text_hash> hidden;
 
     size_t place(uint32_t hash, std::string_view name) const;
     void take(slot &at, uint32_t hash, Frag *frag);

@@ -3,6 +3,7 @@
 #include "frag_tools.h"
 #include "name_index.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <cstring>
 #include <optional>
@@ -195,7 +196,8 @@ namespace {
 struct interfaces_by_list {
     Frag *netobj_list;
     list_indexes indexes;
-    std::unordered_map<Frag *, std::unordered_set<std::string_view>> interfaces; // by the list's node `element`
+    // By the list's node `element`.
+    std::unordered_map<Frag *, std::unordered_set<std::string_view, text_hash>> interfaces;
 
     explicit interfaces_by_list(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
 
@@ -207,7 +209,7 @@ struct interfaces_by_list {
         if (!elements)
             return false;
         auto known = interfaces.try_emplace(elements);
-        std::unordered_set<std::string_view> &names = known.first->second;
+        std::unordered_set<std::string_view, text_hash> &names = known.first->second;
         if (known.second)
             for (Frag *element = elements->child; element; element = element->next)
                 if (const char *name = fval(&element->child, "interface"))

@@ -2,6 +2,7 @@
 #include "frag_tools.h"
 #include "merging.h"
 #include "name_index.h"
+#include "text_hash.h"
 
 #include <algorithm>
 #include <cstring>
@@ -101,7 +102,7 @@ struct map_finder {
     list_indexes indexes;
     // The config sets of a policy by the node that lists them, once it is sorted: equal ones have one number.
     std::unordered_map<Frag *, size_t> sets_of;
-    std::unordered_map<std::string, size_t> sets_by_names;
+    std::unordered_map<std::string, size_t, text_hash> sets_by_names;
     size_t count = 0;
     agreeing all;
     std::unordered_map<step, agreeing, step_hash> steps;

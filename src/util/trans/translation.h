@@ -3,6 +3,7 @@
 #define TRANSLATION_H
 
 #include "name_index.h"
+#include "text_hash.h"
 
 #include <string>
 #include <string_view>
@@ -33,8 +34,9 @@ struct translation {
     FragList db;
     name_index proxies, policies, lists, groups;
     name_index maps; ///< those that were here before: the run's own numbers only grow
-    std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
-    std::unordered_map<std::string, int> taken_names;       ///< by a numbered name, the number to go on with
+    /// The first list with these hosts, in lower case.
+    std::unordered_map<std::string, Frag *, text_hash> lists_by_hosts;
+    std::unordered_map<std::string, int, text_hash> taken_names; ///< by a numbered name, the number to go on with
     Frag *spent = nullptr; ///< translated rules, freed at the end: their holes would scatter what is made meanwhile
 
     explicit translation(FragList database);
