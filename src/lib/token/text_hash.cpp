@@ -48,8 +48,8 @@ sip_key random_key() {
         auto word = [&] { return uint64_t{source()} << 32 | source(); };
         return {word(), word()};
     } catch (const std::exception &) {
-        // A system without a source of chance: the time, and where it has put this function's frame.
-        uint64_t place = 0;
+        // A system without a source of chance: the time, and where it has put the program.
+        static const char place = 0;
         return {static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()),
                 reinterpret_cast<uintptr_t>(&place)};
     }

@@ -48,9 +48,8 @@ void prepare_heap(int argc, char **argv) {
     }
     if (!block)
         return;
-    uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + LARGE_PAGE - 1) / LARGE_PAGE * LARGE_PAGE;
-    uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) / LARGE_PAGE * LARGE_PAGE;
-    madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+    size_t before = LARGE_PAGE - reinterpret_cast<uintptr_t>(block) % LARGE_PAGE; // up to the first whole page
+    madvise(block + before, (size - before) / LARGE_PAGE * LARGE_PAGE, MADV_HUGEPAGE);
     free(block);
 }
 
