@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -346,6 +347,36 @@ void siblings(corpus &out) {
         out.line("site_option_list_item-%06x=%s", scatter(n), host_name(out.below(1 << 24)).c_str());
 }
 
+// Siblings whose names all have one hash under a hash without a key whose steps can be inverted: the second word makes
+// good whatever the first one did. Against a key by chance they are names like any others.
+void collisions(corpus &out) {
+    auto step = [](uint64_t hash, uint64_t word) {
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+        return hash ^ hash >> 32;
+    };
+    constexpr size_t name_size = 18;
+    constexpr uint64_t meeting = 0x5A5A5A5A5A5A5A5Au; // what every name has behind its second word
+    long made = 0;
+    for (uint64_t n = 0; made < out.size; n++) {
+        char name[name_size + 1];
+        snprintf(name, sizeof name, "%08llx", static_cast<unsigned long long>(n));
+        uint64_t first = 0;
+        for (int at = 0; at < 8; at++)
+            first = first << 8 | static_cast<unsigned char>(name[at]);
+        uint64_t second = step(name_size, first) ^ meeting;
+        bool is_name = true;
+        for (int at = 0; at < 8; at++) {
+            name[8 + at] = static_cast<char>(second >> (56 - 8 * at));
+            is_name = is_name && !strchr("_=\n\r", name[8 + at]); // nor a zero byte
+        }
+        strcpy(name + 16, "ab");
+        if (is_name) {
+            out.line("%s=1", name);
+            made++;
+        }
+    }
+}
+
 void policies(corpus &out) {
     long units = std::max(1L, out.size / 7);
     out.line("def_num_proxies=8");
@@ -677,6 +708,7 @@ const struct {
     {"environment", environment, true, "a whole numbered environment"},
     {"canonical", canonical, false, "a whole canonical configuration"},
     {"siblings", siblings, true, "one list of siblings"},
+    {"collisions", collisions, false, "siblings whose names were made to collide"},
     {"policies", policies, false, "policies and as many config sets, numbered"},
     {"canonpolicies", canonical_policies, false, "policies and as many config sets, canonical"},
     {"maps-a", maps_a, false, "maps with a source each"},

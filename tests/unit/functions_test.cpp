@@ -1,6 +1,7 @@
 // Tables, and single functions that no pass calls in this form.
 #include "netperm_support.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <gtest/gtest.h>
 #include <new>
@@ -31,6 +32,16 @@ TEST(tables, needs) {
                     "svcgrd-rlogind 0 svcgrd-telnetd 0 ldap-px 0 VDOLive 0 NetShow 0 ");
     for (const char *name : {"other", "tn-px-2", "ssl", "netshow"})
         EXPECT_EQ(needsauth(name) + needsx(name), 2) << name;
+}
+
+// Against values of other implementations.
+TEST(functions, sip_hash) {
+    EXPECT_EQ(sip_hash(0x0706050403020100, 0x0f0e0d0c0b0a0908, ""), 0xabac0158050fc4dc);
+    EXPECT_EQ(sip_hash(0, 0, "abc"), 0xc03bc3a0042630f2);
+    EXPECT_EQ(sip_hash(0, 0, "12345678"), 0x3489982430560a87);
+    EXPECT_EQ(sip_hash(0, 0, "0123456789abcdefgh"), 0x5b5c74d6eb3b75cc);
+    EXPECT_EQ(sip_hash(0, 0, std::string_view("\xff\0x", 3)), 0x1b3c7a29c56c1833);
+    EXPECT_NE(text_hash()("abc"), sip_hash(0, 0, "abc")); // a key by chance
 }
 
 TEST(functions, old_config_type) {

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 using std::string;
 
@@ -49,6 +50,68 @@ TEST(store, nodes_are_handed_over_and_copied) {
     EXPECT_FALSE(fremove(db, "a_b"));
     EXPECT_EQ(dump(db.head) + " / " + dump(copy.head), "a_d_e=3 x:3_p=1 / a{b=1 c=2 d_e=3} x:3_p=changed");
     EXPECT_TRUE(linked(copy.head, nullptr));
+}
+
+// Whoever holds a node may free, grow, swap and replace its blocks, and make nodes with blocks of its own.
+TEST(store, blocks_belong_to_the_heap) {
+    scratch_dir dir;
+    tree set("a=1 b=2"), copy, read;
+    string lines;
+    for (int length = 0; length < 40; length++) {
+        fset(set, n(length + 1).c_str(), n(length).c_str());
+        lines += n(length + 1) + "=" + n(length) + "\n";
+    }
+    copy.head = copy_fragtree(set, nullptr);
+    importffile(dir.write("f", lines + "long=" + n(40000) + "\nlong=" + n(33000) + "\n").c_str(), read, 0);
+    EXPECT_EQ(fval(read, "long"), n(33000));
+    for (FragList list : {&set.head, &copy.head, &read.head}) {
+        for (Frag *frag = *list; frag; frag = frag->next) { // the line feed has room behind the value, and an end
+            frag->value[frag->vlen] = '\n';
+            frag->value[frag->vlen + 1] = 0;
+            frag->value[frag->vlen] = 0;
+        }
+        Frag *first = *list, *second = first->next;
+        std::swap(first->name, second->name);
+        free(first->value);
+        first->value = strdup("x");
+        first->vlen = 1;
+        second->value = static_cast<char *>(realloc(second->value, 200));
+        strcpy(second->value, n(199).c_str());
+        second->vlen = 199;
+        free(second->name);
+        second->name = strdup("a name of the holder's own");
+        fset(list, "a name of the holder's own", "1");
+        renamefrag(second, "a_b");
+        setvalue(first, std::string_view(first->value, 1)); // of its own value
+        Frag *made = static_cast<Frag *>(calloc(1, sizeof(Frag)));
+        made->name = strdup("made");
+        made->value = strdup("by hand");
+        made->vlen = 7;
+        pushfrag(list, made, nullptr);
+        fset(list, "made", "longer than it was");
+        EXPECT_STREQ(made->value, "longer than it was");
+        fremove(list, "made");
+    }
+    // A node that stands in no list need not have a name.
+    freefrag(static_cast<Frag *>(calloc(1, sizeof(Frag))));
+    Frag bare{}, *list = &bare;
+    EXPECT_STREQ(fragname(&bare), "");
+    EXPECT_STREQ(fragkeyname(&bare), "");
+    freelist(copy_fragtree(&list, nullptr));
+    renamefrag(&bare, "a_b");
+    EXPECT_STREQ(bare.name, "a%5Fb");
+    free(bare.name);
+    // A value that goes is free for the next one.
+    auto peak = [] { // in KiB
+        rusage used;
+        getrusage(RUSAGE_SELF, &used);
+        return used.ru_maxrss;
+    };
+    const long before = peak();
+    const string mebibyte = n(1 << 20);
+    for (int turn = 0; turn < 2000; turn++)
+        fset(set, "turns", turn % 2 ? "short" : mebibyte.c_str());
+    EXPECT_LT(peak() - before, 500 << 10); // a sanitizer holds 256 MiB back
 }
 
 TEST(store, trees_of_any_depth) {

@@ -2,6 +2,7 @@
 #include "frag_tools.h"
 #include "name_index.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <cstring>
 #include <unordered_map>
@@ -10,8 +11,8 @@
 namespace {
 
 // For each config set, by stored name, the first proxy that has one of that name.
-std::unordered_map<std::string, Frag *> config_set_owners(FragList db) {
-    std::unordered_map<std::string, Frag *> owners;
+std::unordered_map<std::string, Frag *, text_hash> config_set_owners(FragList db) {
+    std::unordered_map<std::string, Frag *, text_hash> owners;
     Frag *def_proxy = ffind(db, "def_proxy");
     for (Frag *proxy = def_proxy ? def_proxy->child : nullptr; proxy; proxy = proxy->next)
         if (Frag *config_sets = ffind(&proxy->child, "config-sets"))
@@ -40,7 +41,7 @@ int canon_policy(FragList db, const char *family) {
     if (!policy)
         return 0;
     fremove(&policy->child, "num");
-    std::unordered_map<std::string, Frag *> owners = config_set_owners(db);
+    std::unordered_map<std::string, Frag *, text_hash> owners = config_set_owners(db);
     for (Frag *entry = policy->child; entry; entry = entry->next) {
         take_name(entry, "name");
         if (Frag *proxies = ffind(&entry->child, "proxy"))

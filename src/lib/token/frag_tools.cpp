@@ -1,6 +1,5 @@
 // Small helpers that the store and the passes share.
 #include "frag_tools.h"
-#include "fragcore.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -36,21 +35,16 @@ void setvalue(Frag *frag, const char *value) {
         setvalue(frag, std::string_view(value));
         return;
     }
-    give_block(frag->value, static_cast<size_t>(frag->vlen) + 1);
+    free(frag->value);
     frag->value = nullptr;
     frag->vlen = 0;
 }
 
 void setvalue(Frag *frag, std::string_view value) {
-    size_t size = static_cast<size_t>(frag->vlen) + 1;
-    if (frag->value && value.size() < block_size(size)) {
-        memmove(frag->value, value.data(), value.size());
-    } else {
-        char *copy = take_block(value.size() + 1);
-        memcpy(copy, value.data(), value.size());
-        give_block(frag->value, size);
-        frag->value = copy;
-    }
+    char *copy = static_cast<char *>(getcore(value.size() + VALUE_END));
+    memcpy(copy, value.data(), value.size());
+    free(frag->value); // which `value` may be a part of
+    frag->value = copy;
     frag->value[value.size()] = 0;
     frag->vlen = static_cast<long>(value.size());
 }

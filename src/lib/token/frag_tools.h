@@ -13,8 +13,8 @@ inline std::string_view key_component(const char *key) {
         end++;
     return {key, static_cast<size_t>(end - key)};
 }
-/// True if the node's stored name is exactly `name`. Names are a few bytes long: a plain loop over them costs less than
-/// a call.
+/// True if the node's stored name is exactly `name`. A loop, since for the few bytes of a name it is faster than
+/// strcmp().
 inline bool is_named(const Frag *frag, std::string_view name) {
     const char *at = frag->name;
     for (char byte : name)
@@ -38,6 +38,9 @@ inline void pushfrag(FragList list, Frag *frag, Frag *parent) {
 Frag *fmake(FragList list, const char *key, Frag *parent = nullptr);
 /// Makes a child of exactly that name at the head of the node's children, which must have none of it yet.
 Frag *faddchild(Frag *parent, std::string_view name, const char *value);
+/// The bytes that a value's block has behind the value: its terminator, and one more, so that a line feed can be put
+/// there and be terminated.
+constexpr size_t VALUE_END = 2;
 /// Gives the node a copy of `value`, or none if it is null.
 void setvalue(Frag *frag, const char *value);
 /// Gives the node a copy of all bytes of `value`.
@@ -61,7 +64,7 @@ int number_frags(Frag *first);
 
 /// The text that `number` gives in the format "%d".
 std::string numbertext(int number);
-/// The decimal integer at the start of `text`, as atoi() reads it; digits beyond the range of int wrap around.
+/// The decimal integer at the start of `text`, as atoi() reads it; a number beyond the range of int wraps around.
 int decimal(const char *text);
 /// True if `text` begins with `prefix`, in any case with `has_prefix_nocase`.
 bool has_prefix(const char *text, std::string_view prefix);

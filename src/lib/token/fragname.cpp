@@ -1,6 +1,5 @@
 // Names: the stored and the clear form, prefixes, rendered keys.
 #include "frag_tools.h"
-#include "fragcore.h"
 #include "nsym.h"
 
 #include <cstdlib>
@@ -17,7 +16,7 @@ struct prefix_rec {
     const char *text;
     long bit;
 };
-// In the order in which a node with several bits chooses the one it shows.
+// A node with several bits shows the first of these that it has.
 const prefix_rec prefix_tab[] = {
     {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}, {nullptr, 0},
 };
@@ -60,6 +59,12 @@ std::string storedname(std::string_view name) {
         }
     }
     return stored;
+}
+
+static void set_name(Frag *frag, std::string_view name) {
+    char *copy = makestr_len(name.data(), name.size());
+    free(frag->name);
+    frag->name = copy;
 }
 
 void renamefrag(Frag *frag, const char *name) { set_name(frag, storedname(name)); }
@@ -132,10 +137,11 @@ char *fragkeyname(Frag *frag) {
     while (!path.empty()) {
         const char *prefix = attr_prefix(path.back()->attr);
         size_t prefix_len = strlen(prefix);
-        size_t name_len = strlen(path.back()->name);
+        const char *name = path.back()->name ? path.back()->name : "";
+        size_t name_len = strlen(name);
         if (len + prefix_len + name_len < 1020) {
             memcpy(keynamebuf + len, prefix, prefix_len);
-            memcpy(keynamebuf + len + prefix_len, path.back()->name, name_len);
+            memcpy(keynamebuf + len + prefix_len, name, name_len);
             len += prefix_len + name_len;
         }
         path.pop_back();
@@ -148,7 +154,7 @@ char *fragkeyname(Frag *frag) {
 }
 
 const char *attr_remap(const char *name) {
-    if (*name != 'p' && *name != 'd') // most names that are read, and few are in the table
+    if (*name != 'p' && *name != 'd') // saves most names that are read the comparisons
         return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->file_name) == 0)
@@ -157,7 +163,7 @@ const char *attr_remap(const char *name) {
 }
 
 const char *attr_revmap(const char *name) {
-    if (*name != 'r' && *name != 's') // every node that is written comes here, and few have such a name
+    if (*name != 'r' && *name != 's') // saves most names that are written the comparisons
         return name;
     for (const attr_map_rec *rec = attr_map_tab; rec->file_name; rec++)
         if (strcmp(name, rec->stored_name) == 0)

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int DESCENT_LIMIT = 180; // keys that are this long in front of a component go no deeper
+constexpr int DESCENT_LIMIT = 180; // what stands below a node is left out if its key is this long in front of its name
 
 char outbuf[1 << 18];
 
@@ -59,7 +59,7 @@ write_result write_list(FILE *stream, Frag *first, char *position) {
 int outffile(FILE *stream, Frag *first, char *position) { return write_list(stream, first, position) != WRITTEN; }
 
 int exportffile(const char *name, FragList list, int version) {
-    // From the opening on nothing takes memory, so that an output that is begun is also ended.
+    // Behind the opening nothing takes memory, since running out of it would leave half an output.
     if (version == 99)
         reserve_xml(list);
     FILE *stream = stdout;

@@ -21,7 +21,8 @@ void close_element(FILE *stream, Frag *frag, int indent) {
     fprintf(stream, "</%s>\n", fragname(frag));
 }
 
-// The open elements, each with the child to look at next: no depth of the tree costs stack.
+// The open elements, outermost first, each with the child to look at next. This takes the place of recursion, which a
+// deep tree would make too deep for the stack.
 struct element {
     Frag *frag;
     Frag *next;
@@ -58,7 +59,8 @@ void reserve_xml(FragList list) {
 int outxmlfile(FILE *stream, Frag *frag, int indent) {
     if (!frag)
         return 0;
-    // On a full disk nothing more is tried: the indents of a deep tree alone can be more than any disk holds.
+    // Behind a failed write no more is written: the blanks in front of the elements of a deep tree can be more than any
+    // disk holds, and would take as long.
     auto open = [&](Frag *inner) {
         if (!ferror(stream))
             open_element(stream, inner, indent);

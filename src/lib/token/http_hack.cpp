@@ -1,6 +1,7 @@
 // Which program serves the web proxy: the one that can authenticate, or the plain one.
 #include "name_index.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <strings.h>
 #include <unordered_set>
@@ -25,7 +26,7 @@ verdict judge(FragList list) {
 /// The config sets that have a value in the list of a policy with authentication.
 struct authenticated_sets {
     std::vector<Frag *> lists; // the policies' lists
-    std::unordered_set<std::string> names;
+    std::unordered_set<std::string, text_hash> names;
     list_indexes indexes;
 
     explicit authenticated_sets(FragList db) {
@@ -36,7 +37,7 @@ struct authenticated_sets {
             if (!proxies)
                 continue;
             lists.push_back(proxies);
-            std::unordered_set<std::string_view> met;
+            std::unordered_set<std::string_view, text_hash> met;
             for (Frag *set = proxies->child; set; set = set->next)
                 if (met.insert(set->name).second && set->value)
                     names.insert(set->name);

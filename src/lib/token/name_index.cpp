@@ -4,24 +4,15 @@
 
 #include <algorithm>
 
-// Walking a few nodes costs less than hashing, and most lists end here. The sanitizer builds set it to 0, so that every
-// lookup is one by index and none can miss what a pass changed.
+// The nodes of a list that is walked and not indexed: to compare a few names costs less than to hash one, and most
+// lists have no more. The sanitizer builds set it to 0. Then every lookup goes by index, and one that a pass forgot to
+// tell of a change shows.
 #ifndef SHORT_LIST
 #define SHORT_LIST 16
 #endif
 
 // Never 0, which marks a free slot.
-static uint32_t hash_of(std::string_view name) {
-    uint64_t hash = name.size();
-    for (size_t at = 0; at < name.size();) {
-        uint64_t word = 0;
-        for (size_t end = std::min(at + sizeof word, name.size()); at < end; at++)
-            word = word << 8 | static_cast<unsigned char>(name[at]);
-        hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
-        hash ^= hash >> 32;
-    }
-    return static_cast<uint32_t>(hash) | 1;
-}
+static uint32_t hash_of(std::string_view name) { return static_cast<uint32_t>(text_hash()(name)) | 1; }
 
 name_index::name_index(FragList list) : count(count_frags(*list)) {
     make_room(count);
@@ -47,7 +38,7 @@ void name_index::take(slot &at, uint32_t hash, Frag *frag) {
     entries.push_back(frag);
 }
 
-// Makes sure that so many further names leave half of the table free.
+// Makes the table so large that with `more` further names half of it is still free.
 void name_index::make_room(size_t more) {
     if ((entries.size() + more) * 2 <= slots.size())
         return;
@@ -57,7 +48,7 @@ void name_index::make_room(size_t more) {
         old_entries.size() - static_cast<size_t>(std::count(old_entries.begin(), old_entries.end(), nullptr));
     size_t size = 32;
     while (size < (named + more) * 2)
-        size *= 4;
+        size *= 2;
     slots.assign(size, slot{0, 0});
     entries.clear();
     entries.reserve(size / 2);
@@ -159,7 +150,7 @@ void name_index::remove(Frag *frag) {
         hidden.erase(behind);
 }
 
-// The index of the list, or null. Most lookups come to the list of the one before.
+// The index that the list has, or null. Most lookups come to the list of the one before.
 name_index *list_indexes::index_of(FragList list) {
     if (list != last_list) {
         auto it = indexes.find(list);
@@ -171,39 +162,51 @@ name_index *list_indexes::index_of(FragList list) {
     return last_index;
 }
 
-// The first node of that name in a list that is short. A list that is not gets an index instead.
-Frag *list_indexes::walk(FragList list, std::string_view name) {
-    int left = SHORT_LIST;
-    for (Frag *frag = *list; frag; frag = frag->next) {
-        if (left-- == 0) {
-            if (!index_of(list)) {
-                last_index = &indexes.emplace(list, name_index(list)).first->second;
-                last_list = list;
-            }
-            return nullptr;
-        }
-        if (is_named(frag, name))
-            return frag;
+// The index of a long list, made if there is none yet.
+name_index &list_indexes::index_of_long(FragList list) {
+    if (!index_of(list)) {
+        last_index = &indexes.emplace(list, name_index(list)).first->second;
+        last_list = list;
     }
-    return nullptr;
+    return *last_index;
+}
+
+void list_indexes::drop_index(FragList list) {
+    indexes.erase(list);
+    if (last_list == list)
+        last_list = nullptr;
+}
+
+// Looks for the name in a short list: `*found` is its first node, or null. False for a list that is too long to be
+// walked, or whose index is at hand.
+bool list_indexes::find_in_short(FragList list, std::string_view name, Frag **found) const {
+    if (list == last_list)
+        return false;
+    *found = nullptr;
+    int left = SHORT_LIST;
+    for (Frag *frag = *list; frag && !*found; frag = frag->next) {
+        if (left-- == 0)
+            return false;
+        if (is_named(frag, name))
+            *found = frag;
+    }
+    return true;
 }
 
 Frag *list_indexes::find(FragList list, std::string_view name) {
-    if (list != last_list)
-        if (Frag *frag = walk(list, name))
-            return frag;
-    return list == last_list ? last_index->find(name) : nullptr;
+    Frag *found;
+    return find_in_short(list, name, &found) ? found : index_of_long(list).find(name);
 }
 
 Frag *list_indexes::find_or_make(FragList list, std::string_view name, Frag *parent) {
-    if (list != last_list)
-        if (Frag *frag = walk(list, name))
-            return frag;
-    if (name_index *index = index_of(list))
-        return index->find_or_make(list, name, parent);
-    Frag *frag = newsymfrag(name.data(), name.size());
-    pushfrag(list, frag, parent);
-    return frag;
+    Frag *found;
+    if (!find_in_short(list, name, &found))
+        return index_of_long(list).find_or_make(list, name, parent);
+    if (!found) {
+        found = newsymfrag(name.data(), name.size());
+        pushfrag(list, found, parent);
+    }
+    return found;
 }
 
 Frag *list_indexes::find_key(FragList list, const char *key, FragList *siblings) {
@@ -246,12 +249,15 @@ void list_indexes::remove(FragList list, Frag *frag) {
             searches.erase(search);
         return;
     }
-    // Of the numbers up to the last one this leaves one free, and what was the count is now behind it.
+    // This can free two numbers up to the last one that is known: the node's own, and the one that was the count until
+    // now, since free numbers lie above the count.
     if (search != searches.end()) {
         search->second.freed.insert(static_cast<int>(index->count));
         search->second.freed.insert(decimal(frag->name));
     }
     index->remove(frag);
+    if (index->count <= SHORT_LIST)
+        drop_index(list);
 }
 
 size_t list_indexes::count(FragList list) {
@@ -279,9 +285,7 @@ void list_indexes::forget_below(Frag *frag) {
     while (!left.empty() && !(indexes.empty() && searches.empty())) {
         frag = left.back();
         left.pop_back();
-        indexes.erase(&frag->child);
-        if (last_list == &frag->child)
-            last_list = nullptr;
+        drop_index(&frag->child);
         searches.erase(&frag->child);
         for (Frag *child = frag->child; child; child = child->next)
             left.push_back(child);

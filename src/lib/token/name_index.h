@@ -3,6 +3,7 @@
 #define NAME_INDEX_H
 
 #include "nsym.h"
+#include "text_hash.h"
 
 #include <cstdint>
 #include <set>
@@ -10,8 +11,8 @@
 #include <vector>
 
 /// An index of one sibling list by stored name, for a pass that looks up many names in it. It gives what a walk from
-/// the head would give, as long as the pass tells it of every node that it adds, takes away or renames. It owns no
-/// node and must not outlive the pass.
+/// the head would give, as long as the pass tells it of every node that comes, goes or gets another name. It owns no
+/// node and lives no longer than the pass.
 struct name_index {
     name_index() = default;
     /// Indexes the list as it stands.
@@ -35,24 +36,26 @@ struct name_index {
     size_t count = 0; ///< nodes of the list
 
 private:
-    /// A hash table of the nodes nearest the head, open addressed and at most half full. A slot is free if its hash is
-    /// 0; one whose entry is null is passed over. It holds no more than a search for a new name looks at, since each
-    /// look into a large table waits for memory.
+    /// A hash table with one slot for each name, open addressed and at most half full. A slot leads to the entry of the
+    /// node nearest the head; the entry is null if the list has no node of that name any more. A free slot has the hash
+    /// 0. Slots are this small because in a large table each look at another place waits for memory, and a search for a
+    /// name that is not there looks at slots alone.
     struct slot {
         uint32_t hash;
         uint32_t entry;
     };
     std::vector<slot> slots;
     std::vector<Frag *> entries;
-    std::unordered_map<std::string, std::vector<Frag *>> hidden; ///< behind the first of a name, the nearest last
+    /// Of a name that several nodes have, all but the nearest, the farthest first.
+    std::unordered_map<std::string, std::vector<Frag *>, text_hash> hidden;
 
     size_t place(uint32_t hash, std::string_view name) const;
     void take(slot &at, uint32_t hash, Frag *frag);
     void make_room(size_t more);
 };
 
-/// Indexes of many lists, each made when a lookup finds its list long; short ones are walked. As with one index, the
-/// pass tells it of every node that it adds to one of these lists or takes away.
+/// Indexes of many lists. A short list is walked, and one that a lookup finds long gets an index. As with one index,
+/// the pass tells of every node that comes or goes.
 struct list_indexes {
     list_indexes() = default;
     list_indexes(const list_indexes &) = delete;
@@ -72,22 +75,25 @@ struct list_indexes {
     void remove(FragList list, Frag *frag);
     /// The nodes in the list.
     size_t count(FragList list);
-    /// The first number behind the count of the list that names no node in it. The caller makes the node.
+    /// The first number above the count of the list's nodes that none of them has as its name. The caller makes the
+    /// node.
     int free_number(FragList list);
     /// Forgets the lists below the node, which are about to be freed or changed.
     void forget_below(Frag *frag);
 
 private:
     name_index *index_of(FragList list);
-    Frag *walk(FragList list, std::string_view name);
+    name_index &index_of_long(FragList list);
+    void drop_index(FragList list);
+    bool find_in_short(FragList list, std::string_view name, Frag **found) const;
 
-    /// Where a list's next free number is: those from its count up to `last` are taken, or they are in `freed`.
+    /// What is known of a list's free numbers: from its count up to `last` only those in `freed` can be free.
     struct number_search {
         int last = 0;
         std::set<int> freed{};
     };
-    std::unordered_map<FragList, name_index> indexes;
-    FragList last_list = nullptr; ///< the list of the index that was used last
+    std::unordered_map<FragList, name_index> indexes; ///< of long lists; one that gets short loses its index
+    FragList last_list = nullptr;                     ///< the list of the index that was used last
     name_index *last_index = nullptr;
     std::unordered_map<FragList, number_search> searches; ///< of the lists that were asked for a free number
 };

@@ -3,6 +3,7 @@
 #include "frag_tools.h"
 #include "name_index.h"
 #include "nupgrade.h"
+#include "text_hash.h"
 
 #include <cstring>
 #include <optional>
@@ -21,7 +22,7 @@ bool has_interface(Frag *element) { return !is_blanks(fval(&element->child, "int
 struct all_interfaces {
     Frag *elements;
     std::vector<Frag *> entries;
-    std::unordered_multimap<std::string, size_t> by_interface; // position by interface in lower case
+    std::unordered_multimap<std::string, size_t, text_hash> by_interface; // position by interface in lower case
     // Entries that others took the place of. They are freed last, since the location list can be this very list, or
     // stand below an entry.
     std::vector<Frag *> replaced;
@@ -215,7 +216,8 @@ namespace {
 struct interfaces_by_list {
     Frag *netobj_list;
     list_indexes indexes;
-    std::unordered_map<Frag *, std::unordered_set<std::string_view>> interfaces; // by the list's node `element`
+    // By the list's node `element`.
+    std::unordered_map<Frag *, std::unordered_set<std::string_view, text_hash>> interfaces;
 
     explicit interfaces_by_list(FragList db) : netobj_list(ffind(db, "netobj_list")) {}
 
@@ -227,7 +229,7 @@ struct interfaces_by_list {
         if (!elements)
             return false;
         auto known = interfaces.try_emplace(elements);
-        std::unordered_set<std::string_view> &names = known.first->second;
+        std::unordered_set<std::string_view, text_hash> &names = known.first->second;
         if (known.second)
             for (Frag *element = elements->child; element; element = element->next)
                 if (const char *name = fval(&element->child, "interface"))

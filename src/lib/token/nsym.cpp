@@ -15,8 +15,8 @@ void outofcore() {
     exit(1);
 }
 
-// What takes memory by `new`, the containers of the store and of its users, ends like the functions below. A program
-// that wants another end sets its own handler.
+// `new`, which the containers of the store and of its users take their memory with, ends like the functions below. A
+// program that wants another end sets a handler of its own.
 [[maybe_unused]] static const std::new_handler handler_before = std::set_new_handler(outofcore);
 
 void *getcore(size_t size) {
@@ -40,6 +40,39 @@ char *makestr_len(const char *text, size_t len) {
     memcpy(copy, text, len);
     copy[len] = 0;
     return copy;
+}
+
+Frag *newsymfrag(const char *name, size_t len) {
+    Frag *frag = static_cast<Frag *>(getcore(sizeof(Frag)));
+    *frag = Frag{};
+    frag->name = makestr_len(name, len);
+    return frag;
+}
+
+// Frees a list with all below it. A node's children are put in front of the nodes that are still to be freed, so there
+// is no recursion, however deep the tree is.
+void freelist(Frag *first) {
+    while (first) {
+        Frag *frag = first;
+        first = frag->next;
+        if (frag->child) {
+            Frag *last = frag->child;
+            while (last->next)
+                last = last->next;
+            last->next = first;
+            first = frag->child;
+        }
+        free(frag->name);
+        free(frag->value);
+        free(frag);
+    }
+}
+
+void freefrag(Frag *frag) {
+    if (!frag)
+        return;
+    frag->next = nullptr;
+    freelist(frag);
 }
 
 Frag *ffind(FragList list, const char *key) {
@@ -102,7 +135,8 @@ char *fval(FragList list, const char *key) {
 }
 
 static Frag *copy_frag(const Frag *source, Frag *parent) {
-    Frag *copy = newsymfrag(source->name, strlen(source->name));
+    const char *name = source->name ? source->name : "";
+    Frag *copy = newsymfrag(name, strlen(name));
     copy->parent = parent;
     copy->attr = source->attr;
     if (source->value)

@@ -7,9 +7,10 @@
 /// creation until `sort_frags` or a pass that rebuilds it says otherwise.
 ///
 /// A list owns its nodes and a node owns its name and value. `fdel` hands a node to the caller, `freefrag` frees one
-/// with all below it. The memory of all three is the store's: what changes a name or a value goes through `renamefrag`,
-/// `fset` and their like, and a value moves between nodes only together with its `vlen`. Wherever memory runs out, the
-/// process ends in `outofcore`.
+/// with all below it. Node, name and value are each a block of the C heap by itself. So whoever holds a node may free
+/// its name or value, grow it with realloc(), swap it with another node's or put a block of his own in its place, and
+/// may make nodes with calloc() and names with strdup(). Two things must hold: a node in a list has a name, and a value
+/// has its terminator at `value[vlen]`. Where the store runs out of memory, the process ends in `outofcore`.
 #ifndef NSYM_H
 #define NSYM_H
 
@@ -28,16 +29,18 @@ struct Frag {
     Frag *parent; ///< owning node; null at the top level and on nodes made through a bare child list
     char *name;   ///< stored name: `_` as %5F and `%` as %25 where `renamefrag` wrote it; no attribute prefix
     char *value;  ///< null (interior node, never written to a file) or a terminated string; null and empty differ
-    long vlen;    ///< bytes in `value` without its terminator, 0 while it is null; value[vlen] is always writable
+    long vlen;    ///< bytes in `value` without its terminator, 0 while it is null; the store's blocks hold `vlen` + 2
     long attr;    ///< attribute bits
 };
 static_assert(sizeof(Frag) == 7 * sizeof(void *), "a node is seven machine words");
 
 using FragList = Frag **;
 
-/// The databases. `cur_database` is the list that the run works on; the functions that use it point it at
-/// `def_database` first if it is null.
+/// The databases. `oldconf` and `initconf` are read for inspection: after `upgrade()` they hold those nodes of the
+/// first two `-m` files that it looked at ahead of merging them, and no others; the network objects were moved out of
+/// `oldconf`.
 extern Frag *def_database, *oldconf, *initconf, *nptdatabase;
+/// The list that the run works on. The functions that use it point it at `def_database` first if it is null.
 extern FragList cur_database;
 
 // Memory. Each of these ends the process through `outofcore` instead of failing.
@@ -57,7 +60,8 @@ char *makestr_len(const char *text, size_t len);
 
 /// A new unlinked node named by exactly `len` bytes of `name`; all else is 0 or null.
 Frag *newsymfrag(const char *name, size_t len);
-/// Frees the node (may be null), its name, value and subtree, at any depth. Its siblings stay, so unlink it first.
+/// Frees the node (may be null), its name and value if it has any, and its subtree, at any depth. Its siblings stay, so
+/// unlink it first.
 void freefrag(Frag *frag);
 /// Frees the node and every sibling behind it.
 void freelist(Frag *first);
@@ -90,7 +94,8 @@ constexpr size_t FRAGNAME_SIZE = 64;
 extern char keynamebuf[KEYNAME_SIZE]; ///< result of `fragkeyname`; the writer builds its keys here too
 extern int keynamelen;                ///< length of the key in it
 
-/// Renames the node to the stored form of `name`: each `_` becomes %5F and each `%` becomes %25.
+/// Renames the node to the stored form of `name`: each `_` becomes %5F and each `%` becomes %25. The old name, if there
+/// is one, is freed.
 void renamefrag(Frag *frag, const char *name);
 /// `renamefrag` to the text of the number.
 void renumberfrag(Frag *frag, int number);
@@ -145,7 +150,7 @@ int importinitialenv(const char *path);
 int outffile(FILE *stream, Frag *first, char *position);
 /// Writes the node (may be null) and what lies below it as one XML element. Always 0.
 int outxmlfile(FILE *stream, Frag *frag, int indent);
-/// Takes the memory that writing the list as XML needs, so that no output is begun that can't be ended.
+/// Takes the memory that `outxmlfile` needs for the list, so that it takes none once an output is open.
 void reserve_xml(FragList list);
 /// Brings `cur_database` into the layout of the output version (numbered for 1 and 41), stamps and saves it.
 /// `name` null stands for standard output. The result is that of `exportffile`.
@@ -155,8 +160,8 @@ int exportffile(const char *name, FragList list, int version);
 
 // Order.
 
-/// Sorts one sibling list, numbers by their value: a merge sort whose ties keep their order, save that a list with
-/// fewer pairs in order than out of order is turned around first.
+/// Sorts one sibling list, numbers by their value. It is a merge sort whose ties keep their order; only a list in which
+/// more neighbours are out of order than in order is turned around first.
 int sort_frags(FragList list);
 /// Negative, 0 or positive as the first name comes before, ties with or comes behind the second.
 int fragmatch(const char *a, const char *b);

@@ -1,3 +1,7 @@
+#include "program_heap.h"
 #include "upgrade.h"
 
-int main(int argc, char **argv) { return upgrade(argc, argv); }
+int main(int argc, char **argv) {
+    prepare_heap(argc, argv);
+    return upgrade(argc, argv);
+}

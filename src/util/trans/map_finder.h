@@ -3,6 +3,7 @@
 #define MAP_FINDER_H
 
 #include "name_index.h"
+#include "text_hash.h"
 
 #include <memory>
 #include <string>
@@ -57,7 +58,7 @@ private:
     };
     struct branch_hash {
         size_t operator()(const branch_key &key) const {
-            return std::hash<std::string_view>()(key.value) ^ reinterpret_cast<size_t>(key.before);
+            return text_hash()(key.value) ^ reinterpret_cast<size_t>(key.before);
         }
     };
 
@@ -72,7 +73,7 @@ private:
     std::unordered_map<branch_key, branch, branch_hash> branches;
     // A number for each content, of the lists of config sets that are sorted.
     std::unordered_map<Frag *, size_t> content_of;
-    std::unordered_map<std::string, size_t> contents;
+    std::unordered_map<std::string, size_t, text_hash> contents;
 };
 
 #endif

@@ -2,6 +2,7 @@
 #include "frag_tools.h"
 #include "merging.h"
 #include "name_index.h"
+#include "text_hash.h"
 
 #include <cstring>
 #include <unordered_map>
@@ -23,8 +24,8 @@ namespace {
 struct policy_book {
     Frag *policy;
     name_index names;
-    std::unordered_map<Frag *, int> uses;    // how many maps name it
-    std::unordered_set<std::string> missing; // names in maps to which there is no policy
+    std::unordered_map<Frag *, int> uses;               // how many maps name it
+    std::unordered_set<std::string, text_hash> missing; // names in maps to which there is no policy
     std::unordered_set<Frag *> doomed;
 
     explicit policy_book(FragList db) : policy(ffind(db, "policy")), names(db, "policy") {}
@@ -160,7 +161,7 @@ struct survivor {
 // to the end of the list, whose new end is the result.
 FragList merge_batch(const std::vector<Frag *> &batch, Frag *map, FragList end, policy_book &policies, int &number) {
     std::vector<map_values> values;
-    std::unordered_map<std::string, std::vector<size_t>> by_source;
+    std::unordered_map<std::string, std::vector<size_t>, text_hash> by_source;
     values.reserve(batch.size());
     for (Frag *frag : batch) {
         values.emplace_back(frag);
@@ -203,7 +204,7 @@ void merge_maps(FragList db) {
     sort_frags(&map->child);
     // The n-th map of a proxy goes to the n-th batch; one that names no proxy in its `tag` goes to the first.
     std::vector<std::vector<Frag *>> batches;
-    std::unordered_map<std::string_view, size_t> taken;
+    std::unordered_map<std::string_view, size_t, text_hash> taken;
     for (Frag *frag = map->child; frag; frag = frag->next) {
         const char *tag = fval(&frag->child, "tag_proxy");
         size_t turn = tag ? taken[tag]++ : 0;

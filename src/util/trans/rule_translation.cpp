@@ -1,6 +1,7 @@
 // The host rules of one proxy become config sets, network objects, policies and maps.
 #include "frag_tools.h"
 #include "netperm.h"
+#include "text_hash.h"
 #include "translation.h"
 
 #include <algorithm>
@@ -34,7 +35,8 @@ struct pattern_list {
     static constexpr size_t MANY = 32;
 
     std::vector<std::string_view> patterns;
-    std::unordered_map<std::string_view, std::vector<std::string_view>> by_middle; // empty until they are many
+    // Empty until the patterns are many.
+    std::unordered_map<std::string_view, std::vector<std::string_view>, text_hash> by_middle;
     std::set<size_t> middle_lens;
 
     void add(std::string_view pattern) {
@@ -55,7 +57,7 @@ struct pattern_list {
     bool match(std::string_view word) const {
         if (patterns.size() < MANY || patterns.size() <= word.size() * middle_lens.size())
             return one_matches(patterns, word);
-        std::unordered_set<std::string_view> met;
+        std::unordered_set<std::string_view, text_hash> met;
         for (size_t len : middle_lens)
             for (size_t at = 0; at + len <= word.size(); at++) {
                 auto found = by_middle.find(word.substr(at, len));
@@ -71,8 +73,9 @@ struct pattern_list {
 /// what it has behind its last. So these two lead to the few patterns that have to be tried; this builds on what
 /// `wildmatch` says of each. All words are views into the rules' values.
 struct cover_index {
-    std::unordered_set<std::string_view> words;
-    std::unordered_map<std::string_view, std::unordered_map<std::string_view, pattern_list>> by_head_and_tail;
+    std::unordered_set<std::string_view, text_hash> words;
+    std::unordered_map<std::string_view, std::unordered_map<std::string_view, pattern_list, text_hash>, text_hash>
+        by_head_and_tail;
     std::set<size_t> head_lens, tail_lens;
 
     explicit cover_index(size_t rules) : words(rules) {}

@@ -3,6 +3,7 @@
 #define TRANSLATION_H
 
 #include "name_index.h"
+#include "text_hash.h"
 
 #include <string>
 #include <string_view>
@@ -48,8 +49,9 @@ struct translation {
     FragList db;
     name_index proxies, policies, lists, groups;
     name_index maps; ///< those that were here before; the run's own have numbers that only grow
-    std::unordered_map<std::string, Frag *> lists_by_hosts; ///< the first list with these hosts, in lower case
-    std::unordered_map<std::string, int> taken_names;       ///< for a taken name, the number to try next
+    std::unordered_map<std::string, Frag *, text_hash>
+        lists_by_hosts;                                          ///< the first list with these hosts, in lower case
+    std::unordered_map<std::string, int, text_hash> taken_names; ///< for a taken name, the number to try next
     policy_templates templates;
     /// Translated rules. They are freed at the end: records that are made meanwhile would be put into the memory that
     /// each gives back, all over the heap, and the passes that go through them next would wait for it.

@@ -84,6 +84,8 @@ void take_netobj() {
         std::swap(netobj->child, *link);
         for (Frag *frag = netobj->child; frag; frag = frag->next)
             frag->parent = netobj;
+        freelist(old_netobj->child); // the groups: nothing reads them, and the merge can use their memory
+        old_netobj->child = nullptr;
     }
 }
 
