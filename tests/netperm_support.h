@@ -91,7 +91,8 @@ inline void expand_maps(FragList db) {
     }
 }
 
-/// The other way round: "pd,src,proxy,policy", and a policy's value becomes "description,set=proxy...". A tag shows.
+/// The other way round: "pd,src,proxy,policy", and a policy's value becomes "description,set=proxy...". A tag shows. A
+/// destination becomes "service description class destination".
 inline void shorten_maps(FragList db) {
     auto shorten = [](Frag *frag, const std::string &text) {
         freelist(frag->child);
@@ -101,6 +102,9 @@ inline void shorten_maps(FragList db) {
     for (Frag *map = children_of(db, "map"); map; map = map->next)
         shorten(map, value_of(map, "pd") + "," + value_of(map, "src") + "," + value_of(map, "proxy") + "," +
                          value_of(map, "policy") + (ffind(&map->child, "tag") ? ",tag" : ""));
+    for (Frag *dest = children_of(db, "dest"); dest; dest = dest->next)
+        shorten(dest, value_of(dest, "service") + " " + value_of(dest, "desc") + " " + value_of(dest, "pd") + " " +
+                          value_of(dest, "dest"));
     for (Frag *policy = children_of(db, "policy"); policy; policy = policy->next) {
         std::string text = value_of(policy, "parm_desc");
         for (Frag *set = children_of(&policy->child, "proxy"); set; set = set->next)

@@ -1,15 +1,20 @@
 // What passes make of small trees, a row a case, in tests/passes/*.case; `support.h` tells how a tree is written.
 //
-// - pass NAME ARG...: for the rows behind it, a pass of the table below, `-` for a null; several run one after another
+// - pass NAME ARG... ; NAME ARG...: for the rows behind it, passes of the table below in that order, `-` for a null
 // - row TREE -> TREE: the database before and after; with `=>` only what a fragment file shows of it is compared
 // - row TREE ==: the passes change nothing
 // - row TREE ++ FILE => TREE: a pass that takes the name `file` finds FILE there, a text or a tree as lines
 // - row FILE -> TREE: if a pass takes the name `row`
-// - with TREE: the database before, for such a row behind it
-// - result N: what the last pass of the row behind it returns, if not 0
-// - says TEXT: what that row prints on standard error, if not nothing, and with a report there
+// - form ROW: for the `each` behind it, a row with `?` on both sides
+// - each TEXT -> TEXT ; TEXT ; ...: what stands for those, in a row each; a single text stands on both sides
 //
-// A line that begins with blanks goes on with the one above. In all texts \n, \r, \t and \0 stand for those bytes.
+// These hold up to the next of their kind or the next `pass`:
+// - with TREE: the database before, for rows of which a pass takes the name `row`
+// - result N: what the last pass returns, if not 0
+// - says TEXT: what a row prints on standard error, if not nothing, and with a report there
+//
+// A line that begins with blanks goes on with the one above, behind one blank, but without it where that one ends in
+// `{` or `\n` and no arrow or `++` follows. In all texts \n, \r, \t, \0 are those bytes, and \<63n> is n, 63 times.
 // Numbers that go on through the whole process, of maps that rules become and of `dest` records, begin at 1 here.
 #include "netperm_support.h"
 #include "nupgrade.h"
@@ -19,6 +24,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <regex>
 
 using std::string;
 
@@ -72,8 +78,9 @@ int tell(Frag *element, const char *name, void *arg) {
 }
 
 int tell_services(FragList db) {
-    for (const maprec *row = determine_os_maprec(db); row->proxy; row++)
-        fprintf(stderr, "%s:%s:%s:%s:%s|", row->proxy, row->service, row->type, row->port, row->exec);
+    const char *between = "";
+    for (const maprec *row = determine_os_maprec(db); row->proxy; row++, between = " ")
+        fprintf(stderr, "%s%s:%s:%s:%s:%s", between, row->proxy, row->service, row->type, row->port, row->exec);
     return 0;
 }
 
@@ -162,6 +169,12 @@ struct pass_case {
 string unescaped(const string &text) {
     string bytes;
     for (size_t at = 0; at < text.size(); at++) {
+        if (text.compare(at, 2, "\\<") == 0) {
+            const size_t times = std::stoul(text.substr(at + 2));
+            at = text.find('>', at);
+            bytes.append(times, text[at - 1]);
+            continue;
+        }
         const char *found = text[at] == '\\' && at + 1 < text.size() ? strchr("n\nr\rt\t0\0", text[at + 1]) : nullptr;
         bytes += found ? found[1] : text[at];
         at += found ? 1 : 0;
@@ -176,8 +189,7 @@ string cut_off(string &text, const string &separator) {
     return front;
 }
 
-void try_row(const pass_case &c) {
-    const string row = c.text("row");
+void try_row(const pass_case &c, const string &row) {
     const bool unchanged = row.size() > 2 && row.substr(row.size() - 3) == " ==";
     const bool shown = row.find(" ->") == string::npos;
     string after = row,
@@ -214,29 +226,46 @@ void try_row(const pass_case &c) {
     EXPECT_TRUE(linked(db.head, nullptr)) << row;
 }
 
+// Tries the form with each of the small rows.
+void try_each(const pass_case &c, string cases) {
+    while (!cases.empty()) {
+        string right = cut_off(cases, " ; "), row = c.text("form");
+        const bool one = right.find(" ->") == string::npos;
+        const string left = cut_off(right, " ->");
+        right = one ? left : right.substr(std::min<size_t>(1, right.size()));
+        size_t at = row.find('?');
+        row.replace(at, 1, left);
+        for (at += left.size(); (at = row.find('?', at)) != string::npos; at += right.size())
+            row.replace(at, 1, right);
+        try_row(c, row);
+    }
+}
+
+// The lines of a file, each with those that it goes on in.
+std::vector<string> whole_lines(const string &path) {
+    string text = std::regex_replace(read_file(path), std::regex("\n +(->|=>|\\+\\+) "), " $1 ");
+    text = std::regex_replace(text, std::regex("(\\{|\\\\n)\n +"), "$1");
+    return split(std::regex_replace(text, std::regex("\n +"), " "), '\n');
+}
+
 } // namespace
 
 static void try_rows(const string &path) {
-    std::vector<string> lines;
-    for (const string &line : split(read_file(path), '\n'))
-        if (!line.empty() && line[0] == ' ')
-            lines.back() += line.substr(line.find_first_not_of(' ') - (lines.back().back() == '{' ? 0 : 1));
-        else if (!line.empty() && line[0] != '#')
-            lines.push_back(line);
     pass_case now;
-    for (string rest : lines) {
+    for (string rest : whole_lines(path)) {
+        if (rest.empty() || rest[0] == '#')
+            continue;
         const string kind = cut_off(rest, " ");
+        EXPECT_NE(string("pass row each with result says form ").find(kind + " "), string::npos) << kind << " " << rest;
         now.given[kind] = rest;
         if (kind == "pass") {
-            if (now.given.count("tried"))
-                now = {};
-            now.passes.push_back(split(rest, ' '));
-        } else if (kind == "row") {
-            try_row(now);
-            now.given = {{"tried", ""}};
+            now = {};
+            while (!rest.empty())
+                now.passes.push_back(split(cut_off(rest, " ; "), ' '));
+        } else if (kind == "row" || kind == "each") {
+            kind == "row" ? try_row(now, rest) : try_each(now, rest);
         }
     }
-    EXPECT_TRUE(now.given.count("tried")) << path;
 }
 
 TEST(passes, rows) {
