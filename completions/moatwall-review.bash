@@ -4,22 +4,22 @@ _moatwall_review() {
     COMPREPLY=()
     # The program's own options come first; the word behind them tells which command it is.
     while ((at < COMP_CWORD)) && [[ ${COMP_WORDS[at]} == --* ]]; do
-        [[ ${COMP_WORDS[at]} != --html && ${COMP_WORDS[at]} != --proxy ]] || ((at++))
+        [[ ${COMP_WORDS[at]} != --@(html|proxy|only) ]] || ((at++))
         ((at++))
     done
     ((at >= COMP_CWORD)) || command=${COMP_WORDS[at]}
     if [[ $word == --* && $command == explain ]]; then
-        mapfile -t COMPREPLY < <(compgen -W '--netperm --json --quiet' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W '--netperm --html --json --quiet' -- "$word")
     elif [[ $word == --* && -z $command ]]; then
-        mapfile -t COMPREPLY < <(compgen -W '--html --json --proxy --quiet --all --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W '--html --json --proxy --only --lines --all --quiet --help --version' -- "$word")
     elif [[ $word == -V* ]]; then
         mapfile -t COMPREPLY < <(compgen -W '-V1 -V2 -V41 -V50' -- "$word")
-    elif [[ $word == -* && $command != @(explain|diff|check) ]]; then
+    elif [[ $word == -* && $command != @(explain|diff|check|fleet) ]]; then
         mapfile -t COMPREPLY < <(compgen -W '-R -n -m -e -V' -- "$word")
     elif [[ $before == -V ]]; then
         mapfile -t COMPREPLY < <(compgen -W '1 2 41 50' -- "$word")
-    elif [[ -n $word && -z $command && $before != --html && $before != --proxy ]]; then
-        mapfile -t COMPREPLY < <(compgen -W 'explain diff check' -- "$word")
+    elif [[ -n $word && -z $command && $before != --@(html|proxy|only) ]]; then
+        mapfile -t COMPREPLY < <(compgen -W 'explain line diff check fleet' -- "$word")
         # A file that begins like a command is offered beside it.
         ((${#COMPREPLY[@]} == 0)) || mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$word")
     fi

@@ -45,7 +45,8 @@ struct faults : testing::TestWithParam<const char *> {
     }
     void SetUp() override {
         for (const auto &file : std::filesystem::directory_iterator(EXAMPLES_DIR))
-            examples[file.path().filename().string()] = read_file(file.path().string());
+            if (file.is_regular_file())
+                examples[file.path().filename().string()] = read_file(file.path().string());
         write_examples(string::npos);
         EXPECT_EQ(run("none 0").status, 0);
         whole = output();

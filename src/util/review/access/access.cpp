@@ -1,0 +1,281 @@
+// What a side's tables and maps mean for one proxy.
+#include "access/access.h"
+#include "frag_tools.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view group_source = "$$NETOBJ.";
+
+std::string_view first_word(const Frag *frag, const char *key) {
+    const char *value = fval(const_cast<FragList>(&frag->child), key);
+    std::string_view text = value ? value : "";
+    return text.substr(0, text.find_first_of(" \t"));
+}
+
+/// A walk through network objects. A list that was met before holds nobody who is not decided about; one that is
+/// missing ends the walk at every level.
+struct source_walk {
+    const configuration &conf;
+    std::unordered_set<const Frag *> &met_lists;
+    std::vector<const Frag *> elements{};
+
+    bool add_list(const Frag *list) {
+        const Frag *holder = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
+        if (holder && met_lists.insert(list).second)
+            for (const Frag *element = holder->child; element; element = element->next)
+                elements.push_back(element);
+        return holder != nullptr;
+    }
+
+    void add_group(Frag *group) {
+        std::unordered_set<const Frag *> met; // a group that was walked to its end adds nothing
+        std::vector<Frag *> next;             // member of each group on the way
+        for (;;) {
+            if (group && met.insert(group).second) {
+                Frag *members = ffind(&group->child, "member");
+                if (!members)
+                    return;
+                next.push_back(members->child);
+            }
+            while (!next.empty() && !next.back())
+                next.pop_back();
+            if (next.empty())
+                return;
+            Frag *member = next.back();
+            next.back() = member->next;
+            const char *type = fval(&member->child, "type"), *name = fval(&member->child, "name");
+            if (type && *type == 'L' && !(name && add_list(conf.record("netobj_list", name))))
+                return;
+            group = type && *type == 'G' && name ? conf.record("netobj_group", name) : nullptr;
+        }
+    }
+
+    /// False if the source is no object.
+    bool add_source(const std::string &source) {
+        bool is_group = source.compare(0, group_source.size(), group_source) == 0;
+        std::string name = is_group ? source.substr(group_source.size()) : source;
+        Frag *object = conf.record(is_group ? "netobj_group" : "netobj_list", name);
+        if (is_group && object)
+            add_group(object);
+        else if (object)
+            add_list(object);
+        return is_group || object;
+    }
+};
+
+/// The proxies whose config sets a policy lists.
+std::set<std::string> proxies_of(const configuration &conf, const std::string &policy) {
+    std::set<std::string> listed;
+    for (const Frag *entry : configuration::children(conf.record("policy", policy), "proxy"))
+        listed.insert(configuration::value(entry, ""));
+    listed.erase("");
+    return listed;
+}
+
+void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access_rule> &into) {
+    rule_hosts split = split_hosts(from.text);
+    rule.line = from.line;
+    rule.tail = split.tail;
+    for (size_t i = 0; i < split.hosts.size(); i++) {
+        rule.pattern = split.hosts[i];
+        rule.permit = (from.bits & ATTR_DENY) == 0;
+        std::string_view marker = split.marker;
+        // A further host of a rule without a class stands for itself, and a marker counts there too.
+        if (i > 0 && marker.empty() && rule.permit) {
+            marker = split_hosts(rule.pattern).marker;
+            rule.pattern.remove_prefix(marker.size());
+        }
+        rule.unmarked = marker.empty() && (from.bits & (ATTR_DENY | ATTR_PERMIT)) == 0;
+        rule.permit = marker.empty() ? rule.permit : marker == "%-permit%";
+        into.push_back(rule);
+    }
+}
+
+// What the table with that index in the side holds for the proxy.
+void add_table_rules(const access_side &side, size_t index, const std::string &proxy, std::vector<access_rule> &into) {
+    const access_side::filed_table &filed = side.filed[index];
+    const netperm_table &table = *side.tables[index];
+    auto found = filed.proxies.find(proxy);
+    if (found == filed.proxies.end() || is_no_proxy(proxy))
+        return;
+    std::vector<access_side::filing> reached = found->second.own;
+    std::copy_if(filed.common.begin(), filed.common.end(), std::back_inserter(reached),
+                 [&](const auto &each) { return !each.later || each.moment < found->second.named; });
+    std::sort(reached.begin(), reached.end(), [](const auto &a, const auto &b) { return a.moment < b.moment; });
+    // A first rule with a `=` behind the attribute stands as a value until a second makes a list of the two.
+    if (reached.size() == 1 && table.rules[reached[0].rule].word.find('=') != std::string_view::npos)
+        return;
+    access_rule rule;
+    rule.table = index;
+    rule.source = SIZE_MAX;
+    for (const access_side::filing &each : reached)
+        if (each.rule != std::exchange(rule.source, each.rule)) // a line can name a proxy twice
+            add_rule_hosts(table.rules[each.rule], rule, into);
+}
+
+} // namespace
+
+void access_side::add_proxy(const std::string &proxy) {
+    if (!proxy.empty() && proxy != "*" && !is_no_proxy(proxy) && known.insert(proxy).second)
+        proxies.push_back(proxy);
+}
+
+void access_side::add_table(const netperm_table &table) {
+    filed_table made;
+    for (const std::string &proxy : proxies)
+        made.proxies.try_emplace(proxy);
+    size_t moment = 0;
+    for (size_t i = 0; i < table.rules.size(); i++)
+        for (std::string name : table.rules[i].names) {
+            filing each{i, ++moment, name == "global"};
+            bool is_common = each.later || name[0] == '*';
+            name.resize(std::min(name.size(), name.find('='))); // a key ends there
+            named_proxy *proxy =
+                is_common ? nullptr : &made.proxies.try_emplace(name, named_proxy{moment}).first->second;
+            if (table.rules[i].attribute == "hosts")
+                (proxy ? proxy->own : made.common).push_back(each);
+            if (proxy)
+                add_proxy(name);
+        }
+    tables.push_back(&table);
+    filed.push_back(std::move(made));
+}
+
+void access_side::set_maps(const configuration &from) {
+    conf = &from;
+    for (const Frag *proxy : from.children("def_proxy"))
+        add_proxy(shown_name(proxy));
+    std::unordered_map<std::string, std::set<std::string>> listed; // proxies, by policy
+    for (const Frag *frag : from.children("map")) {
+        auto text = [frag](const char *key) { return configuration::value(frag, key); };
+        std::string pd = text("pd");
+        if (pd != "P" && pd != "D")
+            continue;
+        long number = strtol(frag->name, nullptr, 10);
+        access_map map{frag, number, from.line_of(frag), pd == "P", text("src"), text("policy"), text("proxy")};
+        std::set<std::string> concerned = {map.proxy};
+        if (map.permit) {
+            auto [policy, added] = listed.try_emplace(map.policy);
+            if (added)
+                policy->second = proxies_of(from, map.policy);
+            bool has_policy = ffind(const_cast<FragList>(&frag->child), "policy") != nullptr;
+            if (map.proxy == "*" && has_policy)
+                concerned = policy->second;
+            else if (!has_policy || policy->second.count(map.proxy) == 0)
+                concerned.clear();
+        }
+        for (const std::string &proxy : concerned) {
+            maps_of[proxy].push_back(maps.size());
+            add_proxy(proxy);
+        }
+        maps.push_back(std::move(map));
+    }
+}
+
+std::vector<size_t> maps_for(const access_side &side, const std::string &proxy) {
+    auto all = side.maps_of.find("*"), own = side.maps_of.find(proxy);
+    std::vector<size_t> merged = all == side.maps_of.end() ? std::vector<size_t>() : all->second;
+    if (own != side.maps_of.end() && own != all)
+        merged.insert(merged.end(), own->second.begin(), own->second.end());
+    std::sort(merged.begin(), merged.end());
+    merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
+    return merged;
+}
+
+std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare) {
+    std::unordered_set<const Frag *> met_lists;
+    source_walk walk{conf, met_lists};
+    bool is_object = walk.add_source(source);
+    if (bare)
+        *bare = !is_object;
+    return std::move(walk.elements);
+}
+
+std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy, size_t most, bool *fits) {
+    std::vector<access_rule> rules;
+    for (size_t i = 0; i < side.tables.size(); i++)
+        add_table_rules(side, i, proxy, rules);
+    std::unordered_set<std::string_view> met_sources;
+    std::unordered_set<const Frag *> met_lists;
+    for (size_t i : maps_for(side, proxy)) {
+        const access_map &map = side.maps[i];
+        if (rules.size() > most)
+            break;
+        if (!met_sources.insert(map.source).second)
+            continue;
+        access_rule rule;
+        rule.permit = map.permit;
+        rule.is_map = true;
+        rule.line = map.line;
+        rule.source = i;
+        source_walk walk{*side.conf, met_lists};
+        if (!walk.add_source(map.source)) {
+            rule.pattern = first_word(map.frag, "src");
+            rules.push_back(rule);
+        }
+        for (const Frag *element : walk.elements) {
+            rule.pattern = first_word(element, "addr");
+            rule.element = element;
+            rules.push_back(rule);
+        }
+    }
+    bool is_short = rules.size() <= most;
+    if (fits)
+        *fits = is_short;
+    return is_short ? std::move(rules) : std::vector<access_rule>();
+}
+
+decision decision_of(const access_side &side, const access_rule *rule) {
+    decision made;
+    if (!rule)
+        return made;
+    made.made = rule->permit ? ruling::permit : ruling::deny;
+    made.file = rule->is_map ? side.conf->name : side.tables[rule->table]->name;
+    made.line = rule->line;
+    if (rule->is_map)
+        made.map = side.maps[rule->source].number;
+    made.pattern = rule->pattern;
+    return made;
+}
+
+std::string decision_text(const decision &made) {
+    if (made.made == ruling::refused)
+        return "refused";
+    std::string text = (made.made == ruling::permit ? "permitted by " : "denied by ") + made.pattern + " (" + made.file;
+    if (made.line != 0)
+        text += ":" + std::to_string(made.line);
+    return text + (made.map ? ", map " + std::to_string(*made.map) : "") + ")";
+}
+
+bool covers(std::string_view pattern, std::string_view host) {
+    size_t at = 0, star = std::string_view::npos, begin = 0; // behind the last star, and where that is tried
+    for (size_t byte = 0; byte < host.size();) {
+        if (at < pattern.size() && pattern[at] == '*') {
+            star = ++at;
+            begin = byte;
+            if (at == pattern.size())
+                return true;
+        } else if (at < pattern.size() && pattern[at] == host[byte]) {
+            at++;
+            byte++;
+        } else if (star != std::string_view::npos) {
+            at = star;
+            byte = ++begin;
+        } else {
+            return false;
+        }
+    }
+    return pattern.substr(at).empty() || pattern.substr(at) == "*";
+}
+
+decision decide(const access_side &side, const std::string &proxy, const std::string &host) {
+    for (const access_rule &rule : rules_of(side, proxy))
+        if (covers(rule.pattern, host))
+            return decision_of(side, &rule);
+    return {};
+}

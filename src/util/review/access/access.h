@@ -1,0 +1,98 @@
+/// Who gets through: the ordered rules of each proxy, as a netperm table or as the maps of a configuration give them.
+#ifndef ACCESS_H
+#define ACCESS_H
+
+#include "read/configuration.h"
+#include "read/netperm_table.h"
+#include "review.h"
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+/// One host pattern of one proxy. Its texts are views into what the side was made of.
+struct access_rule {
+    std::string_view pattern; ///< as written, up to a blank
+    std::string_view tail;    ///< of a table's rule: from the first option word to the end of the line
+    bool permit = false;
+    bool unmarked = false;         ///< it is a table's that permits because nothing in it says otherwise
+    bool is_map = false;           ///< it is not a table's
+    long line = 0;                 ///< of the rule, or the first of the map
+    const Frag *element = nullptr; ///< the element that holds the pattern, if it is of a list
+    size_t source = 0;             ///< index of the rule in the table, or in the side's `maps`
+    size_t table = 0;              ///< index in the side's `tables`, for a rule of one
+};
+
+/// A map in the order in which maps decide.
+struct access_map {
+    const Frag *frag = nullptr;
+    long number = 0;
+    long line = 0; ///< its first
+    bool permit = false;
+    std::string source, policy, proxy;
+};
+
+/// One side of the comparison. What it was made of must outlive it.
+struct access_side {
+    std::vector<const netperm_table *> tables;
+    const configuration *conf = nullptr; ///< whose maps decide, null for none
+    std::vector<access_map> maps;
+    std::vector<std::string> proxies; ///< all that it knows, in order of appearance
+    bool knows(const std::string &proxy) const { return known.count(proxy) != 0; }
+
+    /// Lets a table decide behind what is there.
+    void add_table(const netperm_table &table);
+    /// Lets the maps of a configuration decide.
+    void set_maps(const configuration &from);
+    void add_proxy(const std::string &proxy);
+
+    /// That a rule reached a proxy, or with `later` all that are named afterwards, at a moment of the reading.
+    struct filing {
+        size_t rule, moment;
+        bool later;
+    };
+    struct named_proxy {
+        size_t named = 0; ///< the moment at which the table first named it, 0 if it was there before
+        std::vector<filing> own{};
+    };
+    struct filed_table {
+        std::vector<filing> common{}; ///< for every proxy
+        std::unordered_map<std::string, named_proxy> proxies{};
+    };
+    std::vector<filed_table> filed; ///< of each table
+    /// The maps that concern each proxy, `*` standing for those that concern all.
+    std::unordered_map<std::string, std::vector<size_t>> maps_of;
+    std::unordered_set<std::string> known;
+};
+
+/// Parameters by their clear names, prefix in front, with their values.
+using option_set = std::map<std::string, std::string>;
+
+/// The rules of a proxy in the order in which they are tried; a source that stands again behind itself is left out,
+/// since it decides about nobody. Empty, and `fits` false, if they would be more than `most` patterns.
+std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy, size_t most = SIZE_MAX,
+                                  bool *fits = nullptr);
+/// The maps that concern a proxy, as indexes in the order in which they are tried.
+std::vector<size_t> maps_for(const access_side &side, const std::string &proxy);
+/// The elements that a source leads to, as an enumeration of network objects finds them: the members of a group in
+/// order, lists and groups by their types; a missing list ends its group. `bare` is set where the source is no object,
+/// but stands for itself as a host.
+std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare = nullptr);
+/// What a rule of the side, or null for none, comes to as a decision.
+decision decision_of(const access_side &side, const access_rule *rule);
+/// "permitted by 10.* (new.conf:812, map 94)", or denied, or "refused": the one wording of who decides.
+std::string decision_text(const decision &made);
+/// Who decides about the host, a word without blanks, at that proxy.
+decision decide(const access_side &side, const std::string &proxy, const std::string &host);
+/// Whether the word's pattern covers the host: the comparison's own matcher, apart from the upgrade's.
+bool covers(std::string_view pattern, std::string_view host);
+/// The options under which a permit rule or map lets a host into the proxy: words of a rule's tail; of a map the
+/// parameters of its policy and of the config sets that the policy lists for the proxy.
+option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy);
+/// The options that the rule before has and the rule after lacks, in words; empty if there are none.
+std::string lacking_options(const option_set &was, const option_set &is);
+
+#endif

@@ -1,0 +1,89 @@
+// The options under which a rule lets a host in.
+#include "access/access.h"
+#include "frag_tools.h"
+
+#include <algorithm>
+#include <fmt/ranges.h>
+
+namespace {
+
+/// A word of a rule's tail as the parameter that it names: a key path, which ends at a `=` and is read with prefixes.
+std::string name_of_word(std::string_view word) {
+    std::string prefixes, name;
+    word = word.substr(0, word.find('='));
+    for (size_t at = 0; at <= word.size();) {
+        std::string part(word.substr(at, word.find('_', at) - at));
+        const char *bare = attr_remap(part.c_str());
+        prefixes += attr_prefix(strip_attr_prefixes(&bare));
+        name += (at > 0 ? "_" : "") + decoded_name(bare);
+        at += part.size() + 1;
+    }
+    return prefixes + name;
+}
+
+option_set options_of_tail(std::string_view tail) {
+    option_set options;
+    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
+        if (word == "-exec") { // which takes all that follows
+            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
+            options["exec"] = std::string(tail);
+            break;
+        }
+        if (word == "-policy")
+            take_word(tail);
+        else if (word.substr(0, 7) != "-policy")
+            options[name_of_word(word)] = "*";
+    }
+    return options;
+}
+
+// All that has a value below a node, by its path.
+void add_parameters(const Frag *top, option_set &options) {
+    struct step {
+        const Frag *frag;
+        std::string prefixes, path;
+    };
+    std::vector<step> pending = {{top, "", ""}};
+    while (top && !pending.empty()) {
+        step at = std::move(pending.back());
+        pending.pop_back();
+        for (const Frag *frag = at.frag->child; frag; frag = frag->next) {
+            std::string prefixes = at.prefixes + attr_prefix(frag->attr), path = at.path + clear_name(frag);
+            if (frag->value)
+                options.emplace(prefixes + path, configuration::value(frag, ""));
+            pending.push_back({frag, prefixes, path + "_"});
+        }
+    }
+}
+
+} // namespace
+
+option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy) {
+    if (!rule.is_map)
+        return options_of_tail(rule.tail);
+    option_set options;
+    Frag *policy = side.conf->record("policy", side.maps[rule.source].policy);
+    add_parameters(policy ? ffind(&policy->child, "parm") : nullptr, options);
+    options.erase("desc");
+    Frag *owner = side.conf->record("def_proxy", proxy);
+    Frag *sets = owner ? ffind(&owner->child, "config-sets") : nullptr;
+    for (const Frag *entry : configuration::children(policy, "proxy"))
+        if (sets && configuration::value(entry, "") == proxy)
+            add_parameters(side.conf->indexes.find(&sets->child, entry->name), options);
+    return options;
+}
+
+std::string lacking_options(const option_set &was, const option_set &is) {
+    constexpr size_t most = 5;
+    std::vector<std::string> lacking;
+    for (const auto &[name, value] : was) {
+        auto found = is.find(name);
+        if (found == is.end() && name[0] == '-' && value == "*")
+            lacking.push_back("without " + name);
+        else if (found == is.end() || found->second != value)
+            lacking.push_back(name + " = " + value + ", " + (found == is.end() ? "none" : found->second) + " now");
+    }
+    std::string more = lacking.size() > most ? fmt::format(" and {} more", lacking.size() - most) : "";
+    lacking.resize(std::min(lacking.size(), most));
+    return fmt::format("{}{}", fmt::join(lacking, ", "), more);
+}

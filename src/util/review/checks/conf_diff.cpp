@@ -1,0 +1,111 @@
+// Two configurations by meaning: settings by their place keys, numbered records by all that they say and their order.
+#include "checks/checks.h"
+#include "frag_tools.h"
+#include "lines/place_keys.h"
+#include "nupgrade.h"
+
+using fmt::format;
+
+namespace {
+
+/// One thing that a configuration says; a record has no value, but a place in its list.
+struct statement {
+    std::string shown, value;
+    long line = 0;
+    std::string list{};
+    size_t place = 0;
+};
+using statements = std::multimap<std::string, statement>; // by identity
+
+const std::set<std::string> record_lists = {"map",  "sroute", "dest",       "nat_rule",  "menu_meta",
+                                            "link", "key",    "pfedit_lcl", "pfedit_fwd"};
+
+// Stamps and counts of the save, names that repeat their node's, and the list of interfaces that every save makes anew.
+bool says_nothing(const std::string &key, const Frag *node) {
+    const Frag *above = node->parent;
+    bool of_proxy = has_prefix(key.c_str(), "def_proxy_") && at_depth(node, 3) == node;
+    return has_prefix(key.c_str(), "netobj_list_all%5Finterfaces_") || key == "version_moatwall.conf" ||
+           is_named(node, "numrules") || (above && is_named(above, "num")) ||
+           (of_proxy && is_named(node, "name") && (clear_name(above) == node->value || is_named(above, "global")));
+}
+
+// All fields that are not empty, which those of filter rules can be.
+std::string record_fields(const Frag *record) {
+    std::string fields, text = record_text(record);
+    for (size_t at = 0, end; at < text.size(); at = end + 1)
+        if (end = text.find('\n', at); text[end - 1] != '=')
+            fields += (fields.empty() ? "" : ", ") + text.substr(at, end - at);
+    return fields;
+}
+
+statements statements_of(const configuration &conf) {
+    statements all;
+    place_keys keys(conf);
+    std::vector<const Frag *> pending{conf.tree};
+    while (!pending.empty()) {
+        const Frag *node = pending.back();
+        pending.pop_back();
+        if (!node)
+            continue;
+        pending.push_back(node->next);
+        std::string list = node->parent && is_digit(*node->name) ? place_keys::path(node->parent) : "";
+        if (record_lists.count(list)) {
+            std::string text = record_fields(node);
+            all.emplace(list + ' ' + text, statement{format("{} {}: {}", list, node->name, text), "",
+                                                     conf.line_of(node), list, all.size()});
+            continue;
+        }
+        pending.push_back(node->child);
+        bool listed = node->parent && !node->child && is_named(node->parent, "proxy"); // by a policy
+        if (place_keys::key_of place = node->value || listed ? keys.find(node) : place_keys::key_of();
+            !place.key.empty() && !says_nothing(place.key, node))
+            all.emplace(place.key + '\1' + attr_prefix(place.bits),
+                        statement{fragkeyname(const_cast<Frag *>(node)), value_of(node), conf.line_of(node)});
+    }
+    // What a numbered save on NT says of the services, it says of the states.
+    const maprec *row = determine_os_maprec(conf.db());
+    for (bool replaces = row == map_nt && !conf.numbered; replaces && row->proxy; row++)
+        if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str())) {
+            std::string service = format("proxy_{}", row->service);
+            all.erase(service + '\1');
+            all.emplace(service + '\1', statement{service, value_of(state), conf.line_of(state)});
+        }
+    return all;
+}
+
+} // namespace
+
+void diff_configurations(const configuration &before, const configuration &after, review_data &data) {
+    statements old = statements_of(before), now = statements_of(after);
+    std::map<std::pair<std::string, size_t>, std::pair<const statement *, const statement *>> shared; // records
+    auto tell_alone = [&](const statement &said, const configuration &conf) {
+        tell(data, said.list == "map" ? "map" : "setting",
+             format("only here: {}{}{}", said.shown, said.list.empty() ? "=" : "", said.value), conf.name, said.line);
+    };
+    for (auto was = old.begin(), is = now.begin(); was != old.end() || is != now.end();) {
+        int order = was == old.end() ? 1 : is == now.end() ? -1 : was->first.compare(is->first);
+        if (order < 0) {
+            tell_alone(was++->second, before);
+        } else if (order > 0) {
+            tell_alone(is++->second, after);
+        } else {
+            const statement &a = was++->second, &b = is++->second;
+            if (a.value != b.value)
+                tell(data, "setting", format("{} was {} and is {}", b.shown, a.value, b.value), after.name, b.line)
+                    .by = {before.name, a.line};
+            if (!a.list.empty())
+                shared[{a.list, a.place}] = {&a, &b};
+        }
+    }
+    const statement *last = nullptr;
+    std::set<std::string> told;
+    for (const auto &[place, pair] : shared) {
+        const auto &[a, b] = pair;
+        if (last && last->list == b->list && last->place > b->place && told.insert(b->list).second)
+            tell(data, b->list == "map" ? "map" : "setting",
+                 format("{} stands in another order: {} is ahead of {}", b->list, b->shown, last->shown), after.name,
+                 b->line)
+                .by = {before.name, a->line};
+        last = b;
+    }
+}

@@ -1,0 +1,201 @@
+// Lines of a netperm table that are dropped, cut, or say something else than they look like.
+#include "checks/checks.h"
+#include "frag_tools.h"
+#include "netperm.h"
+#include "nupgrade.h"
+
+#include <algorithm>
+
+using fmt::format;
+
+namespace {
+
+constexpr size_t MOST_TOLD = 50; // of one table; the rest is counted
+
+std::string letters_of(std::string_view word) {
+    std::string plain = lowercase(word);
+    auto is_sign = [](char byte) { return !is_digit(byte) && (byte < 'a' || byte > 'z'); };
+    plain.erase(std::remove_if(plain.begin(), plain.end(), is_sign), plain.end());
+    return plain;
+}
+
+// True if the letters are equal, one more, less or other makes one of the other, or two neighbours are swapped.
+bool is_near(std::string_view one, std::string_view other) {
+    std::string a = letters_of(one), b = letters_of(other);
+    if (a.size() > b.size())
+        a.swap(b);
+    size_t same = static_cast<size_t>(std::mismatch(a.begin(), a.end(), b.begin()).first - a.begin());
+    if (a.size() < b.size())
+        return a.substr(same) == b.substr(same + 1);
+    if (same + 1 < a.size() && a[same] == b[same + 1] && a[same + 1] == b[same])
+        std::swap(a[same], a[same + 1]);
+    return same == a.size() || a.substr(same + 1) == b.substr(same + 1);
+}
+
+// What was probably meant by an attribute that means nothing: one slip away from hosts with a prefix or without.
+const char *meant_word(const table_rule &rule) {
+    std::string word(rule.word);
+    for (const char *meant : {"hosts", "permit-hosts", "deny-hosts", "absorb-hosts"})
+        if (is_near(word, meant) || (rule.text.substr(0, 5) == "hosts" && is_near(word + "hosts", meant)))
+            return meant;
+    return nullptr;
+}
+
+// How many numbers the word is of, with a dot between each two; 0 if it is anything else.
+long count_parts(std::string_view word) {
+    bool plain = !word.empty() && word.find_first_not_of("0123456789.") == word.npos && word.find("..") == word.npos;
+    return plain && is_digit(word[0]) && is_digit(word.back()) ? 1 + std::count(word.begin(), word.end(), '.') : 0;
+}
+
+// An address, and behind it a mask, a number of bits, or the end of a range.
+bool is_range(std::string_view host) {
+    size_t end = std::min(host.find_first_of("/:-"), host.size());
+    long address = count_parts(host.substr(0, end)), rest = count_parts(host.substr(std::min(end + 1, host.size())));
+    return address && (rest == 4 || (rest == 1 && host[end] != ':')) && (host[end] != '-' || address == 4);
+}
+
+// A number above 255, or too many of them.
+bool is_no_address(std::string_view host) {
+    bool above = count_parts(host) > 4, plain = host.find_first_not_of("0123456789.*") == host.npos;
+    for (size_t at = 0; plain && at < host.size(); at = std::min(host.find('.', at), host.size()) + 1)
+        above = above || decimal(std::string(host.substr(at, 4)).c_str()) > 255;
+    return above;
+}
+
+/// Host words that look like something else, with what is meant; the first row that fits is told.
+struct host_row {
+    bool (*fits)(std::string_view host);
+    const char *text, *advice;
+};
+const host_row host_rows[] = {
+    {[](std::string_view host) { return host.find(',') != host.npos; },
+     "{} is one word with a comma, and no host has it", "hosts stand apart by blanks"},
+    {[](std::string_view host) { return host.find_first_of("?[]!\"'") != host.npos; },
+     "{} stands for itself alone: * is the one sign that means others", "write hosts, and patterns with *"},
+    {is_range, "{} is compared as text and covers no address in it", "write hosts, and patterns with *"},
+    {is_no_address, "{} is no address: its numbers are four, and none above 255", "write the address"},
+};
+
+/// One table under check.
+struct checking {
+    const netperm_table &table;
+    review_data &data;
+    std::vector<std::string_view> words{}; // all hosts, sorted
+
+    template <typename... types>
+    void say(long line, std::string advice, fmt::format_string<types...> text, types &&...values) const {
+        advise(data, "file", {table.name, line}, std::move(advice), text, std::forward<types>(values)...);
+    }
+
+    void check_host(long line, std::string_view host) const {
+        for (const auto &[fits, text, advice] : host_rows)
+            if (fits(host))
+                return say(line, advice, fmt::runtime(text), host);
+        std::string network = network_pattern(host);
+        std::string_view stem = std::string_view(network).substr(0, network.size() - !network.empty());
+        auto at = std::lower_bound(words.begin(), words.end(), stem);
+        while (at != words.end() && at->substr(0, stem.size()) == stem && !network_pattern(*at).empty())
+            ++at;
+        if (!network.empty() && (at == words.end() || at->substr(0, stem.size()) != stem))
+            say(line, network + " is meant?", "{} stands for itself alone, and nothing else names its network", host);
+    }
+
+    void check_rule(const table_rule &rule) const {
+        if (rule.names[0][0] == '#')
+            return say(rule.line, "move the # to the start",
+                       "# is a comment only at the very start of a line: this one is a rule");
+        if (rule.attribute != "hosts") {
+            if (const char *meant = meant_word(rule))
+                say(rule.line, format("{} is meant?", meant), "{} means nothing", rule.word);
+            return;
+        }
+        std::vector<std::string_view> hosts = split_hosts(rule.text).hosts;
+        if (hosts[0].empty() || hosts[0][0] == '-')
+            say(rule.line, "name hosts, or remove the line", "{} names no host: {}", rule.word,
+                hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
+        for (std::string_view host : hosts)
+            if (!host.empty() && host[0] != '-')
+                check_host(rule.line, host);
+    }
+
+    // Proxies that nobody knows.
+    void check_names(const configuration &init) const {
+        std::set<std::string> told{"*"}, known;
+        for (const maprec *services : {map_unix, map_nt})
+            for (const maprec *row = services; row->proxy; row++)
+                known.insert(row->proxy);
+        for (const proxy_attr_rec *row = proxy_attr_tab; row->proxy; row++)
+            known.insert(row->proxy);
+        for (const table_rule &rule : table.rules)
+            for (const std::string &name : rule.names) {
+                if (rule.names[0][0] == '#' || name[0] == '*' || known.count(name) || is_no_proxy(name) ||
+                    is_removed_proxy(name) || init.record("def_proxy", name) || !told.insert(name).second)
+                    continue;
+                auto meant = std::find_if(known.begin(), known.end(),
+                                          [&](const std::string &each) { return is_near(name, each); });
+                say(rule.line, meant == known.end() ? "is it the table of this firewall?" : *meant + " is meant?",
+                    "{} is a proxy that neither the initial environment nor the release knows", name);
+            }
+    }
+
+    // A table none of whose addresses is in a network that the old configuration trusts.
+    void check_site(const configuration &old) const {
+        std::vector<std::string> trusted;
+        std::string text = decoded_name(old.value("trusted_networks"));
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        std::string_view left = text;
+        for (std::string_view word = take_word(left); !word.empty(); word = take_word(left))
+            if (count_parts(word) == 4)
+                trusted.push_back(std::string(word.substr(0, network_pattern(word).size() - 1)));
+        bool has_addresses = false;
+        for (std::string_view word : words) {
+            std::string_view stem = word.substr(0, word.find('*'));
+            if (count_parts(stem.substr(0, stem.find_last_not_of('.') + 1)) < 2 || stem.substr(0, 4) == "127.")
+                continue;
+            has_addresses = true;
+            for (const std::string &network : trusted)
+                if (size_t size = std::min(stem.size(), network.size());
+                    stem.substr(0, size) == network.substr(0, size))
+                    return;
+        }
+        if (has_addresses && !trusted.empty())
+            say(0, "name the table that belongs to the configuration",
+                "no host of it lies in the trusted_networks of {}: is it the table of another firewall?", old.name);
+    }
+};
+
+} // namespace
+
+std::string network_pattern(std::string_view word) {
+    std::string_view stem = word.substr(0, word.find_last_not_of('.') + 1);
+    long parts = count_parts(stem);
+    while (parts == 4 && stem.size() > 2 && stem.substr(stem.size() - 2) == ".0")
+        stem.remove_suffix(2);
+    bool is_network = parts == 4 ? stem.size() < word.size() && word.back() != '.' : parts > 1 || stem != word;
+    return is_network && parts && parts <= 4 && stem != "0" ? std::string(stem) + ".*" : "";
+}
+
+void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data) {
+    size_t before = data.findings.size();
+    checking check{table, data};
+    for (const table_rule &rule : table.rules)
+        if (rule.attribute == "hosts")
+            for (std::string_view host : split_hosts(rule.text).hosts)
+                check.words.push_back(host);
+    std::sort(check.words.begin(), check.words.end());
+    if (old)
+        check.check_site(*old);
+    if (init)
+        check.check_names(*init);
+    for (const dropped_line &line : table.dropped)
+        check.say(line.line, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
+    for (const table_rule &rule : table.rules) {
+        if (&rule != &table.rules[0] && rule.line == (&rule)[-1].line)
+            check.say(rule.line, "make several of it", "a line of more than 8190 bytes: the rest is one of its own");
+        check.check_rule(rule);
+    }
+    if (size_t told = data.findings.size() - before; told > MOST_TOLD) {
+        data.findings.resize(before + MOST_TOLD);
+        check.say(0, "mend these first", "{} more of such lines", told - MOST_TOLD);
+    }
+}

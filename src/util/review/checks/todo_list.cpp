@@ -1,0 +1,315 @@
+// What is to be decided or entered again: proxies that are off, permits that nobody asked for, values that are gone.
+#include "checks/checks.h"
+#include "frag_tools.h"
+#include "lines/place_keys.h"
+#include "nupgrade.h"
+#include "say/say.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fmt/ranges.h>
+
+using fmt::format;
+
+namespace {
+
+using fields = std::vector<std::pair<std::string, std::string>>;
+using strings = std::vector<std::string>;
+constexpr size_t MOST_SHOWN = 12; // addresses of one source
+
+bool is_in(const char *const *list, std::string_view word) {
+    while (*list && word != *list)
+        list++;
+    return *list != nullptr;
+}
+
+std::string map_meaning(const Frag *map) {
+    return format("{} {} {} {}", value_of(map, "pd"), value_of(map, "src"), value_of(map, "proxy"),
+                  value_of(map, "policy"));
+}
+
+/// The list as it is made. Configurations are in the canonical layout, null if there is none.
+struct list_maker {
+    const upgrade_command &command;
+    loaded_files &files;
+    const configuration &result;
+    review_data &data;
+    const configuration *old = nullptr, *init = nullptr;
+    std::map<std::pair<const configuration *, std::string>, std::string> described{}; // sources of maps
+
+    template <typename... types>
+    void enter(const char *id, const std::string &proxy, const fields &values, fmt::format_string<types...> text,
+               types &&...said) {
+        data.todo.push_back({id, format(text, std::forward<types>(said)...), proxy, values});
+    }
+
+    const std::string &describe_source(const configuration &conf, const std::string &source) {
+        auto [known, fresh] = described.try_emplace({&conf, source});
+        strings addresses;
+        bool bare = false;
+        for (const Frag *element : fresh ? source_elements(conf, source, &bare) : std::vector<const Frag *>())
+            addresses.push_back(value_of(element, "addr"));
+        if (fresh) {
+            std::string more = addresses.size() > MOST_SHOWN ? format(", {} in all", addresses.size()) : "";
+            addresses.resize(std::min(addresses.size(), MOST_SHOWN));
+            known->second = source.substr(has_prefix(source.c_str(), "$$NETOBJ.") ? 9 : 0) +
+                            (bare                ? ""
+                             : addresses.empty() ? " (no addresses)"
+                                                 : format(" ({}{})", fmt::join(addresses, ", "), more));
+        }
+        return known->second;
+    }
+
+    void list_off(const std::set<std::string> &used) {
+        for (const std::string &name : used) {
+            std::string key = "def_proxy_" + storedname(name) + "_state";
+            const Frag *state = result.find(key.c_str()),
+                       *was = old && data.release >= 40 ? old->find(key.c_str()) : nullptr;
+            if ((state && is_on(state->value)) || (data.release < 40 && (is_removed_proxy(name) || is_no_proxy(name))))
+                continue;
+            enter("off", name, {}, "{} was in use{} and {}", name,
+                  was ? format(" ({}:{})", old->name, old->line_of(was)) : "",
+                  !result.record("def_proxy", name) ? "is gone"
+                  : state                           ? "is off now"
+                                                    : "has no state now");
+        }
+    }
+
+    // The services that network_loginok alone switches on; an import's decides, or else that of the first file.
+    void list_on() {
+        const configuration *decides = nullptr;
+        for (char letter : {'e', 'm'})
+            for (const std::string &file : step_files(command, letter))
+                if (const configuration *conf = files.conf(file, conf_layout::as_written);
+                    !decides && conf && !conf->value("network_loginok").empty())
+                    decides = conf;
+        fields services;
+        for (const char *name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"}) {
+            std::string key = format("def_proxy_{}_state", name),
+                        was = old && data.release >= 40 ? old->value(key.c_str()) : "";
+            if (is_on(result.value(key.c_str()).c_str()) && !is_on(was.c_str()))
+                services.emplace_back(name, was.empty() ? "on, had no state" : "on, was " + was);
+        }
+        if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
+            enter("on", "", services, "network_loginok=enabled in {} switches network login on: is that wanted?",
+                  decides->name);
+    }
+
+    // Who may administer the firewall, as the table told it by proxies that are gone, and ports that others replace.
+    void list_table() {
+        access_side side;
+        fields let_in;
+        std::map<std::string, fields> ports;
+        for (const std::string &name : step_files(command, 'n')) {
+            const netperm_table &table = *files.table(name);
+            side.add_table(table);
+            for (const table_rule &rule : table.rules)
+                for (const std::string &proxy : is_in(del_plug_attrs, rule.attribute) ? rule.names : strings()) {
+                    std::string_view text = rule.text, was = take_word(text);
+                    const Frag *now = is_no_proxy(proxy) ? nullptr : result.record("def_proxy", proxy);
+                    std::string is = value_of(now, "bind-port");
+                    if (now && !was.empty() && is != was)
+                        ports[proxy].emplace_back(
+                            format("port {}", was),
+                            format("{} now, in {}:{}", is.empty() ? "none" : is, name, rule.line));
+                }
+        }
+        for (const std::string &proxy : side.proxies) {
+            strings hosts;
+            for (const access_rule &rule : is_removed_proxy(proxy) ? rules_of(side, proxy) : std::vector<access_rule>())
+                hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
+            if (!hosts.empty())
+                let_in.emplace_back(proxy, fmt::to_string(fmt::join(hosts, ", ")));
+        }
+        if (!let_in.empty())
+            enter("administration", "", let_in,
+                  "the release has no more of these proxies: enter again who may administer the firewall");
+        for (auto &[proxy, lost] : ports)
+            enter("port", proxy, lost, "{} listened on another port: enter it again, if it is still wanted", proxy);
+    }
+
+    // Several destination rules of one proxy stand in another order, and some become no record.
+    void list_destinations() {
+        std::map<std::string, fields> records, left;
+        std::map<std::string, std::set<std::string>> kinds;
+        for (const Frag *record : result.children("dest")) {
+            std::string from = value_of(record, "desc"), made = value_of(record, "pd") == "D" ? "deny " : "permit ";
+            size_t end = from.find("_destination_");
+            if (end == from.npos || !has_prefix(from.c_str(), "def_proxy_"))
+                continue;
+            std::string proxy = from.substr(10, end - 10);
+            records[proxy].emplace_back("record " + clear_name(record), made + value_of(record, "dest"));
+            kinds[proxy].insert(made);
+        }
+        for (const auto &[proxy, made] : records)
+            if (kinds[proxy].size() > 1)
+                enter("destination", proxy, made,
+                      "the destinations of {} stand in dest with the last line of the table first: does one decide now "
+                      "that stood behind another?",
+                      proxy);
+        // Two of them can differ by their prefix alone, which only the lines show.
+        for (const conf_line &line : result.lines)
+            if (const Frag *node = line.role == line_role::setting ? line.node : nullptr, *sets = at_depth(node, 3);
+                node && node == at_depth(node, 5) && is_named(node, "destination") && is_named(sets, "config-sets"))
+                left[clear_name(sets->parent)].emplace_back(
+                    format("{}: {}destination", clear_name(node->parent), attr_prefix(line.bits)), line.value);
+        for (const auto &[proxy, kept] : left)
+            enter("destination", proxy, kept,
+                  "destinations of policies' templates that {} uses became no record of dest: enter them, if they are "
+                  "to hold",
+                  proxy);
+    }
+
+    void list_brought() {
+        std::set<std::string> brought;
+        std::set<long> wider;
+        strings idle;
+        for (const Frag *map : init->children("map"))
+            brought.insert(map_meaning(map));
+        for (const Frag *map : old ? old->children("map") : std::vector<Frag *>())
+            brought.erase(map_meaning(map));
+        bool decided = !data.access.empty();
+        for (const access_row &row : data.access)
+            decided = decided && row.found != verdict::not_decided;
+        for (const finding &told : data.findings)
+            if (told.id == "wider" && told.after.map)
+                wider.insert(*told.after.map);
+        for (const Frag *map : result.children("map")) {
+            std::string number = clear_name(map), policy = value_of(map, "policy");
+            if (!is_digit(*map->name) || value_of(map, "pd") != "P" || !brought.count(map_meaning(map)))
+                continue;
+            if (decided && !wider.count(decimal(number.c_str()))) {
+                idle.push_back(number);
+                continue;
+            }
+            std::set<std::string> proxies;
+            for (const Frag *entry : configuration::children(result.record("policy", policy), "proxy"))
+                proxies.insert(entry->value ? entry->value : clear_name(entry));
+            enter("brought", "",
+                  {{"source", describe_source(result, value_of(map, "src"))},
+                   {"proxies", fmt::to_string(fmt::join(proxies, ", "))}},
+                  "map {} permits by the policy {}, which the initial environment alone brought: is that wanted?",
+                  number, policy);
+        }
+        if (!idle.empty())
+            enter("brought", "", {}, "maps that the initial environment brought, and that let nobody new in: {}",
+                  fmt::join(idle, ", "));
+    }
+
+    // Values that the initial environment replaced; what the release replaces in both of them alike is no loss.
+    void list_lost_values() {
+        strings keys{"authenticate"};
+        for (const char *const *key = force_list; *key; key++)
+            keys.push_back(*key);
+        for (const Frag *proxy : old->children("def_proxy")) {
+            std::string name = clear_name(proxy);
+            const Frag *now = result.record("def_proxy", name), *other = init->record("def_proxy", name);
+            fields lost;
+            for (const std::string &key : now &&other ? keys : strings()) {
+                std::string was = value_of(proxy, key.c_str()), is = value_of(now, key.c_str());
+                bool by_release = false;
+                for (const program_rec *row = program_tab; row->type; row++)
+                    by_release = by_release || (is == row->exec && was == value_of(other, key.c_str()));
+                if (!was.empty() && was != is && !by_release)
+                    lost.emplace_back(key, format("{}, {}", was, is.empty() ? "gone now" : "now " + is));
+            }
+            if (!lost.empty())
+                enter("lost-value", name, lost, "{} lost values to the initial environment", name);
+        }
+    }
+
+    // What a node below an entry of an import is called where it is entered, config set in front.
+    static std::string label_of(const Frag *node, const Frag *entry) {
+        std::string name;
+        for (const Frag *at = node; at != entry; at = at->parent) {
+            if (at->parent != entry && is_named(at->parent, "config-sets"))
+                return clear_name(at) + ": " + attr_prefix(node->attr) + name;
+            if (at->parent != entry || !is_named(at, "parm"))
+                name = clear_name(at) + (name.empty() ? "" : "_") + name;
+        }
+        return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : attr_prefix(node->attr) + name;
+    }
+
+    // The sheet: the lines of an import that are not in the result, by entries in the order in which one enters them.
+    void list_sheet(const configuration &import) {
+        std::set<long> dropped;
+        for (const line_fate &line : data.lines)
+            if (data.files[line.file].name == import.name && !line.result_line && line.became != fate::kept &&
+                line.reason != said_twice)
+                dropped.insert(line.line);
+        std::vector<const Frag *> order;
+        std::unordered_map<const Frag *, fields> entries;
+        for (const conf_line &line : import.lines) {
+            const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
+                       *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1);
+            auto [at, fresh] = entries.try_emplace(entry);
+            if (entry && fresh)
+                order.push_back(entry);
+            const Frag *part = at_depth(node, 2);
+            if (part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
+                at->second.emplace_back(
+                    "proxy",
+                    format("{}, config set {}", node->value ? node->value : "none that is known", clear_name(node)));
+            else if (entry && node != entry && line.role == line_role::setting &&
+                     !is_named(node->parent, "config-sets") && (node->parent != entry || !is_named(node, "name")))
+                at->second.emplace_back(label_of(node, entry), value_of(node));
+        }
+        fields maps;
+        for (const char *family : {"def", "policy", "map"})
+            for (const Frag *entry : order) {
+                std::string name = clear_name(entry);
+                bool permits = value_of(entry, "pd") == "P";
+                const char *by = permits ? "policy" : "proxy";
+                if (!is_named(at_depth(entry, 0), family))
+                    continue;
+                if (*family == 'd' && !entries[entry].empty())
+                    enter("proxy", name, entries[entry], "enter again what {} had", name == "global" ? "*" : name);
+                else if (*family == 'p')
+                    enter("policy", "", entries[entry], "enter the policy {} again", name);
+                else if (*family == 'm' && is_digit(name[0]))
+                    maps.emplace_back(name, format("{} {} {} {}", permits ? "permit" : "deny",
+                                                   describe_source(import, value_of(entry, "src")),
+                                                   permits ? "by the policy" : "for", value_of(entry, by)));
+            }
+        if (!maps.empty())
+            enter("maps", "", maps, "enter the maps again, in this order");
+    }
+};
+
+} // namespace
+
+std::set<std::string> switched_on(const configuration &conf) {
+    std::set<std::string> proxies;
+    for (const Frag *proxy : conf.children("def_proxy"))
+        if (is_on(value_of(proxy, "state").c_str()))
+            proxies.insert(clear_name(proxy));
+    for (const Frag *service : conf.children("proxy"))
+        if (const maprec *row =
+                find_maprec(determine_os_maprec(conf.db()), &maprec::service, clear_name(service).c_str());
+            row && is_on(service->value) && strcmp(row->proxy, "NOT_DEF") != 0)
+            proxies.insert(row->proxy);
+    return proxies;
+}
+
+void list_todo(const upgrade_command &command, loaded_files &files, const configuration &result,
+               const std::set<std::string> &used, review_data &data) {
+    strings imports = step_files(command, 'e');
+    list_maker list{command, files, result, data};
+    const std::string &old = imports.empty() ? command.old_conf : imports.front();
+    list.old = old.empty() ? nullptr : files.conf(old, conf_layout::translated);
+    if (data.release != 55 && !command.init_conf.empty())
+        list.init = files.conf(command.init_conf, conf_layout::translated);
+    list.list_off(data.release >= 40 && list.old ? switched_on(*list.old) : used);
+    list.list_on();
+    if (data.release < 40) {
+        list.list_table();
+        list.list_destinations();
+    }
+    if (list.init)
+        list.list_brought();
+    if (list.init && list.old && data.release >= 40 && imports.empty())
+        list.list_lost_values();
+    for (const std::string &path : imports)
+        list.list_sheet(*files.conf(path, conf_layout::translated));
+}

@@ -1,0 +1,188 @@
+// The accounting as a sequence of steps, the lines that it is about, and what is told of them.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <map>
+#include <tuple>
+#include <utility>
+
+using fmt::format;
+
+namespace {
+
+constexpr size_t MOST_TOLD = 100; // findings of one name
+
+void collect_inputs(accounting &all) {
+    size_t merges = 0;
+    for (size_t i = 0; i < all.in.command.steps.size(); i++) {
+        const upgrade_step &step = all.in.command.steps[i];
+        bool is_table = step.letter == 'n', is_import = step.letter == 'e';
+        if (!is_table && !is_import && step.letter != 'm')
+            continue;
+        auto known = std::find_if(all.inputs.begin(), all.inputs.end(), [&](const account_input &input) {
+            return input.name == step.argument && (input.table != nullptr) == is_table;
+        });
+        account_input input;
+        if (known == all.inputs.end()) {
+            input.name = step.argument;
+            input.step = i;
+            input.unread = true;
+            input.table = is_table ? all.in.files.table(step.argument) : nullptr;
+            input.number = file_number(all.data, step.argument, is_table ? file_role::table : file_role::merged);
+        } else {
+            input = *known;
+        }
+        bool is_first = is_import || (!is_table && merges++ == 0);
+        input.unread = input.unread && !(all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first);
+        input.imported = input.imported || is_import;
+        input.import_step = is_import ? i : input.import_step;
+        input.last_step = i;
+        // A numbered file that is merged enters under its numbers; only an import translates it.
+        input.conf = is_table ? nullptr : all.in.files.conf(step.argument, conf_layout::translated);
+        if (input.conf && input.conf->numbered && !input.imported)
+            input.conf = all.in.files.conf(step.argument, conf_layout::as_written);
+        if (known != all.inputs.end())
+            *known = input;
+        else if (input.table || input.conf)
+            all.inputs.push_back(input);
+    }
+}
+
+void collect_input(accounting &all, uint32_t number, bool &has_login) {
+    const configuration *conf = all.inputs[number].conf;
+    const netperm_table *table = all.inputs[number].table;
+    std::unique_ptr<place_keys> keys = conf ? std::make_unique<place_keys>(*conf) : nullptr;
+    std::string_view rest = conf ? conf->bytes : table->bytes;
+    size_t next = 0; // assignment or rule
+    long behind = 0; // the last assignment's end
+    for (long at = 1; !rest.empty(); at++) {
+        account_line line;
+        line.text = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.text.size() + 1));
+        line.input = number;
+        line.line = line.end_line = at;
+        line.rule = next;
+        for (; table && next < table->rules.size() && table->rules[next].line == at; next++, line.rules++)
+            all.rule_lines[table].push_back(all.lines.size());
+        if (conf && next < conf->lines.size() && conf->lines[next].line == at) {
+            line.said = &conf->lines[next++];
+            line.end_line = behind = line.said->end_line;
+            line.key = line.said->key;
+            if (line.said->node) {
+                place_keys::key_of place = keys->find(line.said->node);
+                line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
+                line.bits = place.named ? place.bits : line.said->bits & ~place.record_bits;
+            }
+            bool decides = line.key == "network_loginok" && !line.said->value.empty();
+            if (decides && (!std::exchange(has_login, true) || all.inputs[number].imported))
+                all.logs_in = lowercase(line.said->value) == "enabled";
+        } else if (at <= behind || (table && line.text[0] == '#')) {
+            continue;
+        }
+        if (line.said || line.rules != 0 || line.text.find_first_not_of(" \t\r") != line.text.npos)
+            all.lines.push_back(std::move(line));
+    }
+}
+
+/// What is told of a line, if anything is.
+std::pair<const char *, const char *> notice_of(const account_line &line, bool is_own) {
+    bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
+    if (line.turned)
+        return {"turned", "it stands with another prefix in the result"};
+    if (line.became == fate::unexplained)
+        return {"unexplained", "nothing comes of it, and no reason is known"};
+    if (!is_own && !line.place && !line.candidate && line.how == proof::placed)
+        return {"lost", "the upgrade writes it, and the result lacks it"};
+    if (!line.place && has_no_place && line.reason.empty())
+        return {"lost", "it stands nowhere in the result, which is another without it"};
+    return {nullptr, nullptr};
+}
+
+void tell_lines(accounting &all, bool is_own) {
+    std::map<std::string, size_t> told;
+    for (const account_line &line : all.lines) {
+        auto [id, text] = notice_of(line, is_own);
+        if (!id || ++told[id] > MOST_TOLD)
+            continue;
+        finding &found = tell(all.data, id, format("{}: {}", line.text, text), all.inputs[line.input].name, line.line);
+        if (line.turned)
+            found.text += ": " + shown_name(line.place);
+        if (line.by != NO_LINE)
+            found.by = {all.inputs[all.lines[line.by].input].name, all.lines[line.by].line};
+        if (line.place)
+            found.result = {all.in.result.name, all.in.result.line_of(line.place)};
+    }
+    for (const auto &[id, count] : told)
+        if (count > MOST_TOLD)
+            tell(all.data, id.c_str(), format("{} more such lines; --json has them all", count - MOST_TOLD));
+}
+
+void fill_lines(accounting &all, const result_places &installed) {
+    for (account_line &line : all.lines) {
+        line_fate made;
+        made.file = all.inputs[line.input].number;
+        made.became = line.became;
+        made.how = line.how;
+        if (line.became == fate::kept && !line.place) // in a result that is not the upgrade's own
+            std::tie(made.became, made.how) = std::pair(fate::unexplained, proof::not_tried);
+        made.result_line = line.place ? installed.number_of(line.place, line) : 0;
+        if (line.by != NO_LINE) {
+            made.by_file = all.inputs[all.lines[line.by].input].number;
+            made.by_line = all.lines[line.by].line;
+        }
+        made.reason = std::move(line.reason);
+        for (made.line = line.line; made.line <= line.end_line; made.line++)
+            all.data.lines.push_back(made);
+    }
+}
+
+} // namespace
+
+std::string_view accounting::value(const account_line &line) const {
+    if (!line.said)
+        return {};
+    const Frag *node = line.said->node;
+    // The name of a parameter says nothing without its value.
+    bool composed = node && node->value &&
+                    (line.said->role == line_role::name || line.said->key.find("_cyberurl_") != line.said->key.npos);
+    return composed ? std::string_view(node->value, static_cast<size_t>(node->vlen)) : line.said->value;
+}
+
+void account_lines(const account_inputs &inputs, review_data &data) {
+    accounting all(inputs, data);
+    all.has_tables = data.release < 40 && !inputs.before.tables.empty();
+    inputs.progress("looking for every line in the result");
+    collect_inputs(all);
+    bool has_login = false;
+    for (uint32_t i = 0; i < all.inputs.size(); i++)
+        collect_input(all, i, has_login);
+    bool is_own = inputs.result.bytes == inputs.own_bytes;
+    result_places installed(inputs.result);
+    std::unique_ptr<configuration> own_conf;
+    std::unique_ptr<result_places> own;
+    if (!is_own) {
+        own_conf = read_configuration(inputs.result.name, inputs.own_bytes, conf_layout::translated);
+        own = std::make_unique<result_places>(*own_conf);
+    }
+    result_places &written = is_own ? installed : *own;
+    place_conf_lines(all, written, true);
+    access_side own_side;
+    if (own_conf)
+        own_side.set_maps(*own_conf);
+    if (all.has_tables)
+        place_table_lines(all, written, is_own ? inputs.after : own_side, true);
+    find_reasons(all, written);
+    inputs.progress("leaving out what has no place");
+    prove_candidates(all);
+    if (!is_own) {
+        place_conf_lines(all, installed, false);
+        if (all.has_tables)
+            place_table_lines(all, installed, inputs.after, false);
+    }
+    find_origins(all, installed);
+    check_standing(all, installed);
+    tell_lines(all, is_own);
+    fill_lines(all, installed);
+}

@@ -1,0 +1,120 @@
+/// One accounting of all lines: what its steps hand to each other.
+#ifndef REVIEW_ACCOUNTING_H
+#define REVIEW_ACCOUNTING_H
+
+#include "lines/lines.h"
+#include "lines/place_keys.h"
+
+constexpr size_t NO_LINE = SIZE_MAX;
+
+/// One input. Of a file that is merged and imported, too, the import counts.
+struct account_input {
+    std::string name;
+    uint32_t number = 0;                 ///< in `data.files`
+    size_t step = 0;                     ///< of the command, its first
+    const configuration *conf = nullptr; ///< null for a table
+    const netperm_table *table = nullptr;
+    bool imported = false;                 ///< by -e
+    size_t import_step = 0, last_step = 0; ///< its import, and the last step of all that name it
+    bool unread = false;                   ///< the upgrade passes it over
+};
+
+/// One assignment or line of an input.
+struct account_line {
+    uint32_t input = 0;
+    long line = 0, end_line = 0;
+    std::string_view text;           ///< the line itself, the first of them
+    const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
+    size_t rule = 0, rules = 0;      ///< of a table
+    std::string key;                 ///< of a configuration: where it says what it says
+    long bits = 0;
+    std::string reason;
+    bool candidate = false; ///< it has no place of its own in what the upgrade writes
+    fate became = fate::kept;
+    proof how = proof::placed;
+    const Frag *place = nullptr; ///< in the result as it stands
+    bool turned = false;         ///< it stands there with another prefix
+    size_t by = NO_LINE;         ///< the line that says the same, or that overrides it
+};
+
+/// A result in which lines are looked for.
+struct result_places {
+    const configuration &conf;
+    place_keys keys;
+    std::unordered_multimap<size_t, const Frag *> index;    ///< by the hashes of place keys
+    std::unordered_map<const Frag *, size_t> valued, named; ///< the line that gives a node its value, or its name
+    std::unordered_map<const Frag *, size_t> from;          ///< the line that stands at a node, or first below it
+    std::unordered_map<const Frag *, long> name_lines;      ///< where in the result a node is named
+
+    /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
+    std::unordered_map<const conf_line *, Frag> doubles;
+
+    explicit result_places(const configuration &result);
+    void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
+    /// The nodes of that place key.
+    std::vector<const Frag *> at(const std::string &key);
+    /// Takes note that a line stands there; what is above it has its first line by it.
+    void claim(const Frag *frag, size_t line);
+    /// The same for a value that no other line stands for.
+    void stand(const Frag *frag, size_t line);
+    size_t line_at(const Frag *frag) const;
+    /// Where in the result a line stands that was placed at the node.
+    long number_of(const Frag *frag, const account_line &line) const;
+};
+
+struct accounting {
+    const account_inputs &in;
+    review_data &data;
+    std::vector<account_input> inputs;
+    std::vector<account_line> lines;
+    bool has_tables = false;                    ///< tables decide
+    bool logs_in = false;                       ///< the setting that wins switches network login on
+    std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them
+    std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
+
+    accounting(const account_inputs &from, review_data &into) : in(from), data(into) {}
+    /// The value of a line, and whether it says one at all.
+    std::string_view value(const account_line &line) const;
+    const table_rule &rule(const account_line &line, size_t number = 0) const {
+        return inputs[line.input].table->rules[line.rule + number];
+    }
+};
+
+/// A key below which names stand, apart from those where values do.
+inline std::string name_key(std::string key) { return key += '\1'; }
+
+// The steps, in their order.
+
+/// Looks for the place of every line in a result. With `own` it is what the upgrade writes, and decides which lines are
+/// candidates; else only their places are noted.
+void place_conf_lines(accounting &all, result_places &result, bool own);
+void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own);
+/// Why lines of tables have no place: what the rules of all tables say of each other.
+struct table_reasons {
+    accounting &all;
+    std::unordered_map<std::string, size_t> firsts{}; ///< the first rule of an attribute and a name, and of a name
+    size_t last_new = 0;                              ///< the last line that names a proxy first
+    std::unordered_map<std::string, std::vector<std::string>> users{}; ///< of policies, the names in their rules
+
+    explicit table_reasons(accounting &of);
+    /// The reason of a line, empty if none is known.
+    std::string reason(size_t number) const;
+
+private:
+    void note_rule(size_t number, const table_rule &rule);
+    const char *attribute_reason(size_t number, const table_rule &rule) const;
+    const char *template_reason(size_t number, const table_rule &rule) const;
+    bool is_repeated(size_t number, const table_rule &rule) const;
+};
+/// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
+void find_reasons(accounting &all, result_places &own);
+/// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.
+void check_standing(accounting &all, const result_places &result);
+/// The text with some of its lines blank, by their numbers; a table's lines keep theirs.
+std::string blanked(const std::string &text, const std::vector<bool> &blank);
+/// Runs the upgrade without the candidates, and says of each what came of it.
+void prove_candidates(accounting &all);
+/// Fills `data.origins` for each line of the result and tells of those that come from nowhere.
+void find_origins(accounting &all, result_places &result);
+
+#endif

@@ -1,0 +1,67 @@
+// What one line of an input is good for: the upgrade without it.
+#include "access/access_compare.h"
+#include "checks/checks.h"
+#include "lines/accounting.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <tuple>
+
+using fmt::format;
+
+void review_line(const upgrade_command &command, const std::string &file, long line, loaded_files &files,
+                 review_data &data) {
+    const std::string *text = files.bytes(file);
+    bool is_table = false, is_input = false;
+    for (const upgrade_step &step : command.steps) {
+        bool names = step.letter != 'V' && step.letter != 'R' && step.argument == file;
+        is_input = is_input || names;
+        is_table = is_table || (names && step.letter == 'n');
+    }
+    if (!text || !is_input || line < 1 || line > std::count(text->begin(), text->end(), '\n') + 1) {
+        tell(data, "trouble", format("{} is no input of this upgrade that can be read", file));
+        return;
+    }
+    // All lines of an assignment go together.
+    long first = line, last = line;
+    if (!is_table)
+        for (const conf_line &each : files.conf(file, conf_layout::as_written)->lines)
+            if (each.line <= line && line <= each.end_line)
+                std::tie(first, last) = std::pair(each.line, each.end_line);
+    std::vector<bool> blank(static_cast<size_t>(last) + 1);
+    std::fill(blank.begin() + first, blank.end(), true);
+    std::string rest = blanked(*text, blank);
+    std::string_view said = *text;
+    for (long at = 1; at < first; at++)
+        said.remove_prefix(std::min(said.size(), said.find('\n') + 1));
+    said = said.substr(0, said.find_first_of("\r\n"));
+    if (said.find_first_not_of(" \t") == said.npos || (is_table && said[0] == '#')) {
+        tell(data, "trouble", "this line says nothing", file, line);
+        return;
+    }
+    upgrade_result with = run_upgrade(command, {}, command.version == 99 ? 50 : -1),
+                   without = run_upgrade(command, {{file, rest}}, command.version == 99 ? 50 : -1);
+    if (!with.good() || !without.good()) {
+        tell(data, "trouble",
+             !with.good() ? "the upgrade fails: " + with.trouble
+                          : "without this line the upgrade fails: " + without.trouble);
+        return;
+    }
+    if (with.output == without.output) {
+        tell(data, "same", format("{}: without it the result is the same, byte for byte", said), file, line);
+        return;
+    }
+    std::string name = command.has_output ? command.output : "standard output";
+    auto before = read_configuration(name, std::move(with.output), conf_layout::translated);
+    auto after = read_configuration("without it", std::move(without.output), conf_layout::translated);
+    // What it is good for is first of all who gets through; groups and policies then have other names and numbers.
+    size_t told = data.findings.size();
+    access_side with_it, without_it;
+    with_it.set_maps(*before);
+    without_it.set_maps(*after);
+    compare_access(with_it, without_it, {}, data);
+    if (data.findings.size() == told)
+        diff_configurations(*before, *after, data);
+    if (data.findings.size() == told)
+        tell(data, "setting", format("{}: without it the result says the same in another order", said), file, line);
+}

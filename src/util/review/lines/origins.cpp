@@ -1,0 +1,143 @@
+// Where each line of the result comes from: a line of an input, a doing of the release, or the layout.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "nupgrade.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+using fmt::format;
+
+namespace {
+
+constexpr size_t MOST_TOLD = 100;
+
+/// The whole of the result, line by line.
+struct origin_finder {
+    accounting &all;
+    result_places &result;
+    size_t told = 0;
+    std::unordered_map<std::string, std::string> set{}; ///< keys that the release sets, with their values
+    /// The elements of the location lists by list and interface.
+    std::unordered_map<std::string, const Frag *> interfaces{};
+
+    void prepare();
+    size_t input_line(const conf_line &line) const;
+    bool is_release(const conf_line &line) const;
+    bool is_layout(const conf_line &line) const;
+    void find(const conf_line &line);
+};
+
+void origin_finder::prepare() {
+    int release = all.data.release, version = all.in.command.version;
+    set["version_moatwall.conf"] = format("{:03}", version == 99 ? 50 : version);
+    set["def_proxy_global_name"] = "*";
+    if (release != 55)
+        set.insert({{"version_firewall", "5.5"}, {"version_upgraded", release < 40 ? "PRE 4.0" : "POST 4.0"}});
+    if (all.has_tables) // a table takes the value, and the key stays
+        set.insert({{"trusted_networks", ""}, {"untrusted_networks", ""}});
+    for (std::string name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"})
+        if (all.logs_in)
+            set.insert({{"def_proxy_" + name, name}, {"def_proxy_" + name + "_state", "on"}});
+    for (const char *list : {"Inside", "Outside", "Service"})
+        for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
+            interfaces.emplace(std::string(list) + '\n' + configuration::value(each, "interface"), each);
+}
+
+size_t origin_finder::input_line(const conf_line &line) const {
+    const auto &direct = line.role == line_role::name ? result.named : result.valued;
+    auto twin = result.doubles.find(&line);
+    if (auto found = direct.find(twin == result.doubles.end() ? line.node : &twin->second); found != direct.end())
+        return found->second;
+    // The name of a parameter comes with its value, that of a record with what stands in it.
+    if (line.role == line_role::name || !line.node->value)
+        if (size_t first = result.line_at(line.node); first != NO_LINE)
+            return first;
+    // Some lines make a whole record.
+    for (size_t depth : {1, 2})
+        if (auto record = result.valued.find(at_depth(line.node, depth)); record != result.valued.end())
+            return record->second;
+    if (is_named(line.node, "alias") && line.node->parent)
+        return result.line_at(line.node->parent);
+    return NO_LINE;
+}
+
+bool origin_finder::is_release(const conf_line &line) const {
+    std::string path = place_keys::path(line.node);
+    const std::string value(line.role == line_role::name && line.node->value ? line.node->value : line.value);
+    if (auto found = set.find(path); found != set.end())
+        return value == found->second;
+    if (has_prefix(path.c_str(), "proxy_")) {
+        const maprec *row = find_maprec(determine_os_maprec(result.conf.db()), &maprec::service, path.c_str() + 6);
+        return row && value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
+    }
+    bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&
+                      line.node->parent == at_depth(line.node, 2) && is_named(line.node, "proxy-exec");
+    std::string type = is_program ? lowercase(configuration::value(line.node->parent, "proxy-type")) : "";
+    for (const program_rec *row = program_tab; is_program && row->type; row++)
+        if (type == row->type)
+            return value == row->exec;
+    return false;
+}
+
+bool origin_finder::is_layout(const conf_line &line) const {
+    if (line.role == line_role::count || line.key == "nat_numrules" || line.key == "cust_num_proxies")
+        return true;
+    const Frag *record = at_depth(line.node, 2), *element = at_depth(line.node, 4);
+    if (!record || !all.in.command.numbered())
+        return false;
+    std::string path = place_keys::path(line.node), name = clear_name(record);
+    if (has_prefix(path.c_str(), "def_proxy_"))
+        return is_named(line.node, "name") && line.node->parent == record &&
+               (line.value == name || (line.value == "*" && name == "global"));
+    if (!has_prefix(path.c_str(), "netobj_list_"))
+        return false;
+    bool is_all = name == "all_interfaces";
+    if (line.role == line_role::name)
+        return is_all || is_location(record) || covers("*$INTERFACE", name);
+    if (!is_all || !element)
+        return false;
+    // An interface that stands in a location list is listed with all that is said of it there.
+    std::string location = configuration::value(element, "location");
+    auto there = interfaces.find(location + '\n' + configuration::value(element, "interface"));
+    if (is_named(line.node, "location"))
+        return there != interfaces.end() || location == "Unknown";
+    return there != interfaces.end() && configuration::value(there->second, line.node->name) == line.value;
+}
+
+void origin_finder::find(const conf_line &line) {
+    line_origin made_of;
+    made_of.line = line.line;
+    bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
+    // A name that begins like a prefix is written otherwise than it is stored.
+    std::string value(line.value);
+    is_stamp = is_stamp || (line.role == line_role::name && attr_revmap(value.c_str()) != value);
+    size_t from = line.node && !is_stamp ? input_line(line) : NO_LINE;
+    if (from != NO_LINE) {
+        made_of.from = origin::input;
+        made_of.file = all.inputs[all.lines[from].input].number;
+        made_of.input_line = all.lines[from].line;
+    } else if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos) {
+        made_of.from = origin::layout;
+    } else if (line.node && is_release(line)) {
+        made_of.from = origin::release;
+    } else if (told++ < MOST_TOLD) {
+        tell(all.data, "from-nowhere", format("{}={}: no input says it, nor does the release", line.key, line.value),
+             all.in.result.name, line.line);
+    }
+    for (; made_of.line <= line.end_line; made_of.line++)
+        all.data.origins.push_back(made_of);
+}
+
+} // namespace
+
+void find_origins(accounting &all, result_places &result) {
+    origin_finder finder{all, result};
+    finder.prepare();
+    for (const conf_line &line : result.conf.lines)
+        finder.find(line);
+    if (finder.told > MOST_TOLD)
+        tell(all.data, "from-nowhere", format("{} more such lines; --json has them all", finder.told - MOST_TOLD),
+             all.in.result.name);
+}

@@ -1,0 +1,322 @@
+// Where each line of a configuration stands in a result.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "nupgrade.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+std::string_view value_of(const Frag *frag) {
+    return frag->value ? std::string_view(frag->value, static_cast<size_t>(frag->vlen)) : std::string_view();
+}
+
+/// Places a line by the key of what it says.
+struct line_placer {
+    accounting &all;
+    result_places &result;
+    bool own;
+
+    void place(size_t number);
+    bool place_at(size_t number, const Frag *frag, bool is_turned);
+    bool place_by_number(size_t number);
+    bool place_moved(size_t number);
+    bool place_name(size_t number);
+    bool place_words(size_t number, const char *list);
+    const Frag *element_with(const std::string &elements, const std::string &address) const;
+    const Frag *address_field(const account_line &line) const;
+};
+
+// Where another line stands already, this one says the same again.
+bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
+    account_line &line = all.lines[number];
+    line.place = frag;
+    line.turned = is_turned;
+    auto &standing = line.said->role == line_role::name ? result.named : result.valued;
+    auto [first, is_free] = standing.emplace(frag, number);
+    if (is_free)
+        result.claim(frag, number);
+    if (!own)
+        return true;
+    // What the result's own line says otherwise, or not at all, is in another shape.
+    const conf_line *there = result.conf.origin(frag);
+    bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
+    line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
+    if (!is_free && !is_turned) {
+        line.by = first->second;
+        line.candidate = true;
+    }
+    return true;
+}
+
+// An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
+// still the same.
+bool line_placer::place_by_number(size_t number) {
+    account_line &line = all.lines[number];
+    std::string path = place_keys::path(line.said->node);
+    size_t numbered = line.key.find('#');
+    if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
+        path.compare(0, numbered, line.key, 0, numbered) != 0)
+        return false;
+    const Frag *frag = result.conf.find(path.c_str());
+    if (!frag || !frag->value || value_of(frag) != all.value(line))
+        return false;
+    return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
+}
+
+const Frag *line_placer::element_with(const std::string &elements, const std::string &address) const {
+    for (const Frag *element : result.conf.children(elements.c_str()))
+        if (configuration::value(element, "addr") == address)
+            return element;
+    return nullptr;
+}
+
+/// The words of a text of networks: what stands behind a `%` is decoded, a `#` begins a comment at the start of a line,
+/// and a word counts once a blank or a line end stands behind it.
+std::vector<std::string> network_words(std::string_view text, std::string &unfinished) {
+    std::vector<std::string> words;
+    std::string plain;
+    auto digit = [&](size_t at) {
+        char byte = at < text.size() ? text[at] : '\0';
+        return is_digit(byte) ? byte - '0' : byte >= 'A' && byte <= 'F' ? byte - 'A' + 10 : -1;
+    };
+    for (size_t i = 0; i < text.size(); i++) {
+        if (text[i] != '%') {
+            plain += text[i];
+        } else if (int high = digit(i + 1); high >= 0) {
+            int low = digit(i + 2);
+            plain += static_cast<char>(high * 16 + std::max(low, 0));
+            i += low >= 0 ? 2 : 1;
+        }
+    }
+    bool at_start = true, in_comment = false;
+    for (char byte : plain) {
+        bool ends = byte == '\n' || byte == '\r', blank = is_blank(byte);
+        if (in_comment) {
+            in_comment = byte != '\n';
+            at_start = !in_comment;
+        } else if (at_start && byte == '#') {
+            in_comment = true;
+        } else if (!ends && !blank) {
+            unfinished += byte;
+            at_start = false;
+        } else {
+            at_start = ends && !unfinished.empty();
+            if (!unfinished.empty())
+                words.push_back(std::exchange(unfinished, {}));
+        }
+    }
+    return words;
+}
+
+// Each word of an old list of networks must be an element, the last one too, which is lost without a line end.
+bool line_placer::place_words(size_t number, const char *list) {
+    account_line &line = all.lines[number];
+    std::string unfinished;
+    std::vector<std::string> words = network_words(line.said->value, unfinished), missing;
+    if (!unfinished.empty())
+        missing.push_back(unfinished);
+    std::unordered_map<std::string, std::vector<const Frag *>> elements;
+    for (const Frag *element : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
+        elements[configuration::value(element, "addr")].push_back(element);
+    for (const std::string &word : words) {
+        auto &found = elements[word.c_str()];
+        if (found.empty()) {
+            missing.push_back(word);
+            continue;
+        }
+        line.place = found.front();
+        for (const Frag *field = found.front()->child; field; field = field->next)
+            if (word.c_str() == std::string(field->value ? field->value : ""))
+                result.stand(field, number);
+        found.erase(found.begin());
+    }
+    if (words.empty() && missing.empty())
+        return false;
+    line.became = fate::reshaped;
+    line.reason = std::string("elements of the list ") + list;
+    for (const std::string &word : missing)
+        if (!own || result.conf.bytes == all.in.result.bytes)
+            tell(all.data, "lost", word + " of " + std::string(line.said->key) + " is no element of " + list,
+                 all.inputs[line.input].name, line.line);
+    return true;
+}
+
+// The field of a location list's element that an address key of an imported file became.
+const Frag *line_placer::address_field(const account_line &line) const {
+    const configuration &conf = *all.inputs[line.input].conf;
+    std::string_view name = std::string_view(line.key).substr(strlen("ip_"));
+    for (const ip_var_rec *row = ip_var_tab; row->address; row++)
+        for (const auto &[from, field] : {std::pair{row->address, "addr"},
+                                          {row->mask, "netmask"},
+                                          {row->broadcast, "broadcast"},
+                                          {row->interface, "interface"},
+                                          {row->flags, "interfaceflags"}}) {
+            if (name != from)
+                continue;
+            const Frag *element = element_with(row->elements, conf.value((std::string("ip_") + row->address).c_str()));
+            const Frag *there = element ? ffind(&const_cast<Frag *>(element)->child, field) : nullptr;
+            return there && value_of(there) == line.said->value ? there : nullptr;
+        }
+    return nullptr;
+}
+
+// In the canonical layout a name stands in the keys of what it names.
+bool line_placer::place_name(size_t number) {
+    account_line &line = all.lines[number];
+    if (line.said->role != line_role::name || result.conf.numbered)
+        return false;
+    const Frag *frag = result.conf.find(place_keys::path(line.said->node).c_str());
+    if (!frag || (frag->value && value_of(frag) != all.value(line)))
+        return false;
+    place_at(number, frag, false);
+    line.became = own ? fate::reshaped : line.became;
+    return true;
+}
+
+// What the upgrade moves to another key, value and all.
+bool line_placer::place_moved(size_t number) {
+    account_line &line = all.lines[number];
+    const std::string &key = line.key;
+    const Frag *element = nullptr;
+    if (all.inputs[line.input].imported && key == "gui_client")
+        element = element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value));
+    if (all.inputs[line.input].imported && has_prefix(key.c_str(), "ip_"))
+        element = address_field(line);
+    if (!element)
+        return false;
+    line.place = element;
+    line.became = fate::reshaped;
+    line.reason = "as " + place_keys::path(element);
+    result.stand(element, number);
+    for (const Frag *child = element->child; child; child = child->next)
+        result.stand(child, number);
+    return true;
+}
+
+// Whether a later line of the file names the same record otherwise.
+bool is_renamed(const conf_line &said) {
+    return said.role == line_role::name && !said.node->value && storedname(said.value) != said.node->name &&
+           !is_named(said.node, "global");
+}
+
+void line_placer::place(size_t number) {
+    account_line &line = all.lines[number];
+    line.place = nullptr;
+    line.turned = false;
+    if (!line.said || !line.said->node || is_renamed(*line.said)) {
+        line.candidate = own || line.candidate;
+        return;
+    }
+    // The owner of a config set that a policy lists is not saved with it.
+    const Frag *above = line.said->node->parent;
+    bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
+    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered);
+    const Frag *same = nullptr, *turned = nullptr;
+    for (const Frag *frag : result.at(line.key)) {
+        if (has_value && value_of(frag) != all.value(line))
+            continue;
+        bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
+        const Frag *&into = fits ? same : turned;
+        if (!into || result.valued.count(into) != 0)
+            into = frag;
+    }
+    bool found = same || turned ? place_at(number, same ? same : turned, !same) : place_by_number(number);
+    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && all.data.release < 40 &&
+                    all.inputs[line.input].name == all.in.command.old_conf &&
+                    all.inputs[line.input].conf->origin(line.said->node) == line.said;
+    if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
+        line.candidate = false;
+        return;
+    }
+    if (!found)
+        found = place_moved(number) || place_name(number);
+    // A key below which others came first has no value but an empty one.
+    const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
+    if (bare && bare->value && bare->vlen == 0 && bare->child)
+        result.stand(bare, number);
+    if (own && !found)
+        line.candidate = true;
+}
+
+} // namespace
+
+result_places::result_places(const configuration &result) : conf(result), keys(result) {
+    std::vector<const Frag *> pending;
+    if (result.tree)
+        pending.push_back(result.tree);
+    while (!pending.empty()) {
+        const Frag *frag = pending.back();
+        pending.pop_back();
+        const Frag *above = frag->parent && frag->parent->parent ? frag->parent->parent : nullptr;
+        if (frag->value || (above && is_named(above, "pfedit")))
+            add(keys.find(frag).key, frag);
+        for (const Frag *next : {frag->next, frag->child})
+            if (next)
+                pending.push_back(next);
+    }
+    for (size_t i = 0; i < result.lines.size(); i++) {
+        const conf_line &line = result.lines[i];
+        if (line.role == line_role::setting && result.origin(line.node) != &line && line.node->value &&
+            value_of(line.node) != line.value && line.key.find("_cyberurl_") == line.key.npos) {
+            Frag &twin = doubles.emplace(&line, *line.node).first->second;
+            twin.child = nullptr;
+            twin.value = const_cast<char *>(line.value.data()); // not ended by a zero byte: read with its length
+            twin.vlen = static_cast<long>(line.value.size());
+            twin.attr = line.bits | static_cast<long>(i + 1) << 4;
+            add(keys.find(&twin).key, &twin);
+        }
+        if (line.node && line.role == line_role::name) {
+            add(name_key(keys.find(line.node).key), line.node);
+            name_lines.emplace(line.node, line.line);
+        }
+        if (line.node && !line.node->value && !is_named(line.node->parent ? line.node->parent : line.node, "lcl"))
+            add(keys.find(line.node).key, line.node);
+    }
+}
+
+std::vector<const Frag *> result_places::at(const std::string &key) {
+    std::vector<const Frag *> found;
+    auto [first, last] = index.equal_range(std::hash<std::string>()(key));
+    for (auto each = first; each != last; ++each)
+        if (std::string known = keys.find(each->second).key; known == key || name_key(known) == key)
+            found.push_back(each->second);
+    return found;
+}
+
+void result_places::claim(const Frag *frag, size_t line) {
+    from[frag] = line;
+    for (frag = frag->parent; frag && from.emplace(frag, line).second; frag = frag->parent)
+        ;
+}
+
+void result_places::stand(const Frag *frag, size_t line) {
+    if (valued.emplace(frag, line).second)
+        claim(frag, line);
+}
+
+size_t result_places::line_at(const Frag *frag) const {
+    auto found = from.find(frag);
+    return found == from.end() ? NO_LINE : found->second;
+}
+
+long result_places::number_of(const Frag *frag, const account_line &line) const {
+    auto name = line.said && line.said->role == line_role::name ? name_lines.find(frag) : name_lines.end();
+    if (name != name_lines.end())
+        return name->second;
+    const conf_line *there = conf.origin(frag);
+    if (!there && frag->parent) // what the layout says by the list that an entry stands in
+        there = conf.origin(frag->parent);
+    return there ? there->end_line : 0;
+}
+
+void place_conf_lines(accounting &all, result_places &result, bool own) {
+    line_placer placer{all, result, own};
+    for (size_t i = 0; i < all.lines.size(); i++)
+        if (all.inputs[all.lines[i].input].conf && !all.inputs[all.lines[i].input].unread)
+            placer.place(i);
+        else if (own && all.inputs[all.lines[i].input].unread)
+            all.lines[i].candidate = true;
+}

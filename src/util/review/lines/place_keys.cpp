@@ -1,0 +1,151 @@
+// Keys for finding again what a line says.
+#include "lines/place_keys.h"
+#include "frag_tools.h"
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <vector>
+
+namespace {
+
+/// The levels of a family at which entries are records with names, and at which they are numbered; 0 for none.
+struct family_row {
+    const char *first, *second; ///< the names of the top levels; null where the first alone tells
+    size_t record, numbered;
+};
+const family_row families[] = {
+    {"def", "proxy", 2, 0},    {"cust", "proxy", 2, 0}, {"policy", nullptr, 1, 0}, {"netobj", "list", 2, 4},
+    {"netobj", "group", 2, 4}, {"map", nullptr, 0, 1},  {"dest", nullptr, 0, 1},   {"sroute", nullptr, 0, 1},
+    {"link", nullptr, 0, 1},   {"key", nullptr, 0, 1},  {"nat", "rule", 0, 2},     {"menu", "meta", 0, 2},
+    {"pfedit", "lcl", 0, 2},   {"pfedit", "fwd", 0, 2}, {nullptr, nullptr, 0, 0},
+};
+
+const family_row *family_of(const std::vector<const Frag *> &way) {
+    const family_row *row = families;
+    while (row->first &&
+           !(is_named(way[0], row->first) && (!row->second || (way.size() > 1 && is_named(way[1], row->second)))))
+        row++;
+    return row;
+}
+
+std::vector<const Frag *> way_to(const Frag *frag) {
+    std::vector<const Frag *> way;
+    for (; frag; frag = frag->parent)
+        way.push_back(frag);
+    std::reverse(way.begin(), way.end());
+    return way;
+}
+
+// A policy's parameter is one name in the numbered layout, its prefix and number in it.
+void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key_of &made) {
+    std::string name;
+    for (size_t i = 3; i < way.size(); i++) {
+        name += (name.empty() ? "" : "_") + clear_name(way[i]);
+        made.bits |= bits_of(way[i]);
+    }
+    const char *bare = attr_remap(name.c_str());
+    made.bits |= strip_attr_prefixes(&bare);
+    made.key += bare;
+    made.named = true;
+}
+
+} // namespace
+
+bool is_location(const Frag *list) {
+    return is_named(list, "Inside") || is_named(list, "Outside") || is_named(list, "Service");
+}
+
+const Frag *at_depth(const Frag *frag, size_t depth) {
+    size_t count = 0;
+    for (const Frag *at = frag; at; at = at->parent)
+        count++;
+    for (; frag && count > depth + 1; count--)
+        frag = frag->parent;
+    return count == depth + 1 ? frag : nullptr;
+}
+
+bool same_prefix(long a, long b) { return a == b || attr_prefix(a) == attr_prefix(b); }
+
+std::string record_text(const Frag *record) {
+    std::vector<std::pair<std::string, const Frag *>> pending;
+    std::set<std::string> texts;
+    for (const Frag *child = record->child; child; child = child->next)
+        pending.emplace_back(child->name, child);
+    while (!pending.empty()) {
+        auto [path, frag] = std::move(pending.back());
+        pending.pop_back();
+        if (frag->value)
+            texts.insert(path + '=' + std::string(frag->value, static_cast<size_t>(frag->vlen)));
+        for (const Frag *child = frag->child; child; child = child->next)
+            pending.emplace_back(path + '_' + child->name, child);
+    }
+    std::string all;
+    for (const std::string &text : texts)
+        all += text + '\n';
+    return all;
+}
+
+const std::string &place_keys::identity(const Frag *entry) {
+    auto known = identities.find(entry);
+    if (known != identities.end())
+        return known->second;
+    // All entries of the list at once, since equal ones are told apart by their order.
+    const Frag *list = entry->parent;
+    bool elements = list && is_named(list, "element"), members = list && is_named(list, "member");
+    std::unordered_map<std::string, int> met;
+    for (const Frag *each = list ? list->child : entry; each; each = list ? each->next : nullptr) {
+        std::string text = elements  ? configuration::value(each, "addr")
+                           : members ? configuration::value(each, "type") + ':' + configuration::value(each, "name")
+                                     : record_text(each);
+        if (int count = met[text]++)
+            text += '~' + std::to_string(count + 1);
+        identities.emplace(each, '#' + text);
+    }
+    return identities[entry];
+}
+
+// An alias is saved in the list of its interface, whose name ends at a `:`.
+std::string place_keys::list_name(const Frag *list, const Frag *element) const {
+    std::string interface = element && is_location(list) ? configuration::value(element, "interface") : "";
+    if (is_blanks(interface.c_str()) || !is_on(configuration::value(element, "alias").c_str()))
+        return list->name;
+    return storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
+}
+
+place_keys::key_of place_keys::find(const Frag *frag) {
+    key_of made;
+    std::vector<const Frag *> way = way_to(frag);
+    const family_row *family = family_of(way);
+    bool in_policy = family->first && is_named(way[0], "policy");
+    for (size_t i = 0; i < way.size(); i++) {
+        made.key += i == 0 ? "" : "_";
+        bool is_set = family->record == 2 && i == 4 && is_named(way[3], "config-sets");
+        bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
+        if (family->record != 0 && family->numbered != 0 && i == 2) {
+            made.key += list_name(way[2], way.size() > 4 ? way[4] : nullptr);
+        } else if ((family->record != 0 && i == family->record) || is_set || is_entry) {
+            bool is_all = family->record == 2 && i == 2 && is_named(way[i], "*");
+            made.key += attr_prefix(bits_of(way[i])) + std::string(is_all ? "global" : way[i]->name);
+            made.record_bits |= bits_of(way[i]);
+        } else if (family->numbered != 0 && i == family->numbered &&
+                   (is_digit(way[i]->name[0]) || is_named(way[0], "pfedit") ||
+                    (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {
+            made.key += identity(way[i]);
+        } else if (in_policy && i == 3 && is_named(way[2], "parm")) {
+            take_policy_parameter(way, made);
+            break;
+        } else {
+            made.key += way[i]->name;
+            made.bits |= bits_of(way[i]);
+        }
+    }
+    return made;
+}
+
+std::string place_keys::path(const Frag *frag) {
+    std::string path;
+    for (const Frag *each : way_to(frag))
+        path += (path.empty() ? "" : "_") + std::string(each->name);
+    return path;
+}

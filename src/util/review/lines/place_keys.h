@@ -1,0 +1,44 @@
+/// Where a line says what it says: keys that stay the same when entries get other numbers, another layout or another
+/// place in their list.
+#ifndef REVIEW_PLACE_KEYS_H
+#define REVIEW_PLACE_KEYS_H
+
+#include "read/configuration.h"
+
+#include <string>
+#include <unordered_map>
+
+/// The place keys of one configuration. In them an element stands for its number by its address, a member by type and
+/// name, a map or another numbered record by all that it says, and an alias stands in the list of its interface.
+struct place_keys {
+    explicit place_keys(const configuration &of) : conf(of) {}
+
+    struct key_of {
+        std::string key;
+        long bits = 0;        ///< of all prefixes on the way that are no part of a record's name
+        long record_bits = 0; ///< of those that are
+        bool named = false;   ///< the bits stand in the name, as those of a policy's parameter do
+    };
+    /// The key of a node.
+    key_of find(const Frag *frag);
+    /// Its plain path without prefixes, as `ffind` takes it.
+    static std::string path(const Frag *frag);
+
+private:
+    const configuration &conf;
+    std::unordered_map<const Frag *, std::string> identities; ///< of numbered entries
+
+    const std::string &identity(const Frag *entry);
+    std::string list_name(const Frag *list, const Frag *element) const;
+};
+
+/// The node on the way to `frag` at a depth counted from the top, or null.
+const Frag *at_depth(const Frag *frag, size_t depth);
+/// True for one of the three lists of the firewall's own addresses.
+bool is_location(const Frag *list);
+/// True if two prefixes look the same in a file.
+bool same_prefix(long a, long b);
+/// All values below a node with their paths, in the order of these: what a record says.
+std::string record_text(const Frag *record);
+
+#endif

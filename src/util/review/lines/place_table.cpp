@@ -1,0 +1,293 @@
+// Where each rule of a table stands in a result: as an element of a map's source, as a parameter, as a destination.
+#include "access/access_compare.h"
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "netperm.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fmt/format.h>
+#include <set>
+#include <unordered_set>
+
+using fmt::format;
+
+namespace {
+
+std::string pair_key(std::string_view attribute, std::string_view text) {
+    return std::string(attribute) + '\0' + std::string(text);
+}
+
+const Frag *child_of(const Frag *frag, const char *name) { return find_named(frag->child, name); }
+
+/// Places rules by what they say.
+struct rule_placer {
+    accounting &all;
+    result_places &result;
+    const access_side &side;
+    bool own;
+    std::unordered_multimap<std::string, const Frag *> parameters; ///< of proxies and config sets, by name and value
+    std::unordered_multimap<std::string, const Frag *> records;    ///< of destinations, by their text
+
+    void index_parameters(const Frag *entry);
+    void index_result();
+    void place_hosts();
+    void find_unplaced(const std::string &proxy, const rule_partners &partners);
+    void tell_missing(size_t number, const table_rule &rule, const std::unordered_set<const Frag *> &hit);
+    void take_map(const access_map &map, const Frag *element, size_t number);
+    void take_set(const Frag *set, std::string_view tail, size_t number);
+    void place_attribute(size_t number, const table_rule &rule);
+    void note(size_t number, const Frag *frag, std::string reason);
+};
+
+void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
+    account_line &line = all.lines[number];
+    if (!line.place) {
+        line.place = frag;
+        line.turned = false;
+        if (own) {
+            line.became = fate::reshaped;
+            line.candidate = false;
+            line.reason = std::move(reason);
+        }
+    }
+    result.valued.emplace(frag, number);
+    if (result.line_at(frag) == NO_LINE)
+        result.claim(frag, number);
+}
+
+// A parameter of several values is a list of numbered children.
+void rule_placer::index_parameters(const Frag *entry) {
+    for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
+        auto add = [&](const Frag *frag) {
+            if (frag->value)
+                parameters.emplace(pair_key(parameter->name, {frag->value, static_cast<size_t>(frag->vlen)}), frag);
+        };
+        add(parameter);
+        for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)
+            add(child);
+    }
+}
+
+void rule_placer::index_result() {
+    for (const Frag *proxy : result.conf.children("def_proxy")) {
+        index_parameters(proxy);
+        for (const Frag *set : configuration::children(proxy, "config-sets"))
+            index_parameters(set);
+    }
+    for (const conf_line &line : result.conf.lines)
+        if (auto twin = result.doubles.find(&line); twin != result.doubles.end())
+            parameters.emplace(pair_key(twin->second.name, line.value), &twin->second);
+    for (const Frag *record : result.conf.children("dest"))
+        records.emplace(configuration::value(record, "dest"), record);
+}
+
+// The rules of each proxy and the elements that say the same of the same host in the same order. A proxy's maps stand
+// in the order of its config sets: its own name, then with 2, 3 and so on.
+void rule_placer::place_hosts() {
+    for (const std::string &proxy : all.in.before.proxies) {
+        rule_partners partners = align_rules(all.in.before, side, proxy);
+        const Frag *last = nullptr;
+        size_t count = 0;
+        find_unplaced(proxy, partners);
+        const Frag *owner = result.conf.record("def_proxy", proxy);
+        std::unordered_map<std::string, const Frag *> sets;
+        for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
+            sets.emplace(clear_name(set), set);
+        for (auto [was, is] : partners.pairs) {
+            const access_rule &rule = partners.before[was], &now = partners.after[is];
+            size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
+            const access_map &map = side.maps[now.source];
+            const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
+            note(number, at ? at : map.frag, format("in map {}", map.number));
+            if (map.frag == last)
+                continue;
+            last = map.frag;
+            count++;
+            take_map(map, now.element, number);
+            auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
+            if (set != sets.end())
+                take_set(set->second, rule.tail, number);
+        }
+    }
+}
+
+// A host without a partner is covered by an earlier rule, the same word or a pattern with a star, of which the first
+// two hundred are tried; or it stands there by another ruling; or it is lost.
+void rule_placer::find_unplaced(const std::string &proxy, const rule_partners &partners) {
+    constexpr size_t MOST_PATTERNS = 200;
+    std::unordered_map<std::string_view, long> words;
+    std::vector<std::pair<std::string_view, long>> patterns;
+    std::unordered_map<std::string, const access_rule *> standing;
+    for (const access_rule &rule : partners.after)
+        standing.emplace(lowercase(rule.pattern), &rule);
+    auto pair = partners.pairs.begin();
+    for (size_t i = 0; i < partners.before.size(); i++) {
+        const access_rule &rule = partners.before[i];
+        bool has_partner = pair != partners.pairs.end() && pair->first == i;
+        pair += has_partner ? 1 : 0;
+        auto [same, is_new] = words.emplace(rule.pattern, rule.line);
+        long by = is_new ? 0 : same->second;
+        for (size_t p = 0; by == 0 && !has_partner && p < patterns.size(); p++)
+            by = covers(patterns[p].first, rule.pattern) ? patterns[p].second : 0;
+        if (is_new && rule.pattern.find('*') != rule.pattern.npos && patterns.size() < MOST_PATTERNS)
+            patterns.emplace_back(rule.pattern, rule.line);
+        size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
+        auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
+        const Frag *there = other != standing.end() && other->second->element ? other->second->element : nullptr;
+        if (by != 0)
+            all.covered.emplace(number, by);
+        else if (const Frag *address = there ? child_of(there, "addr") : nullptr)
+            note(number, address, "in a map that decides otherwise");
+        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy) &&
+                 result.conf.bytes == all.in.result.bytes)
+            tell(all.data, "lost", format("{}: host {} stands nowhere in the result", proxy, rule.pattern),
+                 all.inputs[all.lines[number].input].name, rule.line);
+    }
+}
+
+// What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
+void rule_placer::take_map(const access_map &map, const Frag *element, size_t number) {
+    for (const char *field : {"pd", "src", "policy", "proxy"})
+        if (const Frag *frag = child_of(map.frag, field))
+            result.stand(frag, number);
+    constexpr std::string_view group_source = "$$NETOBJ.";
+    const Frag *group = map.source.compare(0, group_source.size(), group_source) == 0
+                            ? result.conf.record("netobj_group", map.source.substr(group_source.size()))
+                            : nullptr;
+    std::string list = element ? clear_name(element->parent->parent) : "";
+    for (const Frag *member : group ? configuration::children(group, "member") : std::vector<Frag *>())
+        for (const Frag *field = member->child; configuration::value(member, "name") == list && field;
+             field = field->next)
+            result.stand(field, number);
+    const Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
+    const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
+    if (const Frag *desc = parm ? child_of(parm, "desc") : nullptr)
+        result.stand(desc, number);
+    else if (policy && result.conf.bytes == all.in.result.bytes)
+        tell(all.data, "lost", format("the policy {} has no description", map.policy), all.in.result.name,
+             result.conf.line_of(policy));
+    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>())
+        result.stand(entry, number);
+}
+
+// A config set has the words of its rules' tail; what stands behind -exec is the program.
+void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
+    std::set<std::string> words, met;
+    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
+        if (word == "-exec") {
+            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
+            words.insert("exec=" + std::string(tail));
+            break;
+        }
+        if (word.substr(0, strlen("-policy")) != "-policy")
+            words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
+        else if (word.size() == strlen("-policy"))
+            take_word(tail);
+    }
+    result.claim(set, number);
+    for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
+        for (const Frag *part = parameter; part; part = part->child) {
+            std::string clear = decoded_name(place_keys::path(part).substr(place_keys::path(set).size() + 1));
+            std::string value = part->value ? part->value : "";
+            for (const std::string &said : {clear + "=" + value, attr_revmap(clear.c_str()) + ("=" + value)})
+                if (words.count(said) != 0) {
+                    result.stand(part, number);
+                    met.insert(said);
+                }
+        }
+    for (const std::string &word : words)
+        if (met.count(word) == 0 && result.conf.bytes == all.in.result.bytes)
+            tell(all.data, "lost", format("{} stands nowhere in the config set {}", word, clear_name(set)),
+                 all.inputs[all.lines[number].input].name, all.lines[number].line);
+}
+
+bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
+    return std::any_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
+        return name == proxy || name[0] == '*' || name == "global" || has_prefix(name.c_str(), "policy-");
+    });
+}
+
+// Each proxy that a rule is for has what it says, but for what a proxy has no use for and what only the first gives.
+void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::unordered_set<const Frag *> &hit) {
+    bool is_kept = hit.empty() || rule.attribute == "destination" || rule.attribute == "authserver" ||
+                   rule.attribute == "authenticate" || result.conf.bytes != all.in.result.bytes;
+    for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
+        is_kept = is_kept || rule.attribute == row->attribute;
+    for (const global_word_rec *row = global_word_tab; row->word; row++)
+        is_kept = is_kept || rule.word == row->word;
+    bool is_for_all = rule.names[0][0] == '*';
+    for (const std::string &name : is_kept      ? std::vector<std::string>()
+                                   : is_for_all ? all.in.before.proxies
+                                                : rule.names) {
+        const Frag *proxy =
+            is_no_proxy(name) || is_removed_proxy(name) ? nullptr : result.conf.record("def_proxy", name);
+        if (proxy && hit.count(proxy) == 0)
+            tell(all.data, "lost", format("{}: {} {} stands nowhere there", name, rule.word, rule.text),
+                 all.inputs[all.lines[number].input].name, rule.line);
+    }
+}
+
+// Any of the proxies that a rule is for, or any config set that a template went into, will do.
+void rule_placer::place_attribute(size_t number, const table_rule &rule) {
+    const Frag *turned = nullptr;
+    std::unordered_set<const Frag *> hit;
+    // A prefix that the table's reader left on is one to whoever reads the result.
+    std::string attribute = storedname(rule.attribute);
+    const char *bare = attr_remap(attribute.c_str());
+    long bits = rule.bits | strip_attr_prefixes(&bare);
+    auto [first, last] = parameters.equal_range(pair_key(bare, rule.text));
+    for (auto at = first; at != last; ++at) {
+        const Frag *proxy = at->second;
+        while (proxy->parent->parent->parent) // up to the child of `def_proxy`
+            proxy = proxy->parent;
+        if (!is_proxy_named(rule, clear_name(proxy)))
+            continue;
+        hit.insert(proxy);
+        if (same_prefix(bits, result.keys.find(at->second).bits))
+            note(number, at->second, "as " + place_keys::path(at->second));
+        else if (!has_prefix(rule.names[0].c_str(), "policy-"))
+            turned = at->second;
+    }
+    tell_missing(number, rule, hit);
+    std::string_view text = rule.text;
+    for (std::string_view marker : {"%-permit%", "%-deny%"})
+        if (rule.attribute == "destination" && text.substr(0, marker.size()) == marker)
+            text.remove_prefix(marker.size());
+    auto [begin, end] = records.equal_range(std::string(text));
+    for (auto at = begin; rule.attribute == "destination" && at != end; ++at) {
+        std::string desc = configuration::value(at->second, "desc"), tail = desc.substr(desc.find_last_of("_-") + 1);
+        if (tail != "destination" && tail != "1" && tail != std::to_string(rule.unit))
+            continue;
+        std::string_view above = std::string_view(desc).substr(0, desc.rfind('_'));
+        std::string service = tail == "destination" ? decoded_name(above.substr(above.rfind('_') + 1)) : "destination";
+        if (configuration::value(at->second, "service") != service)
+            continue;
+        bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
+        if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
+            note(number, at->second, "as record " + clear_name(at->second) + " of dest");
+    }
+    account_line &line = all.lines[number];
+    if (turned && !line.place) {
+        note(number, turned, "with another prefix");
+        line.turned = true;
+    }
+}
+
+} // namespace
+
+void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
+    rule_placer placer{all, result, side, own, {}, {}};
+    for (account_line &line : all.lines) {
+        if (all.inputs[line.input].table) {
+            line.place = nullptr;
+            line.candidate = own || line.candidate;
+        }
+    }
+    placer.index_result();
+    placer.place_hosts();
+    for (size_t i = 0; i < all.lines.size(); i++)
+        for (size_t r = 0; all.inputs[all.lines[i].input].table && r < all.lines[i].rules; r++)
+            if (const table_rule &rule = all.rule(all.lines[i], r); rule.attribute != "hosts")
+                placer.place_attribute(i, rule);
+}

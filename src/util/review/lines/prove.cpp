@@ -1,0 +1,125 @@
+// What has no place is left out, all of it together, and the upgrade must write the same bytes.
+#include "lines/accounting.h"
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+/// Bytes that all runs together may read and write, so that the same inputs always get the same answer; and the most
+/// runs that small inputs get.
+constexpr size_t MOST_WORK = size_t{24} << 20;
+constexpr size_t MOST_RUNS = 400;
+
+/// The candidates under test.
+struct prover {
+    accounting &all;
+    size_t runs_left = 0;
+    std::vector<size_t> proved{};
+    bool failed = false;
+
+    bool same_without(const std::vector<size_t> &left_out);
+    void prove(const std::vector<size_t> &asked);
+    void say(const std::vector<size_t> &asked, proof how);
+};
+
+bool prover::same_without(const std::vector<size_t> &left_out) {
+    std::map<std::string, std::vector<bool>> blank;
+    for (size_t i : left_out) {
+        const account_line &line = all.lines[i];
+        std::vector<bool> &of_file = blank[all.inputs[line.input].name];
+        of_file.resize(std::max(of_file.size(), static_cast<size_t>(line.end_line) + 1));
+        for (long at = line.line; at <= line.end_line; at++)
+            of_file[static_cast<size_t>(at)] = true;
+    }
+    replaced_files instead;
+    for (const auto &[name, of_file] : blank)
+        instead[name] = blanked(*all.in.files.bytes(name), of_file);
+    runs_left--;
+    upgrade_result run = run_upgrade(all.in.command, instead);
+    failed = failed || !run.good();
+    return run.good() && run.output == all.in.own_bytes;
+}
+
+// Adds those of `asked` that can be left out together with what is proved so far.
+void prover::prove(const std::vector<size_t> &asked) {
+    if (asked.empty())
+        return;
+    if (runs_left == 0 || failed)
+        return say(asked, proof::not_tried);
+    std::vector<size_t> together = proved;
+    together.insert(together.end(), asked.begin(), asked.end());
+    if (same_without(together)) {
+        proved = std::move(together);
+        return;
+    }
+    if (asked.size() == 1)
+        return say(asked, proof::run);
+    auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
+    prove({asked.begin(), middle});
+    prove({middle, asked.end()});
+}
+
+// What was not proved: it has its place after all, or the result is another without it, or nobody knows.
+void prover::say(const std::vector<size_t> &asked, proof how) {
+    for (size_t i : asked) {
+        account_line &line = all.lines[i];
+        bool stands = line.place && line.by != NO_LINE;
+        line.how = stands ? proof::placed : how;
+        if (stands)
+            line.reason.clear();
+        else
+            line.became = fate::reshaped;
+    }
+}
+
+} // namespace
+
+std::string blanked(const std::string &text, const std::vector<bool> &blank) {
+    std::string without;
+    without.reserve(text.size());
+    size_t line = 1;
+    for (size_t at = 0; at < text.size(); line++) {
+        size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        if (line >= blank.size() || !blank[line])
+            without.append(text, at, end - at);
+        else if (text[end - 1] == '\n')
+            without += '\n';
+        at = end;
+    }
+    return without;
+}
+
+void prove_candidates(accounting &all) {
+    std::map<std::string, std::vector<size_t>> groups;
+    std::vector<size_t> candidates;
+    size_t work = all.in.own_bytes.size() + 1;
+    for (const account_input &input : all.inputs)
+        work += input.table ? input.table->bytes.size() : input.conf->bytes.size();
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        if (!line.candidate)
+            continue;
+        candidates.push_back(i);
+        std::string group = line.by == NO_LINE ? line.reason : "\1" + std::to_string(all.lines[line.by].input);
+        groups[group.empty() ? "\xff" : group].push_back(i); // those without a reason come last
+    }
+    if (candidates.empty())
+        return;
+    prover under_test{all, std::clamp<size_t>(MOST_WORK / work, 1, MOST_RUNS)};
+    if (under_test.same_without(candidates))
+        under_test.proved = candidates;
+    else
+        for (const auto &[reason, lines] : groups)
+            under_test.prove(lines);
+    for (size_t i : under_test.proved) {
+        account_line &line = all.lines[i];
+        line.how = proof::run;
+        line.became = line.place && line.by != NO_LINE ? fate::without_effect
+                      : line.by != NO_LINE             ? fate::overridden
+                      : line.reason.empty()            ? fate::unexplained
+                                                       : fate::without_effect;
+    }
+    if (under_test.failed)
+        tell(all.data, "trouble", "a run of the upgrade failed, so that not every line could be tried");
+}

@@ -1,0 +1,314 @@
+// Why a line has no place of its own: another line has it, or a rule of the release takes it away.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "nupgrade.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr size_t DEPTH_LIMIT = 180; // bytes of key in front of a name whose children are written
+
+/// When a rule holds for a line.
+enum : unsigned {
+    ALWAYS = 0,
+    FROM_40 = 1,
+    NOT_55 = 2,
+    NUMBERED = 4,  // the result is
+    TABLES = 8,    // they decide
+    LOGIN = 16,    // an input switches network login on
+    IMPORTED = 32, // the line's file is
+    REMOVED = 64,  // it is, or comes ahead of an import
+    UNREAD = 128,  // the file is passed over
+    SERVICES = 256 // are those of the platform that saves them by themselves
+};
+
+/// Rules that take lines of configurations away: patterns of keys, when they hold, and what they say.
+const struct {
+    const char *key;
+    unsigned when;
+    const char *reason;
+} reason_rows[] = {
+    {"*", UNREAD, "of a configuration of 5.5 nothing but the first file is merged"},
+    {"def_proxy_*", REMOVED, "-e removes all proxies that are there"},
+    {"cust_proxy_*", REMOVED, "-e removes all proxies that are there"},
+    {"policy_*", REMOVED, "-e removes all policies that are there"},
+    {"map_*", REMOVED, "-e removes all maps that are there"},
+    {"proxy_*", REMOVED, "a service of 4.1, whose proxy goes with all others"},
+    {"version_firewall", NOT_55, "the release is stamped anew"},
+    {"version_upgraded", NOT_55, "the release is stamped anew"},
+    {"version_moatwall.conf", ALWAYS, "the layout is stamped anew"},
+    {"network_loginok", ALWAYS, "it is made into states before saving"},
+    {"def_proxy_svcgrd-*_state", LOGIN, "network_loginok switches it on"},
+    {"def_proxy_global_name", ALWAYS, "the proxy for all is saved as *"},
+    {"def_proxy_sql-px_proxy-exec", NOT_55, "its program is taken from the initial environment"},
+    {"map_numrules", NUMBERED, "the numbered layout has no such count"},
+    {"nat_numrules", NUMBERED, "counts are made anew"},
+    {"*_num_entries", NUMBERED, "counts are made anew"},
+    {"pfedit_*_numrules", NUMBERED, "counts are made anew"},
+    {"netobj_list_*_element_#*_alias", NUMBERED, "an alias is told by the list that it stands in"},
+    {"netobj_list_all%5Finterfaces_*", NUMBERED, "the list of all interfaces is made anew"},
+    {"proxy_*", NUMBERED | SERVICES, "the services of 4.1 follow their proxies"},
+};
+
+/// Lists of the release: all that is below their keys goes.
+const struct {
+    const char *const *keys;
+    const char *above;
+    unsigned when;
+    const char *reason;
+} gone_rows[] = {
+    {del_55_keys, "", NOT_55, "release 5.5 drops it"},
+    {del_55_proxies, "def_proxy_", NOT_55, "the new release has no such proxy"},
+    {del_50_proxies, "def_proxy_", FROM_40, "the new release has no such proxy"},
+    {del_netperm_proxies, "def_proxy_", TABLES, "a table takes this proxy away"},
+};
+
+bool is_listed(const char *const *list, std::string_view name) {
+    while (*list && name != *list)
+        list++;
+    return *list != nullptr;
+}
+
+bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
+
+/// What is asked of one candidate after the other.
+struct reason_finder {
+    accounting &all;
+    result_places &own;
+    size_t last_import = 0; ///< behind the last -e; 0 without one
+    /// The first line of maps by their decision, by this and the source, and with the proxy, too; and of those that
+    /// lack the next of these.
+    std::unordered_map<std::string, size_t> maps{}, bare_maps{};
+
+    void prepare();
+    unsigned conditions(const account_line &line) const;
+    const char *conf_reason(const account_line &line) const;
+    const char *proxy_reason(const account_line &line, unsigned holds) const;
+    const char *taken_away(const account_line &line) const;
+    size_t winner(const account_line &line) const;
+    bool may_win(size_t winner, const account_line &line) const;
+};
+
+// What decides whether two maps are the same, one more value each time, up to the first that is missing.
+std::vector<std::string> map_texts(const account_line &line) {
+    std::vector<std::string> texts = {""};
+    for (const char *field : {"pd", "src", "proxy"}) {
+        std::string value = configuration::value(at_depth(line.said->node, 1), field);
+        if (value.empty())
+            break;
+        texts.push_back(texts.back() + value + '\n');
+    }
+    return texts;
+}
+
+void reason_finder::prepare() {
+    for (size_t i = 0; i < all.in.command.steps.size(); i++)
+        if (all.in.command.steps[i].letter == 'e')
+            last_import = i + 1;
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        if (begins(line.key, "map_#") && !(conditions(line) & REMOVED)) {
+            std::vector<std::string> texts = map_texts(line);
+            for (const std::string &text : texts)
+                maps.emplace(text, i);
+            if (texts.size() < 4)
+                bare_maps.emplace(texts.back(), i);
+        }
+    }
+}
+
+unsigned reason_finder::conditions(const account_line &line) const {
+    int release = all.data.release;
+    const account_input &input = all.inputs[line.input];
+    const std::pair<bool, unsigned> all_bits[] = {
+        {release >= 40 && release != 55, FROM_40},
+        {release != 55, NOT_55},
+        {all.in.command.numbered(), NUMBERED},
+        {all.has_tables, TABLES},
+        {all.logs_in, LOGIN},
+        {input.imported, IMPORTED},
+        {input.last_step < last_import, REMOVED},
+        {input.unread, UNREAD},
+        {determine_os_maprec(own.conf.db()) == map_nt, SERVICES},
+    };
+    unsigned holding = ALWAYS;
+    for (auto [holds, bit] : all_bits)
+        holding |= holds ? bit : 0;
+    return holding;
+}
+
+// What the release says of a key below a proxy.
+const char *reason_finder::proxy_reason(const account_line &line, unsigned holds) const {
+    const Frag *proxy = line.said->node;
+    if (!begins(line.key, "def_proxy_") || std::count(line.key.begin(), line.key.end(), '_') != 3)
+        return "";
+    std::string key = place_keys::path(proxy->parent);
+    std::string type = lowercase(own.conf.value((key + "_proxy-type").c_str()));
+    for (const program_rec *row = program_tab; (holds & NOT_55) && is_named(proxy, "proxy-exec") && row->type; row++)
+        if (type == row->type)
+            return "the release sets the program of this type of proxy";
+    bool is_replaced = (holds & FROM_40) && is_named(proxy, "authenticate");
+    const configuration *init =
+        is_replaced ? all.in.files.conf(all.in.command.init_conf, conf_layout::translated) : nullptr;
+    return init && init->find(key.c_str()) ? "authentication is chosen anew where the initial environment has the proxy"
+                                           : "";
+}
+
+const char *reason_finder::conf_reason(const account_line &line) const {
+    if (!line.said)
+        return "it names no key by itself";
+    const std::string &key = line.key;
+    unsigned holds = conditions(line);
+    for (const auto &row : reason_rows)
+        if ((holds & row.when) == row.when && covers(row.key, key))
+            return row.reason;
+    for (const auto &row : gone_rows)
+        for (const char *const *name = row.keys; (holds & row.when) && *name; name++)
+            if (begins(key + "_", std::string(row.above) + *name + "_"))
+                return row.reason;
+    for (const ip_var_rec *row = ip_var_tab; (holds & IMPORTED) && begins(key, "ip_") && row->address; row++)
+        for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
+            std::string address = all.inputs[line.input].conf->value((std::string("ip_") + row->address).c_str());
+            if (key.substr(3) == name && (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX"))
+                return "without an address there is no element for it";
+        }
+    if (line.said->role == line_role::count)
+        return "counts are made anew";
+    if (line.said->role == line_role::dropped)
+        return "it is half of a pair of name and value";
+    size_t last = line.said->key.rfind('_'), before = last == 0 || last == line.said->key.npos ? 0 : last - 1;
+    if (size_t front = line.said->key.rfind('_', before); front != line.said->key.npos && front + 1 >= DEPTH_LIMIT)
+        return "its key is too deep to be saved";
+    if (line.said->role == line_role::name && !own.conf.numbered)
+        return "nothing is left of what it names";
+    const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
+    if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
+        is_blanks(configuration::value(element, "interface").c_str()))
+        return "an element without an interface is not saved";
+    return proxy_reason(line, holds);
+}
+
+// Why a line can't stand in the result, though it does; empty if it can.
+const char *reason_finder::taken_away(const account_line &line) const {
+    unsigned holds = conditions(line);
+    for (const auto &row : reason_rows)
+        if (row.when == REMOVED && (holds & REMOVED) && !begins(row.key, "proxy_") && covers(row.key, line.key))
+            return row.reason;
+    for (const auto &row : gone_rows)
+        for (const char *const *name = row.keys; row.when != TABLES && (holds & row.when) && *name; name++)
+            if (begins(line.key + "_", std::string(row.above) + *name + "_"))
+                return row.reason;
+    bool is_older = !all.in.command.init_conf.empty() && all.inputs[line.input].name != all.in.command.init_conf;
+    if (line.key == "network_loginok" || (line.key == "def_proxy_sql-px_proxy-exec" && (holds & NOT_55) && is_older))
+        return "the release takes it away";
+    return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
+}
+
+// The line that has the place which this one would have.
+size_t reason_finder::winner(const account_line &line) const {
+    if (!line.said || !line.said->node)
+        return NO_LINE;
+    std::vector<const Frag *> places = own.at(line.key);
+    const Frag *frag = places.empty() ? nullptr : places.front();
+    bool is_map = begins(line.key, "map_#");
+    if (!frag && !is_map && line.key.find('#') != std::string::npos)
+        frag = own.conf.find(place_keys::path(line.said->node).c_str());
+    if (frag)
+        return own.line_at(frag);
+    // Of a policy that is there already nothing is merged.
+    const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
+    const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
+    if (size_t first = there ? own.line_at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
+        return first;
+    if (!is_map)
+        return NO_LINE;
+    std::vector<std::string> texts = map_texts(line);
+    size_t first = NO_LINE;
+    auto look = [&](const std::unordered_map<std::string, size_t> &known, const std::string &like) {
+        auto found = known.find(like);
+        if (found != known.end() && at_depth(all.lines[found->second].said->node, 1) != at_depth(line.said->node, 1))
+            first = std::min(first, found->second);
+    };
+    look(maps, texts.back());
+    for (const std::string &text : texts)
+        look(bare_maps, text);
+    return first;
+}
+
+// What is there wins, but for what the release forces and what an import brings.
+bool reason_finder::may_win(size_t number, const account_line &line) const {
+    const account_input &by = all.inputs[all.lines[number].input], &of = all.inputs[line.input];
+    bool is_forced = begins(line.key, "def_proxy_") && is_listed(force_list, line.said->node->name) &&
+                     (conditions(line) & FROM_40) && !line.said->value.empty();
+    if (is_forced && (by.name == all.in.command.init_conf) != (of.name == all.in.command.init_conf))
+        return by.name == all.in.command.init_conf;
+    return by.step <= of.step || (by.imported && by.import_step > of.step);
+}
+
+} // namespace
+
+void find_reasons(accounting &all, result_places &own) {
+    reason_finder finder{all, own};
+    finder.prepare();
+    table_reasons tables(all);
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        account_line &line = all.lines[i];
+        if (!line.candidate)
+            continue;
+        bool is_table = all.inputs[line.input].table != nullptr;
+        if (line.by != NO_LINE)
+            line.reason = said_twice;
+        else
+            line.reason = is_table ? tables.reason(i) : finder.conf_reason(line);
+        size_t by = is_table || line.by != NO_LINE || !line.reason.empty() ? NO_LINE : finder.winner(line);
+        if (by != NO_LINE && by != i && finder.may_win(by, line))
+            line.by = by;
+    }
+}
+
+void check_standing(accounting &all, const result_places &result) {
+    reason_finder finder{all, const_cast<result_places &>(result)};
+    finder.prepare();
+    std::vector<bool> repeated(all.lines.size()); // another line says it, too
+    for (const account_line &line : all.lines)
+        if (line.by != NO_LINE)
+            repeated[line.by] = true;
+    std::unordered_map<const Frag *, const Frag *> moved; // records of inputs, and what they are in the result
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        if (!line.place || !line.said || !line.said->node)
+            continue;
+        // The layout makes names anew.
+        bool is_own = line.said->role == line_role::setting && line.said->node->value && !line.candidate &&
+                      !repeated[i] && !is_named(line.said->node, "name");
+        const char *taken = is_own ? finder.taken_away(line) : "";
+        if (*taken)
+            tell(all.data, "unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken,
+                 all.inputs[line.input].name, line.line);
+        for (size_t depth : {1, 2})
+            if (line.key.find('#') != std::string::npos && at_depth(line.said->node, depth))
+                moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
+    }
+    // Numbered records keep the order that they have in their file.
+    for (const char *family :
+         {"map", "sroute", "dest", "nat_rule", "menu_meta", "link", "key", "pfedit_lcl", "pfedit_fwd"}) {
+        std::unordered_map<const Frag *, size_t> order;
+        for (const Frag *record : result.conf.children(family))
+            order.emplace(record, order.size());
+        for (const account_input &input : all.inputs) {
+            size_t last = 0;
+            for (const Frag *record : input.conf ? input.conf->children(family) : std::vector<Frag *>()) {
+                auto found = moved.find(record);
+                auto at = found == moved.end() ? order.end() : order.find(found->second);
+                if (at != order.end() && at->second < last)
+                    tell(all.data, "unexplained",
+                         std::string("the records of ") + family + " stand in another order in the result", input.name,
+                         input.conf->line_of(record));
+                last = at == order.end() ? last : std::max(last, at->second);
+            }
+        }
+    }
+}

@@ -1,0 +1,119 @@
+// Why a line of a table has no place of its own.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "upgrade.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+bool is_listed(const char *const *list, std::string_view name) {
+    while (*list && name != *list)
+        list++;
+    return *list != nullptr;
+}
+
+bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
+
+std::string rule_key(const table_rule &rule, const std::string &name) {
+    return std::string(rule.attribute) + '\n' + (name[0] == '*' ? "*" : name);
+}
+
+} // namespace
+
+table_reasons::table_reasons(accounting &of) : all(of) {
+    for (size_t i = 0; all.has_tables && i < all.lines.size(); i++)
+        for (size_t r = 0; r < all.lines[i].rules; r++)
+            note_rule(i, all.rule(all.lines[i], r));
+}
+
+// Takes note of who names a policy, and of the first rule that each name has of an attribute.
+void table_reasons::note_rule(size_t number, const table_rule &rule) {
+    for (const std::string &name : rule.names) {
+        firsts.emplace(rule_key(rule, name), number);
+        if (firsts.emplace(name, number).second)
+            last_new = number;
+    }
+    std::string_view tail = rule.attribute == "hosts" ? split_hosts(rule.text).tail : std::string_view();
+    for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail)) {
+        if (!begins(word, "-policy"))
+            continue;
+        std::string policy(word.size() > strlen("-policy") ? word.substr(strlen("-policy")) : take_word(tail));
+        std::replace(policy.begin(), policy.end(), '_', '-');
+        std::vector<std::string> &of = users["policy-" + policy];
+        of.insert(of.end(), rule.names.begin(), rule.names.end());
+    }
+}
+
+// Whether an earlier rule gives the attribute to all of the names.
+bool table_reasons::is_repeated(size_t number, const table_rule &rule) const {
+    return std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
+        auto first = firsts.find(rule_key(rule, name)), general = firsts.find(rule_key(rule, "*"));
+        return name[0] == '*' || (first != firsts.end() && first->second < number) ||
+               (general != firsts.end() && general->second < number);
+    });
+}
+
+// Why nothing of a template's rule comes into the config sets of the proxies that name the policy.
+const char *table_reasons::template_reason(size_t number, const table_rule &rule) const {
+    auto of = users.find(rule.names[0]);
+    if (of == users.end())
+        return "no rule names this policy";
+    bool is_auth = rule.attribute == "authenticate" || rule.attribute == "authserver" || rule.attribute == "password";
+    bool is_x = rule.attribute == "xgateway";
+    if (rule.attribute == "proxy" || (is_auth && is_repeated(number, rule)) ||
+        (is_x && split_hosts(rule.text).hosts[0].substr(0, 1) != "*"))
+        return "such a rule is not taken from a template";
+    bool needed = std::any_of(of->second.begin(), of->second.end(), [&](const std::string &name) {
+        return name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
+    });
+    return (is_auth || is_x) && !needed ? "no proxy that names this policy has a use for it" : "";
+}
+
+const char *table_reasons::attribute_reason(size_t number, const table_rule &rule) const {
+    auto all_names = [&](auto holds) { return std::all_of(rule.names.begin(), rule.names.end(), holds); };
+    if (all_names([](const std::string &name) { return is_removed_proxy(name) || name == "global"; }))
+        return "the new release has no such proxy";
+    if (rule.attribute != "enable" && all_names([](const std::string &name) { return name == "alerts"; }))
+        return "nothing but enable is kept of alerts";
+    bool has_init = !all.in.command.init_conf.empty() && all.data.release != 55;
+    if (has_init && rule.attribute == "proxy-exec" &&
+        all_names([](const std::string &name) { return name == "sql-px"; }))
+        return "its program is taken from the initial environment";
+    if (is_listed(del_plug_attrs, rule.attribute))
+        return "a port comes from the initial environment";
+    for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
+        if (rule.attribute == row->attribute &&
+            all_names([&](const std::string &name) { return name[0] != '*' && !proxy_needs(name.c_str(), row->need); }))
+            return "the proxy has no use for it";
+    if (all_names([](const std::string &name) { return begins(name, "policy-"); }))
+        return template_reason(number, rule);
+    for (const global_word_rec *row = global_word_tab; row->word; row++)
+        if (rule.word == row->word && rule.names[0][0] == '*' && (!row->inherited || number >= last_new))
+            return "it is kept for all proxies alone, and not for any of them";
+    bool is_single = rule.attribute == "authenticate" || rule.attribute == "authserver";
+    return is_single && is_repeated(number, rule) ? "the first such rule of a proxy stands" : "";
+}
+
+std::string table_reasons::reason(size_t number) const {
+    const account_line &line = all.lines[number];
+    if (all.inputs[line.input].unread)
+        return "a table is for configurations from before 4.0";
+    if (line.rules == 0) {
+        const std::vector<dropped_line> &dropped = all.inputs[line.input].table->dropped;
+        auto found = std::lower_bound(dropped.begin(), dropped.end(), line.line,
+                                      [](const dropped_line &each, long wanted) { return each.line < wanted; });
+        return found != dropped.end() && found->line == line.line ? found->why : "";
+    }
+    const table_rule &rule = all.rule(line);
+    if (rule.attribute != "hosts")
+        return attribute_reason(number, rule);
+    if (std::all_of(rule.names.begin(), rule.names.end(),
+                    [](const std::string &name) { return is_no_proxy(name) || is_removed_proxy(name); }))
+        return "it lets nobody through a proxy of the new release";
+    auto found = all.covered.find(number);
+    return found == all.covered.end()
+               ? ""
+               : "an earlier rule covers its hosts, such as line " + std::to_string(found->second);
+}

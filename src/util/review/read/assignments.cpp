@@ -1,0 +1,170 @@
+// Configurations by their grammar, assignment by assignment, and the tree of what they say as it is written.
+//
+// A reader of its own, so that what the store reads can be held against it. It differs from the store in one thing: no
+// key is longer than the store could render, since a long section path would stand in every key below.
+#include "frag_tools.h"
+#include "read/configuration.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t NAME_LIMIT = FRAGNAME_SIZE - 1;
+constexpr size_t KEY_LIMIT = 1020; // a component that would bring a key beyond it is left out, as in a rendered key
+
+bool is_space(char byte) { return is_blank(byte) || byte == '\r' || byte == '\n'; }
+
+struct line_reader {
+    configuration &conf;
+    std::string_view bytes = conf.bytes;
+    list_indexes indexes{};
+    size_t at = 0;
+    size_t counted = 0; // the bytes whose line ends are in `line`
+    long line = 1;
+    bool sections = false; // from the first `[` to the end of the file
+    bool below = false;    // the next component belongs below `path`, on the same line
+    std::string path{};    // the components in front of the one that is read, each with its `_`
+    Frag *node = nullptr;  // of the last of them, and of the whole key at last
+    std::string name{}, value{};
+    long name_bits = 0;
+    conf_line current{};
+
+    bool at_end() const { return at == bytes.size(); }
+    long line_here() {
+        line += std::count(bytes.begin() + static_cast<long>(counted), bytes.begin() + static_cast<long>(at), '\n');
+        counted = at;
+        return line;
+    }
+    // A text as a view: the bytes that begin at `from` if they are the same, else a copy that stays.
+    std::string_view view_of(const std::string &text, size_t from) {
+        std::string_view there = bytes.substr(from, text.size());
+        return there == text ? there : conf.texts.emplace_back(text);
+    }
+
+    void begin_key() {
+        path.clear();
+        node = nullptr;
+    }
+
+    void begin_name() {
+        while (!at_end() && is_space(bytes[at]))
+            at++;
+        if (!at_end() && bytes[at] == '[') {
+            at++;
+            begin_key();
+            below = false;
+            // Blanks are passed over behind the bracket that begins the form, not behind a later one.
+            if (!sections) {
+                sections = true;
+                return begin_name();
+            }
+        }
+        if (!below) {
+            current = {};
+            current.begin = at;
+            current.line = line_here();
+        }
+    }
+
+    // Takes the bytes up to one of `ends`; those that are more than the limit are left out, or end it in the flat form.
+    // False if the file ends in it.
+    bool take_name(std::string_view ends) {
+        std::string_view rest = bytes.substr(at, sections ? bytes.npos : NAME_LIMIT);
+        size_t stop = std::min(rest.find_first_of(ends), rest.size());
+        name = rest.substr(0, std::min(stop, NAME_LIMIT));
+        at += stop;
+        name_bits = 0;
+        if (!sections && name.find('-') != std::string::npos) { // else it has no prefix and is not mapped
+            const char *text = attr_remap(name.c_str());
+            name_bits = strip_attr_prefixes(&text);
+            name = std::string(text);
+        }
+        if (path.size() + name.size() > KEY_LIMIT)
+            name.clear();
+        return !at_end();
+    }
+
+    void set_origin() { node->attr = bits_of(node) | static_cast<long>(conf.lines.size() + 1) << 4; }
+
+    // Goes to the node of the component; every flat line sets the bits of all that its key names.
+    void go_down() {
+        node = indexes.find_or_make(node ? &node->child : conf.db(), name, node);
+        if (node->attr >> 4 == 0)
+            set_origin();
+        if (!sections)
+            node->attr = (node->attr & ~15L) | name_bits;
+    }
+
+    // Takes the components up to the one that ends the key. False if the file ends in them.
+    bool take_key() {
+        for (;;) {
+            begin_name();
+            if (!take_name(sections ? std::string_view("\0\\]=_", 5) : std::string_view("\0_=", 3)))
+                return false;
+            char delimiter = bytes[at++];
+            current.bits |= name_bits;
+            if (delimiter != '_' && (!sections || (delimiter != '\\' && delimiter != ']'))) {
+                current.key = view_of(path + name, current.begin);
+                return true;
+            }
+            if (path.size() < KEY_LIMIT) {
+                go_down();
+                path += name + '_';
+            }
+            below = delimiter != ']';
+        }
+    }
+
+    // False for an empty value that the file's end cuts off, which doesn't stand.
+    bool take_value() {
+        size_t from = at;
+        value.clear();
+        for (;;) {
+            size_t stop = std::min(sections ? bytes.find_first_of("\n\\", at) : bytes.find('\n', at), bytes.size());
+            value += bytes.substr(at, stop - at);
+            at = stop;
+            if (at_end() || bytes[at] == '\n')
+                break;
+            // The rest of a continued line goes, and the blanks in front of the next.
+            at = std::min(bytes.find_first_of(std::string_view("\0\n", 2), at), bytes.size() - 1) + 1;
+            while (!at_end() && is_blank(bytes[at]))
+                at++;
+        }
+        value.erase(std::remove(value.begin(), value.end(), '\r'), value.end());
+        current.value = view_of(value, from);
+        current.end_line = line_here();
+        bool is_cut = at_end();
+        at += is_cut ? 0 : 1;
+        current.end = at;
+        current.section_form = sections;
+        return !is_cut || !value.empty();
+    }
+
+    void set_value() {
+        Frag *section = node;
+        go_down();
+        if (!node->value || !value.empty()) {
+            setvalue(node, value);
+            set_origin();
+        }
+        current.node = node;
+        conf.lines.push_back(current);
+        node = section;
+    }
+
+    void read() {
+        conf.lines.reserve(static_cast<size_t>(
+            std::min(std::count(bytes.begin(), bytes.end(), '\n'), std::count(bytes.begin(), bytes.end(), '='))));
+        while (take_key()) {
+            if (take_value())
+                set_value();
+            below = false;
+            if (!sections)
+                begin_key();
+        }
+    }
+};
+
+} // namespace
+
+void read_assignments(configuration &conf) { line_reader{conf}.read(); }

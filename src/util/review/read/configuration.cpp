@@ -1,0 +1,83 @@
+// What a configuration is asked for.
+#include "read/configuration.h"
+#include "frag_tools.h"
+
+std::string configuration::value(const Frag *frag, const char *key) {
+    if (frag && *key)
+        frag = ffind(const_cast<FragList>(&frag->child), key);
+    return frag && frag->value ? std::string(frag->value, static_cast<size_t>(frag->vlen)) : std::string();
+}
+
+Frag *configuration::record(const char *family, const std::string &clear) const {
+    Frag *top = find(family);
+    if (!top)
+        return nullptr;
+    Frag *found = indexes.find(&top->child, storedname(clear.c_str()));
+    found = found ? found : indexes.find_key(&top->child, clear.c_str());
+    const char *bare = attr_remap(clear.c_str());
+    long bits = strip_attr_prefixes(&bare);
+    if (found || bare == clear.c_str())
+        return found;
+    found = indexes.find(&top->child, storedname(bare));
+    return found && bits_of(found) == bits ? found : nullptr;
+}
+
+std::vector<Frag *> configuration::children(const Frag *frag, const char *key) {
+    std::vector<Frag *> all;
+    if (frag && *key)
+        frag = ffind(const_cast<FragList>(&frag->child), key);
+    for (Frag *child = frag ? frag->child : nullptr; child; child = child->next)
+        all.push_back(child);
+    return all;
+}
+
+std::vector<Frag *> nodes_of(Frag *first) {
+    std::vector<Frag *> all;
+    for (Frag *frag = first; frag; frag = frag->next)
+        all.push_back(frag);
+    for (size_t i = 0; i < all.size(); i++)
+        for (Frag *child = all[i]->child; child; child = child->next)
+            all.push_back(child);
+    return all;
+}
+
+const conf_line *configuration::origin(const Frag *frag) const {
+    size_t number = frag ? static_cast<size_t>(frag->attr >> 4) : 0;
+    return number > 0 && number <= lines.size() ? &lines[number - 1] : nullptr;
+}
+
+std::string decoded_name(std::string_view stored) {
+    std::string clear;
+    for (size_t i = 0; i < stored.size(); i++) {
+        bool is_escape = stored[i] == '%' && i + 2 < stored.size();
+        clear += is_escape ? static_cast<char>(hexconvert(stored.data() + i + 1)) : stored[i];
+        i += is_escape ? 2 : 0;
+    }
+    return clear;
+}
+
+std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
+
+std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }
+
+// Sorts the children that are numbers, but for records that names lead to.
+static void sort_numbers(configuration &conf) {
+    Frag *sorted = nullptr;
+    for (Frag *frag : nodes_of(conf.tree)) {
+        Frag *parent = frag->parent, *top = parent ? parent->parent : nullptr;
+        if (!parent || parent == sorted || !is_digit(frag->name[0]) ||
+            (top ? is_named(top, "netobj") || is_named(top, "def") : is_named(parent, "policy")))
+            continue;
+        sorted = parent;
+        sort_frags(&parent->child);
+    }
+}
+
+std::unique_ptr<configuration> read_configuration(std::string name, file_bytes bytes, conf_layout layout) {
+    auto made = std::make_unique<configuration>(std::move(name), std::move(bytes));
+    read_assignments(*made);
+    if (layout == conf_layout::translated)
+        translate(*made);
+    sort_numbers(*made);
+    return made;
+}

@@ -1,0 +1,102 @@
+/// A configuration as the review reads it: its bytes, its assignments with their lines, and what each of them says in
+/// the canonical layout.
+///
+/// The review translates the numbered layout by itself and calls no pass for it, so that a fault of a pass shows.
+#ifndef REVIEW_CONFIGURATION_H
+#define REVIEW_CONFIGURATION_H
+
+#include "name_index.h"
+#include "nsym.h"
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+/// What an assignment does.
+enum class line_role {
+    setting, ///< gives its node the value
+    name,    ///< names its node: a record, a parameter, or the config set that a policy lists
+    count,   ///< says how many entries there are; it has no node
+    dropped, ///< means nothing in the canonical layout, such as a parameter that lacks its name; it has no node
+};
+
+/// One assignment. A line without `=` runs on into the next, so that an assignment can begin lines before it ends.
+struct conf_line {
+    std::string_view key;        ///< as written: stored names joined by `_`, without prefixes
+    std::string_view value;      ///< as written
+    size_t begin = 0, end = 0;   ///< its bytes in the file, the line end among them
+    long line = 0, end_line = 0; ///< where it begins and ends, as an editor counts
+    long bits = 0;               ///< of all prefixes on its key and, of a numbered parameter, in front of its name
+    bool section_form = false;   ///< its key depends on what stands in front of it
+    line_role role = line_role::setting;
+    Frag *node = nullptr; ///< of the tree: the one that has its value or its name
+};
+
+/// The bytes of a file, kept by all who have views of them.
+struct file_bytes {
+    file_bytes(std::string from = {}) : held(std::make_shared<const std::string>(std::move(from))), text(*held) {}
+    std::shared_ptr<const std::string> held;
+    std::string_view text;
+};
+
+/// How a file is looked at: `as_written` where its keys enter a database without translation.
+enum class conf_layout { translated, as_written };
+
+/// One configuration. Its nodes stay where they are as long as it lives.
+struct configuration {
+    std::string name; ///< of the file, for messages
+    file_bytes file;
+    std::string_view bytes = file.text;
+    std::vector<conf_line> lines;
+    std::deque<std::string> texts; ///< what the lines say where it is no slice of the bytes
+    bool numbered = false;         ///< the file is in the numbered layout
+    Frag *tree = nullptr;          ///< the canonical layout; children that are numbers stand in their order
+    mutable list_indexes indexes;
+
+    configuration(std::string of, file_bytes from) : name(std::move(of)), file(std::move(from)) {}
+    ~configuration() { freelist(tree); }
+
+    FragList db() const { return const_cast<FragList>(&tree); }
+    /// What `ffind` gives for the key, by index.
+    Frag *find(const char *key) const { return indexes.find_key(db(), key); }
+    /// The value of the node of the key below `frag`, or of the key in the tree; empty if there is none.
+    std::string value(const char *key) const { return value(find(key), ""); }
+    static std::string value(const Frag *frag, const char *key);
+    /// The record of a family such as "netobj_group" that a value refers to by its clear name; null if there is none. A
+    /// name that begins like a prefix also leads to a record whose key shows that prefix.
+    Frag *record(const char *family, const std::string &clear) const;
+    /// The children of the node of the key, in order; none if it is missing.
+    std::vector<Frag *> children(const char *key) const { return children(find(key), ""); }
+    static std::vector<Frag *> children(const Frag *frag, const char *key);
+    /// The assignment that gave the node its value or, of a record, that named it or something in it first. Null if
+    /// none did.
+    const conf_line *origin(const Frag *frag) const;
+    /// Its line, 0 for none.
+    long line_of(const Frag *frag) const { return origin(frag) ? origin(frag)->line : 0; }
+};
+
+/// The attribute bits of a node of a configuration; what stands above them is the number of its line from 1, 0 for
+/// none.
+inline long bits_of(const Frag *frag) { return frag->attr & 15; }
+/// A node's name in clear, whatever its length, without a prefix; and with the one that it shows.
+std::string clear_name(const Frag *frag);
+std::string shown_name(const Frag *frag);
+/// A stored name or key with its escapes decoded.
+std::string decoded_name(std::string_view stored);
+
+/// All nodes from `first` on and below them, siblings side by side.
+std::vector<Frag *> nodes_of(Frag *first);
+
+/// Reads the bytes as a configuration.
+std::unique_ptr<configuration> read_configuration(std::string name, file_bytes bytes, conf_layout layout);
+/// All bytes of a regular file. False if it can't be read.
+bool read_bytes(const std::string &path, std::string &bytes);
+/// The steps of `read_configuration`: the assignments by the grammar of the store, both forms, and the tree of what
+/// they say as written; then the canonical layout.
+void read_assignments(configuration &conf);
+void translate(configuration &conf);
+
+#endif

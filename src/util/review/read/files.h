@@ -1,0 +1,28 @@
+/// The files of one review, each read once, whoever asks for it.
+#ifndef REVIEW_FILES_H
+#define REVIEW_FILES_H
+
+#include "read/configuration.h"
+#include "read/netperm_table.h"
+
+#include <map>
+#include <optional>
+
+struct loaded_files {
+    /// The file's bytes, or null if it can't be read.
+    const std::string *bytes(const std::string &path);
+    /// The file as a configuration or as a table; null if it can't be read.
+    const configuration *conf(const std::string &path, conf_layout layout);
+    const netperm_table *table(const std::string &path);
+
+private:
+    struct file {
+        std::optional<file_bytes> bytes;
+        std::unique_ptr<configuration> translated, as_written;
+        std::unique_ptr<netperm_table> table;
+    };
+    std::map<std::string, file> known;
+    file &load(const std::string &path);
+};
+
+#endif

@@ -1,0 +1,106 @@
+// Netperm tables, rule by rule. A reader of its own: what the translation makes of a table is judged by it.
+#include "read/netperm_table.h"
+#include "frag_tools.h"
+#include "netperm.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr size_t READ_UNIT = 8190; // bytes of a line that are read at once
+
+void skip_blank(std::string_view &text) { text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t"))); }
+
+/// Takes a unit as a rule. The result says why it is none, or is null.
+const char *take_rule(std::string_view text, table_rule &rule) {
+    size_t colon = text.find(':');
+    if (colon == std::string_view::npos)
+        return "no colon in this line";
+    std::string_view names = text.substr(0, colon), rest = text.substr(colon + 1);
+    while (!names.empty()) {
+        std::string name(names.substr(0, names.find_first_of(" \t,")));
+        names.remove_prefix(std::min(names.size(), name.size() + 1));
+        std::replace(name.begin(), name.end(), '_', '-');
+        if (!name.empty())
+            rule.names.push_back(std::move(name));
+    }
+    rule.word = take_word(rest);
+    if (rule.word.empty())
+        return "nothing stands behind the colon";
+    rule.attribute = rule.word;
+    for (long bit : {ATTR_PERMIT, ATTR_DENY, ATTR_ABSORB})
+        if (rule.bits == 0 && has_prefix_nocase(std::string(rule.word).c_str(), attr_prefix(bit))) {
+            rule.bits = bit;
+            rule.attribute.remove_prefix(strlen(attr_prefix(bit)));
+        }
+    rule.attribute = rule.attribute.substr(0, rule.attribute.find('='));
+    rule.text = rest.substr(rest.empty() ? 0 : 1);
+    return rule.names.empty() ? "no name stands in front of the colon" : nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes bytes) {
+    auto table = std::make_unique<netperm_table>(netperm_table{std::move(name), std::move(bytes)});
+    std::string_view left = table->bytes;
+    long line = 1, units = 0;
+    auto take_unit = [&](size_t limit) {
+        std::string_view unit = left.substr(0, std::min({left.find('\n'), left.size() - 1, limit - 1}) + 1);
+        left.remove_prefix(unit.size());
+        line += !unit.empty() && unit.back() == '\n';
+        return unit;
+    };
+    while (!left.empty()) {
+        table_rule rule;
+        rule.line = line;
+        rule.unit = ++units;
+        std::string_view unit = take_unit(READ_UNIT), text = unit.substr(0, unit.find('\0'));
+        size_t first = unit.find_first_not_of(" \t\r");
+        bool is_blank_unit = first >= text.size();
+        if (is_blank_unit && unit[0] != '#' && unit.back() != '\n')
+            take_unit(left.size()); // the rest of a long line goes with its blanks
+        if (unit[0] == '#' || is_blank_unit || text[first] == '\n')
+            continue;
+        if (const char *why = take_rule(text.substr(0, text.find_first_of("\r\n", first)), rule))
+            table->dropped.push_back({rule.line, why});
+        else
+            table->rules.push_back(std::move(rule));
+    }
+    return table;
+}
+
+bool is_no_proxy(std::string_view name) {
+    return name.substr(0, 7) == "policy-" || name == "global" || name == "alerts";
+}
+
+bool is_removed_proxy(std::string_view name) {
+    const char *const *removed = del_netperm_proxies;
+    while (*removed && name != *removed)
+        removed++;
+    return *removed && !is_no_proxy(name);
+}
+
+std::string_view take_word(std::string_view &text) {
+    skip_blank(text);
+    std::string_view word = text.substr(0, text.find_first_of(" \t"));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+rule_hosts split_hosts(std::string_view text) {
+    rule_hosts split;
+    skip_blank(text);
+    for (std::string_view marker : {"%-permit%", "%-deny%"})
+        if (split.marker.empty() && text.substr(0, marker.size()) == marker)
+            split.marker = text.substr(0, marker.size());
+    text.remove_prefix(split.marker.size());
+    do {
+        std::string_view host = text.substr(0, text.find_first_of(" \t"));
+        text.remove_prefix(host.size());
+        split.hosts.push_back(host);
+        skip_blank(text);
+    } while (!text.empty() && text[0] != '-');
+    split.tail = text;
+    return split;
+}

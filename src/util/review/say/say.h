@@ -1,0 +1,113 @@
+/// The program's commands, and their answer in words: the tables of names, the text, the data and the page.
+#ifndef REVIEW_SAY_H
+#define REVIEW_SAY_H
+
+#include "access/access.h"
+#include "read/files.h"
+#include "review.h"
+#include "run/upgrade_command.h"
+
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+
+using json = nlohmann::ordered_json;
+
+/// How much a finding matters: all is not what it should be, somebody has to decide, it is a normal step to know of.
+enum class grade { wrong, decide, know, none };
+
+/// The names of findings, worst first, with what one and many of them are called in the verdict; ends with a null.
+extern const struct finding_row {
+    const char *id;
+    grade weight;
+    const char *one, *many;
+} finding_names[];
+/// The names of what is to be done, with the headings of the sheet; ends with a null.
+extern const struct todo_row { const char *id, *heading; } todo_names[];
+/// The row of a name, that of the null for one that is not in the table.
+template <typename row_type> const row_type *find_row(const row_type *row, const std::string &id) {
+    while (row->id && id != row->id)
+        row++;
+    return row;
+}
+
+/// The word of an enumeration's value.
+template <typename enumeration> const char *word(enumeration value);
+
+/// One question with its answer, and all that the answer was made of.
+struct review_session {
+    std::string proxy; ///< only this one is compared; empty for all
+    std::function<void(const std::string &what)> progress = [](const std::string &) {}; ///< told of each step
+    loaded_files files;
+    std::unique_ptr<configuration> own;    ///< what the upgrade writes, in a layout that a reader takes back
+    const configuration *result = nullptr; ///< what is looked at as the result
+    access_side before, after;
+    review_data data;
+};
+
+/// An upgrade, before or after it was made. With a `file`, what would be another without that line of it.
+void review_upgrade(const upgrade_command &command, const std::string &file, long line, review_session &session);
+/// Why a host gets its answer from a configuration and, if `table` is not empty, from a netperm table.
+void explain_host(const std::string &conf, const std::string &table, const std::string &host, review_session &session);
+/// Two configurations by meaning, and who gets through.
+void review_diff(const std::string &before, const std::string &after, review_session &session);
+/// What hangs in the air in one configuration.
+void review_check(const std::string &path, review_session &session);
+
+/// What is to be shown.
+struct say_options {
+    bool all = false;              ///< every line, kept ones too, and every origin; what follows from a cause, too
+    bool lines = false;            ///< groups of lines, not counts alone
+    bool quiet = false;            ///< the verdict alone
+    std::vector<std::string> only; ///< names of findings, and of what is to be done with `todo.` in front; or empty
+    unsigned width = 0;            ///< of the terminal, 0 where lines are not wrapped
+    std::string title, subject;    ///< the page's heading
+};
+
+/// Sums up answers that `--json` wrote, one that can't be read as trouble: the text, the data and, if `html` names a
+/// file for it, a page that leads to those that lie beside the answers. The result is the exit status.
+int sum_up_fleet(const std::vector<std::string> &answers, const std::string &html, std::string &text, std::string &data,
+                 std::string &page);
+
+/// True if `only` can name it: a finding, `todo`, or a kind of what is to be done such as `todo.off`.
+bool is_told_name(const std::string &name);
+/// Puts the findings in the order in which they are told, and finds the exit status.
+void finish_answer(review_data &data);
+grade grade_of(const review_data &data, const finding &told);
+grade worst_grade(const review_data &data);
+/// A sentence for the whole: what a reader has to know if he reads nothing else.
+std::string verdict_sentence(const review_data &data);
+/// "1 rule", "3 rules"; "old.conf:12", or the file alone.
+std::string counted(size_t number, const char *one, const char *many);
+std::string place_text(const std::string &file, long line);
+/// What a finding says, without its place and its advice.
+std::string finding_text(const finding &told);
+
+/// Lines of one input with one fate, reason and winner, in rising order.
+using line_group = std::vector<const line_fate *>;
+/// All lines in groups, the worst fate first, then by file and reason.
+std::vector<line_group> group_lines(const review_data &data);
+/// Where a line went, such as "by init.conf:12: the same service"; of a group what all of it have in common.
+std::string line_reason(const review_data &data, const line_group &group);
+/// How many lines had which fate: "12 kept, 3 reshaped".
+std::string fate_counts(const review_data &data);
+/// The name of the file that the upgrade writes.
+std::string result_name(const review_data &data);
+
+/// The text with all that is no character, or is not seen, as an escape.
+std::string shown(std::string_view text);
+std::string report_text(const review_data &data, const say_options &options);
+/// The answer as data, but for its lines and their origins; and all of it as text.
+json answer_object(const review_data &data);
+std::string report_json(const review_data &data);
+/// One value as text; bytes that are no UTF-8 become the replacement character.
+std::string dumped(const json &value, int indent);
+std::string report_page(review_session &session, const say_options &options);
+/// The page as it is built into the program, with its style and script.
+extern const char page_template[];
+/// The built-in page filled with the values, who made it, and when. In it `{{name}}` is the value, escaped;
+/// `{{#name}}` up to `{{/name}}` stands once for each element of a list, or once if the value is there and is neither
+/// false nor empty; `{{^name}}` if it is not. Names are looked up from the inmost section outwards, `.` is the element
+/// itself. There is no raw form.
+std::string render_page(json values);
+
+#endif
