@@ -81,7 +81,7 @@ std::string lacking_options(const option_set &was, const option_set &is) {
         if (found == is.end() && name[0] == '-' && value == "*")
             lacking.push_back("without " + name);
         else if (found == is.end() || found->second != value)
-            lacking.push_back(name + " = " + value + ", " + (found == is.end() ? "none" : found->second) + " now");
+            lacking.push_back(fmt::format("{} = {}, {} now", name, value, found == is.end() ? "none" : found->second));
     }
     std::string more = lacking.size() > most ? fmt::format(" and {} more", lacking.size() - most) : "";
     lacking.resize(std::min(lacking.size(), most));

@@ -261,7 +261,7 @@ void check_places(const upgrade_command &command, loaded_files &files, review_da
     if (old && init && same_file(old->name, init->name)) {
         advise(data, "command-line", {}, "name the new release's environment by the second -m",
                "{} is named as the old configuration and as the initial environment", old->name);
-    } else if (is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
+    } else if (old && init && is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
         advise(data, "command-line", {}, "put the old configuration's -m first",
                "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
                old->name, unversioned ? "no version_firewall" : was, init->name, is)

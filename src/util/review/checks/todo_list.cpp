@@ -226,7 +226,7 @@ struct list_maker {
             if (at->parent != entry && is_named(at->parent, "config-sets"))
                 return clear_name(at) + ": " + attr_prefix(node->attr) + name;
             if (at->parent != entry || !is_named(at, "parm"))
-                name = clear_name(at) + (name.empty() ? "" : "_") + name;
+                name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
         }
         return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : attr_prefix(node->attr) + name;
     }
@@ -247,11 +247,11 @@ struct list_maker {
             if (entry && fresh)
                 order.push_back(entry);
             const Frag *part = at_depth(node, 2);
-            if (part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
+            if (node && family && part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
                 at->second.emplace_back(
                     "proxy",
                     format("{}, config set {}", node->value ? node->value : "none that is known", clear_name(node)));
-            else if (entry && node != entry && line.role == line_role::setting &&
+            else if (node && entry && node != entry && line.role == line_role::setting &&
                      !is_named(node->parent, "config-sets") && (node->parent != entry || !is_named(node, "name")))
                 at->second.emplace_back(label_of(node, entry), value_of(node));
         }

@@ -223,7 +223,8 @@ void line_placer::place(size_t number) {
         if (!into || result.valued.count(into) != 0)
             into = frag;
     }
-    bool found = same || turned ? place_at(number, same ? same : turned, !same) : place_by_number(number);
+    const Frag *best = same ? same : turned;
+    bool found = best ? place_at(number, best, best != same) : place_by_number(number);
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && all.data.release < 40 &&
                     all.inputs[line.input].name == all.in.command.old_conf &&
                     all.inputs[line.input].conf->origin(line.said->node) == line.said;

@@ -190,7 +190,8 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
         for (const Frag *part = parameter; part; part = part->child) {
             std::string clear = decoded_name(place_keys::path(part).substr(place_keys::path(set).size() + 1));
             std::string value = part->value ? part->value : "";
-            for (const std::string &said : {clear + "=" + value, attr_revmap(clear.c_str()) + ("=" + value)})
+            for (const std::string &said :
+                 {format("{}={}", clear, value), format("{}={}", attr_revmap(clear.c_str()), value)})
                 if (words.count(said) != 0) {
                     result.stand(part, number);
                     met.insert(said);

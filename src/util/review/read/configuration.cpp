@@ -61,7 +61,7 @@ std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }
 
 // Sorts the children that are numbers, but for records that names lead to.
-static void sort_numbers(configuration &conf) {
+static void sort_numbers(const configuration &conf) {
     Frag *sorted = nullptr;
     for (Frag *frag : nodes_of(conf.tree)) {
         Frag *parent = frag->parent, *top = parent ? parent->parent : nullptr;

@@ -141,7 +141,8 @@ struct translator {
             if (!conf.origin(at))
                 copy_origin(at, set);
         }
-        pushfrag(&at->child, set, at);
+        if (at)
+            pushfrag(&at->child, set, at);
     }
 
     // A policy's parameters keep their names whole. An entry has the name of the first proxy that owns a config set of

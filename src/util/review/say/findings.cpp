@@ -129,9 +129,10 @@ std::string verdict_sentence(const review_data &data) {
             parts.push_back(counted(count, row->one, row->many));
         if (weight == grade::decide && !data.todo.empty())
             parts.push_back(counted(data.todo.size(), "thing to do", "things to do"));
+        if (parts.empty())
+            continue;
         const char *heads[] = {data.status == 2 ? "Trouble" : "Wrong", "To decide", "To know"};
-        if (!parts.empty())
-            text += format("{}: {}. ", heads[static_cast<size_t>(weight)], fmt::join(parts, ", "));
+        text += format("{}: {}. ", heads[static_cast<size_t>(weight)], fmt::join(parts, ", "));
     }
     text = text.empty() ? "Nothing to look at. " : text;
     bool is_whole = !data.command.empty() && data.result == written::same;
@@ -146,6 +147,7 @@ std::vector<line_group> group_lines(const review_data &data) {
         groups[{-static_cast<int>(line.became), line.file, by, is_tried, line.reason}].push_back(&line);
     }
     std::vector<line_group> sorted;
+    sorted.reserve(groups.size());
     for (auto &[key, group] : groups)
         sorted.push_back(std::move(group));
     return sorted;

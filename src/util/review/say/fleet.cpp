@@ -32,7 +32,7 @@ grade grade_of(const json &firewall) {
 // What is told of a firewall. An answer that can't be read is trouble for it alone.
 json firewall_of(const std::string &answer, const fs::path &folder) {
     fs::path path(answer), page = fs::path(answer).replace_extension(".html");
-    auto skip_lines = [](int depth, json::parse_event_t event, json &parsed) {
+    auto skip_lines = [](int depth, json::parse_event_t event, const json &parsed) {
         return depth != 1 || event != json::parse_event_t::key || (parsed != "lines" && parsed != "origins");
     };
     bool is_folder = path.has_parent_path() && path.stem() == "review"; // a folder a firewall

@@ -96,7 +96,7 @@ int answer(own_options &own, const std::string &command, const std::vector<std::
     } else {
         std::string place = command == "line" ? words[0] : "";
         size_t colon = place.rfind(':');
-        long line = colon == place.npos ? 0 : atol(place.c_str() + colon + 1);
+        long line = colon == place.npos ? 0 : strtol(place.c_str() + colon + 1, nullptr, 10);
         if (command == "line" && line < 1)
             return refuse(place + " is no place: FILE:N is one");
         upgrade_command upgrade = parse_upgrade_command(upgrade_words);

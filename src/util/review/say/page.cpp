@@ -93,8 +93,8 @@ json line_values(review_session &session) {
     }
     std::map<origin, std::pair<size_t, json>> made;
     for (const line_origin &each : data.origins)
-        if (auto &[count, rows] = made[each.from]; each.from != origin::input && count++ < ROW_LIMIT)
-            rows.push_back(row_of(result_name(data), true, each.line, ""));
+        if (each.from != origin::input && made[each.from].first++ < ROW_LIMIT)
+            made[each.from].second.push_back(row_of(result_name(data), true, each.line, ""));
     for (auto &[from, list] : made)
         if (list.first)
             groups.push_back({{"name", format("from {}", from == origin::nowhere ? "" : "the ") + word(from)},

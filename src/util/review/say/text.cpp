@@ -42,7 +42,8 @@ struct report {
 void write_findings(report &out) {
     bool folds = !out.options.all && out.options.only.empty();
     const std::vector<finding> &findings = out.data.findings;
-    auto folded = std::count_if(findings.begin(), findings.end(), [=](auto &told) { return folds && told.follows; });
+    auto folded =
+        std::count_if(findings.begin(), findings.end(), [=](const auto &told) { return folds && told.follows; });
     for (const finding &told : findings) {
         if (folded && !told.leads) {
             out.line(format("    {} more follow{} from this; --all lists them", folded, folded == 1 ? "s" : ""));
