@@ -214,7 +214,9 @@ struct translator {
         std::unordered_map<const Frag *, Frag *> folded;
         for (const char *location : {"Inside", "Outside", "Service"}) {
             Frag *list = known.find(location), *elements = list ? ffind(&list->child, "element") : nullptr;
-            name_index numbers = list ? name_index(&list->child, "element") : name_index();
+            if (!elements)
+                continue;
+            name_index numbers(&list->child, "element");
             int next = 1 + static_cast<int>(numbers.count);
             for (Frag *element : children(elements)) {
                 std::string interface = configuration::value(element, "interface").c_str();
