@@ -84,11 +84,11 @@ static vector<string> differences(const configuration &conf, Frag *expected_tree
     return different;
 }
 
-static Frag *imported(const string &content) {
+static Frag *imported(const string &content, int mode = 0) {
     string path = std::filesystem::temp_directory_path() / ("configuration-" + std::to_string(getpid()));
     std::ofstream(path, std::ios::binary) << content;
     Frag *tree = nullptr;
-    importffile(path.c_str(), &tree, 0);
+    importffile(path.c_str(), &tree, mode);
     std::filesystem::remove(path);
     return tree;
 }
@@ -103,9 +103,11 @@ TEST(configuration_property, any_bytes_are_read_as_the_store_reads_them) {
         for (unsigned count = below(50); count > 0; count--)
             content += below(4) ? string(1, bytes[below(round % 2 ? 18 : 13)]) : any_of(parts);
         content += "\n\n=1\n";
-        auto conf = read_configuration("c", content, conf_layout::as_written);
         bool has_broken_keys = content.find('[') != string::npos; // whose nodes mean nothing
-        ASSERT_EQ(differences(*conf, imported(content), has_broken_keys), vector<string>()) << content;
+        for (auto [layout, mode] : {std::pair(conf_layout::as_written, 0), {conf_layout::merged, 1}}) {
+            auto conf = read_configuration("c", content, layout);
+            ASSERT_EQ(differences(*conf, imported(content, mode), has_broken_keys), vector<string>()) << content;
+        }
     }
     auto conf = read_configuration("c", string("\n \na_b=1\nfoo\nbar=2\n[s]\nx=1\\\n 2\n"), conf_layout::as_written);
     vector<long> lines;

@@ -39,10 +39,9 @@ void collect_inputs(accounting &all) {
         input.imported = input.imported || is_import;
         input.import_step = is_import ? i : input.import_step;
         input.last_step = i;
-        // A numbered file that is merged enters under its numbers; only an import translates it.
-        input.conf = is_table ? nullptr : all.in.files.conf(step.argument, conf_layout::translated);
-        if (input.conf && input.conf->numbered && !input.imported)
-            input.conf = all.in.files.conf(step.argument, conf_layout::as_written);
+        // Only an import translates a file.
+        conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
+        input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
         if (known != all.inputs.end())
             *known = input;
         else if (input.table || input.conf)

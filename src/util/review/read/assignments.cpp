@@ -16,6 +16,8 @@ bool is_space(char byte) { return is_blank(byte) || byte == '\r' || byte == '\n'
 
 struct line_reader {
     configuration &conf;
+    bool merged;        // a value stays unless its node is new
+    bool keep = merged; // of the node that is read
     std::string_view bytes = conf.bytes;
     list_indexes indexes{};
     size_t at = 0;
@@ -89,8 +91,10 @@ struct line_reader {
     // Goes to the node of the component; every flat line sets the bits of all that its key names.
     void go_down() {
         node = indexes.find_or_make(node ? &node->child : conf.db(), name, node);
-        if (node->attr >> 4 == 0)
+        if (node->attr >> 4 == 0) {
+            keep = false;
             set_origin();
+        }
         if (!sections)
             node->attr = (node->attr & ~15L) | name_bits;
     }
@@ -143,10 +147,11 @@ struct line_reader {
     void set_value() {
         Frag *section = node;
         go_down();
-        if (!node->value || !value.empty()) {
-            setvalue(node, value);
+        if (!node->value || (!keep && !value.empty())) {
+            setvalue(node, keep ? "" : value);
             set_origin();
         }
+        keep = merged;
         current.node = node;
         conf.lines.push_back(current);
         node = section;
@@ -167,4 +172,6 @@ struct line_reader {
 
 } // namespace
 
-void read_assignments(configuration &conf) { line_reader{conf}.read(); }
+void read_assignments(configuration &conf, conf_layout layout) {
+    line_reader{conf, layout == conf_layout::merged}.read();
+}

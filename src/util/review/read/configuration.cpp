@@ -75,7 +75,7 @@ static void sort_numbers(const configuration &conf) {
 
 std::unique_ptr<configuration> read_configuration(std::string name, file_bytes bytes, conf_layout layout) {
     auto made = std::make_unique<configuration>(std::move(name), std::move(bytes));
-    read_assignments(*made);
+    read_assignments(*made, layout);
     if (layout == conf_layout::translated)
         translate(*made);
     sort_numbers(*made);

@@ -42,8 +42,9 @@ struct file_bytes {
     std::string_view text;
 };
 
-/// How a file is looked at: `as_written` where its keys enter a database without translation.
-enum class conf_layout { translated, as_written };
+/// How a file is looked at: `as_written` where its keys enter a database without translation, `merged` where what is
+/// there stays, too: of the lines of one key the first counts, and else the last.
+enum class conf_layout { translated, as_written, merged };
 
 /// One configuration. Its nodes stay where they are as long as it lives.
 struct configuration {
@@ -96,7 +97,7 @@ std::unique_ptr<configuration> read_configuration(std::string name, file_bytes b
 bool read_bytes(const std::string &path, std::string &bytes);
 /// The steps of `read_configuration`: the assignments by the grammar of the store, both forms, and the tree of what
 /// they say as written; then the canonical layout.
-void read_assignments(configuration &conf);
+void read_assignments(configuration &conf, conf_layout layout);
 void translate(configuration &conf);
 
 #endif

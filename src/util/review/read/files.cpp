@@ -29,7 +29,9 @@ const std::string *loaded_files::bytes(const std::string &path) {
 
 const configuration *loaded_files::conf(const std::string &path, conf_layout layout) {
     file &loaded = load(path);
-    auto &made = layout == conf_layout::translated ? loaded.translated : loaded.as_written;
+    auto &made = layout == conf_layout::translated   ? loaded.translated
+                 : layout == conf_layout::as_written ? loaded.as_written
+                                                     : loaded.merged;
     if (loaded.bytes && !made)
         made = read_configuration(path, *loaded.bytes, layout);
     return made.get();

@@ -18,7 +18,7 @@ struct loaded_files {
 private:
     struct file {
         std::optional<file_bytes> bytes;
-        std::unique_ptr<configuration> translated, as_written;
+        std::unique_ptr<configuration> translated, as_written, merged;
         std::unique_ptr<netperm_table> table;
     };
     std::map<std::string, file> known;
