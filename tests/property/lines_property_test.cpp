@@ -190,3 +190,21 @@ TEST(lines_property, what_is_said_of_lines_is_true) {
                 ADD_FAILURE() << told.id << " " << told.at.file << ":" << told.at.line << " " << told.text;
     }
 }
+
+// A field twice in a file that is imported and in one that is merged, an address twice in a list, a client that moves.
+TEST(lines_property, what_is_repeated_is_not_lost) {
+    upgrade_case made;
+    made.files["c1"] = "version_firewall=4.1\ndef_proxy_x_a=1\nnetobj_list_L_element_5_addr=b\n"
+                       "netobj_list_L_element_5_netmask=1\nnetobj_group_fw-admin_member_1_name=L\n";
+    made.files["c2"] = "map_1_src=*\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\n";
+    made.files["c3"] = "map_1_src=a\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\n"
+                       "netobj_list_L_element_10_addr=b\nnetobj_list_L_element_10_netmask=1\n";
+    for (const char *version : {"-V50", "-V41"}) {
+        made.data = {};
+        made.run(version, {"-m", "c1", "-e", "c2", "-m", "c3"});
+        expect_accounted(made);
+        for (const finding &told : made.data.findings)
+            ADD_FAILURE() << version << " " << told.id << " " << told.at.file << ":" << told.at.line << " "
+                          << told.text;
+    }
+}

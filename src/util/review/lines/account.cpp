@@ -52,7 +52,7 @@ void collect_inputs(accounting &all) {
 void collect_input(accounting &all, uint32_t number, bool &has_login) {
     const configuration *conf = all.inputs[number].conf;
     const netperm_table *table = all.inputs[number].table;
-    std::unique_ptr<place_keys> keys = conf ? std::make_unique<place_keys>(*conf) : nullptr;
+    place_keys *keys = conf ? (all.inputs[number].keys = std::make_shared<place_keys>(*conf)).get() : nullptr;
     std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
     size_t next = 0; // assignment or rule
     long behind = 0; // the last assignment's end

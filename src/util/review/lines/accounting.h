@@ -14,6 +14,7 @@ struct account_input {
     size_t step = 0;                     ///< of the command, its first
     const configuration *conf = nullptr; ///< null for a table
     const netperm_table *table = nullptr;
+    std::shared_ptr<place_keys> keys{};    ///< of a configuration
     bool imported = false;                 ///< by -e
     size_t import_step = 0, last_step = 0; ///< its import, and the last step of all that name it
     bool unread = false;                   ///< the upgrade passes it over

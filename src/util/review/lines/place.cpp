@@ -13,6 +13,12 @@ std::string_view value_of(const Frag *frag) {
     return frag->value ? std::string_view(frag->value, static_cast<size_t>(frag->vlen)) : std::string_view();
 }
 
+/// Where a line stands, and whether with another prefix.
+struct spot {
+    const Frag *frag = nullptr;
+    bool is_turned = false;
+};
+
 /// Places a line by the key of what it says.
 struct line_placer {
     accounting &all;
@@ -20,6 +26,8 @@ struct line_placer {
     bool own;
 
     void place(size_t number);
+    spot find(const account_line &line, const std::string &key) const;
+    spot find_free(const account_line &line) const;
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
     bool place_moved(size_t number);
@@ -202,6 +210,37 @@ bool is_renamed(const conf_line &said) {
            !is_named(said.node, "global");
 }
 
+// The node of that key that says what the line does; rather one with its prefix, and one that no other line took.
+spot line_placer::find(const account_line &line, const std::string &key) const {
+    // The owner of a config set that a policy lists is not saved with it.
+    const Frag *above = line.said->node->parent;
+    bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
+    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered);
+    const Frag *same = nullptr, *turned = nullptr;
+    for (const Frag *frag : result.at(key)) {
+        if (has_value && value_of(frag) != all.value(line))
+            continue;
+        bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
+        const Frag *&into = fits ? same : turned;
+        if (!into || result.valued.count(into) != 0)
+            into = frag;
+    }
+    return {same ? same : turned, !same};
+}
+
+// The same; the entries of a result that say the same as one of the file's can be of several files.
+spot line_placer::find_free(const account_line &line) const {
+    constexpr int MOST_TWINS = 8;
+    spot best = find(line, line.key);
+    bool is_entry = line.said->role == line_role::setting && line.key.find('#') != std::string::npos;
+    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || result.valued.count(best.frag)); later++) {
+        spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
+        if (twin.frag && (!best.frag || result.valued.count(twin.frag) == 0))
+            best = twin;
+    }
+    return best;
+}
+
 void line_placer::place(size_t number) {
     account_line &line = all.lines[number];
     line.place = nullptr;
@@ -210,21 +249,9 @@ void line_placer::place(size_t number) {
         line.candidate = own || line.candidate;
         return;
     }
-    // The owner of a config set that a policy lists is not saved with it.
-    const Frag *above = line.said->node->parent;
-    bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
-    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered);
-    const Frag *same = nullptr, *turned = nullptr;
-    for (const Frag *frag : result.at(line.key)) {
-        if (has_value && value_of(frag) != all.value(line))
-            continue;
-        bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
-        const Frag *&into = fits ? same : turned;
-        if (!into || result.valued.count(into) != 0)
-            into = frag;
-    }
-    const Frag *best = same ? same : turned;
-    bool found = best ? place_at(number, best, best != same) : place_by_number(number);
+    spot best = find_free(line);
+    bool found =
+        place_moved(number) || (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number));
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && all.data.release < 40 &&
                     all.inputs[line.input].name == all.in.command.old_conf &&
                     all.inputs[line.input].conf->origin(line.said->node) == line.said;
@@ -233,7 +260,7 @@ void line_placer::place(size_t number) {
         return;
     }
     if (!found)
-        found = place_moved(number) || place_name(number);
+        found = place_name(number);
     // A key below which others came first has no value but an empty one.
     const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
     if (bare && bare->value && bare->vlen == 0 && bare->child)

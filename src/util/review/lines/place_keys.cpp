@@ -86,23 +86,21 @@ std::string record_text(const Frag *record) {
     return all;
 }
 
-const std::string &place_keys::identity(const Frag *entry) {
-    auto known = identities.find(entry);
-    if (known != identities.end())
-        return known->second;
+std::string place_keys::identity(const Frag *entry, int later) {
     // All entries of the list at once, since equal ones are told apart by their order.
     const Frag *list = entry->parent;
     bool elements = list && is_named(list, "element"), members = list && is_named(list, "member");
     std::unordered_map<std::string, int> met;
-    for (const Frag *each = list ? list->child : entry; each; each = list ? each->next : nullptr) {
+    bool is_known = identities.count(entry) != 0;
+    for (const Frag *each = is_known ? nullptr : list ? list->child : entry; each; each = list ? each->next : nullptr) {
         std::string text = elements  ? configuration::value(each, "addr")
                            : members ? configuration::value(each, "type") + ':' + configuration::value(each, "name")
                                      : record_text(each);
-        if (int count = met[text]++)
-            text += '~' + std::to_string(count + 1);
-        identities.emplace(each, '#' + text);
+        int count = met[text]++;
+        identities.emplace(each, std::pair('#' + std::move(text), count));
     }
-    return identities[entry];
+    auto [text, count] = identities[entry];
+    return count + later != 0 ? text + '~' + std::to_string(count + later + 1) : text;
 }
 
 // An alias is saved in the list of its interface, whose name ends at a `:`.
@@ -113,7 +111,7 @@ std::string place_keys::list_name(const Frag *list, const Frag *element) const {
     return storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
 }
 
-place_keys::key_of place_keys::find(const Frag *frag) {
+place_keys::key_of place_keys::find(const Frag *frag, int later) {
     key_of made;
     std::vector<const Frag *> way = way_to(frag);
     const family_row *family = family_of(way);
@@ -131,7 +129,7 @@ place_keys::key_of place_keys::find(const Frag *frag) {
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || is_named(way[0], "pfedit") ||
                     (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {
-            made.key += identity(way[i]);
+            made.key += identity(way[i], later);
         } else if (in_policy && i == 3 && is_named(way[2], "parm")) {
             take_policy_parameter(way, made);
             break;

@@ -19,16 +19,17 @@ struct place_keys {
         long record_bits = 0; ///< of those that are
         bool named = false;   ///< the bits stand in the name, as those of a policy's parameter do
     };
-    /// The key of a node.
-    key_of find(const Frag *frag);
+    /// The key of a node; with `later` that of an equal entry so many further on in its list.
+    key_of find(const Frag *frag, int later = 0);
     /// Its plain path without prefixes, as `ffind` takes it.
     static std::string path(const Frag *frag);
 
 private:
     const configuration &conf;
-    std::unordered_map<const Frag *, std::string> identities; ///< of numbered entries
+    /// Of numbered entries what they say, and how many of their list that say it stand in front.
+    std::unordered_map<const Frag *, std::pair<std::string, int>> identities;
 
-    const std::string &identity(const Frag *entry);
+    std::string identity(const Frag *entry, int later);
     std::string list_name(const Frag *list, const Frag *element) const;
 };
 
