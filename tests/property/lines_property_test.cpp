@@ -191,20 +191,30 @@ TEST(lines_property, what_is_said_of_lines_is_true) {
     }
 }
 
-// A field twice in a file that is imported and in one that is merged, an address twice in a list, a client that moves.
-TEST(lines_property, what_is_repeated_is_not_lost) {
-    upgrade_case made;
-    made.files["c1"] = "version_firewall=4.1\ndef_proxy_x_a=1\nnetobj_list_L_element_5_addr=b\n"
-                       "netobj_list_L_element_5_netmask=1\nnetobj_group_fw-admin_member_1_name=L\n";
-    made.files["c2"] = "map_1_src=*\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\n";
-    made.files["c3"] = "map_1_src=a\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\n"
-                       "netobj_list_L_element_10_addr=b\nnetobj_list_L_element_10_netmask=1\n";
-    for (const char *version : {"-V50", "-V41"}) {
-        made.data = {};
-        made.run(version, {"-m", "c1", "-e", "c2", "-m", "c3"});
-        expect_accounted(made);
-        for (const finding &told : made.data.findings)
-            ADD_FAILURE() << version << " " << told.id << " " << told.at.file << ":" << told.at.line << " "
-                          << told.text;
-    }
+// A field twice in a file, an address twice in a list, a client that moves; rules that say nothing; maps that are the
+// same to a merge, and a count that is a map to it.
+TEST(lines_property, what_others_say_too_is_not_lost) {
+    const vector<string> texts[] = {
+        {"version_firewall=4.1\ndef_proxy_x_a=1\nnetobj_list_L_element_5_addr=b\nnetobj_list_L_element_5_netmask=1\n"
+         "netobj_group_fw-admin_member_1_name=L\n",
+         "map_1_src=*\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\n",
+         "map_1_src=a\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\nnetobj_list_L_element_10_addr=b\n"
+         "netobj_list_L_element_10_netmask=1\n"},
+        {"version_firewall=4.1\ndef_proxy_x_a=1\npfedit_fwd_rule2=a+b\n",
+         "def_num_proxies=0\npfedit_fwd_rule2=a+b\npfedit_lcl_rule1=+\n", ""},
+        {"version_firewall=4.1\ndef_proxy_x_a=1\nmap_2_pd=D\nmap_2_src=b\n", "",
+         "map_7_src=a\nmap_7_pd=P\nmap_3_src=a\nmap_3_pd=P\nmap_3_proxy=x\nmap_num_entries=2\nmap_9_pd=D\n"}};
+    for (const vector<string> &files : texts)
+        for (const char *version : {"-V50", "-V41"}) {
+            upgrade_case made;
+            for (size_t i = 0; i < 3; i++)
+                made.files["c" + std::to_string(i)] = files[i];
+            vector<string> shape = {"-m", "c0", "-e", "c1", "-m", "c2"};
+            if (files[1].empty())
+                shape.erase(shape.begin() + 2, shape.begin() + 4);
+            made.run(version, shape);
+            expect_accounted(made);
+            for (const finding &told : made.data.findings)
+                ADD_FAILURE() << version << " " << told.id << " " << told.at.file << " " << told.text;
+        }
 }

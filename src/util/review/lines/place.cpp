@@ -238,6 +238,10 @@ spot line_placer::find_free(const account_line &line) const {
         if (twin.frag && (!best.frag || result.valued.count(twin.frag) == 0))
             best = twin;
     }
+    // A merge numbers the count of maps like a map.
+    if (!best.frag && has_prefix(line.key.c_str(), "map_num"))
+        best = find(line, "map_#" + record_text(at_depth(line.said->node, 1)) +
+                              line.key.substr(std::min(line.key.find('_', strlen("map_")), line.key.size())));
     return best;
 }
 

@@ -40,6 +40,7 @@ const struct {
     {"version_firewall", NOT_55, "the release is stamped anew"},
     {"version_upgraded", NOT_55, "the release is stamped anew"},
     {"version_moatwall.conf", ALWAYS, "the layout is stamped anew"},
+    {"map", ALWAYS, "maps together have no value"},
     {"network_loginok", ALWAYS, "it is made into states before saving"},
     {"def_proxy_svcgrd-*_state", LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", ALWAYS, "the proxy for all is saved as *"},
@@ -79,9 +80,10 @@ struct reason_finder {
     accounting &all;
     result_places &own;
     size_t last_import = 0; ///< behind the last -e; 0 without one
-    /// The first line of maps by their decision, by this and the source, and with the proxy, too; and of those that
-    /// lack the next of these.
-    std::unordered_map<std::string, size_t> maps{}, bare_maps{};
+    /// A line of the first two maps by their decision, by this and the source, and with the proxy, too; and of those
+    /// that lack the next of these.
+    std::unordered_map<std::string, std::vector<size_t>> maps{}, bare_maps{};
+    std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     void prepare();
     unsigned conditions(const account_line &line) const;
@@ -92,11 +94,16 @@ struct reason_finder {
     bool may_win(size_t winner, const account_line &line) const;
 };
 
+// A count is a map to a merge, too, and one without a decision.
+bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
+
+const Frag *map_of(const account_line &line) { return at_depth(line.said->node, 1); }
+
 // What decides whether two maps are the same, one more value each time, up to the first that is missing.
 std::vector<std::string> map_texts(const account_line &line) {
     std::vector<std::string> texts = {""};
     for (const char *field : {"pd", "src", "proxy"}) {
-        std::string value = configuration::value(at_depth(line.said->node, 1), field);
+        std::string value = configuration::value(map_of(line), field);
         if (value.empty())
             break;
         texts.push_back(texts.back() + value + '\n');
@@ -110,12 +117,18 @@ void reason_finder::prepare() {
             last_import = i + 1;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
-        if (begins(line.key, "map_#") && !(conditions(line) & REMOVED)) {
+        if (line.said && all.inputs[line.input].imported && !line.said->value.empty())
+            imported.insert_or_assign(line.said->key, i);
+        if (is_map_line(line) && !(conditions(line) & REMOVED)) {
+            auto note = [&](std::vector<size_t> &known) {
+                if (known.empty() || (known.size() == 1 && map_of(all.lines[known[0]]) != map_of(line)))
+                    known.push_back(i);
+            };
             std::vector<std::string> texts = map_texts(line);
             for (const std::string &text : texts)
-                maps.emplace(text, i);
+                note(maps[text]);
             if (texts.size() < 4)
-                bare_maps.emplace(texts.back(), i);
+                note(bare_maps[texts.back()]);
         }
     }
 }
@@ -175,6 +188,8 @@ const char *reason_finder::conf_reason(const account_line &line) const {
             if (key.substr(3) == name && (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX"))
                 return "without an address there is no element for it";
         }
+    if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
+        return "a filter rule without fields is not saved";
     if (line.said->role == line_role::count)
         return "counts are made anew";
     if (line.said->role == line_role::dropped)
@@ -194,9 +209,12 @@ const char *reason_finder::conf_reason(const account_line &line) const {
 // Why a line can't stand in the result, though it does; empty if it can.
 const char *reason_finder::taken_away(const account_line &line) const {
     unsigned holds = conditions(line);
-    for (const auto &row : reason_rows)
-        if (row.when == REMOVED && (holds & REMOVED) && !begins(row.key, "proxy_") && covers(row.key, line.key))
+    for (const auto &row : reason_rows) {
+        // Services stay, and config sets that no count tells to be some.
+        bool may_stay = begins(row.key, "proxy_") || begins(row.key, "cust_proxy_");
+        if (row.when == REMOVED && (holds & REMOVED) && !may_stay && covers(row.key, line.key))
             return row.reason;
+    }
     for (const auto &row : gone_rows)
         for (const char *const *name = row.keys; row.when != TABLES && (holds & row.when) && *name; name++)
             if (begins(line.key + "_", std::string(row.above) + *name + "_"))
@@ -213,11 +231,15 @@ size_t reason_finder::winner(const account_line &line) const {
         return NO_LINE;
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
-    bool is_map = begins(line.key, "map_#");
+    bool is_map = is_map_line(line);
     if (!frag && !is_map && line.key.find('#') != std::string::npos)
         frag = own.conf.find(place_keys::path(line.said->node).c_str());
     if (frag)
         return own.line_at(frag);
+    // Whatever an import makes of a key, it is no longer what another file said by it.
+    if (auto there = imported.find(line.said->key); there != imported.end())
+        if (const account_line &by = all.lines[there->second]; by.input != line.input && may_win(there->second, line))
+            return there->second;
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
@@ -227,10 +249,11 @@ size_t reason_finder::winner(const account_line &line) const {
         return NO_LINE;
     std::vector<std::string> texts = map_texts(line);
     size_t first = NO_LINE;
-    auto look = [&](const std::unordered_map<std::string, size_t> &known, const std::string &like) {
+    auto look = [&](const std::unordered_map<std::string, std::vector<size_t>> &known, const std::string &like) {
         auto found = known.find(like);
-        if (found != known.end() && at_depth(all.lines[found->second].said->node, 1) != at_depth(line.said->node, 1))
-            first = std::min(first, found->second);
+        for (size_t other : found == known.end() ? std::vector<size_t>() : found->second)
+            if (map_of(all.lines[other]) != map_of(line))
+                first = std::min(first, other);
     };
     look(maps, texts.back());
     for (const std::string &text : texts)
