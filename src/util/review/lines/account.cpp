@@ -158,12 +158,12 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i, has_login);
     bool is_own = inputs.result.bytes == inputs.own_bytes;
-    result_places installed(inputs.result);
+    result_places installed(inputs.result, true);
     std::unique_ptr<configuration> own_conf;
     std::unique_ptr<result_places> own;
     if (!is_own) {
         own_conf = read_configuration(inputs.result.name, inputs.own_bytes, conf_layout::translated);
-        own = std::make_unique<result_places>(*own_conf);
+        own = std::make_unique<result_places>(*own_conf, false);
     }
     result_places &written = is_own ? installed : *own;
     place_conf_lines(all, written, true);

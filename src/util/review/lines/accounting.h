@@ -41,6 +41,7 @@ struct account_line {
 /// A result in which lines are looked for.
 struct result_places {
     const configuration &conf;
+    bool installed; ///< it is the one that is reviewed, and what it lacks is told
     place_keys keys;
     std::unordered_multimap<size_t, const Frag *> index;    ///< by the hashes of place keys
     std::unordered_map<const Frag *, size_t> valued, named; ///< the line that gives a node its value, or its name
@@ -50,7 +51,7 @@ struct result_places {
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
-    explicit result_places(const configuration &result);
+    result_places(const configuration &result, bool is_installed);
     void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
     /// The nodes of that place key.
     std::vector<const Frag *> at(const std::string &key);

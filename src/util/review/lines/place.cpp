@@ -146,7 +146,7 @@ bool line_placer::place_words(size_t number, const char *list) {
     line.became = fate::reshaped;
     line.reason = std::string("elements of the list ") + list;
     for (const std::string &word : missing)
-        if (!own || result.conf.bytes == all.in.result.bytes)
+        if (result.installed)
             tell(all.data, "lost", word + " of " + std::string(line.said->key) + " is no element of " + list,
                  all.inputs[line.input].name, line.line);
     return true;
@@ -275,7 +275,8 @@ void line_placer::place(size_t number) {
 
 } // namespace
 
-result_places::result_places(const configuration &result) : conf(result), keys(result) {
+result_places::result_places(const configuration &result, bool is_installed)
+    : conf(result), installed(is_installed), keys(result) {
     std::vector<const Frag *> pending;
     if (result.tree)
         pending.push_back(result.tree);

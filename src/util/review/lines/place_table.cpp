@@ -139,8 +139,7 @@ void rule_placer::find_unplaced(const std::string &proxy, const rule_partners &p
             all.covered.emplace(number, by);
         else if (const Frag *address = there ? child_of(there, "addr") : nullptr)
             note(number, address, "in a map that decides otherwise");
-        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy) &&
-                 result.conf.bytes == all.in.result.bytes)
+        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy) && result.installed)
             tell(all.data, "lost", format("{}: host {} stands nowhere in the result", proxy, rule.pattern),
                  all.inputs[all.lines[number].input].name, rule.line);
     }
@@ -164,7 +163,7 @@ void rule_placer::take_map(const access_map &map, const Frag *element, size_t nu
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     if (const Frag *desc = parm ? child_of(parm, "desc") : nullptr)
         result.stand(desc, number);
-    else if (policy && result.conf.bytes == all.in.result.bytes)
+    else if (policy && result.installed)
         tell(all.data, "lost", format("the policy {} has no description", map.policy), all.in.result.name,
              result.conf.line_of(policy));
     for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>())
@@ -198,7 +197,7 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
                 }
         }
     for (const std::string &word : words)
-        if (met.count(word) == 0 && result.conf.bytes == all.in.result.bytes)
+        if (met.count(word) == 0 && result.installed)
             tell(all.data, "lost", format("{} stands nowhere in the config set {}", word, clear_name(set)),
                  all.inputs[all.lines[number].input].name, all.lines[number].line);
 }
@@ -212,7 +211,7 @@ bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
 // Each proxy that a rule is for has what it says, but for what a proxy has no use for and what only the first gives.
 void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::unordered_set<const Frag *> &hit) {
     bool is_kept = hit.empty() || rule.attribute == "destination" || rule.attribute == "authserver" ||
-                   rule.attribute == "authenticate" || result.conf.bytes != all.in.result.bytes;
+                   rule.attribute == "authenticate" || !result.installed;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         is_kept = is_kept || rule.attribute == row->attribute;
     for (const global_word_rec *row = global_word_tab; row->word; row++)
