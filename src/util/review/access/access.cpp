@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::string_view group_source = "$$NETOBJ.";
-
 std::string_view first_word(const Frag *frag, const char *key) {
     const char *value = fval(const_cast<FragList>(&frag->child), key);
     std::string_view text = value ? value : "";
@@ -57,8 +55,8 @@ struct source_walk {
 
     /// False if the source is no object.
     bool add_source(const std::string &source) {
-        bool is_group = source.compare(0, group_source.size(), group_source) == 0;
-        std::string name = is_group ? source.substr(group_source.size()) : source;
+        std::string name = source;
+        bool is_group = take_group_mark(name);
         Frag *object = conf.record(is_group ? "netobj_group" : "netobj_list", name);
         if (is_group && object)
             add_group(object);

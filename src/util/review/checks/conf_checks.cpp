@@ -13,7 +13,6 @@ using fmt::format;
 namespace {
 
 constexpr size_t RULE_LIMIT = 126; // characters of a filter rule that a numbered save keeps
-const char GROUP_MARK[] = "$$NETOBJ.";
 
 /// One configuration under check.
 struct checking {
@@ -31,9 +30,7 @@ struct checking {
         for (const Frag *map : conf.children("map")) {
             std::string source = value_of(map, "src"), number = clear_name(map), made = value_of(map, "pd"),
                         policy = value_of(map, "policy"), proxy = value_of(map, "proxy");
-            bool is_group = has_prefix(source.c_str(), GROUP_MARK);
-            source.erase(0, is_group ? strlen(GROUP_MARK) : 0);
-            if (is_group && !conf.record("netobj_group", source))
+            if (take_group_mark(source) && !conf.record("netobj_group", source))
                 say("dangling", map, "map {} has the source {}, and there is no such group", number, source);
             if (made == "D" && proxy != "*" && !conf.record("def_proxy", proxy))
                 say("dangling", map, "map {} denies for {}, and there is no such proxy", number, proxy);

@@ -18,12 +18,6 @@ using fields = std::vector<std::pair<std::string, std::string>>;
 using strings = std::vector<std::string>;
 constexpr size_t MOST_SHOWN = 12; // addresses of one source
 
-bool is_in(const char *const *list, std::string_view word) {
-    while (*list && word != *list)
-        list++;
-    return *list != nullptr;
-}
-
 std::string map_meaning(const Frag *map) {
     return format("{} {} {} {}", value_of(map, "pd"), value_of(map, "src"), value_of(map, "proxy"),
                   value_of(map, "policy"));
@@ -53,10 +47,11 @@ struct list_maker {
         if (fresh) {
             std::string more = addresses.size() > MOST_SHOWN ? format(", {} in all", addresses.size()) : "";
             addresses.resize(std::min(addresses.size(), MOST_SHOWN));
-            known->second = source.substr(has_prefix(source.c_str(), "$$NETOBJ.") ? 9 : 0) +
-                            (bare                ? ""
+            known->second = source;
+            take_group_mark(known->second);
+            known->second += bare                ? ""
                              : addresses.empty() ? " (no addresses)"
-                                                 : format(" ({}{})", fmt::join(addresses, ", "), more));
+                                                 : format(" ({}{})", fmt::join(addresses, ", "), more);
         }
         return known->second;
     }
@@ -105,7 +100,7 @@ struct list_maker {
             const netperm_table &table = *files.table(name);
             side.add_table(table);
             for (const table_rule &rule : table.rules)
-                for (const std::string &proxy : is_in(del_plug_attrs, rule.attribute) ? rule.names : strings()) {
+                for (const std::string &proxy : is_listed(del_plug_attrs, rule.attribute) ? rule.names : strings()) {
                     std::string_view text = rule.text, was = take_word(text);
                     const Frag *now = is_no_proxy(proxy) ? nullptr : result.record("def_proxy", proxy);
                     std::string is = value_of(now, "bind-port");

@@ -12,8 +12,6 @@ using fmt::format;
 
 namespace {
 
-constexpr size_t MOST_TOLD = 100; // findings of one name
-
 void collect_inputs(accounting &all) {
     size_t merges = 0;
     for (size_t i = 0; i < all.in.command.steps.size(); i++) {

@@ -6,6 +6,7 @@
 #include "lines/place_keys.h"
 
 constexpr size_t NO_LINE = SIZE_MAX;
+constexpr size_t MOST_TOLD = 100; ///< findings of one name
 
 /// One input. Of a file that is merged and imported, too, the import counts.
 struct account_input {
@@ -81,6 +82,8 @@ struct accounting {
         return inputs[line.input].table->rules[line.rule + number];
     }
 };
+
+inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
 
 /// A key below which names stand, apart from those where values do.
 inline std::string name_key(std::string key) { return key += '\1'; }

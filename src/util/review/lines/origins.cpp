@@ -11,8 +11,6 @@ using fmt::format;
 
 namespace {
 
-constexpr size_t MOST_TOLD = 100;
-
 /// The whole of the result, line by line.
 struct origin_finder {
     accounting &all;

@@ -150,10 +150,8 @@ void rule_placer::take_map(const access_map &map, const Frag *element, size_t nu
     for (const char *field : {"pd", "src", "policy", "proxy"})
         if (const Frag *frag = child_of(map.frag, field))
             result.stand(frag, number);
-    constexpr std::string_view group_source = "$$NETOBJ.";
-    const Frag *group = map.source.compare(0, group_source.size(), group_source) == 0
-                            ? result.conf.record("netobj_group", map.source.substr(group_source.size()))
-                            : nullptr;
+    std::string source = map.source;
+    const Frag *group = take_group_mark(source) ? result.conf.record("netobj_group", source) : nullptr;
     std::string list = element ? clear_name(element->parent->parent) : "";
     for (const Frag *member : group ? configuration::children(group, "member") : std::vector<Frag *>())
         for (const Frag *field = member->child; configuration::value(member, "name") == list && field;

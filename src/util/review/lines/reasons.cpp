@@ -67,14 +67,6 @@ const struct {
     {del_netperm_proxies, "def_proxy_", TABLES, "a table takes this proxy away"},
 };
 
-bool is_listed(const char *const *list, std::string_view name) {
-    while (*list && name != *list)
-        list++;
-    return *list != nullptr;
-}
-
-bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
-
 /// What is asked of one candidate after the other.
 struct reason_finder {
     accounting &all;

@@ -8,14 +8,6 @@
 
 namespace {
 
-bool is_listed(const char *const *list, std::string_view name) {
-    while (*list && name != *list)
-        list++;
-    return *list != nullptr;
-}
-
-bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
-
 std::string rule_key(const table_rule &rule, const std::string &name) {
     return std::string(rule.attribute) + '\n' + (name[0] == '*' ? "*" : name);
 }

@@ -56,6 +56,19 @@ std::string decoded_name(std::string_view stored) {
     return clear;
 }
 
+bool take_group_mark(std::string &source) {
+    constexpr std::string_view mark = "$$NETOBJ.";
+    bool is_group = has_prefix(source.c_str(), mark);
+    source.erase(0, is_group ? mark.size() : 0);
+    return is_group;
+}
+
+bool is_listed(const char *const *list, std::string_view word) {
+    while (*list && word != *list)
+        list++;
+    return *list != nullptr;
+}
+
 std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 
 std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }

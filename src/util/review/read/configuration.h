@@ -88,6 +88,11 @@ std::string shown_name(const Frag *frag);
 /// A stored name or key with its escapes decoded.
 std::string decoded_name(std::string_view stored);
 
+/// Takes from a map's source the mark that its name is that of a group. False if it has none.
+bool take_group_mark(std::string &source);
+/// True if the word is in a list that ends in a null.
+bool is_listed(const char *const *list, std::string_view word);
+
 /// All nodes from `first` on and below them, siblings side by side.
 std::vector<Frag *> nodes_of(Frag *first);
 
