@@ -3,6 +3,7 @@
 #include "lines/accounting.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fmt/format.h>
 #include <map>
 #include <tuple>
@@ -52,8 +53,9 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
     const netperm_table *table = all.inputs[number].table;
     place_keys *keys = conf ? (all.inputs[number].keys = std::make_shared<place_keys>(*conf)).get() : nullptr;
     std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
-    size_t next = 0; // assignment or rule
-    long behind = 0; // the last assignment's end
+    std::unordered_set<const Frag *> met; // records
+    size_t next = 0;                      // assignment or rule
+    long behind = 0;                      // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
         account_line line;
         line.text = rest.substr(0, rest.find('\n'));
@@ -71,6 +73,16 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                 place_keys::key_of place = keys->find(line.said->node);
                 line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
                 line.bits = place.named ? place.bits : line.said->bits & ~place.record_bits;
+                for (size_t depth : place_keys::RECORD_DEPTHS)
+                    if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
+                        all.records.insert(keys->find(record, place_keys::FIRST).key);
+                // A merge numbers the count of maps like a map.
+                if (begins(line.key, "map_num")) {
+                    std::string as_map = "map_#" + record_text(at_depth(line.said->node, 1));
+                    line.numbered_key =
+                        as_map + line.key.substr(std::min(line.key.find('_', strlen("map_")), line.key.size()));
+                    all.records.insert({as_map, line.numbered_key});
+                }
             }
             bool decides = line.key == "network_loginok" && !line.said->value.empty();
             if (decides && (!std::exchange(has_login, true) || all.inputs[number].imported))
@@ -156,12 +168,12 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i, has_login);
     bool is_own = inputs.result.bytes == inputs.own_bytes;
-    result_places installed(inputs.result, true);
+    result_places installed(inputs.result, true, all.records);
     std::unique_ptr<configuration> own_conf;
     std::unique_ptr<result_places> own;
     if (!is_own) {
         own_conf = read_configuration(inputs.result.name, inputs.own_bytes, conf_layout::translated);
-        own = std::make_unique<result_places>(*own_conf, false);
+        own = std::make_unique<result_places>(*own_conf, false, all.records);
     }
     result_places &written = is_own ? installed : *own;
     place_conf_lines(all, written, true);

@@ -5,6 +5,8 @@
 #include "lines/lines.h"
 #include "lines/place_keys.h"
 
+#include <unordered_set>
+
 constexpr size_t NO_LINE = SIZE_MAX;
 constexpr size_t MOST_TOLD = 100; ///< findings of one name
 
@@ -29,6 +31,7 @@ struct account_line {
     const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
     size_t rule = 0, rules = 0;      ///< of a table
     std::string key;                 ///< of a configuration: where it says what it says
+    std::string numbered_key;        ///< of a count of maps: where it says it as a map
     long bits = 0;
     std::string reason;
     bool candidate = false; ///< it has no place of its own in what the upgrade writes
@@ -52,7 +55,8 @@ struct result_places {
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
-    result_places(const configuration &result, bool is_installed);
+    /// Only what is below records that inputs speak of can be found by its key.
+    result_places(const configuration &result, bool is_installed, const std::unordered_set<std::string> &spoken_of);
     void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
     /// The nodes of that place key.
     std::vector<const Frag *> at(const std::string &key);
@@ -70,6 +74,7 @@ struct accounting {
     review_data &data;
     std::vector<account_input> inputs;
     std::vector<account_line> lines;
+    std::unordered_set<std::string> records{};  ///< place keys of those that the lines of configurations speak of
     bool has_tables = false;                    ///< tables decide
     bool logs_in = false;                       ///< the setting that wins switches network login on
     std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them

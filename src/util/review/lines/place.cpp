@@ -238,11 +238,7 @@ spot line_placer::find_free(const account_line &line) const {
         if (twin.frag && (!best.frag || result.valued.count(twin.frag) == 0))
             best = twin;
     }
-    // A merge numbers the count of maps like a map.
-    if (!best.frag && has_prefix(line.key.c_str(), "map_num"))
-        best = find(line, "map_#" + record_text(at_depth(line.said->node, 1)) +
-                              line.key.substr(std::min(line.key.find('_', strlen("map_")), line.key.size())));
-    return best;
+    return best.frag || line.numbered_key.empty() ? best : find(line, line.numbered_key);
 }
 
 void line_placer::place(size_t number) {
@@ -275,20 +271,25 @@ void line_placer::place(size_t number) {
 
 } // namespace
 
-result_places::result_places(const configuration &result, bool is_installed)
+result_places::result_places(const configuration &result, bool is_installed, const std::unordered_set<std::string> &of)
     : conf(result), installed(is_installed), keys(result) {
-    std::vector<const Frag *> pending;
-    if (result.tree)
-        pending.push_back(result.tree);
+    std::unordered_set<const Frag *> looked_at;
+    std::vector<std::pair<const Frag *, size_t>> pending = {{result.tree, 0}}; // with their depths
     while (!pending.empty()) {
-        const Frag *frag = pending.back();
+        auto [frag, depth] = pending.back();
         pending.pop_back();
-        const Frag *above = frag->parent && frag->parent->parent ? frag->parent->parent : nullptr;
-        if (frag->value || (above && is_named(above, "pfedit")))
+        if (!frag)
+            continue;
+        pending.emplace_back(frag->next, depth);
+        bool is_record = std::count(std::begin(place_keys::RECORD_DEPTHS), std::end(place_keys::RECORD_DEPTHS), depth);
+        // An alias is looked for in another list than the one that it stands in.
+        bool has_alias = is_location(frag) || covers("*$INTERFACE", frag->name);
+        if (is_record && !has_alias && of.count(keys.find(frag, place_keys::FIRST).key) == 0)
+            continue;
+        looked_at.insert(frag);
+        pending.emplace_back(frag->child, depth + 1);
+        if (frag->value || (depth >= 2 && is_named(frag->parent->parent, "pfedit")))
             add(keys.find(frag).key, frag);
-        for (const Frag *next : {frag->next, frag->child})
-            if (next)
-                pending.push_back(next);
     }
     for (size_t i = 0; i < result.lines.size(); i++) {
         const conf_line &line = result.lines[i];
@@ -301,11 +302,13 @@ result_places::result_places(const configuration &result, bool is_installed)
             twin.attr = line.bits | static_cast<long>(i + 1) << 4;
             add(keys.find(&twin).key, &twin);
         }
-        if (line.node && line.role == line_role::name) {
+        if (!line.node || looked_at.count(line.node) == 0)
+            continue;
+        if (line.role == line_role::name) {
             add(name_key(keys.find(line.node).key), line.node);
             name_lines.emplace(line.node, line.line);
         }
-        if (line.node && !line.node->value && !is_named(line.node->parent ? line.node->parent : line.node, "lcl"))
+        if (!line.node->value && !is_named(line.node->parent ? line.node->parent : line.node, "lcl"))
             add(keys.find(line.node).key, line.node);
     }
 }

@@ -100,7 +100,7 @@ std::string place_keys::identity(const Frag *entry, int later) {
         identities.emplace(each, std::pair('#' + std::move(text), count));
     }
     auto [text, count] = identities[entry];
-    return count + later != 0 ? text + '~' + std::to_string(count + later + 1) : text;
+    return count + later > 0 ? text + '~' + std::to_string(count + later + 1) : text;
 }
 
 // An alias is saved in the list of its interface, whose name ends at a `:`.

@@ -19,8 +19,12 @@ struct place_keys {
         long record_bits = 0; ///< of those that are
         bool named = false;   ///< the bits stand in the name, as those of a policy's parameter do
     };
-    /// The key of a node; with `later` that of an equal entry so many further on in its list.
+    /// The key of a node; with `later` that of an equal entry so many further on in its list, with `FIRST` of the
+    /// first.
     key_of find(const Frag *frag, int later = 0);
+    static constexpr int FIRST = -1'000'000'000;
+    /// The depths at which records, config sets and elements stand.
+    static constexpr size_t RECORD_DEPTHS[] = {1, 2, 4};
     /// Its plain path without prefixes, as `ffind` takes it.
     static std::string path(const Frag *frag);
 
