@@ -61,6 +61,7 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
         line.text = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(rest.size(), line.text.size() + 1));
         line.input = number;
+        line.file = all.inputs[number].number;
         line.line = line.end_line = at;
         line.rule = next;
         for (; table && next < table->rules.size() && table->rules[next].line == at; next++, line.rules++)
@@ -109,45 +110,37 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
     return {nullptr, nullptr};
 }
 
-void tell_lines(accounting &all, bool is_own) {
-    std::map<std::string, size_t> told;
-    for (const account_line &line : all.lines) {
+void tell_lines(accounting &all, const result_places &installed, bool is_own) {
+    for (account_line &line : all.lines) {
         auto [id, text] = notice_of(line, is_own);
-        if (!id || ++told[id] > MOST_TOLD)
-            continue;
-        finding &found = tell(all.data, id, format("{}: {}", line.text, text), all.inputs[line.input].name, line.line);
-        if (line.turned)
-            found.text += ": " + shown_name(line.place);
-        if (line.by != NO_LINE)
-            found.by = {all.inputs[all.lines[line.by].input].name, all.lines[line.by].line};
-        if (line.place)
-            found.result = {all.in.result.name, all.in.result.line_of(line.place)};
+        finding *found = id ? all.tell_some(id, format("{}: {}", line.text, text), line) : nullptr;
+        if (found && line.turned)
+            found->text += ": " + shown_name(line.place);
+        if (line.by != NO_LINE) {
+            line.by_file = all.lines[line.by].file;
+            line.by_line = all.lines[line.by].line;
+        }
+        if (found && line.by != NO_LINE)
+            found->by = {all.data.files[line.by_file].name, line.by_line};
+        if (found && line.place)
+            found->result = {all.in.result.name, all.in.result.line_of(line.place)};
+        if (line.became == fate::kept && !line.place) // in a result that is not the upgrade's own
+            std::tie(line.became, line.how) = std::pair(fate::unexplained, proof::not_tried);
+        line.result_line = line.place ? installed.number_of(line.place, line) : 0;
     }
-    for (const auto &[id, count] : told)
+    for (const account_line &line : all.lines)
+        for (long at = line.line; at <= line.end_line; at++)
+            all.data.lines.emplace_back(line).line = at;
+    for (const auto &[id, count] : all.told)
         if (count > MOST_TOLD)
             tell(all.data, id.c_str(), format("{} more such lines; --json has them all", count - MOST_TOLD));
 }
 
-void fill_lines(accounting &all, const result_places &installed) {
-    for (account_line &line : all.lines) {
-        line_fate made;
-        made.file = all.inputs[line.input].number;
-        made.became = line.became;
-        made.how = line.how;
-        if (line.became == fate::kept && !line.place) // in a result that is not the upgrade's own
-            std::tie(made.became, made.how) = std::pair(fate::unexplained, proof::not_tried);
-        made.result_line = line.place ? installed.number_of(line.place, line) : 0;
-        if (line.by != NO_LINE) {
-            made.by_file = all.inputs[all.lines[line.by].input].number;
-            made.by_line = all.lines[line.by].line;
-        }
-        made.reason = std::move(line.reason);
-        for (made.line = line.line; made.line <= line.end_line; made.line++)
-            all.data.lines.push_back(made);
-    }
-}
-
 } // namespace
+
+finding *accounting::tell_some(const char *id, std::string text, const std::string &file, long line) {
+    return ++told[id] > MOST_TOLD ? nullptr : &tell(data, id, std::move(text), file, line);
+}
 
 std::string_view accounting::value(const account_line &line) const {
     if (!line.said)
@@ -192,6 +185,5 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     }
     find_origins(all, installed);
     check_standing(all, installed);
-    tell_lines(all, is_own);
-    fill_lines(all, installed);
+    tell_lines(all, installed, is_own);
 }

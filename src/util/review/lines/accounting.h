@@ -5,6 +5,7 @@
 #include "lines/lines.h"
 #include "lines/place_keys.h"
 
+#include <map>
 #include <unordered_set>
 
 constexpr size_t NO_LINE = SIZE_MAX;
@@ -23,20 +24,17 @@ struct account_input {
     bool unread = false;                   ///< the upgrade passes it over
 };
 
-/// One assignment or line of an input.
-struct account_line {
+/// One assignment or line of an input, and what became of it.
+struct account_line : line_fate {
     uint32_t input = 0;
-    long line = 0, end_line = 0;
+    long end_line = 0;
     std::string_view text;           ///< the line itself, the first of them
     const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
     size_t rule = 0, rules = 0;      ///< of a table
     std::string key;                 ///< of a configuration: where it says what it says
     std::string numbered_key;        ///< of a count of maps: where it says it as a map
     long bits = 0;
-    std::string reason;
-    bool candidate = false; ///< it has no place of its own in what the upgrade writes
-    fate became = fate::kept;
-    proof how = proof::placed;
+    bool candidate = false;      ///< it has no place of its own in what the upgrade writes
     const Frag *place = nullptr; ///< in the result as it stands
     bool turned = false;         ///< it stands there with another prefix
     size_t by = NO_LINE;         ///< the line that says the same, or that overrides it
@@ -80,7 +78,15 @@ struct accounting {
     std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
 
+    std::map<std::string, size_t> told{}; ///< findings by their names
+
     accounting(const account_inputs &from, review_data &into) : in(from), data(into) {}
+    /// Appends a finding, unless there are `MOST_TOLD` of its name; those are only counted, and the result is null.
+    finding *tell_some(const char *id, std::string text, const std::string &file, long line);
+    /// The same about a line of an input.
+    finding *tell_some(const char *id, std::string text, const account_line &line) {
+        return tell_some(id, std::move(text), inputs[line.input].name, line.line);
+    }
     /// The value of a line, and whether it says one at all.
     std::string_view value(const account_line &line) const;
     const table_rule &rule(const account_line &line, size_t number = 0) const {
@@ -99,6 +105,9 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 /// candidates; else only their places are noted.
 void place_conf_lines(accounting &all, result_places &result, bool own);
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own);
+/// The name that the table gives the template of a policy, after `word`, one that begins with "-policy", was taken off
+/// the tail of a rule; its name is taken off, too.
+std::string policy_named(std::string_view word, std::string_view &tail);
 /// Why lines of tables have no place: what the rules of all tables say of each other.
 struct table_reasons {
     accounting &all;

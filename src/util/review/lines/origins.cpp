@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <map>
+#include <set>
 
 using fmt::format;
 
@@ -15,10 +17,9 @@ namespace {
 struct origin_finder {
     accounting &all;
     result_places &result;
-    size_t told = 0;
     std::unordered_map<std::string, std::string> set{}; ///< keys that the release sets, with their values
     /// The elements of the location lists by list and interface.
-    std::unordered_map<std::string, const Frag *> interfaces{};
+    std::map<std::string, const Frag *> interfaces{};
 
     void prepare();
     size_t input_line(const conf_line &line) const;
@@ -114,15 +115,15 @@ void origin_finder::find(const conf_line &line) {
     size_t from = line.node && !is_stamp ? input_line(line) : NO_LINE;
     if (from != NO_LINE) {
         made_of.from = origin::input;
-        made_of.file = all.inputs[all.lines[from].input].number;
+        made_of.file = all.lines[from].file;
         made_of.input_line = all.lines[from].line;
     } else if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos) {
         made_of.from = origin::layout;
     } else if (line.node && is_release(line)) {
         made_of.from = origin::release;
-    } else if (told++ < MOST_TOLD) {
-        tell(all.data, "from-nowhere", format("{}={}: no input says it, nor does the release", line.key, line.value),
-             all.in.result.name, line.line);
+    } else {
+        all.tell_some("from-nowhere", format("{}={}: no input says it, nor does the release", line.key, line.value),
+                      all.in.result.name, line.line);
     }
     for (; made_of.line <= line.end_line; made_of.line++)
         all.data.origins.push_back(made_of);
@@ -135,7 +136,13 @@ void find_origins(accounting &all, result_places &result) {
     finder.prepare();
     for (const conf_line &line : result.conf.lines)
         finder.find(line);
-    if (finder.told > MOST_TOLD)
-        tell(all.data, "from-nowhere", format("{} more such lines; --json has them all", finder.told - MOST_TOLD),
-             all.in.result.name);
+    std::set<std::string> listed;
+    for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element"))
+        listed.insert(lowercase(configuration::value(each, "interface")));
+    for (const auto &[key, element] : finder.interfaces)
+        if (std::string name = configuration::value(element, "interface");
+            all.in.command.numbered() && !is_blanks(name.c_str()) &&
+            !is_on(configuration::value(element, "alias").c_str()) && listed.count(lowercase(name)) == 0)
+            all.tell_some("lost", "the interface " + name + " stands in no list of all interfaces", all.in.result.name,
+                          result.conf.line_of(element));
 }

@@ -147,8 +147,7 @@ bool line_placer::place_words(size_t number, const char *list) {
     line.reason = std::string("elements of the list ") + list;
     for (const std::string &word : missing)
         if (result.installed)
-            tell(all.data, "lost", word + " of " + std::string(line.said->key) + " is no element of " + list,
-                 all.inputs[line.input].name, line.line);
+            all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
     return true;
 }
 
@@ -249,18 +248,17 @@ void line_placer::place(size_t number) {
         line.candidate = own || line.candidate;
         return;
     }
-    spot best = find_free(line);
-    bool found =
-        place_moved(number) || (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number));
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && all.data.release < 40 &&
                     all.inputs[line.input].name == all.in.command.old_conf &&
                     all.inputs[line.input].conf->origin(line.said->node) == line.said;
+    spot best = is_words && all.has_tables ? spot() : find_free(line); // a table takes the value away
+    bool found = place_moved(number) ||
+                 (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
+                 place_name(number);
     if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
         line.candidate = false;
         return;
     }
-    if (!found)
-        found = place_name(number);
     // A key below which others came first has no value but an empty one.
     const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
     if (bare && bare->value && bare->vlen == 0 && bare->child)

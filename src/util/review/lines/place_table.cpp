@@ -7,8 +7,9 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <map>
 #include <set>
-#include <unordered_set>
+#include <utility>
 
 using fmt::format;
 
@@ -28,13 +29,16 @@ struct rule_placer {
     bool own;
     std::unordered_multimap<std::string, const Frag *> parameters; ///< of proxies and config sets, by name and value
     std::unordered_multimap<std::string, const Frag *> records;    ///< of destinations, by their text
+    /// The config sets that a template of a table went into.
+    std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated;
 
     void index_parameters(const Frag *entry);
     void index_result();
     void place_hosts();
     void find_unplaced(const std::string &proxy, const rule_partners &partners);
-    void tell_missing(size_t number, const table_rule &rule, const std::unordered_set<const Frag *> &hit);
-    void take_map(const access_map &map, const Frag *element, size_t number);
+    void tell_lost(size_t number, std::string text);
+    void tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners);
+    void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
     void take_set(const Frag *set, std::string_view tail, size_t number);
     void place_attribute(size_t number, const table_rule &rule);
     void note(size_t number, const Frag *frag, std::string reason);
@@ -82,13 +86,18 @@ void rule_placer::index_result() {
         records.emplace(configuration::value(record, "dest"), record);
 }
 
+void rule_placer::tell_lost(size_t number, std::string text) {
+    if (result.installed)
+        all.tell_some("lost", std::move(text), all.lines[number]);
+}
+
 // The rules of each proxy and the elements that say the same of the same host in the same order. A proxy's maps stand
 // in the order of its config sets: its own name, then with 2, 3 and so on.
 void rule_placer::place_hosts() {
     for (const std::string &proxy : all.in.before.proxies) {
         rule_partners partners = align_rules(all.in.before, side, proxy);
         const Frag *last = nullptr;
-        size_t count = 0;
+        size_t count = 0, table = 0; // of config sets, in each table anew
         find_unplaced(proxy, partners);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
@@ -103,9 +112,9 @@ void rule_placer::place_hosts() {
             if (map.frag == last)
                 continue;
             last = map.frag;
-            count++;
-            take_map(map, now.element, number);
+            count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
             auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
+            take_map(map, now.element, set == sets.end() ? nullptr : set->second, number);
             if (set != sets.end())
                 take_set(set->second, rule.tail, number);
         }
@@ -139,14 +148,13 @@ void rule_placer::find_unplaced(const std::string &proxy, const rule_partners &p
             all.covered.emplace(number, by);
         else if (const Frag *address = there ? child_of(there, "addr") : nullptr)
             note(number, address, "in a map that decides otherwise");
-        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy) && result.installed)
-            tell(all.data, "lost", format("{}: host {} stands nowhere in the result", proxy, rule.pattern),
-                 all.inputs[all.lines[number].input].name, rule.line);
+        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy))
+            tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
     }
 }
 
 // What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
-void rule_placer::take_map(const access_map &map, const Frag *element, size_t number) {
+void rule_placer::take_map(const access_map &map, const Frag *element, const Frag *set, size_t number) {
     for (const char *field : {"pd", "src", "policy", "proxy"})
         if (const Frag *frag = child_of(map.frag, field))
             result.stand(frag, number);
@@ -161,27 +169,34 @@ void rule_placer::take_map(const access_map &map, const Frag *element, size_t nu
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     if (const Frag *desc = parm ? child_of(parm, "desc") : nullptr)
         result.stand(desc, number);
-    else if (policy && result.installed)
-        tell(all.data, "lost", format("the policy {} has no description", map.policy), all.in.result.name,
-             result.conf.line_of(policy));
-    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>())
+    else if (policy)
+        tell_lost(number, format("the policy {} has no description", map.policy));
+    // With a second table the numbers of the sets can't be told from the rules alone.
+    bool is_set = !policy || !set || all.in.before.tables.size() > 1;
+    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>()) {
         result.stand(entry, number);
+        is_set = is_set || is_named(entry, set->name);
+    }
+    if (!is_set)
+        tell_lost(number, format("the policy {} does not list the config set {}", map.policy, clear_name(set)));
 }
 
 // A config set has the words of its rules' tail; what stands behind -exec is the program.
 void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
     std::set<std::string> words, met;
+    std::string policy;
     for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
         if (word == "-exec") {
             tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
             words.insert("exec=" + std::string(tail));
             break;
         }
-        if (word.substr(0, strlen("-policy")) != "-policy")
+        if (begins(word, "-policy"))
+            policy = policy_named(word, tail);
+        else
             words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
-        else if (word.size() == strlen("-policy"))
-            take_word(tail);
     }
+    templated[{all.lines[number].input, policy}].push_back(set);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
         for (const Frag *part = parameter; part; part = part->child) {
@@ -195,9 +210,8 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
                 }
         }
     for (const std::string &word : words)
-        if (met.count(word) == 0 && result.installed)
-            tell(all.data, "lost", format("{} stands nowhere in the config set {}", word, clear_name(set)),
-                 all.inputs[all.lines[number].input].name, all.lines[number].line);
+        if (met.count(word) == 0)
+            tell_lost(number, format("{} stands nowhere in the config set {}", word, clear_name(set)));
 }
 
 bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
@@ -206,30 +220,39 @@ bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
     });
 }
 
-// Each proxy that a rule is for has what it says, but for what a proxy has no use for and what only the first gives.
-void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::unordered_set<const Frag *> &hit) {
-    bool is_kept = hit.empty() || rule.attribute == "destination" || rule.attribute == "authserver" ||
-                   rule.attribute == "authenticate" || !result.installed;
+// Each proxy that a rule is for, and each config set that its template went into, has what the rule says; but for what
+// a proxy has no use for, and what only the first such rule gives.
+void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
+    bool is_template = begins(rule.names[0], "policy-"), is_for_all = rule.names[0][0] == '*', is_of_all = false;
+    int need = !is_template                   ? 0
+               : rule.attribute == "xgateway" ? NEEDS_X
+               : rule.attribute == "password" ? NEEDS_AUTH
+                                              : 0;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
-        is_kept = is_kept || rule.attribute == row->attribute;
+        need = rule.attribute == row->attribute ? row->need : need;
     for (const global_word_rec *row = global_word_tab; row->word; row++)
-        is_kept = is_kept || rule.word == row->word;
-    bool is_for_all = rule.names[0][0] == '*';
-    for (const std::string &name : is_kept      ? std::vector<std::string>()
-                                   : is_for_all ? all.in.before.proxies
-                                                : rule.names) {
-        const Frag *proxy =
-            is_no_proxy(name) || is_removed_proxy(name) ? nullptr : result.conf.record("def_proxy", name);
-        if (proxy && hit.count(proxy) == 0)
-            tell(all.data, "lost", format("{}: {} {} stands nowhere there", name, rule.word, rule.text),
-                 all.inputs[all.lines[number].input].name, rule.line);
+        is_of_all = is_of_all || rule.word == row->word;
+    if (is_of_all || rule.attribute == (is_template ? "xgateway" : "destination") || (owners.empty() && need == 0))
+        return;
+    std::vector<const Frag *> wanted;
+    if (is_template)
+        wanted = templated[{all.lines[number].input, rule.names[0]}];
+    for (const std::string &name : is_for_all &&need == 0 ? all.in.before.proxies : rule.names)
+        if (const Frag *proxy = result.conf.record("def_proxy", name);
+            proxy && !is_no_proxy(name) && !is_removed_proxy(name))
+            wanted.push_back(proxy);
+    for (const Frag *owner : wanted) {
+        bool has_first = need != 0 && (child_of(owner, storedname(rule.attribute).c_str()) ||
+                                       !proxy_needs(clear_name(at_depth(owner, 2)).c_str(), need));
+        if (!has_first && owners.count(place_keys::path(owner)) == 0)
+            tell_lost(number, format("{}: {} {} stands nowhere there", clear_name(owner), rule.word, rule.text));
     }
 }
 
 // Any of the proxies that a rule is for, or any config set that a template went into, will do.
 void rule_placer::place_attribute(size_t number, const table_rule &rule) {
     const Frag *turned = nullptr;
-    std::unordered_set<const Frag *> hit;
+    std::set<std::string> owners; // the proxies and config sets that have what the rule says
     // A prefix that the table's reader left on is one to whoever reads the result.
     std::string attribute = storedname(rule.attribute);
     const char *bare = attr_remap(attribute.c_str());
@@ -241,13 +264,13 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
             proxy = proxy->parent;
         if (!is_proxy_named(rule, clear_name(proxy)))
             continue;
-        hit.insert(proxy);
+        const Frag *set = at_depth(at->second, 5) ? at_depth(at->second, 4) : nullptr;
+        owners.insert(place_keys::path(set ? set : proxy));
         if (same_prefix(bits, result.keys.find(at->second).bits))
             note(number, at->second, "as " + place_keys::path(at->second));
         else if (!has_prefix(rule.names[0].c_str(), "policy-"))
             turned = at->second;
     }
-    tell_missing(number, rule, hit);
     std::string_view text = rule.text;
     for (std::string_view marker : {"%-permit%", "%-deny%"})
         if (rule.attribute == "destination" && text.substr(0, marker.size()) == marker)
@@ -264,7 +287,9 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
             note(number, at->second, "as record " + clear_name(at->second) + " of dest");
+        owners.emplace(above);
     }
+    tell_missing(number, rule, owners);
     account_line &line = all.lines[number];
     if (turned && !line.place) {
         note(number, turned, "with another prefix");
@@ -275,7 +300,7 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
 } // namespace
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    rule_placer placer{all, result, side, own, {}, {}};
+    rule_placer placer{all, result, side, own, {}, {}, {}};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;

@@ -109,7 +109,7 @@ void reason_finder::prepare() {
             last_import = i + 1;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
-        if (line.said && all.inputs[line.input].imported && !line.said->value.empty())
+        if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
             imported.insert_or_assign(line.said->key, i);
         if (is_map_line(line) && !(conditions(line) & REMOVED)) {
             auto note = [&](std::vector<size_t> &known) {
@@ -301,8 +301,7 @@ void check_standing(accounting &all, const result_places &result) {
                       !repeated[i] && !is_named(line.said->node, "name");
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)
-            tell(all.data, "unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken,
-                 all.inputs[line.input].name, line.line);
+            all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
         for (size_t depth : {1, 2})
             if (line.key.find('#') != std::string::npos && at_depth(line.said->node, depth))
                 moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
@@ -319,9 +318,9 @@ void check_standing(accounting &all, const result_places &result) {
                 auto found = moved.find(record);
                 auto at = found == moved.end() ? order.end() : order.find(found->second);
                 if (at != order.end() && at->second < last)
-                    tell(all.data, "unexplained",
-                         std::string("the records of ") + family + " stand in another order in the result", input.name,
-                         input.conf->line_of(record));
+                    all.tell_some("unexplained",
+                                  std::string("the records of ") + family + " stand in another order in the result",
+                                  input.name, input.conf->line_of(record));
                 last = at == order.end() ? last : std::max(last, at->second);
             }
         }

@@ -14,6 +14,13 @@ std::string rule_key(const table_rule &rule, const std::string &name) {
 
 } // namespace
 
+std::string policy_named(std::string_view word, std::string_view &tail) {
+    word.remove_prefix(strlen("-policy"));
+    std::string policy = "policy-" + std::string(word.empty() ? take_word(tail) : word);
+    std::replace(policy.begin(), policy.end(), '_', '-');
+    return policy;
+}
+
 table_reasons::table_reasons(accounting &of) : all(of) {
     for (size_t i = 0; all.has_tables && i < all.lines.size(); i++)
         for (size_t r = 0; r < all.lines[i].rules; r++)
@@ -31,9 +38,7 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
     for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail)) {
         if (!begins(word, "-policy"))
             continue;
-        std::string policy(word.size() > strlen("-policy") ? word.substr(strlen("-policy")) : take_word(tail));
-        std::replace(policy.begin(), policy.end(), '_', '-');
-        std::vector<std::string> &of = users["policy-" + policy];
+        std::vector<std::string> &of = users[policy_named(word, tail)];
         of.insert(of.end(), rule.names.begin(), rule.names.end());
     }
 }
