@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/ranges.h>
+#include <fstream>
+#include <iostream>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -60,33 +63,37 @@ int refuse(const std::string &text) {
 }
 
 // Writes the page to its file, which must be none of those that it speaks of, and the text to standard output.
-int write_answer(const own_options &own, int status, const std::vector<std::string> &taken, const std::string &page,
-                 const std::string &text) {
+int write_answer(const own_options &own, const json &answer, const std::vector<std::string> &taken,
+                 const std::string &page, const std::string &text) {
     if (isatty(STDERR_FILENO))
         fputs("\r\033[K", stderr); // the progress line ends
-    for (const std::string &name : own.html.empty() ? std::vector<std::string>() : taken)
-        if (own.html == name || same_file(own.html, name))
-            return refuse(own.html + " is an input or output of what the page is about and is not overwritten");
-    FILE *stream = own.html.empty() ? stdout : fopen(own.html.c_str(), "w");
-    bool good = stream && fwrite(page.data(), 1, page.size(), stream) == page.size();
-    good = (!stream || stream == stdout || fclose(stream) == 0) && good;
-    if (!good)
-        return refuse("can't write " + own.html + ": " + strerror(errno));
-    good = fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0;
-    return good ? status : refuse(std::string("can't write the answer: ") + strerror(errno));
+    if (!own.html.empty()) {
+        for (const std::string &name : taken)
+            if (own.html == name || same_file(own.html, name))
+                return refuse(own.html + " is an input or output of what the page is about and is not overwritten");
+        std::ofstream stream(own.html);
+        if (!(stream << page << std::flush))
+            return refuse("can't write " + own.html + ": " + strerror(errno));
+    }
+    if (!(std::cout << text << std::flush))
+        return refuse(std::string("can't write the answer: ") + strerror(errno));
+    return answer["status"];
+}
+
+int sum_up(const own_options &own) {
+    json fleet = sum_up_fleet(own.words, own.html);
+    std::string text = own.json ? dumped(fleet, 2) + "\n" : own.html.empty() ? fleet_text(fleet) : "";
+    return write_answer(own, fleet, own.words, own.html.empty() ? "" : fleet_page(fleet), text);
 }
 
 int answer(own_options &own, const std::string &command, const std::vector<std::string> &upgrade_words,
            review_session &session) {
     const std::vector<std::string> &words = own.words;
     std::vector<std::string> taken;
-    if (command == "fleet") {
-        std::string text, data, page;
-        int status = sum_up_fleet(words, own.html, text, data, page);
-        return write_answer(own, status, words, page, own.json ? data : own.html.empty() ? text : "");
-    }
     own.say.subject = fmt::format("{}", fmt::join(words, " "));
-    if (command == "explain") {
+    if (command == "fleet") {
+        return sum_up(own);
+    } else if (command == "explain") {
         session.proxy = words[1];
         explain_host(words[0], own.table, words[2], session);
     } else if (command == "diff") {
@@ -101,18 +108,18 @@ int answer(own_options &own, const std::string &command, const std::vector<std::
             return refuse(place + " is no place: FILE:N is one");
         upgrade_command upgrade = parse_upgrade_command(upgrade_words);
         taken = step_files(upgrade, 'R');
-        own.say.subject = "standard output";
+        own.say.subject = upgrade.has_output ? upgrade.output : "standard output";
         if (upgrade.has_output)
-            taken.push_back(own.say.subject = upgrade.output);
+            taken.push_back(upgrade.output);
         review_upgrade(upgrade, place.substr(0, colon), line, session);
     }
-    finish_answer(session.data);
+    json told = answer_object(session.data);
     for (const file_record &file : session.data.files)
         taken.push_back(file.name);
-    std::string page = own.html.empty() ? "" : report_page(session, own.say);
+    std::string page = own.html.empty() ? "" : report_page(told, session, own.say);
     own.say.quiet = own.say.quiet || !own.html.empty();
-    return write_answer(own, session.data.status, taken, page,
-                        own.json ? report_json(session.data) : report_text(session.data, own.say));
+    return write_answer(own, told, taken, page,
+                        own.json ? report_json(told, session.data) : report_text(told, session.data, own.say));
 }
 
 void add_own_options(CLI::App &app, own_options &own, review_session &session) {

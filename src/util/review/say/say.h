@@ -63,24 +63,32 @@ struct say_options {
     std::string title, subject;    ///< the page's heading
 };
 
-/// Sums up answers that `--json` wrote, one that can't be read as trouble: the text, the data and, if `html` names a
-/// file for it, a page that leads to those that lie beside the answers. The result is the exit status.
-int sum_up_fleet(const std::vector<std::string> &answers, const std::string &html, std::string &text, std::string &data,
-                 std::string &page);
+/// The answer as data, but for its lines and their origins, with the exit status. Puts the findings in the order in
+/// which they are told.
+json answer_object(review_data &data);
+/// The answer as text; as data, its lines among them; as a page.
+std::string report_text(const json &answer, const review_data &data, const say_options &options);
+std::string report_json(const json &answer, const review_data &data);
+std::string report_page(json answer, review_session &session, const say_options &options);
+
+/// Sums up answers that `--json` wrote, one that can't be read as trouble, with links from `html`, the page, to the
+/// pages that lie beside the answers.
+json sum_up_fleet(const std::vector<std::string> &answers, const std::string &html);
+/// The sum as text and as a page.
+std::string fleet_text(const json &fleet);
+std::string fleet_page(json fleet);
 
 /// True if `only` can name it: a finding, `todo`, or a kind of what is to be done such as `todo.off`.
 bool is_told_name(const std::string &name);
-/// Puts the findings in the order in which they are told, and finds the exit status.
-void finish_answer(review_data &data);
-grade grade_of(const review_data &data, const finding &told);
-grade worst_grade(const review_data &data);
-/// A sentence for the whole: what a reader has to know if he reads nothing else.
-std::string verdict_sentence(const review_data &data);
 /// "1 rule", "3 rules"; "old.conf:12", or the file alone.
 std::string counted(size_t number, const char *one, const char *many);
 std::string place_text(const std::string &file, long line);
-/// What a finding says, without its place and its advice.
-std::string finding_text(const finding &told);
+/// The text with all that is no character, or is not seen, as an escape.
+std::string shown(std::string_view text);
+/// One value as text; bytes that are no UTF-8 become the replacement character.
+std::string dumped(const json &value, int indent);
+/// The built-in page filled with the values, who made it, and when.
+std::string render_page(json values);
 
 /// Lines of one input with one fate, reason and winner, in rising order.
 using line_group = std::vector<const line_fate *>;
@@ -92,22 +100,5 @@ std::string line_reason(const review_data &data, const line_group &group);
 std::string fate_counts(const review_data &data);
 /// The name of the file that the upgrade writes.
 std::string result_name(const review_data &data);
-
-/// The text with all that is no character, or is not seen, as an escape.
-std::string shown(std::string_view text);
-std::string report_text(const review_data &data, const say_options &options);
-/// The answer as data, but for its lines and their origins; and all of it as text.
-json answer_object(const review_data &data);
-std::string report_json(const review_data &data);
-/// One value as text; bytes that are no UTF-8 become the replacement character.
-std::string dumped(const json &value, int indent);
-std::string report_page(review_session &session, const say_options &options);
-/// The page as it is built into the program, with its style and script.
-extern const char page_template[];
-/// The built-in page filled with the values, who made it, and when. In it `{{name}}` is the value, escaped;
-/// `{{#name}}` up to `{{/name}}` stands once for each element of a list, or once if the value is there and is neither
-/// false nor empty; `{{^name}}` if it is not. Names are looked up from the inmost section outwards, `.` is the element
-/// itself. There is no raw form.
-std::string render_page(json values);
 
 #endif
