@@ -50,13 +50,10 @@ const todo_row todo_names[] = {
     {nullptr, "Other things"},
 };
 
-namespace {
-
-template <typename enumeration> const char *pick(std::initializer_list<const char *> words, enumeration value) {
+// The word of the value among all of its enumeration.
+template <typename enumeration> static const char *pick(std::initializer_list<const char *> words, enumeration value) {
     return words.begin()[static_cast<size_t>(value)];
 }
-
-} // namespace
 
 template <> const char *word(grade value) { return pick({"wrong", "decide", "know", "none"}, value); }
 template <> const char *word(fate value) {
@@ -72,28 +69,6 @@ template <> const char *word(file_role value) {
                  "configuration", "result"},
                 value);
 }
-
-finding &tell(review_data &data, const char *id, std::string text, std::string file, long line) {
-    finding &told = data.findings.emplace_back();
-    told.id = id;
-    told.text = std::move(text);
-    told.at = {std::move(file), line};
-    return told;
-}
-
-uint32_t file_number(review_data &data, const std::string &name, file_role role) {
-    auto is_it = [&](const file_record &file) { return file.name == name; };
-    auto found = std::find_if(data.files.begin(), data.files.end(), is_it);
-    if (found == data.files.end())
-        found = data.files.insert(found, {role, name, "", -1});
-    return static_cast<uint32_t>(found - data.files.begin());
-}
-
-std::string counted(size_t number, const char *one, const char *many) {
-    return format("{} {}", number, number == 1 ? one : many);
-}
-
-std::string place_text(const std::string &file, long line) { return line ? format("{}:{}", file, line) : file; }
 
 namespace {
 
@@ -167,28 +142,48 @@ json origin_object(const review_data &data, const line_origin &each) {
     return object;
 }
 
-/// How many findings there are of each name, by their grade; both the worst first.
-using grade_counts = std::map<grade, std::map<const finding_row *, size_t>>;
+grade grade_of(const finding &told, const review_data &data) {
+    bool is_preview = told.id == "not-written" && data.result == written::absent;
+    return is_preview ? grade::know : find_row(finding_names, told.id)->weight;
+}
 
-// A sentence for the whole: what a reader has to know if he reads nothing else.
-std::string verdict_sentence(const review_data &data, const grade_counts &counts, bool in_trouble) {
-    const char *heads[] = {in_trouble ? "Trouble" : "Wrong", "To decide", "To know"};
-    std::string text;
-    for (const auto &[weight, rows] : counts) {
-        std::vector<std::string> parts;
-        for (auto [row, count] : rows)
-            parts.push_back(counted(count, row->one, row->many));
-        if (weight == grade::decide && !data.todo.empty())
-            parts.push_back(counted(data.todo.size(), "thing to do", "things to do"));
-        if (weight != grade::none)
-            text += format("{}: {}. ", heads[static_cast<size_t>(weight)], fmt::join(parts, ", "));
-    }
-    text = text.empty() ? "Nothing to look at. " : text;
-    bool is_whole = !data.command.empty() && data.result == written::same;
-    return is_whole ? text + "The result is written, whole." : text.substr(0, text.size() - 1);
+// How much there is of each name and to be done, in words, by grade; the worst first.
+std::map<grade, std::vector<std::string>> count_by_grade(const review_data &data) {
+    std::map<std::pair<const finding_row *, grade>, size_t> counts;
+    for (const finding &told : data.findings)
+        counts[{find_row(finding_names, told.id), grade_of(told, data)}]++;
+    std::map<grade, std::vector<std::string>> texts;
+    for (const auto &[name, count] : counts)
+        if (name.second != grade::none)
+            texts[name.second].push_back(counted(count, name.first->one, name.first->many));
+    if (!data.todo.empty())
+        texts[grade::decide].push_back(counted(data.todo.size(), "thing to do", "things to do"));
+    return texts;
 }
 
 } // namespace
+
+finding &tell(review_data &data, const char *id, std::string text, std::string file, long line) {
+    finding &told = data.findings.emplace_back();
+    told.id = id;
+    told.text = std::move(text);
+    told.at = {std::move(file), line};
+    return told;
+}
+
+uint32_t file_number(review_data &data, const std::string &name, file_role role) {
+    auto is_it = [&](const file_record &file) { return file.name == name; };
+    auto found = std::find_if(data.files.begin(), data.files.end(), is_it);
+    if (found == data.files.end())
+        found = data.files.insert(found, {role, name, "", -1});
+    return static_cast<uint32_t>(found - data.files.begin());
+}
+
+std::string counted(size_t number, const char *one, const char *many) {
+    return format("{} {}", number, number == 1 ? one : many);
+}
+
+std::string place_text(const std::string &file, long line) { return line ? format("{}:{}", file, line) : file; }
 
 json answer_object(review_data &data) {
     auto key = [](const finding &told) {
@@ -196,18 +191,11 @@ json answer_object(review_data &data) {
     };
     std::stable_sort(data.findings.begin(), data.findings.end(),
                      [key](const finding &a, const finding &b) { return key(a) < key(b); });
-    grade_counts counts{{grade::none, {}}};
-    if (!data.todo.empty())
-        counts[grade::decide];
     bool in_trouble = false;
     json files = json::array(), findings = files, access = files, todo = files;
     for (const finding &told : data.findings) {
-        const finding_row *row = find_row(finding_names, told.id);
-        bool is_preview = told.id == "not-written" && data.result == written::absent;
-        grade weight = is_preview ? grade::know : row->weight;
-        counts[weight][row]++;
         in_trouble = in_trouble || told.id == "trouble" || told.id == "not-decided";
-        findings.push_back(finding_object(told, weight));
+        findings.push_back(finding_object(told, grade_of(told, data)));
     }
     for (const file_record &file : data.files)
         files.push_back(object_of("role", word(file.role), "name", file.name, "size",
@@ -217,11 +205,17 @@ json answer_object(review_data &data) {
                                    json(row.before_rules), "after_maps", json(row.after_maps)));
     for (const todo_item &item : data.todo)
         todo.push_back(todo_object(item));
-    grade worst = counts.begin()->first;
+    auto counts = count_by_grade(data);
+    grade worst = counts.empty() ? grade::none : counts.begin()->first;
     json object{{"status", in_trouble ? 2 : worst != grade::none}, {"grade", word(worst)}};
-    put(object, "verdict", verdict_sentence(data, counts, in_trouble), "release", json(data.release));
-    put(object, "written", word(data.result), "command", json(data.command));
-    put(object, "release_reason", data.release_reason, "host_name", data.host_name);
+    const char *heads[] = {in_trouble ? "Trouble" : "Wrong", "To decide", "To know"};
+    std::string verdict = counts.empty() ? "Nothing to look at. " : "";
+    for (const auto &[weight, parts] : counts)
+        verdict += format("{}: {}. ", heads[static_cast<size_t>(weight)], fmt::join(parts, ", "));
+    bool is_whole = !data.command.empty() && data.result == written::same;
+    verdict = is_whole ? verdict + "The result is written, whole." : verdict.substr(0, verdict.size() - 1);
+    put(object, "verdict", verdict, "release", json(data.release), "written", word(data.result));
+    put(object, "command", json(data.command), "release_reason", data.release_reason, "host_name", data.host_name);
     put(object, "files", files, "findings", findings, "access", access, "todo", todo);
     return object;
 }

@@ -60,10 +60,11 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
 
 } // namespace
 
-json sum_up_fleet(const std::vector<std::string> &answers, const std::string &html) {
+json sum_up_fleet(review_session &session) {
+    session.taken = session.words;
     json rows = json::array(), alike = rows; // alike: those with one verdict, which stand together
-    for (const std::string &answer : answers)
-        rows.push_back(firewall_of(answer, fs::path("." / fs::path(html)).parent_path()));
+    for (const std::string &answer : session.words)
+        rows.push_back(firewall_of(answer, fs::path("." / fs::path(session.html)).parent_path()));
     auto key = [](const json &each) {
         return std::make_tuple(-each["status"].get<int>(), grade_of(each), each["verdict"], each["name"]);
     };
@@ -86,7 +87,11 @@ json sum_up_fleet(const std::vector<std::string> &answers, const std::string &ht
             {"firewalls", rows}};
 }
 
-std::string fleet_text(const json &fleet) {
+std::string fleet_text(const json &fleet, const review_session &session) {
+    if (session.as_json)
+        return dumped(fleet, 2) + "\n";
+    if (!session.html.empty())
+        return "";
     std::string text;
     for (const json &each : fleet["firewalls"]) {
         std::string name = each["name"], host = each["host_name"], weight = each["grade"], verdict = each["verdict"];

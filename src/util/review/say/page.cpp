@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <fmt/format.h>
+#include <fmt/chrono.h>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -182,7 +182,7 @@ void sort_findings(json &values, bool is_compared) {
 
 } // namespace
 
-std::string report_page(json values, review_session &session, const say_options &options) {
+std::string report_page(json values, review_session &session) {
     static const std::map<std::string, const char *> heads = {
         {"wrong", "Wrong: to be mended before anything is signed"},
         {"decide", "Decide before signing"},
@@ -202,7 +202,7 @@ std::string report_page(json values, review_session &session, const say_options 
     }
     values["sheet"] = list_of(std::move(values["todo"]), "thing", "things",
                               session.result ? "Nothing is to be decided or entered again." : unseen);
-    values.update({{"title", options.title}, {"subject", options.subject}});
+    values.update({{"title", session.title}, {"subject", session.subject}});
     values["proxies"] = proxy_values(std::move(values["access"]), session.before, session.after);
     values["fates"] = session.data.lines.empty() ? unseen : fate_counts(session.data);
     values["groups"] = line_values(session);
@@ -210,9 +210,7 @@ std::string report_page(json values, review_session &session, const say_options 
 }
 
 std::string render_page(json values) {
-    char made[64] = "";
-    time_t now = time(nullptr);
-    strftime(made, sizeof made, "%Y-%m-%d %H:%M %Z", localtime(&now));
+    std::string made = format("{:%Y-%m-%d %H:%M %Z}", fmt::localtime(time(nullptr)));
     values.update({{"made", made}, {"version", REVIEW_VERSION}});
     std::string page;
     scopes inside{&values};

@@ -16,9 +16,7 @@ namespace {
 
 /// The text as it grows.
 struct report {
-    const json &answer;
-    const review_data &data;
-    const say_options &options;
+    const review_session &session;
     std::string text;
 
     // Breaks a line at blanks to fit the terminal; what follows is indented. A word that is too long stays whole.
@@ -27,7 +25,7 @@ struct report {
         size_t column = 0; // with the blank that follows
         for (std::string each; std::getline(words, each, ' '); text += each) {
             size_t columns = mbstowcs(nullptr, each.c_str(), 0);
-            bool is_broken = options.width && column > 5 && column + columns > options.width;
+            bool is_broken = session.width && column > 5 && column + columns > session.width;
             text += is_broken ? "\n    " : column ? " " : "";
             column = (is_broken ? 5 : column + 1) + columns;
         }
@@ -35,14 +33,13 @@ struct report {
     }
 
     bool wants(const std::string &name) const {
-        return options.only.empty() || std::count(options.only.begin(), options.only.end(), name);
+        return session.only.empty() || std::count(session.only.begin(), session.only.end(), name);
     }
 };
 
 // What follows from a cause is told by its number behind the causes, if nobody asks for more.
-void write_findings(report &out) {
-    const json &findings = out.answer["findings"];
-    bool folds = !out.options.all && out.options.only.empty();
+void write_findings(const json &findings, report &out) {
+    bool folds = !out.session.all && out.session.only.empty();
     auto is_folded = [folds](const json &told) { return folds && told.contains("follows"); };
     auto folded = std::count_if(findings.begin(), findings.end(), is_folded);
     for (const json &told : findings) {
@@ -50,8 +47,8 @@ void write_findings(report &out) {
             out.line(format("    {} more follow{} from this; --all lists them", folded, folded == 1 ? "s" : ""));
             folded = 0;
         }
-        std::string id = told["id"], text = told["text"], advice = told.value("advice", ""),
-                    at = place_text(told.value("file", ""), told.value("line", 0L));
+        std::string id = told["id"], text = told["text"],
+                    at = place_text(told.value("file", ""), told.value("line", 0L)), advice = told.value("advice", "");
         if (out.wants(id) && !is_folded(told))
             out.line(
                 format("[{}] {}{}{}{}{}", id, at, at.empty() ? "" : ": ", text, advice.empty() ? "" : ": ", advice));
@@ -59,18 +56,18 @@ void write_findings(report &out) {
 }
 
 void write_access(report &out) {
+    const std::vector<access_row> &access = out.session.data.access;
     std::map<std::string, std::vector<std::string>> proxies;
-    for (const access_row &row : out.data.access)
+    for (const access_row &row : access)
         proxies[word(row.found)].push_back(row.proxy);
-    if (!proxies.empty())
-        out.text +=
-            format("\naccess: {} compared over all hosts\n", counted(out.data.access.size(), "proxy", "proxies"));
+    if (!access.empty())
+        out.text += format("\naccess: {} compared over all hosts\n", counted(access.size(), "proxy", "proxies"));
     for (const auto &[found, names] : proxies)
         out.line(format("{} {}: {}", names.size(), found, fmt::join(names, " ")));
 }
 
 void write_lines(report &out) {
-    const review_data &data = out.data;
+    const review_data &data = out.session.data;
     if (data.lines.empty())
         return;
     out.text += "\n";
@@ -80,29 +77,30 @@ void write_lines(report &out) {
     });
     if (has_proof)
         out.line("without all lines that are overridden or without effect the result is the same, byte for byte");
-    std::vector<line_group> groups;
-    for (const line_fate &line : data.lines)
-        if (out.options.all)
-            groups.push_back({&line});
-    if (out.options.lines && !out.options.all)
-        groups = group_lines(data);
-    for (const line_group &group : groups) {
-        const line_fate &first = *group.front();
-        std::string at = place_text(data.files[first.file].name, first.line),
+    auto write = [&](const line_group &group) {
+        std::string at = place_text(data.files[group[0]->file].name, group[0]->line),
                     count = group.size() > 1 ? format(" ({} lines)", group.size()) : "";
-        if (first.became != fate::kept || out.options.all)
-            out.line(format("[{}] {}: {}{}", word(first.became), at, line_reason(data, group), count));
-    }
-    for (const line_origin &each : out.options.all ? data.origins : std::vector<line_origin>()) {
-        bool is_input = each.from == origin::input;
-        std::string from = is_input ? place_text(data.files[each.file].name, each.input_line) : word(each.from);
-        out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
+        out.line(format("[{}] {}: {}{}", word(group[0]->became), at, line_reason(data, group), count));
+    };
+    if (out.session.all) {
+        for (const line_fate &line : data.lines)
+            write({&line});
+        for (const line_origin &each : data.origins) {
+            std::string from = word(each.from);
+            if (each.from == origin::input)
+                from = place_text(data.files[each.file].name, each.input_line);
+            out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
+        }
+    } else if (out.session.lines) {
+        for (const line_group &group : group_lines(data))
+            if (group[0]->became != fate::kept)
+                write(group);
     }
 }
 
 void write_todo(report &out) {
-    std::string head = out.options.only.empty() ? "\nto do:\n" : "";
-    for (const todo_item &item : out.data.todo) {
+    std::string head = out.session.only.empty() ? "\nto do:\n" : "";
+    for (const todo_item &item : out.session.data.todo) {
         if (!out.wants("todo." + item.id) && !out.wants("todo"))
             continue;
         out.text += std::exchange(head, "");
@@ -178,15 +176,18 @@ std::string result_name(const review_data &data) {
     return "standard output";
 }
 
-std::string report_text(const json &answer, const review_data &data, const say_options &options) {
-    report out{answer, data, options, ""};
+std::string report_text(const json &answer, const review_session &session) {
+    const review_data &data = session.data;
+    report out{session, ""};
     std::string verdict = answer["verdict"];
-    if (options.quiet)
+    if (session.as_json)
+        return report_json(answer, data);
+    if (session.quiet || !session.html.empty())
         return shown(verdict) + "\n";
     if (!data.release_reason.empty())
         out.line(format("release {} ({})", data.release, data.release_reason));
-    write_findings(out);
-    if (options.only.empty()) {
+    write_findings(answer["findings"], out);
+    if (session.only.empty()) {
         write_access(out);
         write_lines(out);
     }
