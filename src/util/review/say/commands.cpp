@@ -41,8 +41,7 @@ std::string first_difference(const std::string &is, const std::string &should_be
 
 // An input that was changed after the result was made; empty for none.
 std::string newer_input(const upgrade_command &command) {
-    struct stat result {
-    }, input{};
+    struct stat result = {}, input = {};
     stat(command.output.c_str(), &result);
     for (const upgrade_step &step : command.steps)
         if (strchr("nme", step.letter) && stat(step.argument.c_str(), &input) == 0 && input.st_mtime > result.st_mtime)
@@ -52,36 +51,34 @@ std::string newer_input(const upgrade_command &command) {
 
 // Whether the output is what the upgrade writes, and if not, what is the matter with it.
 void compare_bytes(const upgrade_command &command, const std::string &should_be, review_session &session) {
-    const std::string *is = session.files.bytes(command.output), *old = session.files.bytes(command.old_conf);
+    review_data &data = session.data;
+    const place at{command.output, 0};
+    const std::string *is = session.files.bytes(at.file), *old = session.files.bytes(command.old_conf);
     if (!command.has_output)
         return;
-    if (is)
-        session.data.result = *is == should_be ? written::same : written::different;
-    if (session.data.result == written::same)
-        return;
-    finding &told = tell(session.data, "not-written", "", command.output);
     if (!is) {
-        told.text = access(command.output.c_str(), F_OK) == 0
-                        ? "nothing can be read back from it: what is told is what would be written"
-                        : "not there yet: this is a preview of what would be written";
+        bool is_there = access(at.file.c_str(), F_OK) == 0;
+        const char *why = is_there ? "nothing can be read back from it: what is told is what would be written"
+                                   : "not there yet: this is a preview of what would be written";
+        return void(tell(data, "not-written", why, at.file));
+    }
+    data.result = *is == should_be ? written::same : written::different;
+    if (data.result == written::same)
         return;
-    }
     std::string newer = newer_input(command), first = first_difference(*is, should_be);
-    told.advice = "run the upgrade again";
-    told.leads = true;
-    if (is->size() < should_be.size() && should_be.compare(0, is->size(), *is) == 0) {
-        told.text = format("cut short: {} of {} bytes are there", is->size(), should_be.size());
-        told.advice = "look at the disk and at limits on the size of files, then run the upgrade again";
-    } else if (old && *old == *is) {
-        told.text = "it is the old configuration, byte for byte: " + first;
-        told.advice = "if the upgrade wrote into its input, that has to come from its copy";
-    } else if (!newer.empty()) {
-        told.text = format("an older result: {} was changed after it; {}", newer, first);
-    } else {
-        told.text = "made of other inputs or with other options, or changed by hand: " + first;
-        told.advice += ", or make sure that the change is meant";
-        told.leads = false;
-    }
+    const char *id = "not-written";
+    if (is->size() < should_be.size() && should_be.compare(0, is->size(), *is) == 0)
+        advise(data, id, at, "look at the disk and at limits on the size of files, then run the upgrade again",
+               "cut short: {} of {} bytes are there", is->size(), should_be.size());
+    else if (old && *old == *is)
+        advise(data, id, at, "if the upgrade wrote into its input, that has to come from its copy",
+               "it is the old configuration, byte for byte: {}", first);
+    else if (!newer.empty())
+        advise(data, id, at, "run the upgrade again", "an older result: {} was changed after it; {}", newer, first);
+    else
+        return void(advise(data, id, at, "run the upgrade again, or make sure that the change is meant",
+                           "made of other inputs or with other options, or changed by hand: {}", first));
+    data.findings.back().leads = true;
 }
 
 // Who decided before: the tables, or from 4.0 on the old configuration's maps. False if nothing tells.

@@ -79,7 +79,8 @@ json sum_up_fleet(review_session &session) {
     std::vector<std::string> parts;
     for (auto [weight, number] : counts)
         parts.push_back(format("{} {}", number, weight == grade::none ? "with nothing to look at" : word(weight)));
-    std::string verdict = counted(rows.size(), "firewall", "firewalls") + format(": {}", fmt::join(parts, ", "));
+    session.subject = counted(rows.size(), "firewall", "firewalls");
+    std::string verdict = format("{}: {}", session.subject, fmt::join(parts, ", "));
     return {{"status", rows[0]["status"]},
             {"grade", word(counts.begin()->first)},
             {"verdict", verdict},
@@ -106,11 +107,9 @@ std::string fleet_text(const json &fleet, const review_session &session) {
     return text + format("\n{}.\n", fleet["verdict"].get<std::string>());
 }
 
-std::string fleet_page(json fleet) {
+std::string fleet_page(json fleet, const review_session &session) {
     std::string worst = fleet["grade"];
-    fleet["title"] = "Fleet";
-    fleet["subject"] = counted(fleet["firewalls"].size(), "firewall", "firewalls");
     fleet["head"] = worst == word(grade::none) ? "Nothing to look at" : "The worst is: " + worst;
     fleet["firewalls"] = {{"rows", fleet["firewalls"]}};
-    return render_page(std::move(fleet));
+    return render_page(std::move(fleet), session);
 }

@@ -142,7 +142,7 @@ int run(const std::vector<std::string> &words) {
         session.taken.push_back(file.name);
     std::string text = is_fleet ? fleet_text(answer, session) : report_text(answer, session), page;
     if (!session.html.empty())
-        page = is_fleet ? fleet_page(answer) : report_page(answer, session);
+        page = is_fleet ? fleet_page(answer, session) : report_page(answer, session);
     write_answer(page, text, session);
     return answer["status"];
 }

@@ -132,7 +132,7 @@ json group_values(const std::string &name, const std::string &file, std::string_
 json line_values(review_session &session) {
     const review_data &data = session.data;
     std::map<std::pair<int, uint32_t>, line_group> fates; // the worst first
-    for (const line_group &group : group_lines(data))
+    for (const auto &[of, group] : group_lines(data))
         for (const line_fate *line : group)
             fates[{-static_cast<int>(line->became), line->file}].push_back(line);
     json groups = json::array();
@@ -202,16 +202,16 @@ std::string report_page(json values, review_session &session) {
     }
     values["sheet"] = list_of(std::move(values["todo"]), "thing", "things",
                               session.result ? "Nothing is to be decided or entered again." : unseen);
-    values.update({{"title", session.title}, {"subject", session.subject}});
     values["proxies"] = proxy_values(std::move(values["access"]), session.before, session.after);
     values["fates"] = session.data.lines.empty() ? unseen : fate_counts(session.data);
     values["groups"] = line_values(session);
-    return render_page(std::move(values));
+    return render_page(std::move(values), session);
 }
 
-std::string render_page(json values) {
+std::string render_page(json values, const review_session &session) {
     std::string made = format("{:%Y-%m-%d %H:%M %Z}", fmt::localtime(time(nullptr)));
-    values.update({{"made", made}, {"version", REVIEW_VERSION}});
+    values.update(
+        {{"title", session.title}, {"subject", session.subject}, {"made", made}, {"version", REVIEW_VERSION}});
     std::string page;
     scopes inside{&values};
     fill(page_template, inside, page);

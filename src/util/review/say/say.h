@@ -77,14 +77,14 @@ json sum_up_fleet(review_session &session);
 std::string report_text(const json &answer, const review_session &session);
 std::string report_page(json answer, review_session &session);
 std::string fleet_text(const json &fleet, const review_session &session);
-std::string fleet_page(json fleet);
+std::string fleet_page(json fleet, const review_session &session);
 
 /// The answer with all lines and origins, as text.
 std::string report_json(const json &answer, const review_data &data);
 /// One value as text; bytes that are no UTF-8 become the replacement character.
 std::string dumped(const json &value, int indent);
-/// The built-in page filled with the values, who made it, and when.
-std::string render_page(json values);
+/// The built-in page filled with the values, its heading, who made it, and when.
+std::string render_page(json values, const review_session &session);
 /// True if `only` can name it: a finding, `todo`, or a kind of what is to be done such as `todo.off`.
 bool is_told_name(const std::string &name);
 /// "1 rule", "3 rules"; "old.conf:12", or the file alone.
@@ -95,8 +95,9 @@ std::string shown(std::string_view text);
 
 /// Lines of one input with one fate, reason and winner, in rising order.
 using line_group = std::vector<const line_fate *>;
-/// All lines in groups, the worst fate first, then by file and reason.
-std::vector<line_group> group_lines(const review_data &data);
+/// All groups, the worst fate first, then by file, the file of the winner, whether it was tried, and the reason.
+using line_groups = std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, line_group>;
+line_groups group_lines(const review_data &data);
 /// Where a line went, such as "by init.conf:12: the same service"; of a group what all of it have in common.
 std::string line_reason(const review_data &data, const line_group &group);
 /// How many lines had which fate: "12 kept, 3 reshaped".

@@ -92,7 +92,7 @@ void write_lines(report &out) {
             out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
         }
     } else if (out.session.lines) {
-        for (const line_group &group : group_lines(data))
+        for (const auto &[key, group] : group_lines(data))
             if (group[0]->became != fate::kept)
                 write(group);
     }
@@ -128,17 +128,14 @@ std::string shown(std::string_view text) {
     return safe;
 }
 
-std::vector<line_group> group_lines(const review_data &data) {
-    std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, line_group> groups;
+line_groups group_lines(const review_data &data) {
+    line_groups groups;
     for (const line_fate &line : data.lines) {
         size_t by = line.by_line ? line.by_file : SIZE_MAX;
         bool is_tried = line.how != proof::not_tried;
         groups[{-static_cast<int>(line.became), line.file, by, is_tried, line.reason}].push_back(&line);
     }
-    std::vector<line_group> sorted;
-    for (auto &[key, group] : groups)
-        sorted.push_back(std::move(group));
-    return sorted;
+    return groups;
 }
 
 std::string line_reason(const review_data &data, const line_group &group) {
