@@ -134,7 +134,8 @@ void check_inputs(const upgrade_command &command, review_session &session) {
 
 // What is told of the content comes of a cause, if there is one.
 void mark_followers(review_data &data) {
-    bool has_cause = std::any_of(data.findings.begin(), data.findings.end(), [](auto &told) { return told.leads; });
+    bool has_cause =
+        std::any_of(data.findings.begin(), data.findings.end(), [](const finding &told) { return told.leads; });
     static const std::set<std::string> apart = {"trouble", "command-line", "file", "not-written", "message"};
     for (finding &told : data.findings)
         told.follows = told.follows || (has_cause && !told.leads && !apart.count(told.id));

@@ -20,10 +20,7 @@ constexpr size_t PRINT_LIMIT = 60;    // dropped lines that are printed one by o
 
 constexpr char unseen[] = "Not looked at.";
 
-// With its style and script.
-constexpr std::string_view page_template =
-#include "page.inc"
-    ;
+#include "page_template.h" // the page with its style and script, as the build put it together
 
 // The value as text of an element or an attribute.
 std::string escaped(const json &value) {
