@@ -77,6 +77,7 @@ json sum_up_fleet(review_session &session) {
         counts[grade_of(each)]++;
     }
     std::vector<std::string> parts;
+    parts.reserve(counts.size());
     for (auto [weight, number] : counts)
         parts.push_back(format("{} {}", number, weight == grade::none ? "with nothing to look at" : word(weight)));
     session.subject = counted(rows.size(), "firewall", "firewalls");
