@@ -93,7 +93,6 @@ enum class written { absent, same, different };
 
 /// The whole of what the program says.
 struct review_data {
-    int status = 0; ///< 0 nothing to look at, 1 something, 2 trouble
     int release = 0;
     std::string release_reason; ///< which key told the release
     std::string host_name;      ///< of the firewall, as the old configuration has it

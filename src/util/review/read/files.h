@@ -12,7 +12,7 @@ struct loaded_files {
     /// The file's bytes, or null if it can't be read.
     const std::string *bytes(const std::string &path);
     /// The file as a configuration or as a table; null if it can't be read.
-    const configuration *conf(const std::string &path, conf_layout layout);
+    const configuration *conf(const std::string &path, conf_layout layout = conf_layout::translated);
     const netperm_table *table(const std::string &path);
 
 private:

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -24,9 +25,10 @@ std::string link_to(const fs::path &page, const fs::path &folder) {
 
 // Throws for a word that is no grade.
 grade grade_of(const json &firewall) {
-    static const std::map<std::string, grade> grades = {
-        {"wrong", grade::wrong}, {"decide", grade::decide}, {"know", grade::know}, {"none", grade::none}};
-    return grades.at(firewall.at("grade"));
+    for (grade each : {grade::wrong, grade::decide, grade::know, grade::none})
+        if (firewall.at("grade") == word(each))
+            return each;
+    throw std::out_of_range("no such grade");
 }
 
 // What is told of a firewall. An answer that can't be read is trouble for it alone.
@@ -38,14 +40,13 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
     bool is_folder = path.has_parent_path() && path.stem() == "review"; // a folder a firewall
     json firewall{{"name", is_folder ? path.parent_path().string() : fs::path(path).replace_extension().string()}};
     try {
-        std::ifstream stream(answer);
-        json data = json::parse(stream, skip_lines);
+        json data = json::parse(std::ifstream(answer), skip_lines);
+        grade_of(data);
         firewall["status"] = std::clamp(data.at("status").get<int>(), 0, 2);
         firewall["release"] = data.at("release").get<int>();
         for (const char *key : {"grade", "verdict"})
             firewall[key] = data.at(key).get<std::string>();
         firewall["host_name"] = data.value("host_name", "");
-        grade_of(firewall);
     } catch (const std::exception &) {
         firewall.update({{"status", 2}, {"release", 0}, {"grade", word(grade::wrong)}, {"host_name", ""}});
         firewall["verdict"] = "Trouble: the answer can't be read.";
@@ -59,45 +60,57 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
 
 } // namespace
 
-int sum_up_fleet(const std::vector<std::string> &answers, const std::string &html, std::string &text, std::string &data,
-                 std::string &page) {
-    json rows = json::array();
-    for (const std::string &answer : answers)
-        rows.push_back(firewall_of(answer, fs::path("." / fs::path(html)).parent_path()));
+json sum_up_fleet(review_session &session) {
+    session.taken = session.words;
+    json rows = json::array(), alike = rows; // alike: those with one verdict, which stand together
+    for (const std::string &answer : session.words)
+        rows.push_back(firewall_of(answer, fs::path("." / fs::path(session.html)).parent_path()));
     auto key = [](const json &each) {
         return std::make_tuple(-each["status"].get<int>(), grade_of(each), each["verdict"], each["name"]);
     };
     std::stable_sort(rows.begin(), rows.end(), [&](const json &a, const json &b) { return key(a) < key(b); });
-    int status = 0;
     std::map<grade, size_t> counts;
-    json alike = json::array(); // those with one verdict, which stand together
     for (const json &each : rows) {
-        std::string name = each["name"], host = each["host_name"], verdict = each["verdict"], weight = each["grade"];
-        if (alike.empty() || alike.back()["verdict"] != verdict)
-            alike.push_back({{"verdict", verdict}, {"grade", weight}, {"firewalls", json::array()}});
-        alike.back()["firewalls"].push_back(name);
-        name += host.empty() || host == name ? "" : " (" + host + ")";
-        std::string line = format("[{}] {}, release {}: {}", weight, name, each["release"].dump(), verdict);
-        text += shown(line) + "\n";
-        status = std::max(status, each["status"].get<int>());
+        if (alike.empty() || alike.back()["verdict"] != each["verdict"])
+            alike.push_back({{"verdict", each["verdict"]}, {"grade", each["grade"]}, {"firewalls", json::array()}});
+        alike.back()["firewalls"].push_back(each["name"]);
         counts[grade_of(each)]++;
     }
-    for (const json &each : alike) {
+    std::vector<std::string> parts;
+    parts.reserve(counts.size());
+    for (auto [weight, number] : counts)
+        parts.push_back(format("{} {}", number, weight == grade::none ? "with nothing to look at" : word(weight)));
+    session.subject = counted(rows.size(), "firewall", "firewalls");
+    std::string verdict = format("{}: {}", session.subject, fmt::join(parts, ", "));
+    return {{"status", rows[0]["status"]},
+            {"grade", word(counts.begin()->first)},
+            {"verdict", verdict},
+            {"verdicts", alike},
+            {"firewalls", rows}};
+}
+
+std::string fleet_text(const json &fleet, const review_session &session) {
+    if (session.as_json)
+        return dumped(fleet, 2) + "\n";
+    if (!session.html.empty())
+        return "";
+    std::string text;
+    for (const json &each : fleet["firewalls"]) {
+        std::string name = each["name"], host = each["host_name"], weight = each["grade"], verdict = each["verdict"];
+        name += host.empty() || host == name ? "" : " (" + host + ")";
+        text += shown(format("[{}] {}, release {}: {}", weight, name, each["release"].dump(), verdict)) + "\n";
+    }
+    for (const json &each : fleet["verdicts"]) {
         std::vector<std::string> names = each["firewalls"];
         std::string verdict = each["verdict"], number = counted(names.size(), "firewall", "firewalls");
         text += format("\n{}: {}\n    {}\n", number, shown(verdict), shown(format("{}", fmt::join(names, ", "))));
     }
-    std::string count = counted(rows.size(), "firewall", "firewalls"), verdict, worst = word(counts.begin()->first);
-    for (auto [weight, number] : counts)
-        verdict += format("{}{} {}", verdict.empty() ? "" : ", ", number,
-                          weight == grade::none ? "with nothing to look at" : word(weight));
-    json values{{"status", status}, {"grade", worst}, {"verdict", count + ": " + verdict}, {"verdicts", alike}};
-    text += format("\n{}: {}.\n", count, verdict);
-    values["firewalls"] = rows;
-    data = dumped(values, 2) + "\n";
-    std::string head = worst == word(grade::none) ? "Nothing to look at" : "The worst is: " + worst;
-    values.update({{"title", "Fleet"}, {"subject", count}, {"head", head}});
-    values["firewalls"] = {{"rows", std::move(rows)}};
-    page = html.empty() ? "" : render_page(std::move(values));
-    return status;
+    return text + format("\n{}.\n", fleet["verdict"].get<std::string>());
+}
+
+std::string fleet_page(json fleet, const review_session &session) {
+    std::string worst = fleet["grade"];
+    fleet["head"] = worst == word(grade::none) ? "Nothing to look at" : "The worst is: " + worst;
+    fleet["firewalls"] = {{"rows", fleet["firewalls"]}};
+    return render_page(std::move(fleet), session);
 }

@@ -4,151 +4,96 @@
 #include "say/say.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fmt/ranges.h>
+#include <fstream>
+#include <iostream>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
 
-struct own_options {
-    say_options say;
-    std::string html, table;
-    std::vector<std::string> words; ///< of the command
-    bool json = false;
-};
-
-/// The commands for single questions, with their words. Ends with a null.
+/// The commands for single questions, with their words. Ends with the review of an upgrade, which has no name.
 const struct command_row {
     const char *id, *words;
     int least, most; // of them
     const char *help, *title;
+    void (*ask)(review_session &session); // null for a fleet
 } commands[] = {
-    {"explain", "CONF PROXY HOST", 3, 3, "why a host gets its answer from a configuration", "Explain"},
-    {"line", "FILE:N", 1, 1, "what would be another without a line: FILE:N, then the upgrade's words",
-     "Upgrade review"},
-    {"diff", "BEFORE AFTER", 2, 2, "two configurations by meaning, in whatever layout each is", "Diff"},
-    {"check", "CONF", 1, 1, "what in a configuration hangs in the air", "Check"},
-    {"fleet", "ANSWER...", 1, 1 << 20, "many answers, made with --json, in one list, the worst first", "Fleet"},
-    {nullptr, "", 0, 0, "", "Upgrade review"},
+    {"explain", "CONF PROXY HOST", 3, 3, "why a host gets its answer from a configuration", "Explain", explain_host},
+    {"line", "FILE:N", 1, 1, "what would be another without a line: FILE:N, then the upgrade's words", "Upgrade review",
+     review_upgrade},
+    {"diff", "BEFORE AFTER", 2, 2, "two configurations by meaning, in whatever layout each is", "Diff", review_diff},
+    {"check", "CONF", 1, 1, "what in a configuration hangs in the air", "Check", review_check},
+    {"fleet", "ANSWER...", 1, 1 << 20, "many answers, made with --json, in one list, the worst first", "Fleet",
+     nullptr},
+    {nullptr, "", 0, 0, "", "Upgrade review", review_upgrade},
 };
 
 pid_t program; // whose exit counts, 0 when main came to its end
 
-// The store ends the process by itself where memory runs out, with a message and the status of an upgrade.
-void end_in_trouble() {
-    if (getpid() != program)
-        return;
-    fflush(nullptr);
-    _exit(2);
-}
-
-// Ahead of all other objects, whose making takes memory, too.
+// Ahead of all other objects, whose making takes memory, too. The store ends the process by itself where memory runs
+// out, with a message and the status of an upgrade.
 [[gnu::constructor(101)]] void begin() {
     program = getpid();
-    atexit(end_in_trouble);
     std::set_new_handler(outofcore);
+    atexit([] {
+        if (getpid() == program)
+            _exit(2);
+    });
 }
 
-int refuse(const std::string &text) {
-    fprintf(stderr, "moatwall-review: %s\n", text.c_str());
-    return 2;
-}
-
-// Writes the page to its file, which must be none of those that it speaks of, and the text to standard output.
-int write_answer(const own_options &own, int status, const std::vector<std::string> &taken, const std::string &page,
-                 const std::string &text) {
+// Writes the page to its file, which must be none of those that it speaks of, and the rest to standard output.
+void write_answer(const std::string &page, const std::string &text, const review_session &session) {
+    const std::string &html = session.html;
     if (isatty(STDERR_FILENO))
         fputs("\r\033[K", stderr); // the progress line ends
-    for (const std::string &name : own.html.empty() ? std::vector<std::string>() : taken)
-        if (own.html == name || same_file(own.html, name))
-            return refuse(own.html + " is an input or output of what the page is about and is not overwritten");
-    FILE *stream = own.html.empty() ? stdout : fopen(own.html.c_str(), "w");
-    bool good = stream && fwrite(page.data(), 1, page.size(), stream) == page.size();
-    good = (!stream || stream == stdout || fclose(stream) == 0) && good;
-    if (!good)
-        return refuse("can't write " + own.html + ": " + strerror(errno));
-    good = fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0;
-    return good ? status : refuse(std::string("can't write the answer: ") + strerror(errno));
+    for (const std::string &name : session.taken)
+        if (!html.empty() && (html == name || same_file(html, name)))
+            throw std::runtime_error(html + " is an input or output of what the page is about and is not overwritten");
+    if (!html.empty() && !(std::ofstream(html) << page << std::flush))
+        throw std::runtime_error("can't write " + html + ": " + strerror(errno));
+    if (!(std::cout << text << std::flush))
+        throw std::runtime_error(std::string("can't write the answer: ") + strerror(errno));
 }
 
-int answer(own_options &own, const std::string &command, const std::vector<std::string> &upgrade_words,
-           review_session &session) {
-    const std::vector<std::string> &words = own.words;
-    std::vector<std::string> taken;
-    if (command == "fleet") {
-        std::string text, data, page;
-        int status = sum_up_fleet(words, own.html, text, data, page);
-        return write_answer(own, status, words, page, own.json ? data : own.html.empty() ? text : "");
-    }
-    own.say.subject = fmt::format("{}", fmt::join(words, " "));
-    if (command == "explain") {
-        session.proxy = words[1];
-        explain_host(words[0], own.table, words[2], session);
-    } else if (command == "diff") {
-        review_diff(words[0], words[1], session);
-    } else if (command == "check") {
-        review_check(words[0], session);
-    } else {
-        std::string place = command == "line" ? words[0] : "";
-        size_t colon = place.rfind(':');
-        long line = colon == place.npos ? 0 : strtol(place.c_str() + colon + 1, nullptr, 10);
-        if (command == "line" && line < 1)
-            return refuse(place + " is no place: FILE:N is one");
-        upgrade_command upgrade = parse_upgrade_command(upgrade_words);
-        taken = step_files(upgrade, 'R');
-        own.say.subject = "standard output";
-        if (upgrade.has_output)
-            taken.push_back(own.say.subject = upgrade.output);
-        review_upgrade(upgrade, place.substr(0, colon), line, session);
-    }
-    finish_answer(session.data);
-    for (const file_record &file : session.data.files)
-        taken.push_back(file.name);
-    std::string page = own.html.empty() ? "" : report_page(session, own.say);
-    own.say.quiet = own.say.quiet || !own.html.empty();
-    return write_answer(own, session.data.status, taken, page,
-                        own.json ? report_json(session.data) : report_text(session.data, own.say));
-}
-
-void add_own_options(CLI::App &app, own_options &own, review_session &session) {
+void add_options(CLI::App &app, review_session &session) {
     app.fallthrough(); // the commands take them, too
     app.set_help_flag("--help", "print this help");
     app.set_version_flag("--version", "moatwall-review " REVIEW_VERSION);
-    app.add_option("--html", own.html, "write the page to this file");
-    app.add_flag("--json", own.json, "print one JSON object");
+    app.add_option("--html", session.html, "write the page to this file");
+    app.add_flag("--json", session.as_json, "print one JSON object");
     app.add_option("--proxy", session.proxy, "compare this proxy only");
-    app.add_option("--only", own.say.only, "print these findings and things to do only, such as wider,todo.off")
+    app.add_option("--only", session.only, "print these findings and things to do only, such as wider,todo.off")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->check([](const std::string &name) {
             return is_told_name(name) ? "" : "there is no finding and nothing to do with the name " + name;
         });
-    app.add_flag("--lines", own.say.lines, "list what became of lines, like ones together");
-    app.add_flag("--all", own.say.all, "list every line of the inputs and of the result");
-    app.add_flag("--quiet", own.say.quiet, "print the verdict only");
+    app.add_flag("--lines", session.lines, "list what became of lines, like ones together");
+    app.add_flag("--all", session.all, "list every line of the inputs and of the result");
+    app.add_flag("--quiet", session.quiet, "print the verdict only");
     app.footer("Everything from the first short option or name on is the upgrade's own command line:\n"
                "  moatwall-review [OPTIONS] [-Vx] [-R report] [-n netperm] [-m mergefile]... outputfile\n"
                "Exit status: 0 nothing to look at, 1 something to look at, 2 trouble.");
     for (const command_row *row = commands; row->id; row++)
         app.add_subcommand(row->id, row->help)
-            ->add_option("words", own.words)
+            ->add_option("words", session.words)
             ->option_text(row->words)
             ->expected(row->least, row->most)
             ->required();
-    app.get_subcommand("explain")->add_option("--netperm", own.table, "what this netperm table says to it");
+    app.get_subcommand("explain")->add_option("--netperm", session.table, "what this netperm table says to it");
 }
 
-int run(const std::vector<std::string> &words) {
-    own_options own;
-    review_session session;
-    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
-    add_own_options(app, own, session);
-    // Long options with their values come first, then a command or the upgrade's words.
+// Takes the words apart: long options with their values come first, then a command or the upgrade's words. Throws for
+// words that can't be understood, and for those that ask for help.
+const command_row &parse_words(const std::vector<std::string> &words, CLI::App &app, review_session &session) {
     size_t mine = 0;
     while (mine < words.size() && words[mine].compare(0, 2, "--") == 0 && words[mine] != "--") {
         const CLI::Option *option = app.get_option_no_throw(words[mine]);
@@ -157,28 +102,49 @@ int run(const std::vector<std::string> &words) {
     bool ended = mine < words.size() && words[mine] == "--"; // what stands behind it is the upgrade's
     const command_row *command = find_row(commands, ended || mine == words.size() ? "" : words[mine]);
     if (command->id) // a line's place belongs to the program, what follows to the upgrade
-        mine = strcmp(command->id, "line") == 0 ? std::min(mine + 2, words.size()) : words.size();
+        mine = command->ask == review_upgrade ? std::min(mine + 2, words.size()) : words.size();
     auto end = words.begin() + static_cast<long>(mine);
-    std::vector<std::string> upgrade_words(end + ended, words.end()), own_words(words.begin(), end);
+    session.upgrade_words.assign(end + ended, words.end());
+    std::vector<std::string> own_words(words.begin(), end);
     std::reverse(own_words.begin(), own_words.end());
+    app.parse(own_words);
+    if (!command->id && session.upgrade_words.empty()) {
+        fputs(app.help().c_str(), stderr);
+        throw CLI::RuntimeError(2);
+    }
+    return *command;
+}
+
+int run(const std::vector<std::string> &words) {
+    review_session session;
+    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
+    add_options(app, session);
+    const command_row *command = nullptr;
     try {
-        app.parse(own_words);
+        command = &parse_words(words, app, session);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
-    if (!command->id && upgrade_words.empty()) {
-        fputs(app.help().c_str(), stderr);
-        return 2;
-    }
     winsize terminal{};
     if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &terminal) == 0)
-        own.say.width = terminal.ws_col;
+        session.width = terminal.ws_col;
     if (isatty(STDERR_FILENO))
         session.progress = [](const std::string &what) {
             fprintf(stderr, "\r\033[K%s ...", shown(what.substr(0, 100)).c_str());
         };
-    own.say.title = command->title;
-    return answer(own, command->id ? command->id : "", upgrade_words, session);
+    session.title = command->title;
+    session.subject = fmt::format("{}", fmt::join(session.words, " "));
+    bool is_fleet = !command->ask;
+    if (!is_fleet)
+        command->ask(session);
+    json answer = is_fleet ? sum_up_fleet(session) : answer_object(session.data);
+    for (const file_record &file : session.data.files)
+        session.taken.push_back(file.name);
+    std::string text = is_fleet ? fleet_text(answer, session) : report_text(answer, session), page;
+    if (!session.html.empty())
+        page = is_fleet ? fleet_page(answer, session) : report_page(answer, session);
+    write_answer(page, text, session);
+    return answer["status"];
 }
 
 } // namespace
@@ -189,10 +155,8 @@ int main(int argc, char **argv) {
     int status = 2;
     try {
         status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
-    } catch (const std::bad_alloc &) {
-        status = refuse("out of memory");
     } catch (const std::exception &error) {
-        status = refuse(error.what());
+        fprintf(stderr, "moatwall-review: %s\n", error.what());
     }
     program = 0;
     return status;

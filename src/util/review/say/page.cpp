@@ -1,8 +1,10 @@
-// What the page shows: the answer's own data, cut to what a browser takes, and the lines and rules that it speaks of.
+// The page: the answer's own data, cut to what a browser takes, with the lines and rules that it speaks of.
 #include "say/say.h"
 
 #include <algorithm>
-#include <fmt/format.h>
+#include <cstring>
+#include <ctime>
+#include <fmt/chrono.h>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -11,9 +13,59 @@ using fmt::format;
 namespace {
 
 // What a browser still shows without a wait. What is beyond is told.
+constexpr size_t TEXT_LIMIT = 4000;   // bytes of one text
 constexpr size_t ROW_LIMIT = 1000;    // rows of one list
 constexpr size_t RULE_LIMIT = 10'000; // patterns of all proxies
 constexpr size_t PRINT_LIMIT = 60;    // dropped lines that are printed one by one
+
+constexpr char unseen[] = "Not looked at.";
+
+#include "page_template.h" // the page with its style and script, as the build put it together
+
+// The value as text of an element or an attribute.
+std::string escaped(const json &value) {
+    std::string text = value.is_string() ? value.get<std::string>() : value.is_null() ? "" : value.dump(), safe;
+    for (char byte : shown(std::string_view(text).substr(0, TEXT_LIMIT)))
+        safe += strchr("&<>\"'", byte) ? format("&#{};", int{byte}) : std::string(1, byte);
+    return text.size() > TEXT_LIMIT ? safe + format(" ... ({} bytes in all)", text.size()) : safe;
+}
+
+/// The values that a part of the template stands in, the inmost last.
+using scopes = std::vector<const json *>;
+
+const json &look_up(const scopes &inside, const std::string &name) {
+    static const json none;
+    for (size_t i = inside.size(); name != "." && i-- > 0;)
+        if (inside[i]->is_object() && inside[i]->contains(name))
+            return (*inside[i])[name];
+    return name == "." ? *inside.back() : none;
+}
+
+// Adds a part of the template to the page. In it `{{name}}` is the value, escaped; `{{#name}}` up to `{{/name}}` stands
+// once for each element of a list, or once if the value is there and is neither false nor empty; `{{^name}}` if it is
+// not. Names are looked up from the inmost section outwards, `.` is the element itself. There is no raw form.
+void fill(std::string_view text, scopes &inside, std::string &page) {
+    for (size_t open; (open = text.find("{{")) != std::string_view::npos;) {
+        page += text.substr(0, open);
+        std::string tag(text.substr(open + 2, text.find("}}", open) - open - 2)), name = tag.substr(1);
+        text.remove_prefix(open + 2 + tag.size() + 2);
+        if (tag[0] != '#' && tag[0] != '^') {
+            page += escaped(look_up(inside, tag));
+            continue;
+        }
+        std::string_view section = text.substr(0, text.find("{{/" + name + "}}"));
+        text = text.substr(section.size() + 3 + name.size() + 2);
+        const json &value = look_up(inside, name);
+        bool is_there = !value.empty() && value != false && value != "", is_list = is_there && value.is_array();
+        size_t times = is_there != (tag[0] == '#') ? 0 : is_list ? value.size() : 1;
+        for (size_t i = 0; i < times; i++) {
+            inside.push_back(is_list ? &value[i] : &value);
+            fill(section, inside, page);
+            inside.pop_back();
+        }
+    }
+    page += text;
+}
 
 // As many rows as the page takes, with what is said of the whole: their number, or why there is none.
 json list_of(json rows, const char *one, const char *many, const char *none) {
@@ -26,94 +78,87 @@ json list_of(json rows, const char *one, const char *many, const char *none) {
     return list;
 }
 
-// Adds to each proxy the rules of both sides, in order, and puts those first that are not the same.
+// The rules of one side of a proxy in order, as far as there is room on the page.
+json side_values(const char *when, const access_side &side, const std::string &proxy, size_t &room) {
+    bool fits = true;
+    json rules = json::array();
+    for (const access_rule &rule : rules_of(side, proxy, room, &fits))
+        rules.push_back(
+            {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, &rule))}});
+    room -= rules.size();
+    std::string count = !fits           ? "too many for a page, ask moatwall-review explain"
+                        : rules.empty() ? "nobody is let through"
+                                        : counted(rules.size(), "pattern", "patterns");
+    return {{"when", when}, {"count", count}, {"rules", std::move(rules)}};
+}
+
+// Adds the rules of both sides to each proxy, and puts those first that are not the same.
 json proxy_values(json proxies, const access_side &before, const access_side &after) {
+    auto differs = [](const json &each) { return each["verdict"] != "same"; };
+    std::stable_partition(proxies.begin(), proxies.end(), differs);
     size_t room = RULE_LIMIT;
-    auto side_values = [&](const char *when, const access_side &side, const std::string &proxy) {
-        bool fits = true;
-        json texts = json::array();
-        for (const access_rule &rule : rules_of(side, proxy, room, &fits)) {
-            std::string text = decision_text(decision_of(side, &rule));
-            texts.push_back({{"class", rule.permit ? "permit" : "deny"}, {"text", std::move(text)}});
-        }
-        room -= texts.size();
-        std::string count = !fits           ? "too many for a page, ask moatwall-review explain"
-                            : texts.empty() ? "nobody is let through"
-                                            : counted(texts.size(), "pattern", "patterns");
-        return json{{"when", when}, {"count", count}, {"rules", std::move(texts)}};
-    };
-    auto is_same = [](const json &each) { return each["verdict"] == "same"; };
-    std::stable_sort(proxies.begin(), proxies.end(),
-                     [&](const json &a, const json &b) { return is_same(a) < is_same(b); });
     for (json &each : proxies) {
-        const std::string name = each["proxy"];
-        each.update({{"differs", !is_same(each)}, {"sides", json::array()}});
+        each.update({{"differs", differs(each)}, {"sides", json::array()}});
         if (!before.proxies.empty())
-            each["sides"].push_back(side_values("Before", before, name));
-        each["sides"].push_back(side_values("Now", after, name));
+            each["sides"].push_back(side_values("Before", before, each["proxy"], room));
+        each["sides"].push_back(side_values("Now", after, each["proxy"], room));
     }
     return proxies;
+}
+
+// Lines of one file that went or came one way, with the number of all and the places, texts and reasons of the first.
+template <typename record, typename reason_type>
+json group_values(const std::string &name, const std::string &file, std::string_view bytes,
+                  const std::vector<const record *> &lines, reason_type reason_of) {
+    std::vector<std::string_view> texts;
+    for (size_t i = 0; i < bytes.size(); i += texts.back().size() + 1)
+        texts.push_back(bytes.substr(i, bytes.find('\n', i) - i));
+    json rows = json::array();
+    for (const record *each : lines) {
+        if (rows.size() == ROW_LIMIT)
+            break;
+        auto i = static_cast<size_t>(each->line) - 1;
+        std::string text(i < texts.size() ? texts[i].substr(0, 400) : "");
+        rows.push_back({{"at", place_text(file, each->line)}, {"text", text}, {"why", reason_of(each)}});
+    }
+    return {{"name", name}, {"from", file}, {"count", counted(lines.size(), "line", "lines")}, {"rows", rows}};
 }
 
 // The lines of the inputs by what became of them, and those of the result that come from no input. What is dropped is
 // printed, too, where it is not much.
 json line_values(review_session &session) {
     const review_data &data = session.data;
-    std::map<std::string, std::vector<std::string_view>> known;
-    auto row_of = [&](const std::string &name, bool is_result, long line, std::string why) {
-        auto [at, is_new] = known.try_emplace(is_result ? "" : name);
-        std::string_view bytes;
-        if (is_new && is_result)
-            bytes = session.result->bytes;
-        else if (const std::string *input = is_new ? session.files.bytes(name) : nullptr)
-            bytes = *input;
-        for (size_t i = 0; i < bytes.size(); i += at->second.back().size() + 1)
-            at->second.push_back(bytes.substr(i, bytes.find('\n', i) - i));
-        std::string text(at->second.size() < static_cast<size_t>(line) ? ""
-                                                                       : at->second[static_cast<size_t>(line) - 1]);
-        return json{{"at", place_text(name, line)}, {"text", text.substr(0, 400)}, {"why", std::move(why)}};
-    };
-    std::map<std::pair<fate, uint32_t>, size_t> counts;
-    for (const line_fate &line : data.lines)
-        counts[{line.became, line.file}]++;
-    json groups = json::array();
-    for (const line_group &group : group_lines(data)) {
-        fate became = group[0]->became;
-        const std::string &file = data.files[group[0]->file].name;
-        if (groups.empty() || groups.back()["name"] != word(became) || groups.back()["from"] != file) {
-            size_t count = counts[{became, group[0]->file}];
-            bool is_alarm = became == fate::unexplained,
-                 is_short = became == fate::without_effect && count <= PRINT_LIMIT;
-            groups.push_back({{"name", word(became)}, {"from", file}, {"count", counted(count, "line", "lines")}});
-            groups.back().update({{"opens", is_alarm}, {"prints", is_alarm || is_short}, {"rows", json::array()}});
-        }
+    std::map<std::pair<int, uint32_t>, line_group> fates; // the worst first
+    for (const auto &[of, group] : group_lines(data))
         for (const line_fate *line : group)
-            if (json &rows = groups.back()["rows"]; rows.size() < ROW_LIMIT)
-                rows.push_back(row_of(file, false, line->line, line_reason(data, {line})));
+            fates[{-static_cast<int>(line->became), line->file}].push_back(line);
+    json groups = json::array();
+    for (const auto &[key, lines] : fates) {
+        fate became = lines[0]->became;
+        bool is_alarm = became == fate::unexplained, is_short = lines.size() <= PRINT_LIMIT;
+        const std::string &file = data.files[key.second].name;
+        auto reason_of = [&data](const line_fate *line) { return line_reason(data, {line}); };
+        groups.push_back(group_values(word(became), file, *session.files.bytes(file), lines, reason_of));
+        groups.back()["opens"] = is_alarm;
+        groups.back()["prints"] = is_alarm || (became == fate::without_effect && is_short);
     }
-    std::map<origin, std::pair<size_t, json>> made;
+    std::map<origin, std::vector<const line_origin *>> origins;
     for (const line_origin &each : data.origins)
-        if (each.from != origin::input && made[each.from].first++ < ROW_LIMIT)
-            made[each.from].second.push_back(row_of(result_name(data), true, each.line, ""));
-    for (auto &[from, list] : made)
-        if (list.first)
-            groups.push_back({{"name", format("from {}", from == origin::nowhere ? "" : "the ") + word(from)},
-                              {"from", result_name(data)},
-                              {"rows", std::move(list.second)},
-                              {"count", counted(list.first, "line", "lines")}});
+        if (each.from != origin::input)
+            origins[each.from].push_back(&each);
+    for (const auto &[from, lines] : origins) {
+        std::string name = format("from {}{}", from == origin::nowhere ? "" : "the ", word(from));
+        auto no_reason = [](const line_origin *) { return ""; };
+        groups.push_back(group_values(name, result_name(data), session.result->bytes, lines, no_reason));
+    }
     return groups;
 }
 
-} // namespace
-
-std::string report_page(review_session &session, const say_options &options) {
-    const review_data &data = session.data;
-    json values = answer_object(data), causes = json::array(), followers = causes, access = causes, checks = causes;
-    bool is_compared = !data.access.empty();
+// The findings by the part of the page that tells them.
+void sort_findings(json &values, bool is_compared) {
+    json causes = json::array(), followers = causes, access = causes, checks = causes;
     for (json &told : values["findings"]) {
         bool is_access = told.contains("host") || told["id"] == "not-decided";
-        if (told.contains("before") && data.access.empty())
-            values["access"] = json::array({{{"proxy", told["proxy"]}, {"verdict", "asked for"}}});
         is_compared = is_compared || is_access;
         json &list = told.contains("leads")     ? causes
                      : told.contains("follows") ? followers
@@ -121,26 +166,51 @@ std::string report_page(review_session &session, const say_options &options) {
                                                 : checks;
         list.push_back(std::move(told));
     }
-    const char *unseen = "Not looked at.", *folded = "What there is follows from the cause above.";
-    const char *same = followers.empty() ? "No host is treated otherwise than before, at any proxy." : folded;
-    values["parts"] = {list_of(std::move(access), "difference", "differences", is_compared ? same : unseen),
+    const char *same = !is_compared        ? unseen
+                       : followers.empty() ? "No host is treated otherwise than before, at any proxy."
+                                           : "What there is follows from the cause above.";
+    values["causes"] = std::move(causes);
+    values["followers"] = list_of(std::move(followers), "finding follows", "findings follow", "");
+    values["parts"] = {list_of(std::move(access), "difference", "differences", same),
                        list_of(std::move(checks), "finding", "findings", "There is nothing else to look at.")};
     values["parts"][0].update({{"part", "access"}, {"heading", "Who gets through"}});
     values["parts"][1].update({{"part", "checks"}, {"heading", "Checks"}});
-    values["followers"] = list_of(std::move(followers), "finding follows", "findings follow", "");
+}
+
+} // namespace
+
+std::string report_page(json values, review_session &session) {
+    static const std::map<std::string, const char *> heads = {
+        {"wrong", "Wrong: to be mended before anything is signed"},
+        {"decide", "Decide before signing"},
+        {"know", "Know before signing"},
+        {"none", "Nothing to look at"}};
+    bool in_trouble = values["status"] == 2;
+    values["head"] = in_trouble ? "Wrong: not everything could be told" : heads.at(values["grade"]);
+    for (const finding &told : session.data.findings)
+        if (told.has_sides && session.data.access.empty())
+            values["access"] = {{{"proxy", told.proxy}, {"verdict", "asked for"}}};
+    sort_findings(values, !session.data.access.empty());
+    const char *last = "";
     for (json &item : values["todo"]) {
-        bool is_next = &item != &values["todo"][0] && (&item)[-1]["id"] == item["id"];
-        item["kind"] = is_next ? "" : find_row(todo_names, item["id"])->heading;
+        const char *heading = find_row(todo_names, item["id"])->heading;
+        item["kind"] = heading == last ? "" : heading;
+        last = heading;
     }
     values["sheet"] = list_of(std::move(values["todo"]), "thing", "things",
                               session.result ? "Nothing is to be decided or entered again." : unseen);
-    static const char *const heads[] = {"Wrong: to be mended before anything is signed", "Decide before signing",
-                                        "Know before signing", "Nothing to look at"};
-    const char *head = data.status == 2 ? "Wrong: not everything could be told" : "";
-    values["head"] = *head ? head : heads[static_cast<size_t>(worst_grade(data))];
-    values.update({{"title", options.title}, {"subject", options.subject}, {"causes", std::move(causes)}});
     values["proxies"] = proxy_values(std::move(values["access"]), session.before, session.after);
-    values["fates"] = data.lines.empty() ? unseen : fate_counts(data);
+    values["fates"] = session.data.lines.empty() ? unseen : fate_counts(session.data);
     values["groups"] = line_values(session);
-    return render_page(std::move(values));
+    return render_page(std::move(values), session);
+}
+
+std::string render_page(json values, const review_session &session) {
+    std::string made = format("{:%Y-%m-%d %H:%M %Z}", fmt::localtime(time(nullptr)));
+    values.update(
+        {{"title", session.title}, {"subject", session.subject}, {"made", made}, {"version", REVIEW_VERSION}});
+    std::string page;
+    scopes inside{&values};
+    fill(page_template, inside, page);
+    return page;
 }

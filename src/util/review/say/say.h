@@ -5,7 +5,6 @@
 #include "access/access.h"
 #include "read/files.h"
 #include "review.h"
-#include "run/upgrade_command.h"
 
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
@@ -33,81 +32,77 @@ template <typename row_type> const row_type *find_row(const row_type *row, const
 /// The word of an enumeration's value.
 template <typename enumeration> const char *word(enumeration value);
 
-/// One question with its answer, and all that the answer was made of.
+/// One question, what is to be shown, and all that the answer is made of.
 struct review_session {
-    std::string proxy; ///< only this one is compared; empty for all
+    std::vector<std::string> words;         ///< of the command
+    std::vector<std::string> upgrade_words; ///< the upgrade's command line
+    std::string table;                      ///< for `explain`; empty for none
+    std::string proxy;                      ///< only this one is compared; empty for all
     std::function<void(const std::string &what)> progress = [](const std::string &) {}; ///< told of each step
+
+    bool all = false;              ///< every line, kept ones too, and every origin; what follows from a cause, too
+    bool lines = false;            ///< groups of lines, not counts alone
+    bool quiet = false;            ///< the verdict alone
+    bool as_json = false;          ///< all as data
+    std::vector<std::string> only; ///< names of findings, and of what is to be done with `todo.` in front; or empty
+    unsigned width = 0;            ///< of the terminal, 0 where lines are not wrapped
+    std::string html;              ///< the page's file, empty for no page
+    std::string title, subject;    ///< the page's heading
+
     loaded_files files;
+    std::vector<std::string> taken;        ///< names of files that the page must not overwrite
     std::unique_ptr<configuration> own;    ///< what the upgrade writes, in a layout that a reader takes back
     const configuration *result = nullptr; ///< what is looked at as the result
     access_side before, after;
     review_data data;
 };
 
-/// An upgrade, before or after it was made. With a `file`, what would be another without that line of it.
-void review_upgrade(const upgrade_command &command, const std::string &file, long line, review_session &session);
-/// Why a host gets its answer from a configuration and, if `table` is not empty, from a netperm table.
-void explain_host(const std::string &conf, const std::string &table, const std::string &host, review_session &session);
-/// Two configurations by meaning, and who gets through.
-void review_diff(const std::string &before, const std::string &after, review_session &session);
-/// What hangs in the air in one configuration.
-void review_check(const std::string &path, review_session &session);
+// The commands. They fill in `data`.
 
-/// What is to be shown.
-struct say_options {
-    bool all = false;              ///< every line, kept ones too, and every origin; what follows from a cause, too
-    bool lines = false;            ///< groups of lines, not counts alone
-    bool quiet = false;            ///< the verdict alone
-    std::vector<std::string> only; ///< names of findings, and of what is to be done with `todo.` in front; or empty
-    unsigned width = 0;            ///< of the terminal, 0 where lines are not wrapped
-    std::string title, subject;    ///< the page's heading
-};
+/// An upgrade, before or after it was made. With a word, FILE:N, what would be another without that line.
+void review_upgrade(review_session &session);
+/// Why a host gets its answer from a configuration, and from a netperm table: CONF PROXY HOST.
+void explain_host(review_session &session);
+/// Two configurations by meaning, and who gets through: BEFORE AFTER.
+void review_diff(review_session &session);
+/// What hangs in the air in one configuration: CONF.
+void review_check(review_session &session);
 
-/// Sums up answers that `--json` wrote, one that can't be read as trouble: the text, the data and, if `html` names a
-/// file for it, a page that leads to those that lie beside the answers. The result is the exit status.
-int sum_up_fleet(const std::vector<std::string> &answers, const std::string &html, std::string &text, std::string &data,
-                 std::string &page);
+/// The answer as data, but for its lines and their origins, with the exit status. Puts the findings in the order in
+/// which they are told.
+json answer_object(review_data &data);
+/// Sums up answers that `--json` wrote, one that can't be read as trouble, with links to the pages beside them.
+json sum_up_fleet(review_session &session);
+/// What goes to standard output, and the page; the same for a fleet.
+std::string report_text(const json &answer, const review_session &session);
+std::string report_page(json answer, review_session &session);
+std::string fleet_text(const json &fleet, const review_session &session);
+std::string fleet_page(json fleet, const review_session &session);
 
+/// The answer with all lines and origins, as text.
+std::string report_json(const json &answer, const review_data &data);
+/// One value as text; bytes that are no UTF-8 become the replacement character.
+std::string dumped(const json &value, int indent);
+/// The built-in page filled with the values, its heading, who made it, and when.
+std::string render_page(json values, const review_session &session);
 /// True if `only` can name it: a finding, `todo`, or a kind of what is to be done such as `todo.off`.
 bool is_told_name(const std::string &name);
-/// Puts the findings in the order in which they are told, and finds the exit status.
-void finish_answer(review_data &data);
-grade grade_of(const review_data &data, const finding &told);
-grade worst_grade(const review_data &data);
-/// A sentence for the whole: what a reader has to know if he reads nothing else.
-std::string verdict_sentence(const review_data &data);
 /// "1 rule", "3 rules"; "old.conf:12", or the file alone.
 std::string counted(size_t number, const char *one, const char *many);
 std::string place_text(const std::string &file, long line);
-/// What a finding says, without its place and its advice.
-std::string finding_text(const finding &told);
+/// The text with all that is no character, or is not seen, as an escape.
+std::string shown(std::string_view text);
 
 /// Lines of one input with one fate, reason and winner, in rising order.
 using line_group = std::vector<const line_fate *>;
-/// All lines in groups, the worst fate first, then by file and reason.
-std::vector<line_group> group_lines(const review_data &data);
+/// All groups, the worst fate first, then by file, the file of the winner, whether it was tried, and the reason.
+using line_groups = std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, line_group>;
+line_groups group_lines(const review_data &data);
 /// Where a line went, such as "by init.conf:12: the same service"; of a group what all of it have in common.
 std::string line_reason(const review_data &data, const line_group &group);
 /// How many lines had which fate: "12 kept, 3 reshaped".
 std::string fate_counts(const review_data &data);
 /// The name of the file that the upgrade writes.
 std::string result_name(const review_data &data);
-
-/// The text with all that is no character, or is not seen, as an escape.
-std::string shown(std::string_view text);
-std::string report_text(const review_data &data, const say_options &options);
-/// The answer as data, but for its lines and their origins; and all of it as text.
-json answer_object(const review_data &data);
-std::string report_json(const review_data &data);
-/// One value as text; bytes that are no UTF-8 become the replacement character.
-std::string dumped(const json &value, int indent);
-std::string report_page(review_session &session, const say_options &options);
-/// The page as it is built into the program, with its style and script.
-extern const char page_template[];
-/// The built-in page filled with the values, who made it, and when. In it `{{name}}` is the value, escaped;
-/// `{{#name}}` up to `{{/name}}` stands once for each element of a list, or once if the value is there and is neither
-/// false nor empty; `{{^name}}` if it is not. Names are looked up from the inmost section outwards, `.` is the element
-/// itself. There is no raw form.
-std::string render_page(json values);
 
 #endif

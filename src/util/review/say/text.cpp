@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 using fmt::format;
@@ -15,8 +16,7 @@ namespace {
 
 /// The text as it grows.
 struct report {
-    const review_data &data;
-    const say_options &options;
+    const review_session &session;
     std::string text;
 
     // Breaks a line at blanks to fit the terminal; what follows is indented. A word that is too long stays whole.
@@ -24,9 +24,8 @@ struct report {
         std::istringstream words(shown(raw));
         size_t column = 0; // with the blank that follows
         for (std::string each; std::getline(words, each, ' '); text += each) {
-            auto is_first = [](char byte) { return (byte & 0xC0) != 0x80; }; // of a character
-            auto columns = static_cast<size_t>(std::count_if(each.begin(), each.end(), is_first));
-            bool is_broken = options.width && column > 5 && column + columns > options.width;
+            size_t columns = mbstowcs(nullptr, each.c_str(), 0);
+            bool is_broken = session.width && column > 5 && column + columns > session.width;
             text += is_broken ? "\n    " : column ? " " : "";
             column = (is_broken ? 5 : column + 1) + columns;
         }
@@ -34,40 +33,41 @@ struct report {
     }
 
     bool wants(const std::string &name) const {
-        return options.only.empty() || std::count(options.only.begin(), options.only.end(), name);
+        return session.only.empty() || std::count(session.only.begin(), session.only.end(), name);
     }
 };
 
 // What follows from a cause is told by its number behind the causes, if nobody asks for more.
-void write_findings(report &out) {
-    bool folds = !out.options.all && out.options.only.empty();
-    const std::vector<finding> &findings = out.data.findings;
-    auto folded =
-        std::count_if(findings.begin(), findings.end(), [=](const auto &told) { return folds && told.follows; });
-    for (const finding &told : findings) {
-        if (folded && !told.leads) {
+void write_findings(const json &findings, report &out) {
+    bool folds = !out.session.all && out.session.only.empty();
+    auto is_folded = [folds](const json &told) { return folds && told.contains("follows"); };
+    auto folded = std::count_if(findings.begin(), findings.end(), is_folded);
+    for (const json &told : findings) {
+        if (folded && !told.contains("leads")) {
             out.line(format("    {} more follow{} from this; --all lists them", folded, folded == 1 ? "s" : ""));
             folded = 0;
         }
-        std::string at = place_text(told.at.file, told.at.line), advice = told.advice.empty() ? "" : ": " + told.advice;
-        if (out.wants(told.id) && !(told.follows && folds))
-            out.line(format("[{}] {}{}{}{}", told.id, at, at.empty() ? "" : ": ", finding_text(told), advice));
+        std::string id = told["id"], text = told["text"],
+                    at = place_text(told.value("file", ""), told.value("line", 0L)), advice = told.value("advice", "");
+        if (out.wants(id) && !is_folded(told))
+            out.line(
+                format("[{}] {}{}{}{}{}", id, at, at.empty() ? "" : ": ", text, advice.empty() ? "" : ": ", advice));
     }
 }
 
 void write_access(report &out) {
+    const std::vector<access_row> &access = out.session.data.access;
     std::map<std::string, std::vector<std::string>> proxies;
-    for (const access_row &row : out.data.access)
+    for (const access_row &row : access)
         proxies[word(row.found)].push_back(row.proxy);
-    if (!proxies.empty())
-        out.text +=
-            format("\naccess: {} compared over all hosts\n", counted(out.data.access.size(), "proxy", "proxies"));
+    if (!access.empty())
+        out.text += format("\naccess: {} compared over all hosts\n", counted(access.size(), "proxy", "proxies"));
     for (const auto &[found, names] : proxies)
         out.line(format("{} {}: {}", names.size(), found, fmt::join(names, " ")));
 }
 
 void write_lines(report &out) {
-    const review_data &data = out.data;
+    const review_data &data = out.session.data;
     if (data.lines.empty())
         return;
     out.text += "\n";
@@ -77,29 +77,30 @@ void write_lines(report &out) {
     });
     if (has_proof)
         out.line("without all lines that are overridden or without effect the result is the same, byte for byte");
-    std::vector<line_group> groups;
-    for (const line_fate &line : data.lines)
-        if (out.options.all)
-            groups.push_back({&line});
-    if (out.options.lines && !out.options.all)
-        groups = group_lines(data);
-    for (const line_group &group : groups) {
-        const line_fate &first = *group.front();
-        std::string why = line_reason(data, group), count = group.size() > 1 ? format(" ({} lines)", group.size()) : "";
-        if (first.became != fate::kept || out.options.all)
-            out.line(
-                format("[{}] {}:{}: {}{}", word(first.became), data.files[first.file].name, first.line, why, count));
-    }
-    for (const line_origin &each : out.options.all ? data.origins : std::vector<line_origin>()) {
-        std::string from =
-            each.from == origin::input ? place_text(data.files[each.file].name, each.input_line) : word(each.from);
-        out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
+    auto write = [&](const line_group &group) {
+        std::string at = place_text(data.files[group[0]->file].name, group[0]->line),
+                    count = group.size() > 1 ? format(" ({} lines)", group.size()) : "";
+        out.line(format("[{}] {}: {}{}", word(group[0]->became), at, line_reason(data, group), count));
+    };
+    if (out.session.all) {
+        for (const line_fate &line : data.lines)
+            write({&line});
+        for (const line_origin &each : data.origins) {
+            std::string from = word(each.from);
+            if (each.from == origin::input)
+                from = place_text(data.files[each.file].name, each.input_line);
+            out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
+        }
+    } else if (out.session.lines) {
+        for (const auto &[key, group] : group_lines(data))
+            if (group[0]->became != fate::kept)
+                write(group);
     }
 }
 
 void write_todo(report &out) {
-    std::string head = out.options.only.empty() ? "\nto do:\n" : "";
-    for (const todo_item &item : out.data.todo) {
+    std::string head = out.session.only.empty() ? "\nto do:\n" : "";
+    for (const todo_item &item : out.session.data.todo) {
         if (!out.wants("todo." + item.id) && !out.wants("todo"))
             continue;
         out.text += std::exchange(head, "");
@@ -114,35 +115,81 @@ void write_todo(report &out) {
 std::string shown(std::string_view text) {
     std::string safe;
     for (size_t at = 0, size = 1; at < text.size(); at += size) {
-        wchar_t value = 0;
+        wchar_t value = 0; // stays 0 for what is no character
         mbstate_t state{};
         size = mbrtowc(&value, text.data() + at, text.size() - at, &state);
-        bool is_character = size > 0 && size <= 4;
-        size = is_character ? size : 1;
-        if (is_character && iswprint(static_cast<wint_t>(value)) && wcwidth(value) > 0)
+        size = size == 0 || size > 4 ? 1 : size;
+        if (text[at] == '\t' || (iswprint(static_cast<wint_t>(value)) && wcwidth(value) > 0))
             safe += text.substr(at, size);
-        else if (is_character && size > 1)
-            safe += format("\\u{{{:X}}}", static_cast<uint32_t>(value));
         else
-            safe += text[at] == '\t' ? "\t" : format("\\x{:02X}", static_cast<unsigned char>(text[at]));
+            safe += size > 1 ? format("\\u{{{:X}}}", static_cast<uint32_t>(value))
+                             : format("\\x{:02X}", static_cast<unsigned char>(text[at]));
     }
     return safe;
 }
 
-std::string report_text(const review_data &data, const say_options &options) {
-    report out{data, options, ""};
-    bool is_whole = options.only.empty();
-    if (options.quiet)
-        return shown(verdict_sentence(data)) + "\n";
+line_groups group_lines(const review_data &data) {
+    line_groups groups;
+    for (const line_fate &line : data.lines) {
+        size_t by = line.by_line ? line.by_file : SIZE_MAX;
+        bool is_tried = line.how != proof::not_tried;
+        groups[{-static_cast<int>(line.became), line.file, by, is_tried, line.reason}].push_back(&line);
+    }
+    return groups;
+}
+
+std::string line_reason(const review_data &data, const line_group &group) {
+    const line_fate &line = *group.front();
+    bool is_one = group.size() == 1;
+    std::vector<std::string> parts;
+    if (line.result_line && is_one && line.became <= fate::reshaped)
+        parts.push_back(place_text(result_name(data), line.result_line));
+    if (line.by_line)
+        parts.push_back("by " + place_text(data.files[line.by_file].name, is_one ? line.by_line : 0));
+    if (!line.reason.empty())
+        parts.push_back(line.reason);
+    if (line.how == proof::not_tried)
+        parts.push_back("not tried");
+    return format("{}", fmt::join(parts, ": "));
+}
+
+std::string fate_counts(const review_data &data) {
+    std::vector<std::string> parts;
+    auto count = [&](const char *name, auto is_meant) {
+        if (auto number = std::count_if(data.lines.begin(), data.lines.end(), is_meant))
+            parts.push_back(format("{} {}", number, name));
+    };
+    for (fate each : {fate::kept, fate::reshaped, fate::overridden, fate::without_effect, fate::unexplained})
+        count(word(each), [each](const line_fate &line) { return line.became == each; });
+    count(said_twice, [](const line_fate &line) { return line.reason == said_twice; });
+    count("not tried", [](const line_fate &line) { return line.how == proof::not_tried; });
+    return format("{}", fmt::join(parts, ", "));
+}
+
+std::string result_name(const review_data &data) {
+    for (const file_record &file : data.files)
+        if (file.role == file_role::result)
+            return file.name;
+    return "standard output";
+}
+
+std::string report_text(const json &answer, const review_session &session) {
+    const review_data &data = session.data;
+    report out{session, ""};
+    std::string verdict = answer["verdict"];
+    if (session.as_json)
+        return report_json(answer, data);
+    if (session.quiet || !session.html.empty())
+        return shown(verdict) + "\n";
     if (!data.release_reason.empty())
         out.line(format("release {} ({})", data.release, data.release_reason));
-    write_findings(out);
-    if (is_whole) {
+    write_findings(answer["findings"], out);
+    if (session.only.empty()) {
         write_access(out);
         write_lines(out);
     }
     write_todo(out);
     out.text += out.text.empty() ? "" : "\n";
-    out.line(verdict_sentence(data));
+    out.line(verdict);
     return std::move(out.text);
 }
