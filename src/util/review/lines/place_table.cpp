@@ -232,7 +232,7 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
         need = rule.attribute == row->attribute ? row->need : need;
     for (const global_word_rec *row = global_word_tab; row->word; row++)
         is_of_all = is_of_all || rule.word == row->word;
-    if (is_of_all || rule.attribute == (is_template ? "xgateway" : "destination") || (owners.empty() && need == 0))
+    if (is_of_all || (is_template && rule.attribute == "xgateway") || (owners.empty() && need == 0))
         return;
     std::vector<const Frag *> wanted;
     if (is_template)
@@ -287,7 +287,7 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
             note(number, at->second, "as record " + clear_name(at->second) + " of dest");
-        owners.emplace(above);
+        owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
     }
     tell_missing(number, rule, owners);
     account_line &line = all.lines[number];

@@ -16,55 +16,51 @@ enum : unsigned {
     ALWAYS = 0,
     FROM_40 = 1,
     NOT_55 = 2,
-    NUMBERED = 4,  // the result is
-    TABLES = 8,    // they decide
-    LOGIN = 16,    // an input switches network login on
-    IMPORTED = 32, // the line's file is
-    REMOVED = 64,  // it is, or comes ahead of an import
-    UNREAD = 128,  // the file is passed over
-    SERVICES = 256 // are those of the platform that saves them by themselves
+    NUMBERED = 4,   // the result is
+    TABLES = 8,     // they decide
+    LOGIN = 16,     // an input switches network login on
+    IMPORTED = 32,  // the line's file is
+    REMOVED = 64,   // it is, or comes ahead of an import
+    UNREAD = 128,   // the file is passed over
+    SERVICES = 256, // are those of the platform that saves them by themselves
+    OLDER = 512,    // it is not the initial environment's, and there is one
+    MUST = 1024     // what stands in the result all the same is told
 };
 
-/// Rules that take lines of configurations away: patterns of keys, when they hold, and what they say.
+/// Rules that take lines of configurations away: patterns of keys, or a list of the release whose keys go with all that
+/// is below them; when they hold, and what they say.
 const struct {
     const char *key;
+    const char *const *names; ///< behind the key; null for none
     unsigned when;
     const char *reason;
 } reason_rows[] = {
-    {"*", UNREAD, "of a configuration of 5.5 nothing but the first file is merged"},
-    {"def_proxy_*", REMOVED, "-e removes all proxies that are there"},
-    {"cust_proxy_*", REMOVED, "-e removes all proxies that are there"},
-    {"policy_*", REMOVED, "-e removes all policies that are there"},
-    {"map_*", REMOVED, "-e removes all maps that are there"},
-    {"proxy_*", REMOVED, "a service of 4.1, whose proxy goes with all others"},
-    {"version_firewall", NOT_55, "the release is stamped anew"},
-    {"version_upgraded", NOT_55, "the release is stamped anew"},
-    {"version_moatwall.conf", ALWAYS, "the layout is stamped anew"},
-    {"map", ALWAYS, "maps together have no value"},
-    {"network_loginok", ALWAYS, "it is made into states before saving"},
-    {"def_proxy_svcgrd-*_state", LOGIN, "network_loginok switches it on"},
-    {"def_proxy_global_name", ALWAYS, "the proxy for all is saved as *"},
-    {"def_proxy_sql-px_proxy-exec", NOT_55, "its program is taken from the initial environment"},
-    {"map_numrules", NUMBERED, "the numbered layout has no such count"},
-    {"nat_numrules", NUMBERED, "counts are made anew"},
-    {"*_num_entries", NUMBERED, "counts are made anew"},
-    {"pfedit_*_numrules", NUMBERED, "counts are made anew"},
-    {"netobj_list_*_element_#*_alias", NUMBERED, "an alias is told by the list that it stands in"},
-    {"netobj_list_all%5Finterfaces_*", NUMBERED, "the list of all interfaces is made anew"},
-    {"proxy_*", NUMBERED | SERVICES, "the services of 4.1 follow their proxies"},
-};
-
-/// Lists of the release: all that is below their keys goes.
-const struct {
-    const char *const *keys;
-    const char *above;
-    unsigned when;
-    const char *reason;
-} gone_rows[] = {
-    {del_55_keys, "", NOT_55, "release 5.5 drops it"},
-    {del_55_proxies, "def_proxy_", NOT_55, "the new release has no such proxy"},
-    {del_50_proxies, "def_proxy_", FROM_40, "the new release has no such proxy"},
-    {del_netperm_proxies, "def_proxy_", TABLES, "a table takes this proxy away"},
+    {"*", nullptr, UNREAD, "of a configuration of 5.5 nothing but the first file is merged"},
+    {"def_proxy_*", nullptr, REMOVED | MUST, "-e removes all proxies that are there"},
+    {"cust_proxy_*", nullptr, REMOVED, "-e removes all proxies that are there"},
+    {"policy_*", nullptr, REMOVED | MUST, "-e removes all policies that are there"},
+    {"map_*", nullptr, REMOVED | MUST, "-e removes all maps that are there"},
+    {"proxy_*", nullptr, REMOVED, "a service of 4.1, whose proxy goes with all others"},
+    {"version_firewall", nullptr, NOT_55, "the release is stamped anew"},
+    {"version_upgraded", nullptr, NOT_55, "the release is stamped anew"},
+    {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
+    {"map", nullptr, ALWAYS, "maps together have no value"},
+    {"network_loginok", nullptr, ALWAYS | MUST, "it is made into states before saving"},
+    {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
+    {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
+    {"def_proxy_sql-px_proxy-exec", nullptr, NOT_55 | OLDER | MUST,
+     "its program is taken from the initial environment"},
+    {"map_numrules", nullptr, NUMBERED, "the numbered layout has no such count"},
+    {"nat_numrules", nullptr, NUMBERED, "counts are made anew"},
+    {"*_num_entries", nullptr, NUMBERED, "counts are made anew"},
+    {"pfedit_*_numrules", nullptr, NUMBERED, "counts are made anew"},
+    {"netobj_list_*_element_#*_alias", nullptr, NUMBERED, "an alias is told by the list that it stands in"},
+    {"netobj_list_all%5Finterfaces_*", nullptr, NUMBERED, "the list of all interfaces is made anew"},
+    {"proxy_*", nullptr, NUMBERED | SERVICES, "the services of 4.1 follow their proxies"},
+    {"", del_55_keys, NOT_55 | MUST, "release 5.5 drops it"},
+    {"def_proxy_", del_55_proxies, NOT_55 | MUST, "the new release has no such proxy"},
+    {"def_proxy_", del_50_proxies, FROM_40 | MUST, "the new release has no such proxy"},
+    {"def_proxy_", del_netperm_proxies, TABLES, "a table takes this proxy away"},
 };
 
 /// What is asked of one candidate after the other.
@@ -138,11 +134,27 @@ unsigned reason_finder::conditions(const account_line &line) const {
         {input.last_step < last_import, REMOVED},
         {input.unread, UNREAD},
         {determine_os_maprec(own.conf.db()) == map_nt, SERVICES},
+        {!all.in.command.init_conf.empty() && input.name != all.in.command.init_conf, OLDER},
     };
     unsigned holding = ALWAYS;
     for (auto [holds, bit] : all_bits)
         holding |= holds ? bit : 0;
     return holding;
+}
+
+/// The reason of the first row for the key whose conditions hold and that has all bits of `asked`; null if there is
+/// none.
+const char *row_reason(const std::string &key, unsigned holds, unsigned asked) {
+    for (const auto &row : reason_rows) {
+        if ((holds & row.when) != row.when || (row.when & asked) != asked)
+            continue;
+        if (!row.names && covers(row.key, key))
+            return row.reason;
+        for (const char *const *name = row.names; name && *name; name++)
+            if (begins(key + "_", std::string(row.key) + *name + "_"))
+                return row.reason;
+    }
+    return nullptr;
 }
 
 // What the release says of a key below a proxy.
@@ -167,13 +179,8 @@ const char *reason_finder::conf_reason(const account_line &line) const {
         return "it names no key by itself";
     const std::string &key = line.key;
     unsigned holds = conditions(line);
-    for (const auto &row : reason_rows)
-        if ((holds & row.when) == row.when && covers(row.key, key))
-            return row.reason;
-    for (const auto &row : gone_rows)
-        for (const char *const *name = row.keys; (holds & row.when) && *name; name++)
-            if (begins(key + "_", std::string(row.above) + *name + "_"))
-                return row.reason;
+    if (const char *reason = row_reason(key, holds | MUST, 0))
+        return reason;
     for (const ip_var_rec *row = ip_var_tab; (holds & IMPORTED) && begins(key, "ip_") && row->address; row++)
         for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
             std::string address = all.inputs[line.input].conf->value((std::string("ip_") + row->address).c_str());
@@ -201,19 +208,8 @@ const char *reason_finder::conf_reason(const account_line &line) const {
 // Why a line can't stand in the result, though it does; empty if it can.
 const char *reason_finder::taken_away(const account_line &line) const {
     unsigned holds = conditions(line);
-    for (const auto &row : reason_rows) {
-        // Services stay, and config sets that no count tells to be some.
-        bool may_stay = begins(row.key, "proxy_") || begins(row.key, "cust_proxy_");
-        if (row.when == REMOVED && (holds & REMOVED) && !may_stay && covers(row.key, line.key))
-            return row.reason;
-    }
-    for (const auto &row : gone_rows)
-        for (const char *const *name = row.keys; row.when != TABLES && (holds & row.when) && *name; name++)
-            if (begins(line.key + "_", std::string(row.above) + *name + "_"))
-                return row.reason;
-    bool is_older = !all.in.command.init_conf.empty() && all.inputs[line.input].name != all.in.command.init_conf;
-    if (line.key == "network_loginok" || (line.key == "def_proxy_sql-px_proxy-exec" && (holds & NOT_55) && is_older))
-        return "the release takes it away";
+    if (const char *reason = row_reason(line.key, holds | MUST, MUST))
+        return reason;
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
 }
 
