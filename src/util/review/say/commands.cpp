@@ -159,11 +159,11 @@ bool run(const upgrade_command &command, review_session &session, std::string &b
     bytes = run.output;
     std::string name = command.has_output ? command.output : "standard output";
     if (run.good() && command.version == 99) { // XML
-        run = run_upgrade(command, {}, 50);
+        run = run_upgrade(command, {}, true);
         name += " (in the canonical layout)";
     }
     if (!run.good()) {
-        trouble(session, run.trouble.empty() ? format("the upgrade ends with status {}", run.status) : run.trouble);
+        trouble(session, run.trouble);
         return false;
     }
     session.own = read_configuration(name, std::move(run.output), conf_layout::translated);
