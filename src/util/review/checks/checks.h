@@ -28,14 +28,18 @@ void check_places(const upgrade_command &command, loaded_files &files, review_da
 /// configuration and the initial environment; both may be null.
 void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data);
 
-/// Appends a finding with what to do about it.
-template <typename... types>
-finding &advise(review_data &data, const char *id, const place &at, std::string advice,
-                fmt::format_string<types...> text, types &&...values) {
-    finding &told = tell(data, id, fmt::format(text, std::forward<types>(values)...), at.file, at.line);
-    told.advice = std::move(advice);
-    return told;
-}
+/// Tells findings of one name, with what to do about each.
+struct adviser {
+    review_data &data;
+    const char *id;
+    template <typename... types>
+    finding &operator()(const place &at, std::string advice, fmt::format_string<types...> text,
+                        types &&...values) const {
+        finding &told = tell(data, id, fmt::format(text, std::forward<types>(values)...), at.file, at.line);
+        told.advice = std::move(advice);
+        return told;
+    }
+};
 /// `configuration::value` by its short name.
 inline std::string value_of(const Frag *frag, const char *key = "") { return configuration::value(frag, key); }
 /// True if a value of `version_firewall` stands for the release that the upgrade leads to.
@@ -50,8 +54,7 @@ std::set<std::string> switched_on(const configuration &conf);
 /// What in a configuration hangs in the air, counts wrong, stands twice, or has no place in the saved form. `is_input`
 /// leaves out what is only wrong in a result; `stands_alone` says that its names must lead somewhere in it. What stands
 /// twice is told with the origins that `data` has.
-void check_conf(const configuration &conf, const std::string &name, bool is_input, bool stands_alone,
-                review_data &data);
+void check_conf(const configuration &conf, bool is_input, bool stands_alone, review_data &data);
 /// Appends a finding `setting` or `map` for all that one has and the other has not, or says otherwise: every field. A
 /// numbered record is compared as a whole.
 void diff_configurations(const configuration &before, const configuration &after, review_data &data);

@@ -20,12 +20,8 @@ struct checking {
     const upgrade_command &command;
     loaded_files &files;
     review_data &data;
+    adviser doubt{data, "command-line"};
     strings merges = step_files(command, 'm'), imports = step_files(command, 'e'), tables = step_files(command, 'n');
-
-    template <typename... types>
-    finding &doubt(std::string advice, fmt::format_string<types...> text, types &&...values) const {
-        return advise(data, "command-line", {}, std::move(advice), text, std::forward<types>(values)...);
-    }
 
     // The advice where a word was meant for an option and taken for a name, under which a file may have been written.
     static std::string name_it(const char *advice, const std::string &word) {
@@ -36,28 +32,29 @@ struct checking {
     void check_words() const {
         for (const auto &[letter, file, index, attached] : command.steps) {
             if (letter == 'V' && (file.empty() || file.find_first_not_of("0123456789") != file.npos))
-                doubt("leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
+                doubt({}, "leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
             if (letter != 'V' && attached)
-                doubt(fmt::format("write -{} alone", letter),
+                doubt({}, fmt::format("write -{} alone", letter),
                       "the text behind -{} in {} is ignored: the option takes the next word, {}", letter,
                       command.words[index], file);
             if (letter != 'V' && file[0] == '-')
-                doubt(name_it("name a file behind it", file), "-{} takes the word {} for a file's name", letter, file);
+                doubt({}, name_it("name a file behind it", file), "-{} takes the word {} for a file's name", letter,
+                      file);
         }
         if (!command.numbered())
-            doubt("leave out -V", "the result is {}, which is for reading: it can't be installed",
+            doubt({}, "leave out -V", "the result is {}, which is for reading: it can't be installed",
                   command.version == 99 ? "XML (-V 2)"
                                         : fmt::format("in the canonical layout (-V {})", command.version));
         for (size_t index : command.passed_over)
-            doubt("leave it out", "{} is passed over: it belongs to no option and is not the last word",
+            doubt({}, "leave it out", "{} is passed over: it belongs to no option and is not the last word",
                   command.words[index]);
         if (!command.refused.empty())
-            doubt("name the result last", "the upgrade refuses this command line: {}", command.refused);
+            doubt({}, "name the result last", "the upgrade refuses this command line: {}", command.refused);
         else if (!command.has_output)
-            doubt("name the output last", "-{} took the last word, {}: the result goes to standard output",
+            doubt({}, "name the output last", "-{} took the last word, {}: the result goes to standard output",
                   command.steps.back().letter, command.words.back());
         else if (command.output[0] == '-')
-            doubt(name_it("name the output last", command.output),
+            doubt({}, name_it("name the output last", command.output),
                   "{} is taken for the output's name, since it is the last word", command.output);
     }
 
@@ -69,32 +66,33 @@ struct checking {
             const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
             bool numbered = conf && conf->numbered;
             if (letter == 'R' && read)
-                doubt("put -R first", "-R {} stands behind another option: the report lacks what came before", file);
+                doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
+                      file);
             if (letter == 'n' && is_one_of(met, file))
-                doubt("name it once", "{} is named twice by -n: its rules are translated twice", file);
+                doubt({}, "name it once", "{} is named twice by -n: its rules are translated twice", file);
             if (letter == 'n' && data.release >= 40)
-                doubt("leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
+                doubt({}, "leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
                       newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
             else if (letter == 'n' && !merged.empty())
-                doubt("put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it", file,
-                      merged.back());
+                doubt({}, "put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it",
+                      file, merged.back());
             if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt("put -e behind the first -m",
+                doubt({}, "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
             if (letter == 'e' && merged.size() > 1)
-                doubt("put -e in front of the second -m",
+                doubt({}, "put -e in front of the second -m",
                       "-e {} stands behind -m {}: the maps, proxies and policies of that go, too", file, merged.back());
             if (letter == 'e' && !numbered && conf &&
                 (conf->find("def_proxy") || conf->find("policy") || conf->find("map")))
-                doubt("leave out -e",
+                doubt({}, "leave out -e",
                       "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
                       file);
             if (letter == 'm' && numbered && newest && file == command.old_conf)
-                doubt("leave it as it is", "{} is of 5.5 and in the numbered layout, so it is in the new form already",
-                      file)
+                doubt({}, "leave it as it is",
+                      "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
                     .leads = true;
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt("name it by -e, too",
+                doubt({}, "name it by -e, too",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file)
                     .leads = true;
@@ -105,11 +103,11 @@ struct checking {
                 met.push_back(file);
         }
         if (command.old_conf.empty())
-            doubt("name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
+            doubt({}, "name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
         else if (merges.size() == 1 && command.init_conf.empty() && !newest)
-            doubt("name that of the new release", "no initial environment is named by a second -m");
+            doubt({}, "name that of the new release", "no initial environment is named by a second -m");
         if (data.release < 40 && tables.empty() && imports.empty())
-            doubt("name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
+            doubt({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
     }
 
     void check_overwritten() const {
@@ -123,16 +121,16 @@ struct checking {
             const configuration *conf = is_output ? files.conf(input, conf_layout::translated) : nullptr;
             bool has_run = conf && conf->numbered && is_new_release(conf->value("version_firewall"));
             if (is_output)
-                doubt(has_run ? "take it from its copy, and name another output" : "name another output",
+                doubt({}, has_run ? "take it from its copy, and name another output" : "name another output",
                       "the output {} is the input {}: {}", output, input,
                       has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it")
                     .leads = true;
             if (is_one_of(reports, input))
-                doubt("name another report", "the input {} is the report, too: the upgrade empties it first", input)
+                doubt({}, "name another report", "the input {} is the report, too: the upgrade empties it first", input)
                     .leads = true;
         }
         if (command.has_output && (std::count(reports.begin(), reports.end(), output) || is_one_of(reports, output)))
-            doubt("name another report", "the report {} is the output: both are written into one file", output);
+            doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
     }
 };
 

@@ -134,7 +134,7 @@ void check_inputs(const upgrade_command &command, review_session &session) {
             const configuration *conf = session.files.conf(file, conf_layout::translated);
             bool stands_alone = letter == 'e' || (file == command.old_conf && session.data.release >= 40);
             if (conf && checked.insert(file).second)
-                check_conf(*conf, file, true, stands_alone, session.data);
+                check_conf(*conf, true, stands_alone, session.data);
         }
     }
 }
@@ -176,8 +176,8 @@ void review_upgrade(const upgrade_command &command, const std::string &file, lon
     review_data &data = session.data;
     loaded_files &files = session.files;
     data.command = command.words;
-    bool is_readable = check_files(command, files, data);
     detect_release(command, files, data);
+    bool is_readable = check_files(command, files, data);
     check_command(command, files, data);
     if (!command.refused.empty() || !is_readable)
         return trouble(session, is_readable ? "the upgrade would not run" : "an input can't be read");
@@ -197,7 +197,7 @@ void review_upgrade(const upgrade_command &command, const std::string &file, lon
     session.progress("accounting for every line");
     account_lines({command, files, result, session.before, session.after, bytes, session.progress}, data);
     session.progress("checking the result");
-    check_conf(result, result.name, false, true, data);
+    check_conf(result, false, true, data);
     check_inputs(command, session);
     list_todo(command, files, result, used_proxies(session.before), data);
     mark_followers(data);
@@ -245,5 +245,5 @@ void review_diff(const std::string &before, const std::string &after, review_ses
 
 void review_check(const std::string &path, review_session &session) {
     if (is_read(path, file_role::configuration, session))
-        check_conf(*session.files.conf(path, conf_layout::translated), path, false, true, session.data);
+        check_conf(*session.files.conf(path, conf_layout::translated), false, true, session.data);
 }
