@@ -61,9 +61,9 @@ void diff_configurations(const configuration &before, const configuration &after
 
 // What is left to do.
 
-/// Fills `data.todo`, by the findings `wider` among the rest. `result` is the result in whatever layout; `used` are the
-/// proxies that the tables let somebody into, for a configuration from before 4.0.
+/// Fills `data.todo`, by the findings `wider` among the rest. `result` is the result in whatever layout, `before` who
+/// decided before.
 void list_todo(const upgrade_command &command, loaded_files &files, const configuration &result,
-               const std::set<std::string> &used, review_data &data);
+               const access_side &before, review_data &data);
 
 #endif

@@ -116,16 +116,6 @@ void compare(const configuration *init, const configuration *own, review_session
     compare_access(session.before, session.after, options, session.data);
 }
 
-// The proxies that the tables let somebody into.
-std::set<std::string> used_proxies(const access_side &before) {
-    std::set<std::string> used;
-    for (const std::string &proxy : before.proxies)
-        for (const access_rule &rule : before.tables.empty() ? std::vector<access_rule>() : rules_of(before, proxy))
-            if (rule.permit)
-                used.insert(proxy);
-    return used;
-}
-
 // Each configuration of the command line once, as far as it says something by itself.
 void check_inputs(const upgrade_command &command, review_session &session) {
     std::set<std::string> checked;
@@ -199,7 +189,7 @@ void review_upgrade(const upgrade_command &command, const std::string &file, lon
     session.progress("checking the result");
     check_conf(result, false, true, data);
     check_inputs(command, session);
-    list_todo(command, files, result, used_proxies(session.before), data);
+    list_todo(command, files, result, session.before, data);
     mark_followers(data);
 }
 
