@@ -20,10 +20,9 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
 bool check_configuration(const std::string &path, file_role role, loaded_files &files, review_data &data);
 /// Finds the release that wrote the old configuration, and its host name.
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data);
-/// Mistakes on the command line, and files that are not what their place asks for.
+/// Mistakes on the command line, and configurations that seem to be of another site or release, or to have changed
+/// places.
 void check_command(const upgrade_command &command, loaded_files &files, review_data &data);
-/// The second half of it: configurations that seem to be of another site or release, or to have changed places.
-void check_places(const upgrade_command &command, loaded_files &files, review_data &data);
 /// Lines of a table that mean something else than they look like. Its hosts and names are compared with the old
 /// configuration and the initial environment; both may be null.
 void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data);
@@ -42,8 +41,6 @@ struct adviser {
 };
 /// `configuration::value` by its short name.
 inline std::string value_of(const Frag *frag, const char *key = "") { return configuration::value(frag, key); }
-/// True if a value of `version_firewall` stands for the release that the upgrade leads to.
-bool is_new_release(const std::string &version);
 /// The pattern of the network that an address such as 10.1.0.0 or 10.1 looks like; empty for all other words.
 std::string network_pattern(std::string_view word);
 /// The proxies that a configuration switches on, by themselves or as a service of 4.1.

@@ -1,15 +1,12 @@
-// Files that can't be read, whose bytes read otherwise than they look, or that are not what their place asks for.
+// Files that can't be read or written, whose bytes read otherwise than they look, or that are of another kind.
 #include "checks/checks.h"
 #include "frag_tools.h"
-#include "nupgrade.h"
-#include "run/upgrade_run.h"
 #include "say/say.h"
 #include "upgrade.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fmt/ranges.h>
 #include <sha256.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -84,11 +81,6 @@ std::pair<const char *, const char *> sign_of_all(std::string_view text) {
     return {};
 }
 
-bool has_own_name(const configuration &conf) {
-    std::string name = conf.value("hostname");
-    return !name.empty() && !has_prefix_nocase(name.c_str(), "localhost");
-}
-
 /// The files of a command under check. Its first two configurations are null where there is none.
 struct checking {
     const upgrade_command &command;
@@ -159,52 +151,9 @@ struct checking {
         if (there)
             record(output, file_role::result);
     }
-
-    // The proxies that were in use, and for which the release has a program, but this environment has none.
-    std::set<std::string> without_program() const {
-        std::vector<std::string> imports = step_files(command, 'e');
-        const std::string &was = imports.empty() ? command.old_conf : imports[0];
-        const configuration *conf = files.conf(was, conf_layout::translated);
-        std::set<std::string> lacking, used = conf ? switched_on(*conf) : lacking;
-        for (const std::string &file : data.release < 40 ? step_files(command, 'n') : std::vector<std::string>())
-            for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())
-                if (rule.attribute == "hosts")
-                    used.insert(rule.names.begin(), rule.names.end());
-        for (const std::string &name : used)
-            for (const maprec *services : {map_unix, map_nt})
-                if (const maprec *row = find_maprec(services, &maprec::proxy, name.c_str());
-                    row && *row->exec && init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
-                    lacking.insert(name);
-        return lacking;
-    }
-
-    void check_environment() const {
-        const Frag *version = init->find("version_firewall"), *host = init->find("hostname");
-        if (!value_of(version).empty() && !is_new_release(value_of(version)))
-            doubt({init->name, init->line_of(version)}, "take that of the new release",
-                  "is of release {}, and the new one is 5.5: is it an initial environment?", value_of(version));
-        if (has_own_name(*init))
-            doubt({init->name, init->line_of(host)}, "take it as the new release came with it",
-                  "has the host name {} of its own: is it of another site?", value_of(host));
-        if (std::set<std::string> lacking = without_program(); !lacking.empty())
-            doubt({init->name}, "compare it with what the new release came with",
-                  "has no program (proxy-exec) for {}, in use before: is it whole, and of the new release?",
-                  fmt::join(lacking, ", "));
-        for (const Frag *list : init->children("netobj_list"))
-            for (const Frag *element : configuration::children(list, "element"))
-                if (std::string addr = value_of(element, "addr"), network = network_pattern(addr);
-                    !network.empty() && value_of(element, "interface").empty())
-                    doubt({init->name, init->line_of(element)}, network + " is meant?",
-                          "{} in the list {} stands for itself alone and covers no real host", addr, clear_name(list));
-    }
 };
 
 } // namespace
-
-bool is_new_release(const std::string &version) {
-    size_t digit = version.find_first_of("0123456789");
-    return digit != version.npos && version.compare(digit, 3, "5.5") == 0;
-}
 
 bool check_configuration(const std::string &path, file_role role, loaded_files &files, review_data &data) {
     return checking{{}, files, data}.check(path, role);
@@ -237,28 +186,4 @@ void detect_release(const upgrade_command &command, loaded_files &files, review_
                           : !conf->find("version_firewall")
                               ? "def_proxy but no version_firewall in " + file
                               : fmt::format("version_firewall={} in {}", conf->value("version_firewall"), file);
-}
-
-void check_places(const upgrade_command &command, loaded_files &files, review_data &data) {
-    checking check{command, files, data};
-    const configuration *old = check.old, *init = check.init;
-    adviser doubt{data, "command-line"};
-    std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
-    bool unversioned = old && old->find("def_proxy") && !old->find("version_firewall");
-    bool is_own = init && !is.empty() && (!is_new_release(is) || has_own_name(*init));
-    if (old && init && same_file(old->name, init->name)) {
-        doubt({}, "name the new release's environment by the second -m",
-              "{} is named as the old configuration and as the initial environment", old->name);
-    } else if (old && is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
-        doubt({}, "put the old configuration's -m first",
-              "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
-              old->name, unversioned ? "no version_firewall" : was, init->name, is)
-            .leads = true;
-    } else {
-        if (unversioned)
-            check.doubt({old->name}, "add version_firewall with the release that wrote it",
-                        "has def_proxy and no version_firewall, so that it counts as one of 4.0: is it?");
-        if (init && data.release != 55)
-            check.check_environment();
-    }
 }
