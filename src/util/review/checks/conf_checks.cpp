@@ -14,6 +14,13 @@ namespace {
 
 constexpr size_t RULE_LIMIT = 126; // characters of a filter rule that a numbered save keeps
 
+// What keys of entries have in front of their numbers, for the ends of the keys of their counts.
+const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
+                                  {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
+                                  {"num_entries", ""},           {"num_list", "list_"},
+                                  {"num_group", "group_"},       {"num_parms", "parm_"},
+                                  {"num_elements", "element_"},  {"num_members", "member_"}};
+
 /// One configuration under check.
 struct checking {
     const configuration &conf;
@@ -97,86 +104,72 @@ struct checking {
             }
     }
 
-    void check_counts() const;
-    void check_doubles();
-    std::string said(const conf_line &line) const;
-    void say_double(Frag *node, const conf_line *found, const conf_line *other);
+    void check_counts() const {
+        std::unordered_map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        for (const conf_line &line : conf.lines)
+            for (size_t at = 1; at < line.key.size(); at++)
+                if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
+                    entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
+        for (const conf_line &line : conf.lines)
+            for (const auto &[count, entry] : counted) {
+                size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
+                if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
+                    continue;
+                size_t there = entries[std::string(line.key.substr(0, front)) + entry].size();
+                if (line.value != std::to_string(there))
+                    tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
+                         line.line);
+            }
+    }
+
+    // The value and its line, and where that comes from as far as it is known.
+    std::string said(const conf_line &line) const {
+        auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
+        auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
+        bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
+        return format("{} (line {}{})", line.value, line.line,
+                      known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");
+    }
+
+    // Tells that another line says what the node's own does, of parameters of config sets once for equal values.
+    void say_double(Frag *node, const conf_line *other) {
+        const conf_line *found = conf.origin(node);
+        const Frag *set = at_depth(node, 3);
+        if (!found || !other)
+            return;
+        std::string key = fragkeyname(node), values = format("{}\n{}\n{}", node->name, found->value, other->value);
+        auto [told, fresh] = doubles.emplace(set && is_named(set, "config-sets") ? values : key, data.findings.size());
+        if (!fresh) {
+            long &count = data.findings[told->second].count;
+            count = std::max(count, 1L) + 1;
+            return;
+        }
+        bool alike = node->value && found->value == other->value;
+        say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
+            said(*other), alike ? "; they say the same: it does not matter" : "")
+            .by = {conf.name, other->line};
+    }
+
+    void check_doubles() {
+        std::unordered_map<const Frag *, const conf_line *> setters;
+        for (const conf_line &line : conf.lines)
+            if (line.role == line_role::setting)
+                if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
+                    say_double(line.node, conf.origin(line.node) == &line ? first->second : &line);
+        for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
+            Frag *node = lists.back();
+            std::unordered_map<std::string_view, Frag *> names;
+            for (lists.pop_back(); node; node = node->next) {
+                if (auto [known, fresh] = names.emplace(node->name, node); !fresh)
+                    say_double(known->second, conf.origin(node));
+                if (node->child)
+                    lists.push_back(node->child);
+            }
+        }
+        if (conf.numbered)
+            say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
+    }
 };
-
-// What keys of entries have in front of their numbers, for the ends of the keys of their counts.
-const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
-                                  {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
-                                  {"num_entries", ""},           {"num_list", "list_"},
-                                  {"num_group", "group_"},       {"num_parms", "parm_"},
-                                  {"num_elements", "element_"},  {"num_members", "member_"}};
-
-void checking::check_counts() const {
-    std::unordered_map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
-    for (const conf_line &line : conf.lines)
-        for (size_t at = 1; at < line.key.size(); at++)
-            if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
-                entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
-    for (const conf_line &line : conf.lines)
-        for (const auto &[count, entry] : counted) {
-            size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
-            if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
-                continue;
-            size_t there = entries[std::string(line.key.substr(0, front)) + entry].size();
-            if (line.value != std::to_string(there))
-                tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
-                     line.line);
-        }
-}
-
-// The value and its line, and where that comes from as far as it is known.
-std::string checking::said(const conf_line &line) const {
-    auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
-    auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
-    bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
-    return format("{} (line {}{})", line.value, line.line,
-                  known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");
-}
-
-// Parameters of config sets are told once for all that have the same two values.
-void checking::say_double(Frag *node, const conf_line *found, const conf_line *other) {
-    const Frag *set = at_depth(node, 3);
-    std::string key = fragkeyname(node), values = format("{}\n{}\n{}", node->name, found->value, other->value);
-    auto [told, fresh] = doubles.emplace(set && is_named(set, "config-sets") ? values : key, data.findings.size());
-    if (!fresh) {
-        long &count = data.findings[told->second].count;
-        count = std::max(count, 1L) + 1;
-        return;
-    }
-    bool alike = node->value && found->value == other->value;
-    say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
-        said(*other), alike ? "; they say the same: it does not matter" : "")
-        .by = {conf.name, other->line};
-}
-
-void checking::check_doubles() {
-    std::unordered_map<const Frag *, const conf_line *> setters;
-    for (const conf_line &line : conf.lines) {
-        const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
-        if (!found)
-            continue;
-        if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
-            say_double(line.node, found, found == &line ? first->second : &line);
-    }
-    for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
-        Frag *node = lists.back();
-        std::unordered_map<std::string_view, Frag *> names;
-        for (lists.pop_back(); node; node = node->next) {
-            auto [known, fresh] = names.emplace(node->name, node);
-            if (!fresh && conf.origin(known->second) && conf.origin(node))
-                say_double(known->second, conf.origin(known->second), conf.origin(node));
-            if (node->child)
-                lists.push_back(node->child);
-        }
-    }
-    Frag *all = conf.numbered ? conf.find("def_proxy_*") : nullptr, *global = conf.find("def_proxy_global");
-    if (all && global)
-        say_double(global, conf.origin(global), conf.origin(all));
-}
 
 } // namespace
 
