@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
+#include <utility>
 
 using fmt::format;
 
@@ -137,11 +139,9 @@ struct checking {
 
     // A table none of whose addresses is in a network that the old configuration trusts.
     void check_site(const configuration &old) const {
-        std::vector<std::string_view> trusted;
-        std::string text = decoded_name(old.value("trusted_networks"));
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        std::string_view left = text;
-        for (std::string_view word = take_word(left); !word.empty(); word = take_word(left))
+        std::vector<std::string> trusted;
+        std::istringstream networks(decoded_name(old.value("trusted_networks")));
+        for (std::string word; networks >> word;)
             if (count_parts(word) == 4)
                 trusted.push_back(word.substr(0, network_pattern(word).size() - 1));
         bool has_addresses = false;
@@ -150,7 +150,7 @@ struct checking {
             if (count_parts(stem.substr(0, stem.find_last_not_of('.') + 1)) < 2 || stem.substr(0, 4) == "127.")
                 continue;
             has_addresses = true;
-            for (std::string_view network : trusted)
+            for (const std::string &network : trusted)
                 if (stem.substr(0, network.size()) == network.substr(0, stem.size()))
                     return;
         }
@@ -185,8 +185,9 @@ void check_table(const netperm_table &table, const configuration *old, const con
         check.check_names(*init);
     for (const dropped_line &line : table.dropped)
         check.doubt({table.name, line.line}, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
+    long last = 0;
     for (const table_rule &rule : table.rules) {
-        if (&rule != &table.rules[0] && rule.line == (&rule)[-1].line)
+        if (rule.line == std::exchange(last, rule.line))
             check.doubt({table.name, rule.line}, "make several of it",
                         "a line of more than 8190 bytes: the rest is one of its own");
         check.check_rule(rule);

@@ -243,7 +243,7 @@ struct list_maker {
         for (const conf_line &line : import.lines) {
             const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
                        *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1), *part = at_depth(node, 2);
-            if (!entry)
+            if (!node || !family || !entry)
                 continue;
             auto [at, fresh] = entries.try_emplace(entry);
             if (fresh)
