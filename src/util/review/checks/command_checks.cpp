@@ -100,7 +100,8 @@ struct checking {
     // One option after the other: its place among the others, and the release and layout that it is for.
     void check_options() const {
         bool read = false, newest = data.release == 55;
-        strings merged, met;
+        std::map<char, strings> ahead; // files of the options so far, by letter
+        const strings &merged = ahead['m'], &met = ahead['n'];
         for (const auto &[letter, file, index, attached] : command.steps) {
             const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
             bool numbered = conf && conf->numbered;
@@ -135,15 +136,15 @@ struct checking {
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file)
                     .leads = true;
+            ahead[letter].push_back(file);
             read = read || strchr("mne", letter);
-            if (letter == 'm')
-                merged.push_back(file);
-            if (letter == 'n')
-                met.push_back(file);
         }
+    }
+
+    void check_missing() const {
         if (command.old_conf.empty())
             doubt({}, "name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
-        else if (merges.size() == 1 && command.init_conf.empty() && !newest)
+        else if (merges.size() == 1 && command.init_conf.empty() && data.release != 55)
             doubt({}, "name that of the new release", "no initial environment is named by a second -m");
         if (data.release < 40 && tables.empty() && imports.empty())
             doubt({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
@@ -219,5 +220,6 @@ void check_command(const upgrade_command &command, loaded_files &files, review_d
         return;
     check.check_overwritten();
     check.check_options();
+    check.check_missing();
     check.check_places();
 }
