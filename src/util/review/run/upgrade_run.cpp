@@ -54,7 +54,7 @@ std::set<size_t> words_of_files(const upgrade_command &command) {
         if (step.letter != 'V')
             places.insert(step.argument_index());
     for (size_t i = 1; i + 1 < command.words.size(); i++)
-        if (command.words[i - 1] == "-m")
+        if (command.words[i - 1] == "-m" && command.words[i][0] != '-') // no option behind a file of that name
             places.insert(i);
     return places;
 }
