@@ -20,26 +20,27 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
 bool check_configuration(const std::string &path, file_role role, loaded_files &files, review_data &data);
 /// Finds the release that wrote the old configuration, and its host name.
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data);
-/// Mistakes on the command line, and files that are not what their place asks for.
+/// Mistakes on the command line, and configurations that seem to be of another site or release, or to have changed
+/// places.
 void check_command(const upgrade_command &command, loaded_files &files, review_data &data);
-/// The second half of it: configurations that seem to be of another site or release, or to have changed places.
-void check_places(const upgrade_command &command, loaded_files &files, review_data &data);
 /// Lines of a table that mean something else than they look like. Its hosts and names are compared with the old
 /// configuration and the initial environment; both may be null.
 void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data);
 
-/// Appends a finding with what to do about it.
-template <typename... types>
-finding &advise(review_data &data, const char *id, const place &at, std::string advice,
-                fmt::format_string<types...> text, types &&...values) {
-    finding &told = tell(data, id, fmt::format(text, std::forward<types>(values)...), at.file, at.line);
-    told.advice = std::move(advice);
-    return told;
-}
+/// Tells findings of one name, with what to do about each.
+struct adviser {
+    review_data &data;
+    const char *id;
+    template <typename... types>
+    finding &operator()(const place &at, std::string advice, fmt::format_string<types...> text,
+                        types &&...values) const {
+        finding &told = tell(data, id, fmt::format(text, std::forward<types>(values)...), at.file, at.line);
+        told.advice = std::move(advice);
+        return told;
+    }
+};
 /// `configuration::value` by its short name.
 inline std::string value_of(const Frag *frag, const char *key = "") { return configuration::value(frag, key); }
-/// True if a value of `version_firewall` stands for the release that the upgrade leads to.
-bool is_new_release(const std::string &version);
 /// The pattern of the network that an address such as 10.1.0.0 or 10.1 looks like; empty for all other words.
 std::string network_pattern(std::string_view word);
 /// The proxies that a configuration switches on, by themselves or as a service of 4.1.
@@ -50,17 +51,16 @@ std::set<std::string> switched_on(const configuration &conf);
 /// What in a configuration hangs in the air, counts wrong, stands twice, or has no place in the saved form. `is_input`
 /// leaves out what is only wrong in a result; `stands_alone` says that its names must lead somewhere in it. What stands
 /// twice is told with the origins that `data` has.
-void check_conf(const configuration &conf, const std::string &name, bool is_input, bool stands_alone,
-                review_data &data);
+void check_conf(const configuration &conf, bool is_input, bool stands_alone, review_data &data);
 /// Appends a finding `setting` or `map` for all that one has and the other has not, or says otherwise: every field. A
 /// numbered record is compared as a whole.
 void diff_configurations(const configuration &before, const configuration &after, review_data &data);
 
 // What is left to do.
 
-/// Fills `data.todo`, by the findings `wider` among the rest. `result` is the result in whatever layout; `used` are the
-/// proxies that the tables let somebody into, for a configuration from before 4.0.
+/// Fills `data.todo`, by the findings `wider` among the rest. `result` is the result in whatever layout, `before` who
+/// decided before.
 void list_todo(const upgrade_command &command, loaded_files &files, const configuration &result,
-               const std::set<std::string> &used, review_data &data);
+               const access_side &before, review_data &data);
 
 #endif

@@ -1,10 +1,12 @@
-// Words of the command line that do something else than they seem to, and layouts that an option can't take.
+// Words of the command line that do something else than they seem to, and files that seem to be in another's place.
 #include "checks/checks.h"
 #include "frag_tools.h"
+#include "nupgrade.h"
 #include "run/upgrade_run.h"
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 namespace {
@@ -15,124 +17,197 @@ bool is_one_of(const strings &names, const std::string &file) {
     return std::any_of(names.begin(), names.end(), [&](const std::string &name) { return same_file(name, file); });
 }
 
-/// One command line under check.
+// The advice where a word was meant for an option and taken for a name, under which a file may have been written.
+std::string name_it(const char *advice, const std::string &word) {
+    return access(word.c_str(), F_OK) ? advice : fmt::format("{}; a stray file is there: rm ./{}", advice, word);
+}
+
+// True if a value of `version_firewall` stands for the release that the upgrade leads to.
+bool is_new_release(const std::string &version) {
+    size_t digit = version.find_first_of("0123456789");
+    return digit != version.npos && version.compare(digit, 3, "5.5") == 0;
+}
+
+bool has_own_name(const configuration &conf) {
+    std::string name = conf.value("hostname");
+    return !name.empty() && !has_prefix_nocase(name.c_str(), "localhost");
+}
+
+/// One command line under check. Its configurations are as written, null where there is none.
 struct checking {
     const upgrade_command &command;
     loaded_files &files;
     review_data &data;
+    adviser doubt{data, "command-line"}, doubt_file{data, "file"};
     strings merges = step_files(command, 'm'), imports = step_files(command, 'e'), tables = step_files(command, 'n');
-
-    template <typename... types>
-    finding &doubt(std::string advice, fmt::format_string<types...> text, types &&...values) const {
-        return advise(data, "command-line", {}, std::move(advice), text, std::forward<types>(values)...);
-    }
-
-    // The advice where a word was meant for an option and taken for a name, under which a file may have been written.
-    static std::string name_it(const char *advice, const std::string &word) {
-        return access(word.c_str(), F_OK) ? advice : fmt::format("{}; a stray file is there: rm ./{}", advice, word);
-    }
+    const configuration *old = files.conf(command.old_conf, conf_layout::as_written);
+    const configuration *init = files.conf(command.init_conf, conf_layout::as_written);
 
     // The words by themselves.
     void check_words() const {
         for (const auto &[letter, file, index, attached] : command.steps) {
             if (letter == 'V' && (file.empty() || file.find_first_not_of("0123456789") != file.npos))
-                doubt("leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
+                doubt({}, "leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
             if (letter != 'V' && attached)
-                doubt(fmt::format("write -{} alone", letter),
+                doubt({}, fmt::format("write -{} alone", letter),
                       "the text behind -{} in {} is ignored: the option takes the next word, {}", letter,
                       command.words[index], file);
             if (letter != 'V' && file[0] == '-')
-                doubt(name_it("name a file behind it", file), "-{} takes the word {} for a file's name", letter, file);
+                doubt({}, name_it("name a file behind it", file), "-{} takes the word {} for a file's name", letter,
+                      file);
         }
         if (!command.numbered())
-            doubt("leave out -V", "the result is {}, which is for reading: it can't be installed",
+            doubt({}, "leave out -V", "the result is {}, which is for reading: it can't be installed",
                   command.version == 99 ? "XML (-V 2)"
                                         : fmt::format("in the canonical layout (-V {})", command.version));
         for (size_t index : command.passed_over)
-            doubt("leave it out", "{} is passed over: it belongs to no option and is not the last word",
+            doubt({}, "leave it out", "{} is passed over: it belongs to no option and is not the last word",
                   command.words[index]);
         if (!command.refused.empty())
-            doubt("name the result last", "the upgrade refuses this command line: {}", command.refused);
+            doubt({}, "name the result last", "the upgrade refuses this command line: {}", command.refused);
         else if (!command.has_output)
-            doubt("name the output last", "-{} took the last word, {}: the result goes to standard output",
+            doubt({}, "name the output last", "-{} took the last word, {}: the result goes to standard output",
                   command.steps.back().letter, command.words.back());
         else if (command.output[0] == '-')
-            doubt(name_it("name the output last", command.output),
+            doubt({}, name_it("name the output last", command.output),
                   "{} is taken for the output's name, since it is the last word", command.output);
     }
 
-    // One option after the other: its place among the others, and the release and layout that it is for.
-    void check_options() const {
-        bool read = false, newest = data.release == 55;
-        strings merged, met;
-        for (const auto &[letter, file, index, attached] : command.steps) {
-            const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
-            bool numbered = conf && conf->numbered;
-            if (letter == 'R' && read)
-                doubt("put -R first", "-R {} stands behind another option: the report lacks what came before", file);
-            if (letter == 'n' && is_one_of(met, file))
-                doubt("name it once", "{} is named twice by -n: its rules are translated twice", file);
-            if (letter == 'n' && data.release >= 40)
-                doubt("leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
-                      newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
-            else if (letter == 'n' && !merged.empty())
-                doubt("put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it", file,
-                      merged.back());
-            if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt("put -e behind the first -m",
-                      "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
-            if (letter == 'e' && merged.size() > 1)
-                doubt("put -e in front of the second -m",
-                      "-e {} stands behind -m {}: the maps, proxies and policies of that go, too", file, merged.back());
-            if (letter == 'e' && !numbered && conf &&
-                (conf->find("def_proxy") || conf->find("policy") || conf->find("map")))
-                doubt("leave out -e",
-                      "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
-                      file);
-            if (letter == 'm' && numbered && newest && file == command.old_conf)
-                doubt("leave it as it is", "{} is of 5.5 and in the numbered layout, so it is in the new form already",
-                      file)
-                    .leads = true;
-            else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt("name it by -e, too",
-                      "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
-                      file)
-                    .leads = true;
-            read = read || strchr("mne", letter);
-            if (letter == 'm')
-                merged.push_back(file);
-            if (letter == 'n')
-                met.push_back(file);
-        }
-        if (command.old_conf.empty())
-            doubt("name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
-        else if (merges.size() == 1 && command.init_conf.empty() && !newest)
-            doubt("name that of the new release", "no initial environment is named by a second -m");
-        if (data.release < 40 && tables.empty() && imports.empty())
-            doubt("name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
-    }
-
+    // Files that are read and written.
     void check_overwritten() const {
         const std::string &output = command.output;
         strings reports = step_files(command, 'R');
-        std::set<std::string> inputs;
-        for (const strings *some : {&merges, &imports, &tables})
-            inputs.insert(some->begin(), some->end());
+        std::set<std::string> inputs(merges.begin(), merges.end());
+        inputs.insert(imports.begin(), imports.end());
+        inputs.insert(tables.begin(), tables.end());
         for (const std::string &input : inputs) {
             bool is_output = command.has_output && same_file(output, input);
             const configuration *conf = is_output ? files.conf(input, conf_layout::translated) : nullptr;
             bool has_run = conf && conf->numbered && is_new_release(conf->value("version_firewall"));
             if (is_output)
-                doubt(has_run ? "take it from its copy, and name another output" : "name another output",
+                doubt({}, has_run ? "take it from its copy, and name another output" : "name another output",
                       "the output {} is the input {}: {}", output, input,
                       has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it")
                     .leads = true;
             if (is_one_of(reports, input))
-                doubt("name another report", "the input {} is the report, too: the upgrade empties it first", input)
+                doubt({}, "name another report", "the input {} is the report, too: the upgrade empties it first", input)
                     .leads = true;
         }
         if (command.has_output && (std::count(reports.begin(), reports.end(), output) || is_one_of(reports, output)))
-            doubt("name another report", "the report {} is the output: both are written into one file", output);
+            doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
+    }
+
+    // One option after the other: its place among the others, and the release and layout that it is for.
+    void check_options() const {
+        bool read = false, newest = data.release == 55;
+        std::map<char, strings> ahead; // files of the options so far, by letter
+        const strings &merged = ahead['m'], &met = ahead['n'];
+        for (const auto &[letter, file, index, attached] : command.steps) {
+            const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
+            bool numbered = conf && conf->numbered;
+            if (letter == 'R' && read)
+                doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
+                      file);
+            if (letter == 'n' && is_one_of(met, file))
+                doubt({}, "name it once", "{} is named twice by -n: its rules are translated twice", file);
+            if (letter == 'n' && data.release >= 40)
+                doubt({}, "leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
+                      newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
+            else if (letter == 'n' && !merged.empty())
+                doubt({}, "put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it",
+                      file, merged.back());
+            if (letter == 'e' && merged.empty() && !merges.empty())
+                doubt({}, "put -e behind the first -m",
+                      "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
+            if (letter == 'e' && merged.size() > 1)
+                doubt({}, "put -e in front of the second -m",
+                      "-e {} stands behind -m {}: the maps, proxies and policies of that go, too", file, merged.back());
+            if (letter == 'e' && !numbered && conf &&
+                (conf->find("def_proxy") || conf->find("policy") || conf->find("map")))
+                doubt({}, "leave out -e",
+                      "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
+                      file);
+            if (letter == 'm' && numbered && newest && file == command.old_conf)
+                doubt({}, "leave it as it is",
+                      "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
+                    .leads = true;
+            else if (letter == 'm' && numbered && !is_one_of(imports, file))
+                doubt({}, "name it by -e, too",
+                      "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
+                      file)
+                    .leads = true;
+            ahead[letter].push_back(file);
+            read = read || strchr("mne", letter);
+        }
+    }
+
+    void check_missing() const {
+        if (command.old_conf.empty())
+            doubt({}, "name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
+        else if (merges.size() == 1 && command.init_conf.empty() && data.release != 55)
+            doubt({}, "name that of the new release", "no initial environment is named by a second -m");
+        if (data.release < 40 && tables.empty() && imports.empty())
+            doubt({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
+    }
+
+    // The proxies that were in use, and for which the release has a program, but this environment has none.
+    std::set<std::string> without_program() const {
+        const std::string &was = imports.empty() ? command.old_conf : imports[0];
+        const configuration *conf = files.conf(was, conf_layout::translated);
+        std::set<std::string> lacking, used = conf ? switched_on(*conf) : lacking;
+        for (const std::string &file : data.release < 40 ? tables : strings())
+            for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())
+                if (rule.attribute == "hosts")
+                    used.insert(rule.names.begin(), rule.names.end());
+        for (const std::string &name : used)
+            for (const maprec *services : {map_unix, map_nt})
+                if (const maprec *row = find_maprec(services, &maprec::proxy, name.c_str());
+                    row && *row->exec && init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
+                    lacking.insert(name);
+        return lacking;
+    }
+
+    void check_environment() const {
+        const Frag *version = init->find("version_firewall"), *host = init->find("hostname");
+        if (!value_of(version).empty() && !is_new_release(value_of(version)))
+            doubt_file({init->name, init->line_of(version)}, "take that of the new release",
+                       "is of release {}, and the new one is 5.5: is it an initial environment?", value_of(version));
+        if (has_own_name(*init))
+            doubt_file({init->name, init->line_of(host)}, "take it as the new release came with it",
+                       "has the host name {} of its own: is it of another site?", value_of(host));
+        if (std::set<std::string> lacking = without_program(); !lacking.empty())
+            doubt_file({init->name}, "compare it with what the new release came with",
+                       "has no program (proxy-exec) for {}, in use before: is it whole, and of the new release?",
+                       fmt::join(lacking, ", "));
+        for (const Frag *list : init->children("netobj_list"))
+            for (const Frag *element : configuration::children(list, "element"))
+                if (std::string addr = value_of(element, "addr"), network = network_pattern(addr);
+                    !network.empty() && value_of(element, "interface").empty())
+                    doubt_file({init->name, init->line_of(element)}, network + " is meant?",
+                               "{} in the list {} stands for itself alone and covers no real host", addr,
+                               clear_name(list));
+    }
+
+    // Configurations that seem to be of another site or release, or to have changed places.
+    void check_places() const {
+        std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
+        bool unversioned = old && old->find("def_proxy") && !old->find("version_firewall");
+        bool is_own = init && !is.empty() && (!is_new_release(is) || has_own_name(*init));
+        if (old && init && same_file(old->name, init->name)) {
+            doubt({}, "name the new release's environment by the second -m",
+                  "{} is named as the old configuration and as the initial environment", old->name);
+        } else if (old && is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
+            doubt({}, "put the old configuration's -m first",
+                  "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
+                  old->name, unversioned ? "no version_firewall" : was, init->name, is)
+                .leads = true;
+        } else {
+            if (unversioned)
+                doubt_file({old->name}, "add version_firewall with the release that wrote it",
+                           "has def_proxy and no version_firewall, so that it counts as one of 4.0: is it?");
+            if (init && data.release != 55)
+                check_environment();
+        }
     }
 };
 
@@ -145,5 +220,6 @@ void check_command(const upgrade_command &command, loaded_files &files, review_d
         return;
     check.check_overwritten();
     check.check_options();
-    check_places(command, files, data);
+    check.check_missing();
+    check.check_places();
 }

@@ -14,16 +14,23 @@ namespace {
 
 constexpr size_t RULE_LIMIT = 126; // characters of a filter rule that a numbered save keeps
 
+// What keys of entries have in front of their numbers, for the ends of the keys of their counts.
+const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
+                                  {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
+                                  {"num_entries", ""},           {"num_list", "list_"},
+                                  {"num_group", "group_"},       {"num_parms", "parm_"},
+                                  {"num_elements", "element_"},  {"num_members", "member_"}};
+
 /// One configuration under check.
 struct checking {
     const configuration &conf;
-    const std::string &name;
     bool is_input;
     review_data &data;
+    std::unordered_map<std::string, size_t> doubles{}; // findings of what stands twice, by what is told once
 
     template <typename... types>
     finding &say(const char *id, const Frag *at, fmt::format_string<types...> text, types &&...values) const {
-        return tell(data, id, format(text, std::forward<types>(values)...), name, conf.line_of(at));
+        return tell(data, id, format(text, std::forward<types>(values)...), conf.name, conf.line_of(at));
     }
 
     void check_maps() const {
@@ -52,22 +59,20 @@ struct checking {
 
     // Config sets that policies name. Sets without parameters show in the numbered layout only.
     void check_policies() const {
-        std::unordered_set<std::string> bare;
+        std::set<std::string> bare;
         for (const Frag *policy : conf.children("policy"))
             for (const Frag *entry : configuration::children(policy, "proxy")) {
                 std::string owner = value_of(entry);
                 Frag *proxy = conf.record("def_proxy", owner),
                      *sets = proxy ? ffind(&proxy->child, "config-sets") : nullptr;
+                const char *why = owner.empty() ? "no proxy has" : proxy ? "it lacks" : "is no proxy";
                 if (sets && conf.indexes.find(&sets->child, entry->name))
                     continue;
                 if (proxy && !conf.numbered)
                     bare.insert(owner + " " + entry->name);
                 else
                     say("dangling", policy, "the policy {} names the config set {}{}, which {}", clear_name(policy),
-                        clear_name(entry), owner.empty() ? "" : " of " + owner,
-                        owner.empty() ? "no proxy has"
-                        : proxy       ? "it lacks"
-                                      : "is no proxy");
+                        clear_name(entry), owner.empty() ? "" : " of " + owner, why);
             }
         if (!bare.empty() && !is_input)
             say("left-out", nullptr, "config sets without parameters, which the canonical layout can't show").count =
@@ -99,46 +104,26 @@ struct checking {
             }
     }
 
-    void check_counts() const;
-    void check_doubles() const;
-};
-
-// What keys of entries have in front of their numbers, for the ends of the keys of their counts.
-const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
-                                  {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
-                                  {"num_entries", ""},           {"num_list", "list_"},
-                                  {"num_group", "group_"},       {"num_parms", "parm_"},
-                                  {"num_elements", "element_"},  {"num_members", "member_"}};
-
-void checking::check_counts() const {
-    std::unordered_map<std::string_view, long> numbers; // how many follow each beginning of a key
-    std::unordered_set<std::string_view> entries;
-    for (const conf_line &line : conf.lines)
-        for (size_t at = 1; at < line.key.size(); at++)
-            if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]) &&
-                entries.insert(line.key.substr(0, line.key.find('_', at))).second)
-                numbers[line.key.substr(0, at)]++;
-    for (const conf_line &line : conf.lines)
-        for (const auto &[count, entry] : counted) {
-            size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
-            if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
-                continue;
-            std::string beginning = std::string(line.key.substr(0, front)) + entry;
-            long there = numbers.count(beginning) ? numbers[beginning] : 0;
-            if (line.value != std::to_string(there))
-                tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), name,
-                     line.line);
-        }
-}
-
-/// Tells what says a thing twice, parameters of config sets once for all that have the same two values.
-struct double_teller {
-    const checking &check;
-    std::unordered_map<std::string, size_t> causes{};
+    void check_counts() const {
+        std::unordered_map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        for (const conf_line &line : conf.lines)
+            for (size_t at = 1; at < line.key.size(); at++)
+                if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
+                    entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
+        for (const conf_line &line : conf.lines)
+            for (const auto &[count, entry] : counted) {
+                size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
+                if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
+                    continue;
+                size_t there = entries[std::string(line.key.substr(0, front)) + entry].size();
+                if (line.value != std::to_string(there))
+                    tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
+                         line.line);
+            }
+    }
 
     // The value and its line, and where that comes from as far as it is known.
     std::string said(const conf_line &line) const {
-        const review_data &data = check.data;
         auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
         auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
         bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
@@ -146,55 +131,50 @@ struct double_teller {
                       known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");
     }
 
-    void say(Frag *node, const conf_line *found, const conf_line *other) {
+    // Tells that another line says what the node's own does, of parameters of config sets once for equal values.
+    void say_double(Frag *node, const conf_line *other) {
+        const conf_line *found = conf.origin(node);
         const Frag *set = at_depth(node, 3);
-        std::string key = fragkeyname(node), values = format("{}\n{}\n{}", node->name, found->value, other->value),
-                    cause = set && is_named(set, "config-sets") ? values : key;
-        auto [told, fresh] = causes.emplace(cause, check.data.findings.size());
+        if (!found || !other)
+            return;
+        std::string key = fragkeyname(node), values = format("{}\n{}\n{}", node->name, found->value, other->value);
+        auto [told, fresh] = doubles.emplace(set && is_named(set, "config-sets") ? values : key, data.findings.size());
         if (!fresh) {
-            long &count = check.data.findings[told->second].count;
+            long &count = data.findings[told->second].count;
             count = std::max(count, 1L) + 1;
             return;
         }
         bool alike = node->value && found->value == other->value;
-        check
-            .say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
-                 said(*other), alike ? "; they say the same: it does not matter" : "")
-            .by = {check.name, other->line};
+        say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
+            said(*other), alike ? "; they say the same: it does not matter" : "")
+            .by = {conf.name, other->line};
+    }
+
+    void check_doubles() {
+        std::unordered_map<const Frag *, const conf_line *> setters;
+        for (const conf_line &line : conf.lines)
+            if (line.role == line_role::setting)
+                if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
+                    say_double(line.node, conf.origin(line.node) == &line ? first->second : &line);
+        for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
+            Frag *node = lists.back();
+            std::unordered_map<std::string_view, Frag *> names;
+            for (lists.pop_back(); node; node = node->next) {
+                if (auto [known, fresh] = names.emplace(node->name, node); !fresh)
+                    say_double(known->second, conf.origin(node));
+                if (node->child)
+                    lists.push_back(node->child);
+            }
+        }
+        if (conf.numbered)
+            say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
     }
 };
 
-void checking::check_doubles() const {
-    double_teller teller{*this};
-    std::unordered_map<const Frag *, const conf_line *> setters;
-    for (const conf_line &line : conf.lines) {
-        const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
-        if (!found)
-            continue;
-        if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
-            teller.say(line.node, found, found == &line ? first->second : &line);
-    }
-    for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
-        Frag *node = lists.back();
-        std::unordered_map<std::string_view, Frag *> names;
-        for (lists.pop_back(); node; node = node->next) {
-            auto [known, fresh] = names.emplace(node->name, node);
-            if (!fresh && conf.origin(known->second) && conf.origin(node))
-                teller.say(known->second, conf.origin(known->second), conf.origin(node));
-            if (node->child)
-                lists.push_back(node->child);
-        }
-    }
-    Frag *all = conf.numbered ? conf.find("def_proxy_*") : nullptr, *global = conf.find("def_proxy_global");
-    if (all && global)
-        teller.say(global, conf.origin(global), conf.origin(all));
-}
-
 } // namespace
 
-void check_conf(const configuration &conf, const std::string &name, bool is_input, bool stands_alone,
-                review_data &data) {
-    checking check{conf, name, is_input, data};
+void check_conf(const configuration &conf, bool is_input, bool stands_alone, review_data &data) {
+    checking check{conf, is_input, data};
     if (conf.numbered)
         check.check_counts();
     check.check_lists();

@@ -1,15 +1,12 @@
-// Files that can't be read, whose bytes read otherwise than they look, or that are not what their place asks for.
+// Files that can't be read or written, whose bytes read otherwise than they look, or that are of another kind.
 #include "checks/checks.h"
 #include "frag_tools.h"
-#include "nupgrade.h"
-#include "run/upgrade_run.h"
 #include "say/say.h"
 #include "upgrade.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fmt/ranges.h>
 #include <sha256.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,8 +20,8 @@ struct sighting {
     void see(long line) { first = count++ ? first : line; }
 };
 
-/// What a look at a file's bytes tells.
-struct text_signs {
+/// What a look at a file's lines tells.
+struct line_signs {
     long assignments = 0, rules = 0;
     sighting zeros{"a zero byte, which no text holds", "take the file from its copy"};
     sighting blanks{"blanks at the end of a line, which belong to its value", "remove them"};
@@ -38,29 +35,26 @@ bool is_rule_line(std::string_view line) {
     return colon && word != line.npos && line.find_first_of(" \t", word) != line.npos && line.find('=') > colon;
 }
 
-text_signs look_at_text(std::string_view text) {
-    text_signs signs;
+line_signs look_at_lines(std::string_view text) {
+    line_signs signs;
     for (long number = 1; !text.empty(); number++) {
         std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(text.size(), line.size() + 1));
+        line.remove_suffix(!line.empty() && line.back() == '\r');
         if (line.find('\0') != line.npos)
             signs.zeros.see(number);
-        if (!line.empty() && line.back() == '\r')
-            line.remove_suffix(1);
         if (line.find('\r') != line.npos)
             signs.returns.see(number);
-        if (line.find_first_not_of(" \t") == line.npos)
-            continue;
-        if (is_blank(line.back()))
+        if (size_t end = line.find_last_not_of(" \t") + 1; end > 0 && end < line.size())
             signs.blanks.see(number);
-        if (line[0] != '#')
-            (is_rule_line(line) ? signs.rules : signs.assignments) += line.find_first_of(":=") != line.npos;
+        if (line.find_first_of(":=") != line.npos && line[0] != '#')
+            (is_rule_line(line) ? signs.rules : signs.assignments)++;
     }
     return signs;
 }
 
 // Names that run on over a line's end, and those that the reader cuts, which the section form does not.
-void look_at_names(const configuration &conf, text_signs &signs) {
+void look_at_names(const configuration &conf, line_signs &signs) {
     for (const conf_line &line : conf.lines) {
         std::string_view text = std::string_view(conf.bytes).substr(line.begin, line.end - line.begin);
         text = text.substr(0, line.section_form ? 0 : text.find('='));
@@ -87,39 +81,32 @@ std::pair<const char *, const char *> sign_of_all(std::string_view text) {
     return {};
 }
 
-const configuration *conf_of(loaded_files &files, const std::string &name, conf_layout layout) {
-    return name.empty() ? nullptr : files.conf(name, layout);
-}
-
-/// The files of a review on their way to it, and the command's first two configurations, null where there is none.
-struct file_checks {
+/// The files of a command under check. Its first two configurations are null where there is none.
+struct checking {
+    const upgrade_command &command;
     loaded_files &files;
     review_data &data;
-    const configuration *old = nullptr, *init = nullptr;
-
-    template <typename... types>
-    void doubt(const place &at, std::string advice, fmt::format_string<types...> text, types &&...values) const {
-        advise(data, "file", at, std::move(advice), text, std::forward<types>(values)...);
-    }
+    const configuration *old = files.conf(command.old_conf, conf_layout::as_written);
+    const configuration *init = files.conf(command.init_conf, conf_layout::as_written);
+    adviser doubt{data, "file"};
 
     void check_text(const std::string &name, file_role role) const {
-        bool table = role == file_role::table;
-        auto [sign, advice] = sign_of_all(*files.bytes(name));
-        if (sign)
-            return doubt({name, 0}, advice, "{}", sign);
-        text_signs signs = look_at_text(*files.bytes(name));
-        if (table ? signs.assignments > signs.rules : signs.rules > signs.assignments)
-            return doubt({name, 0}, "name the table by -n and configurations by -m",
-                         "looks like a {}, in the place of the {}", table ? "configuration" : "netperm table",
-                         word(role));
-        if (!table)
+        std::string_view bytes = *files.bytes(name);
+        bool is_table = role == file_role::table;
+        if (auto [sign, advice] = sign_of_all(bytes); sign)
+            return void(doubt({name}, advice, "{}", sign));
+        line_signs signs = look_at_lines(bytes);
+        if (is_table ? signs.assignments > signs.rules : signs.rules > signs.assignments)
+            return void(doubt({name}, "name the table by -n and configurations by -m",
+                              "looks like a {}, in the place of the {}", is_table ? "configuration" : "netperm table",
+                              word(role)));
+        if (!is_table)
             look_at_names(*files.conf(name, conf_layout::as_written), signs);
-        else if (!old || old_config_type(old->db()) < 40)
+        else if (data.release < 40)
             check_table(*files.table(name), old, init, data);
         for (const sighting *each : {&signs.zeros, &signs.blanks, &signs.returns, &signs.run_on, &signs.cut})
             if (each->count)
-                advise(data, "file", {name, each->first}, each->advice, "{}", each->text).count =
-                    each->count > 1 ? each->count : 0;
+                doubt({name, each->first}, each->advice, "{}", each->text).count = each->count > 1 ? each->count : 0;
     }
 
     // Takes note of a file. False if it can't be read, which is told.
@@ -127,9 +114,9 @@ struct file_checks {
         file_record &made = data.files[file_number(data, name, role)];
         struct stat status {};
         bool there = stat(name.c_str(), &status) == 0 && access(name.c_str(), R_OK) == 0;
-        const std::string *bytes = there && S_ISREG(status.st_mode) ? files.bytes(name) : nullptr;
+        const std::string *bytes = there ? files.bytes(name) : nullptr;
         if (!bytes) {
-            doubt({name, 0}, "name a file that can be read", "the {} can't be read: {}", word(role),
+            doubt({name}, "name a file that can be read", "the {} can't be read: {}", word(role),
                   !there || S_ISREG(status.st_mode) ? strerror(errno)
                   : S_ISDIR(status.st_mode)         ? "is a directory"
                                                     : "is no regular file, and can't be read more than once");
@@ -145,132 +132,58 @@ struct file_checks {
         for (const file_record &known : data.files)
             if (known.name == name && known.role == role)
                 return known.size >= 0;
-        bool readable = record(name, role);
-        if (readable)
+        bool is_readable = record(name, role);
+        if (is_readable)
             check_text(name, role);
-        return readable;
+        return is_readable;
     }
 
-    void check_output(const std::string &output) const {
+    void check_output() const {
+        const std::string &output = command.output;
         struct stat status {};
         std::string folder = output.find('/') == output.npos ? "." : output.substr(0, output.rfind('/') + 1);
-        bool there = stat(output.c_str(), &status) == 0, is_folder = there && S_ISDIR(status.st_mode);
-        if (is_folder)
-            doubt({output, 0}, "name a file in it", "the output's name is that of a directory");
-        else if (access(there ? output.c_str() : folder.c_str(), W_OK) != 0)
-            doubt({output, 0}, "name another", "the output can't be written{}: {}", there ? "" : " to " + folder,
+        bool there = stat(output.c_str(), &status) == 0;
+        if (there && S_ISDIR(status.st_mode))
+            return void(doubt({output}, "name a file in it", "the output's name is that of a directory"));
+        if (access(there ? output.c_str() : folder.c_str(), W_OK) != 0)
+            doubt({output}, "name another", "the output can't be written{}: {}", there ? "" : " to " + folder,
                   strerror(errno));
-        if (there && !is_folder)
+        if (there)
             record(output, file_role::result);
-    }
-
-    // The proxies that were in use, and for which the release has a program, but this environment has none.
-    std::set<std::string> without_program(const upgrade_command &command) const {
-        std::vector<std::string> imports = step_files(command, 'e');
-        const configuration *conf =
-            conf_of(files, imports.empty() ? command.old_conf : imports[0], conf_layout::translated);
-        std::set<std::string> lacking, used = conf ? switched_on(*conf) : lacking;
-        for (const std::string &file : data.release < 40 ? step_files(command, 'n') : std::vector<std::string>())
-            if (const netperm_table *table = files.table(file))
-                for (const table_rule &rule : table->rules)
-                    used.insert(rule.names.begin(), rule.attribute == "hosts" ? rule.names.end() : rule.names.begin());
-        for (const std::string &name : used)
-            for (const maprec *services : {map_unix, map_nt})
-                if (const maprec *row = find_maprec(services, &maprec::proxy, name.c_str());
-                    row && *row->exec && init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
-                    lacking.insert(name);
-        return lacking;
-    }
-
-    void check_environment(const upgrade_command &command) const {
-        const Frag *version = init->find("version_firewall"), *host = init->find("hostname");
-        if (!value_of(version).empty() && !is_new_release(value_of(version)))
-            doubt({init->name, init->line_of(version)}, "take that of the new release",
-                  "is of release {}, and the new one is 5.5: is it an initial environment?", value_of(version));
-        if (has_own_name(*init))
-            doubt({init->name, init->line_of(host)}, "take it as the new release came with it",
-                  "has the host name {} of its own: is it of another site?", value_of(host));
-        if (std::set<std::string> lacking = without_program(command); !lacking.empty())
-            doubt({init->name, 0}, "compare it with what the new release came with",
-                  "has no program (proxy-exec) for {}, in use before: is it whole, and of the new release?",
-                  fmt::join(lacking, ", "));
-        for (const Frag *list : init->children("netobj_list"))
-            for (const Frag *element : configuration::children(list, "element"))
-                if (std::string addr = value_of(element, "addr"), network = network_pattern(addr);
-                    !network.empty() && value_of(element, "interface").empty())
-                    doubt({init->name, init->line_of(element)}, network + " is meant?",
-                          "{} in the list {} stands for itself alone and covers no real host", addr, clear_name(list));
-    }
-
-    static bool has_own_name(const configuration &conf) {
-        std::string name = conf.value("hostname");
-        return !name.empty() && !has_prefix_nocase(name.c_str(), "localhost");
     }
 };
 
-file_checks checks_of(const upgrade_command &command, loaded_files &files, review_data &data) {
-    return {files, data, conf_of(files, command.old_conf, conf_layout::as_written),
-            conf_of(files, command.init_conf, conf_layout::as_written)};
-}
-
 } // namespace
 
-bool is_new_release(const std::string &version) {
-    size_t digit = version.find_first_of("0123456789");
-    return digit != version.npos && version.compare(digit, 3, "5.5") == 0;
-}
-
 bool check_configuration(const std::string &path, file_role role, loaded_files &files, review_data &data) {
-    return file_checks{files, data}.check(path, role);
+    return checking{{}, files, data}.check(path, role);
 }
 
 bool check_files(const upgrade_command &command, loaded_files &files, review_data &data) {
     const file_role merged[] = {file_role::old_configuration, file_role::initial_environment, file_role::merged};
-    file_checks checks = checks_of(command, files, data);
+    checking check{command, files, data};
     bool readable = true;
     size_t merges = 0;
-    for (const auto &[letter, file, index, attached] : command.steps)
-        if (letter == 'm')
-            readable = checks.check(file, merged[std::min<size_t>(merges++, 2)]) && readable;
-        else if (letter == 'n' || letter == 'e')
-            readable = checks.check(file, letter == 'n' ? file_role::table : file_role::environment) && readable;
+    for (const upgrade_step &step : command.steps) {
+        file_role role = step.letter == 'm'   ? merged[std::min<size_t>(merges++, 2)]
+                         : step.letter == 'n' ? file_role::table
+                                              : file_role::environment;
+        if (strchr("mne", step.letter))
+            readable = check.check(step.argument, role) && readable;
+    }
     if (command.has_output)
-        checks.check_output(command.output);
+        check.check_output();
     return readable;
 }
 
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data) {
     const std::string &file = command.old_conf;
-    const configuration *conf = conf_of(files, file, conf_layout::as_written);
-    Frag *none = nullptr;
-    data.release = old_config_type(conf ? conf->db() : &none);
+    const configuration *conf = files.conf(file, conf_layout::as_written);
+    data.release = conf ? old_config_type(conf->db()) : 32;
     data.host_name = conf ? conf->value("hostname") : "";
     data.release_reason = file.empty()                        ? "no old configuration is named"
                           : !conf || !conf->find("def_proxy") ? "no def_proxy in " + file
                           : !conf->find("version_firewall")
                               ? "def_proxy but no version_firewall in " + file
                               : fmt::format("version_firewall={} in {}", conf->value("version_firewall"), file);
-}
-
-void check_places(const upgrade_command &command, loaded_files &files, review_data &data) {
-    file_checks checks = checks_of(command, files, data);
-    const configuration *old = checks.old, *init = checks.init;
-    std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
-    bool unversioned = old && old->find("def_proxy") && !old->find("version_firewall");
-    bool is_own = init && !is.empty() && (!is_new_release(is) || file_checks::has_own_name(*init));
-    if (old && init && same_file(old->name, init->name)) {
-        advise(data, "command-line", {}, "name the new release's environment by the second -m",
-               "{} is named as the old configuration and as the initial environment", old->name);
-    } else if (old && init && is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
-        advise(data, "command-line", {}, "put the old configuration's -m first",
-               "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
-               old->name, unversioned ? "no version_firewall" : was, init->name, is)
-            .leads = true;
-    } else {
-        if (unversioned)
-            advise(data, "file", {old->name, 0}, "add version_firewall with the release that wrote it",
-                   "has def_proxy and no version_firewall, so that it counts as one of 4.0: is it?");
-        if (init && data.release != 55)
-            checks.check_environment(command);
-    }
 }

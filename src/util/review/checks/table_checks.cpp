@@ -5,6 +5,9 @@
 #include "nupgrade.h"
 
 #include <algorithm>
+#include <cctype>
+#include <sstream>
+#include <utility>
 
 using fmt::format;
 
@@ -13,23 +16,21 @@ namespace {
 constexpr size_t MOST_TOLD = 50; // of one table; the rest is counted
 
 std::string letters_of(std::string_view word) {
-    std::string plain = lowercase(word);
-    auto is_sign = [](char byte) { return !is_digit(byte) && (byte < 'a' || byte > 'z'); };
-    plain.erase(std::remove_if(plain.begin(), plain.end(), is_sign), plain.end());
-    return plain;
+    std::string plain;
+    std::copy_if(word.begin(), word.end(), std::back_inserter(plain), [](unsigned char byte) { return isalnum(byte); });
+    return lowercase(plain);
 }
 
 // True if the letters are equal, one more, less or other makes one of the other, or two neighbours are swapped.
 bool is_near(std::string_view one, std::string_view other) {
     std::string a = letters_of(one), b = letters_of(other);
-    if (a.size() > b.size())
-        a.swap(b);
-    size_t same = static_cast<size_t>(std::mismatch(a.begin(), a.end(), b.begin()).first - a.begin());
-    if (a.size() < b.size())
-        return a.substr(same) == b.substr(same + 1);
-    if (same + 1 < a.size() && a[same] == b[same + 1] && a[same + 1] == b[same])
-        std::swap(a[same], a[same + 1]);
-    return same == a.size() || a.substr(same + 1) == b.substr(same + 1);
+    auto [a_begin, b_begin] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    a.erase(a.begin(), a_begin);
+    b.erase(b.begin(), b_begin);
+    auto [a_end, b_end] = std::mismatch(a.rbegin(), a.rend(), b.rbegin(), b.rend());
+    a.erase(a_end.base(), a.end());
+    b.erase(b_end.base(), b.end());
+    return std::max(a.size(), b.size()) < 2 || (a.size() == 2 && b == std::string(a.rbegin(), a.rend()));
 }
 
 // What was probably meant by an attribute that means nothing: one slip away from hosts with a prefix or without.
@@ -80,47 +81,44 @@ const host_row host_rows[] = {
 struct checking {
     const netperm_table &table;
     review_data &data;
+    adviser doubt{data, "file"};
     std::vector<std::string_view> words{}; // all hosts, sorted
 
-    template <typename... types>
-    void say(long line, std::string advice, fmt::format_string<types...> text, types &&...values) const {
-        advise(data, "file", {table.name, line}, std::move(advice), text, std::forward<types>(values)...);
-    }
-
-    void check_host(long line, std::string_view host) const {
+    void check_host(const place &at, std::string_view host) const {
         for (const auto &[fits, text, advice] : host_rows)
             if (fits(host))
-                return say(line, advice, fmt::runtime(text), host);
-        std::string network = network_pattern(host);
-        std::string_view stem = std::string_view(network).substr(0, network.size() - !network.empty());
-        auto at = std::lower_bound(words.begin(), words.end(), stem);
-        while (at != words.end() && at->substr(0, stem.size()) == stem && !network_pattern(*at).empty())
-            ++at;
-        if (!network.empty() && (at == words.end() || at->substr(0, stem.size()) != stem))
-            say(line, network + " is meant?", "{} stands for itself alone, and nothing else names its network", host);
+                return void(doubt(at, advice, fmt::runtime(text), host));
+        std::string network = network_pattern(host), stem = network.substr(0, network.find('*'));
+        auto is_other = [&](std::string_view word) {
+            return word.substr(0, stem.size()) != stem || network_pattern(word).empty();
+        };
+        auto other = std::find_if(std::lower_bound(words.begin(), words.end(), stem), words.end(), is_other);
+        if (!network.empty() && (other == words.end() || other->substr(0, stem.size()) != stem))
+            doubt(at, network + " is meant?", "{} stands for itself alone, and nothing else names its network", host);
     }
 
     void check_rule(const table_rule &rule) const {
+        place at{table.name, rule.line};
         if (rule.names[0][0] == '#')
-            return say(rule.line, "move the # to the start",
-                       "# is a comment only at the very start of a line: this one is a rule");
+            return void(doubt(at, "move the # to the start",
+                              "# is a comment only at the very start of a line: this one is a rule"));
         if (rule.attribute != "hosts") {
             if (const char *meant = meant_word(rule))
-                say(rule.line, format("{} is meant?", meant), "{} means nothing", rule.word);
+                doubt(at, format("{} is meant?", meant), "{} means nothing", rule.word);
             return;
         }
         std::vector<std::string_view> hosts = split_hosts(rule.text).hosts;
         if (hosts[0].empty() || hosts[0][0] == '-')
-            say(rule.line, "name hosts, or remove the line", "{} names no host: {}", rule.word,
-                hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
+            doubt(at, "name hosts, or remove the line", "{} names no host: {}", rule.word,
+                  hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
         for (std::string_view host : hosts)
             if (!host.empty() && host[0] != '-')
-                check_host(rule.line, host);
+                check_host(at, host);
     }
 
     // Proxies that nobody knows.
     void check_names(const configuration &init) const {
-        std::set<std::string> told{"*"}, known;
+        std::set<std::string> told, known;
         for (const maprec *services : {map_unix, map_nt})
             for (const maprec *row = services; row->proxy; row++)
                 known.insert(row->proxy);
@@ -133,20 +131,19 @@ struct checking {
                     continue;
                 auto meant = std::find_if(known.begin(), known.end(),
                                           [&](const std::string &each) { return is_near(name, each); });
-                say(rule.line, meant == known.end() ? "is it the table of this firewall?" : *meant + " is meant?",
-                    "{} is a proxy that neither the initial environment nor the release knows", name);
+                doubt({table.name, rule.line},
+                      meant == known.end() ? "is it the table of this firewall?" : *meant + " is meant?",
+                      "{} is a proxy that neither the initial environment nor the release knows", name);
             }
     }
 
     // A table none of whose addresses is in a network that the old configuration trusts.
     void check_site(const configuration &old) const {
         std::vector<std::string> trusted;
-        std::string text = decoded_name(old.value("trusted_networks"));
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        std::string_view left = text;
-        for (std::string_view word = take_word(left); !word.empty(); word = take_word(left))
+        std::istringstream networks(decoded_name(old.value("trusted_networks")));
+        for (std::string word; networks >> word;)
             if (count_parts(word) == 4)
-                trusted.push_back(std::string(word.substr(0, network_pattern(word).size() - 1)));
+                trusted.push_back(word.substr(0, network_pattern(word).size() - 1));
         bool has_addresses = false;
         for (std::string_view word : words) {
             std::string_view stem = word.substr(0, word.find('*'));
@@ -154,13 +151,12 @@ struct checking {
                 continue;
             has_addresses = true;
             for (const std::string &network : trusted)
-                if (size_t size = std::min(stem.size(), network.size());
-                    stem.substr(0, size) == network.substr(0, size))
+                if (stem.substr(0, network.size()) == network.substr(0, stem.size()))
                     return;
         }
         if (has_addresses && !trusted.empty())
-            say(0, "name the table that belongs to the configuration",
-                "no host of it lies in the trusted_networks of {}: is it the table of another firewall?", old.name);
+            doubt({table.name}, "name the table that belongs to the configuration",
+                  "no host of it lies in the trusted_networks of {}: is it the table of another firewall?", old.name);
     }
 };
 
@@ -188,14 +184,16 @@ void check_table(const netperm_table &table, const configuration *old, const con
     if (init)
         check.check_names(*init);
     for (const dropped_line &line : table.dropped)
-        check.say(line.line, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
+        check.doubt({table.name, line.line}, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
+    long last = 0;
     for (const table_rule &rule : table.rules) {
-        if (&rule != &table.rules[0] && rule.line == (&rule)[-1].line)
-            check.say(rule.line, "make several of it", "a line of more than 8190 bytes: the rest is one of its own");
+        if (rule.line == std::exchange(last, rule.line))
+            check.doubt({table.name, rule.line}, "make several of it",
+                        "a line of more than 8190 bytes: the rest is one of its own");
         check.check_rule(rule);
     }
     if (size_t told = data.findings.size() - before; told > MOST_TOLD) {
         data.findings.resize(before + MOST_TOLD);
-        check.say(0, "mend these first", "{} more of such lines", told - MOST_TOLD);
+        check.doubt({table.name}, "mend these first", "{} more of such lines", told - MOST_TOLD);
     }
 }

@@ -18,9 +18,35 @@ using fields = std::vector<std::pair<std::string, std::string>>;
 using strings = std::vector<std::string>;
 constexpr size_t MOST_SHOWN = 12; // addresses of one source
 
+std::string joined(const strings &words) { return fmt::to_string(fmt::join(words, ", ")); }
+
 std::string map_meaning(const Frag *map) {
     return format("{} {} {} {}", value_of(map, "pd"), value_of(map, "src"), value_of(map, "proxy"),
                   value_of(map, "policy"));
+}
+
+std::string describe_source(const configuration &conf, std::string source) {
+    bool bare = false;
+    strings addresses;
+    std::vector<const Frag *> elements = source_elements(conf, source, &bare);
+    for (size_t i = 0; i < std::min(elements.size(), MOST_SHOWN); i++)
+        addresses.push_back(value_of(elements[i], "addr"));
+    if (elements.size() > MOST_SHOWN)
+        addresses.push_back(format("{} in all", elements.size()));
+    take_group_mark(source);
+    return bare ? source : format("{} ({})", source, elements.empty() ? "no addresses" : joined(addresses));
+}
+
+// What a node below an entry of an import is called where it is entered, config set in front.
+std::string label_of(const Frag *node, const Frag *entry) {
+    std::string name;
+    for (const Frag *at = node; at != entry; at = at->parent) {
+        if (at->parent != entry && is_named(at->parent, "config-sets"))
+            return clear_name(at) + ": " + attr_prefix(node->attr) + name;
+        if (at->parent != entry || !is_named(at, "parm"))
+            name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
+    }
+    return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : attr_prefix(node->attr) + name;
 }
 
 /// The list as it is made. Configurations are in the canonical layout, null if there is none.
@@ -28,9 +54,13 @@ struct list_maker {
     const upgrade_command &command;
     loaded_files &files;
     const configuration &result;
+    const access_side &before;
     review_data &data;
-    const configuration *old = nullptr, *init = nullptr;
-    std::map<std::pair<const configuration *, std::string>, std::string> described{}; // sources of maps
+    strings imports = step_files(command, 'e');
+    const configuration *old =
+        files.conf(imports.empty() ? command.old_conf : imports.front(), conf_layout::translated);
+    const configuration *old_states = data.release >= 40 ? old : nullptr;
+    const configuration *init = data.release == 55 ? nullptr : files.conf(command.init_conf, conf_layout::translated);
 
     template <typename... types>
     void enter(const char *id, const std::string &proxy, const fields &values, fmt::format_string<types...> text,
@@ -38,36 +68,22 @@ struct list_maker {
         data.todo.push_back({id, format(text, std::forward<types>(said)...), proxy, values});
     }
 
-    const std::string &describe_source(const configuration &conf, const std::string &source) {
-        auto [known, fresh] = described.try_emplace({&conf, source});
-        strings addresses;
-        bool bare = false;
-        for (const Frag *element : fresh ? source_elements(conf, source, &bare) : std::vector<const Frag *>())
-            addresses.push_back(value_of(element, "addr"));
-        if (fresh) {
-            std::string more = addresses.size() > MOST_SHOWN ? format(", {} in all", addresses.size()) : "";
-            addresses.resize(std::min(addresses.size(), MOST_SHOWN));
-            known->second = source;
-            take_group_mark(known->second);
-            known->second += bare                ? ""
-                             : addresses.empty() ? " (no addresses)"
-                                                 : format(" ({}{})", fmt::join(addresses, ", "), more);
-        }
-        return known->second;
-    }
-
-    void list_off(const std::set<std::string> &used) {
+    // Proxies that were switched on, or that tables let somebody into.
+    void list_off() {
+        std::set<std::string> used = old_states ? switched_on(*old_states) : std::set<std::string>();
+        for (const std::string &proxy : before.tables.empty() ? strings() : before.proxies)
+            for (const access_rule &rule : rules_of(before, proxy))
+                if (rule.permit && !is_removed_proxy(proxy))
+                    used.insert(proxy);
         for (const std::string &name : used) {
             std::string key = "def_proxy_" + storedname(name) + "_state";
-            const Frag *state = result.find(key.c_str()),
-                       *was = old && data.release >= 40 ? old->find(key.c_str()) : nullptr;
-            if ((state && is_on(state->value)) || (data.release < 40 && (is_removed_proxy(name) || is_no_proxy(name))))
-                continue;
-            enter("off", name, {}, "{} was in use{} and {}", name,
-                  was ? format(" ({}:{})", old->name, old->line_of(was)) : "",
-                  !result.record("def_proxy", name) ? "is gone"
-                  : state                           ? "is off now"
-                                                    : "has no state now");
+            const Frag *state = result.find(key.c_str()), *was = old_states ? old_states->find(key.c_str()) : nullptr;
+            if (!state || !is_on(state->value))
+                enter("off", name, {}, "{} was in use{} and {}", name,
+                      was ? format(" ({}:{})", old->name, old->line_of(was)) : "",
+                      !result.record("def_proxy", name) ? "is gone"
+                      : state                           ? "is off now"
+                                                        : "has no state now");
         }
     }
 
@@ -82,7 +98,7 @@ struct list_maker {
         fields services;
         for (const char *name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"}) {
             std::string key = format("def_proxy_{}_state", name),
-                        was = old && data.release >= 40 ? old->value(key.c_str()) : "";
+                        was = old_states ? old_states->value(key.c_str()) : "";
             if (is_on(result.value(key.c_str()).c_str()) && !is_on(was.c_str()))
                 services.emplace_back(name, was.empty() ? "on, had no state" : "on, was " + was);
         }
@@ -91,15 +107,27 @@ struct list_maker {
                   decides->name);
     }
 
-    // Who may administer the firewall, as the table told it by proxies that are gone, and ports that others replace.
-    void list_table() {
-        access_side side;
+    // Who may administer the firewall, as the tables told it by proxies that are gone.
+    void list_administration() {
         fields let_in;
+        for (const std::string &proxy : before.proxies) {
+            strings hosts;
+            for (const access_rule &rule :
+                 is_removed_proxy(proxy) ? rules_of(before, proxy) : std::vector<access_rule>())
+                hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
+            if (!hosts.empty())
+                let_in.emplace_back(proxy, joined(hosts));
+        }
+        if (!let_in.empty())
+            enter("administration", "", let_in,
+                  "the release has no more of these proxies: enter again who may administer the firewall");
+    }
+
+    // Ports of the tables that others replace.
+    void list_ports() {
         std::map<std::string, fields> ports;
-        for (const std::string &name : step_files(command, 'n')) {
-            const netperm_table &table = *files.table(name);
-            side.add_table(table);
-            for (const table_rule &rule : table.rules)
+        for (const netperm_table *table : before.tables)
+            for (const table_rule &rule : table->rules)
                 for (const std::string &proxy : is_listed(del_plug_attrs, rule.attribute) ? rule.names : strings()) {
                     std::string_view text = rule.text, was = take_word(text);
                     const Frag *now = is_no_proxy(proxy) ? nullptr : result.record("def_proxy", proxy);
@@ -107,20 +135,9 @@ struct list_maker {
                     if (now && !was.empty() && is != was)
                         ports[proxy].emplace_back(
                             format("port {}", was),
-                            format("{} now, in {}:{}", is.empty() ? "none" : is, name, rule.line));
+                            format("{} now, in {}:{}", is.empty() ? "none" : is, table->name, rule.line));
                 }
-        }
-        for (const std::string &proxy : side.proxies) {
-            strings hosts;
-            for (const access_rule &rule : is_removed_proxy(proxy) ? rules_of(side, proxy) : std::vector<access_rule>())
-                hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
-            if (!hosts.empty())
-                let_in.emplace_back(proxy, fmt::to_string(fmt::join(hosts, ", ")));
-        }
-        if (!let_in.empty())
-            enter("administration", "", let_in,
-                  "the release has no more of these proxies: enter again who may administer the firewall");
-        for (auto &[proxy, lost] : ports)
+        for (const auto &[proxy, lost] : ports)
             enter("port", proxy, lost, "{} listened on another port: enter it again, if it is still wanted", proxy);
     }
 
@@ -183,13 +200,13 @@ struct list_maker {
                 proxies.insert(entry->value ? entry->value : clear_name(entry));
             enter("brought", "",
                   {{"source", describe_source(result, value_of(map, "src"))},
-                   {"proxies", fmt::to_string(fmt::join(proxies, ", "))}},
+                   {"proxies", joined({proxies.begin(), proxies.end()})}},
                   "map {} permits by the policy {}, which the initial environment alone brought: is that wanted?",
                   number, policy);
         }
         if (!idle.empty())
             enter("brought", "", {}, "maps that the initial environment brought, and that let nobody new in: {}",
-                  fmt::join(idle, ", "));
+                  joined(idle));
     }
 
     // Values that the initial environment replaced; what the release replaces in both of them alike is no loss.
@@ -214,18 +231,6 @@ struct list_maker {
         }
     }
 
-    // What a node below an entry of an import is called where it is entered, config set in front.
-    static std::string label_of(const Frag *node, const Frag *entry) {
-        std::string name;
-        for (const Frag *at = node; at != entry; at = at->parent) {
-            if (at->parent != entry && is_named(at->parent, "config-sets"))
-                return clear_name(at) + ": " + attr_prefix(node->attr) + name;
-            if (at->parent != entry || !is_named(at, "parm"))
-                name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
-        }
-        return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : attr_prefix(node->attr) + name;
-    }
-
     // The sheet: the lines of an import that are not in the result, by entries in the order in which one enters them.
     void list_sheet(const configuration &import) {
         std::set<long> dropped;
@@ -237,17 +242,18 @@ struct list_maker {
         std::unordered_map<const Frag *, fields> entries;
         for (const conf_line &line : import.lines) {
             const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
-                       *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1);
+                       *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1), *part = at_depth(node, 2);
+            if (!node || !family || !entry)
+                continue;
             auto [at, fresh] = entries.try_emplace(entry);
-            if (entry && fresh)
+            if (fresh)
                 order.push_back(entry);
-            const Frag *part = at_depth(node, 2);
-            if (node && family && part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
+            if (part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
                 at->second.emplace_back(
                     "proxy",
                     format("{}, config set {}", node->value ? node->value : "none that is known", clear_name(node)));
-            else if (node && entry && node != entry && line.role == line_role::setting &&
-                     !is_named(node->parent, "config-sets") && (node->parent != entry || !is_named(node, "name")))
+            else if (node != entry && line.role == line_role::setting && !is_named(node->parent, "config-sets") &&
+                     (node->parent != entry || !is_named(node, "name")))
                 at->second.emplace_back(label_of(node, entry), value_of(node));
         }
         fields maps;
@@ -255,7 +261,6 @@ struct list_maker {
             for (const Frag *entry : order) {
                 std::string name = clear_name(entry);
                 bool permits = value_of(entry, "pd") == "P";
-                const char *by = permits ? "policy" : "proxy";
                 if (!is_named(at_depth(entry, 0), family))
                     continue;
                 if (*family == 'd' && !entries[entry].empty())
@@ -265,7 +270,8 @@ struct list_maker {
                 else if (*family == 'm' && is_digit(name[0]))
                     maps.emplace_back(name, format("{} {} {} {}", permits ? "permit" : "deny",
                                                    describe_source(import, value_of(entry, "src")),
-                                                   permits ? "by the policy" : "for", value_of(entry, by)));
+                                                   permits ? "by the policy" : "for",
+                                                   value_of(entry, permits ? "policy" : "proxy")));
             }
         if (!maps.empty())
             enter("maps", "", maps, "enter the maps again, in this order");
@@ -279,32 +285,29 @@ std::set<std::string> switched_on(const configuration &conf) {
     for (const Frag *proxy : conf.children("def_proxy"))
         if (is_on(value_of(proxy, "state").c_str()))
             proxies.insert(clear_name(proxy));
+    const maprec *services = determine_os_maprec(conf.db());
     for (const Frag *service : conf.children("proxy"))
-        if (const maprec *row =
-                find_maprec(determine_os_maprec(conf.db()), &maprec::service, clear_name(service).c_str());
+        if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
             row && is_on(service->value) && strcmp(row->proxy, "NOT_DEF") != 0)
             proxies.insert(row->proxy);
     return proxies;
 }
 
 void list_todo(const upgrade_command &command, loaded_files &files, const configuration &result,
-               const std::set<std::string> &used, review_data &data) {
-    strings imports = step_files(command, 'e');
-    list_maker list{command, files, result, data};
-    const std::string &old = imports.empty() ? command.old_conf : imports.front();
-    list.old = old.empty() ? nullptr : files.conf(old, conf_layout::translated);
-    if (data.release != 55 && !command.init_conf.empty())
-        list.init = files.conf(command.init_conf, conf_layout::translated);
-    list.list_off(data.release >= 40 && list.old ? switched_on(*list.old) : used);
+               const access_side &before, review_data &data) {
+    list_maker list{command, files, result, before, data};
+    list.list_off();
     list.list_on();
-    if (data.release < 40) {
-        list.list_table();
-        list.list_destinations();
+    if (!before.tables.empty()) {
+        list.list_administration();
+        list.list_ports();
     }
+    if (data.release < 40)
+        list.list_destinations();
     if (list.init)
         list.list_brought();
-    if (list.init && list.old && data.release >= 40 && imports.empty())
+    if (list.init && list.old_states && list.imports.empty())
         list.list_lost_values();
-    for (const std::string &path : imports)
-        list.list_sheet(*files.conf(path, conf_layout::translated));
+    for (const std::string &import : list.imports)
+        list.list_sheet(*files.conf(import, conf_layout::translated));
 }

@@ -39,8 +39,7 @@ void review_line(const upgrade_command &command, const std::string &file, long l
         tell(data, "trouble", "this line says nothing", file, line);
         return;
     }
-    upgrade_result with = run_upgrade(command, {}, command.version == 99 ? 50 : -1),
-                   without = run_upgrade(command, {{file, rest}}, command.version == 99 ? 50 : -1);
+    upgrade_result with = run_upgrade(command, {}, true), without = run_upgrade(command, {{file, rest}}, true);
     if (!with.good() || !without.good()) {
         tell(data, "trouble",
              !with.good() ? "the upgrade fails: " + with.trouble

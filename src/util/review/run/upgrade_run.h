@@ -8,19 +8,17 @@
 
 /// What one run came to.
 struct upgrade_result {
-    bool ran = false; ///< it came to its end by itself, whatever its status
-    int status = 0;
     std::string output;   ///< what it would have saved or written to standard output
     std::string messages; ///< its standard error, with the user's file names
-    std::string trouble;  ///< what kept it from running or ended it
-    bool good() const { return ran && status == 0; }
+    std::string trouble;  ///< what kept it from coming to a good end; empty if nothing did
+    bool good() const { return trouble.empty(); }
 };
 
 /// Texts that a run reads in place of files, by the files' names as the command has them.
 using replaced_files = std::unordered_map<std::string, std::string>;
 
-/// Runs the command. With a `version` other than -1 it is the output version, whatever the command asks for.
-upgrade_result run_upgrade(const upgrade_command &command, const replaced_files &instead = {}, int version = -1);
+/// Runs the command, with `no_xml` in the canonical layout where it asks for XML.
+upgrade_result run_upgrade(const upgrade_command &command, const replaced_files &instead = {}, bool no_xml = false);
 /// True if both paths lead to one file.
 bool same_file(const std::string &a, const std::string &b);
 

@@ -66,17 +66,17 @@ void compare_bytes(const upgrade_command &command, const std::string &should_be,
     if (data.result == written::same)
         return;
     std::string newer = newer_input(command), first = first_difference(*is, should_be);
-    const char *id = "not-written";
+    const adviser advise{data, "not-written"};
     if (is->size() < should_be.size() && should_be.compare(0, is->size(), *is) == 0)
-        advise(data, id, at, "look at the disk and at limits on the size of files, then run the upgrade again",
+        advise(at, "look at the disk and at limits on the size of files, then run the upgrade again",
                "cut short: {} of {} bytes are there", is->size(), should_be.size());
     else if (old && *old == *is)
-        advise(data, id, at, "if the upgrade wrote into its input, that has to come from its copy",
+        advise(at, "if the upgrade wrote into its input, that has to come from its copy",
                "it is the old configuration, byte for byte: {}", first);
     else if (!newer.empty())
-        advise(data, id, at, "run the upgrade again", "an older result: {} was changed after it; {}", newer, first);
+        advise(at, "run the upgrade again", "an older result: {} was changed after it; {}", newer, first);
     else
-        return void(advise(data, id, at, "run the upgrade again, or make sure that the change is meant",
+        return void(advise(at, "run the upgrade again, or make sure that the change is meant",
                            "made of other inputs or with other options, or changed by hand: {}", first));
     data.findings.back().leads = true;
 }
@@ -109,16 +109,6 @@ void compare(const configuration *init, const configuration *own, review_session
     compare_access(session.before, session.after, options, session.data);
 }
 
-// The proxies that the tables let somebody into.
-std::set<std::string> used_proxies(const access_side &before) {
-    std::set<std::string> used;
-    for (const std::string &proxy : before.proxies)
-        for (const access_rule &rule : before.tables.empty() ? std::vector<access_rule>() : rules_of(before, proxy))
-            if (rule.permit)
-                used.insert(proxy);
-    return used;
-}
-
 // Each configuration of the command line once, as far as it says something by itself.
 void check_inputs(const upgrade_command &command, review_session &session) {
     std::set<std::string> checked;
@@ -127,7 +117,7 @@ void check_inputs(const upgrade_command &command, review_session &session) {
             const configuration *conf = session.files.conf(file);
             bool stands_alone = letter == 'e' || (file == command.old_conf && session.data.release >= 40);
             if (conf && checked.insert(file).second)
-                check_conf(*conf, file, true, stands_alone, session.data);
+                check_conf(*conf, true, stands_alone, session.data);
         }
     }
 }
@@ -151,13 +141,13 @@ std::string run(const upgrade_command &command, review_session &session) {
             tell(session.data, "message", "the upgrade says: " + line);
     std::string bytes = run.output, name = session.subject;
     if (run.good() && command.version == 99) { // XML
-        run = run_upgrade(command, {}, 50);
+        run = run_upgrade(command, {}, true);
         name += " (in the canonical layout)";
     }
     if (run.good())
         session.own = read_configuration(name, std::move(run.output), conf_layout::translated);
     else
-        trouble(session, run.trouble.empty() ? format("the upgrade ends with status {}", run.status) : run.trouble);
+        trouble(session, run.trouble);
     return bytes;
 }
 
@@ -176,8 +166,8 @@ void review_upgrade(review_session &session) {
     review_data &data = session.data;
     loaded_files &files = session.files;
     data.command = command.words;
-    bool is_readable = check_files(command, files, data);
     detect_release(command, files, data);
+    bool is_readable = check_files(command, files, data);
     check_command(command, files, data);
     if (!command.refused.empty() || !is_readable)
         return trouble(session, is_readable ? "the upgrade would not run" : "an input can't be read");
@@ -197,9 +187,9 @@ void review_upgrade(review_session &session) {
     session.progress("accounting for every line");
     account_lines({command, files, result, session.before, session.after, bytes, session.progress}, data);
     session.progress("checking the result");
-    check_conf(result, result.name, false, true, data);
+    check_conf(result, false, true, data);
     check_inputs(command, session);
-    list_todo(command, files, result, used_proxies(session.before), data);
+    list_todo(command, files, result, session.before, data);
     mark_followers(data);
 }
 
@@ -245,5 +235,5 @@ void review_diff(review_session &session) {
 void review_check(review_session &session) {
     const std::string &path = session.words[0];
     if (is_read(path, file_role::configuration, session))
-        check_conf(*session.files.conf(path), path, false, true, session.data);
+        check_conf(*session.files.conf(path), false, true, session.data);
 }
