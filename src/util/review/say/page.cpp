@@ -30,9 +30,11 @@ json list_of(json rows, const char *one, const char *many, const char *none) {
 json proxy_values(json proxies, const access_side &before, const access_side &after) {
     size_t room = RULE_LIMIT;
     auto side_values = [&](const char *when, const access_side &side, const std::string &proxy) {
-        bool fits = true;
         json texts = json::array();
-        for (const access_rule &rule : rules_of(side, proxy, room, &fits)) {
+        std::vector<access_rule> rules = rules_of(side, proxy);
+        bool fits = rules.size() <= room;
+        rules.resize(fits ? rules.size() : 0);
+        for (const access_rule &rule : rules) {
             std::string text = decision_text(decision_of(side, &rule));
             texts.push_back({{"class", rule.permit ? "permit" : "deny"}, {"text", std::move(text)}});
         }
