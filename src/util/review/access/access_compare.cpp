@@ -48,8 +48,12 @@ struct compared_list {
     std::string_view pattern(uint32_t place) const { return place < rules.size() ? rules[place].pattern : "*"; }
 };
 
+/// How a host is treated otherwise, worst first, and the names of the findings.
+enum class change : uint8_t { wider, narrower, options, none };
+constexpr const char *change_ids[] = {"wider", "narrower", "options"};
+
 struct difference {
-    const char *id; // of the finding
+    change how;
     const access_rule *was, *is;
     std::string word; // the shortest that they decide
 };
@@ -131,18 +135,18 @@ struct proxy_comparison {
         return list == 0 ? rule_pair{place, other} : rule_pair{other, place};
     }
 
-    // The name of the finding that a host decided by these two rules is, or null.
-    const char *difference_of(rule_pair rules) {
+    // What becomes of a host that is decided by these two rules.
+    change change_of(rule_pair rules) {
         const access_rule *was = lists[0].rule(rules[0]), *is = lists[1].rule(rules[1]);
         bool was_permitted = was && was->permit, is_permitted = is && is->permit;
         if (was_permitted != is_permitted)
-            return is_permitted ? "wider" : "narrower";
-        return was_permitted && !lacking(*was, *is).empty() ? "options" : nullptr;
+            return is_permitted ? change::wider : change::narrower;
+        return was_permitted && !lacking(*was, *is).empty() ? change::options : change::none;
     }
 
     void note(rule_pair rules, const std::string &word) {
-        if (const char *id = difference_of(rules))
-            differences.try_emplace(rules, difference{id, lists[0].rule(rules[0]), lists[1].rule(rules[1]), word});
+        if (change how = change_of(rules); how != change::none)
+            differences.try_emplace(rules, difference{how, lists[0].rule(rules[0]), lists[1].rule(rules[1]), word});
     }
 
     // Whether the words that the two decide are to be looked for below the rule at that place of the list. Partners
@@ -158,7 +162,7 @@ struct proxy_comparison {
                        : its_partner == NO_RULE ? takes_alone && has_star(that)
                                                 : its_partner > place;
         rule_pair rules = pair_of(list, place, other);
-        return is_mine && can_meet(pattern, that) && difference_of(rules) && differences.count(rules) == 0;
+        return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
     }
 
     // Notes all rules of the other side that decide about some words that this one decides, as far as they are wanted.
@@ -208,7 +212,7 @@ struct proxy_comparison {
         for (size_t list = 0; list < 2; list++)
             for (uint32_t i : lists[list].kept)
                 if (uint32_t partner = lists[list].partners[i];
-                    is_decided && (partner == NO_RULE || (list == 0 && difference_of({i, partner}))))
+                    is_decided && (partner == NO_RULE || (list == 0 && change_of({i, partner}) != change::none)))
                     is_decided = search(list, i);
         is_decided = is_decided && budget.left != 0;
     }
@@ -243,10 +247,9 @@ struct finding_maker {
             uint32_t at = own_automaton.accepted(own_automaton.walk(from.word, {NO_RULE, NO_RULE}, enough))[0];
             bool permits = at != NO_RULE && own_rules[at].permit;
             if (permits != (from.is && from.is->permit) ||
-                (std::string_view(from.id) == "options" &&
-                 lacking_options(options_of(made.before, *from.was, made.proxy),
-                                 options_of(own, own_rules[at], made.proxy))
-                     .empty()))
+                (from.how == change::options && lacking_options(options_of(made.before, *from.was, made.proxy),
+                                                                options_of(own, own_rules[at], made.proxy))
+                                                    .empty()))
                 return "the output is not the upgrade's own";
         }
         if (from.is && initial_maps.count(map_text(made.after.maps[from.is->source])) != 0)
@@ -260,14 +263,14 @@ struct finding_maker {
     void add(const difference &from, const std::string &cause, long count) const {
         decision was = decision_of(made.before, from.was), is = decision_of(made.after, from.is);
         std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
-        if (std::string_view(from.id) == "options")
+        if (from.how == change::options)
             text += ", " + made.lacking(*from.was, *from.is);
         const Frag *proxy = made.after.conf ? made.after.conf->record("def_proxy", made.proxy) : nullptr;
         const char *state = proxy ? fval(const_cast<FragList>(&proxy->child), "state") : nullptr;
-        if (std::string_view(from.id) != "narrower" && state && !is_on(state))
+        if (from.how != change::narrower && state && !is_on(state))
             text += "; the proxy is off";
-        finding &found =
-            tell(data, from.id, std::move(text), is.line != 0 ? is.file : was.file, is.line != 0 ? is.line : was.line);
+        const decision &told = is.line != 0 ? is : was;
+        finding &found = tell(data, change_ids[static_cast<size_t>(from.how)], std::move(text), told.file, told.line);
         found.proxy = made.proxy;
         found.host = made.lists[0].kept.size() + made.lists[1].kept.size() == 2 ? "any host" : from.word;
         found.cause = cause;
@@ -287,13 +290,11 @@ struct finding_maker {
         for (uint32_t i = 0; i < own_rules.size(); i++)
             own_automaton.add(own_rules[i].pattern, 0, i);
         own_automaton.finish();
-        constexpr std::string_view ids[] = {"wider", "narrower", "options"}; // worst first
-        using folded_place = std::tuple<size_t, size_t, size_t, size_t, std::string>;
+        using folded_place = std::tuple<change, size_t, size_t, size_t, std::string>;
         std::map<folded_place, std::pair<const difference *, long>> folded; // the shortest, and how many there are
         for (const auto &[places, each] : made.differences) {
-            size_t id = static_cast<size_t>(std::find(std::begin(ids), std::end(ids), each.id) - std::begin(ids));
             auto &[shortest, count] =
-                folded[{id, each.was ? each.was->table : 0, each.was ? each.was->source : SIZE_MAX,
+                folded[{each.how, each.was ? each.was->table : 0, each.was ? each.was->source : SIZE_MAX,
                         each.is ? each.is->source : SIZE_MAX, cause(each)}];
             if (count++ == 0 || each.word.size() < shortest->word.size())
                 shortest = &each;

@@ -19,8 +19,9 @@ struct successor {
     long bits = 0;
 };
 
-/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts. One that is
-/// counted has parameters, and is numbered only if its count is there and that of the one before it.
+/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts (a single one
+/// stands twice). One that is counted has parameters, and is numbered only if its count is there and that of the one
+/// before it.
 struct family_row {
     const char *key, *count, *name, *owner;
     const char *inner_counts[2];
