@@ -133,9 +133,9 @@ void access_side::add_table(const netperm_table &table) {
     for (size_t i = 0; i < table.rules.size(); i++)
         for (const std::string &name : table.rules[i].names) {
             std::string key = name[0] == '*' ? "*" : name.substr(0, name.find('=')); // a key ends there
-            named_rules &named = made.try_emplace(key, named_rules{i}).first->second;
+            made.try_emplace(key, named_rules{i});
             if (table.rules[i].attribute == "hosts")
-                named.hosts.push_back(i);
+                made[key].hosts.push_back(i);
             add_proxy(key);
         }
     tables.push_back(&table);

@@ -15,7 +15,9 @@ void configuration::set_value(Frag *frag, std::string_view value) {
 
 Frag *configuration::add(list_indexes &known, Frag *parent, std::string_view stored, long line) {
     FragList list = parent ? &parent->child : &tree;
-    Frag *made = &nodes.emplace_back(Frag{nullptr, nullptr, nullptr, keep(stored), nullptr, 0, line << 4});
+    Frag *made = &nodes.emplace_back();
+    made->name = keep(stored);
+    made->attr = line << 4;
     pushfrag(list, made, parent);
     known.add(list, made);
     return made;
