@@ -110,11 +110,11 @@ TEST(configuration_property, any_bytes_are_read_as_the_store_reads_them) {
         }
     }
     auto conf = read_configuration("c", string("\n \na_b=1\nfoo\nbar=2\n[s]\nx=1\\\n 2\n"), conf_layout::as_written);
-    vector<long> lines;
+    vector<size_t> lines;
     for (const conf_line &line : conf->lines)
-        for (long place : {line.line, line.end_line, static_cast<long>(line.begin), static_cast<long>(line.end)})
+        for (size_t place : {size_t{line.line}, size_t{line.end_line}, line.begin, line.end})
             lines.push_back(place);
-    EXPECT_EQ(lines, (vector<long>{3, 3, 3, 9, 4, 5, 9, 19, 7, 8, 23, 31}));
+    EXPECT_EQ(lines, (vector<size_t>{3, 3, 3, 9, 4, 5, 9, 19, 7, 8, 23, 31}));
     EXPECT_EQ(conf->line_of(conf->find("s")), 7);
 }
 
@@ -139,9 +139,12 @@ TEST(configuration_property, the_tree_is_what_the_passes_make) {
             pushfrag(&tree, addresses, nullptr);
         auto conf = read_configuration("c", content, conf_layout::translated);
         EXPECT_EQ(conf->numbered, numbered);
-        for (const char *location : {"netobj_list_Inside", "netobj_list_Outside", "netobj_list_Service"})
-            for (FragList db : {conf->db(), &tree}) // which only the passes make where they are missing
-                fmake(&fmake(db, location)->child, "element");
+        for (const char *location : {"Inside", "Outside", "Service"}) { // only the passes make what is missing of these
+            list_indexes known;
+            string list = string("netobj_list_") + location;
+            conf->make(known, nullptr, list + "_element", 0);
+            fmake(&fmake(&tree, list.c_str())->child, "element");
+        }
         ASSERT_EQ(differences(*conf, tree), vector<string>()) << round << "\n" << content;
     }
 }

@@ -96,24 +96,27 @@ void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access
 
 // What the table with that index in the side holds for the proxy.
 void add_table_rules(const access_side &side, size_t index, const std::string &proxy, std::vector<access_rule> &into) {
-    const access_side::filed_table &filed = side.filed[index];
     const netperm_table &table = *side.tables[index];
-    auto found = filed.proxies.find(proxy);
-    if (found == filed.proxies.end() || is_no_proxy(proxy))
+    const auto &filed = side.filed[index];
+    auto own = filed.find(proxy);
+    if (own == filed.end() || proxy == "*" || is_no_proxy(proxy))
         return;
-    std::vector<access_side::filing> reached = found->second.own;
-    std::copy_if(filed.common.begin(), filed.common.end(), std::back_inserter(reached),
-                 [&](const auto &each) { return !each.later || each.moment < found->second.named; });
-    std::sort(reached.begin(), reached.end(), [](const auto &a, const auto &b) { return a.moment < b.moment; });
+    std::vector<size_t> reached = own->second.hosts;
+    // Rules for all proxies reach it, those for `global` only if they stand in front of the first that names it.
+    for (auto [name, end] : {std::pair("*", SIZE_MAX), std::pair("global", own->second.first)})
+        if (auto common = filed.find(name); common != filed.end())
+            std::copy_if(common->second.hosts.begin(), common->second.hosts.end(), std::back_inserter(reached),
+                         [last = end](size_t rule) { return rule < last; });
+    std::sort(reached.begin(), reached.end());
     // A first rule with a `=` behind the attribute stands as a value until a second makes a list of the two.
-    if (reached.size() == 1 && table.rules[reached[0].rule].word.find('=') != std::string_view::npos)
+    if (reached.size() == 1 && table.rules[reached[0]].word.find('=') != std::string_view::npos)
         return;
     access_rule rule;
     rule.table = index;
     rule.source = SIZE_MAX;
-    for (const access_side::filing &each : reached)
-        if (each.rule != std::exchange(rule.source, each.rule)) // a line can name a proxy twice
-            add_rule_hosts(table.rules[each.rule], rule, into);
+    for (size_t each : reached)
+        if (each != std::exchange(rule.source, each)) // a line can name a proxy twice
+            add_rule_hosts(table.rules[each], rule, into);
 }
 
 } // namespace
@@ -124,21 +127,16 @@ void access_side::add_proxy(const std::string &proxy) {
 }
 
 void access_side::add_table(const netperm_table &table) {
-    filed_table made;
+    std::unordered_map<std::string, named_rules> made;
     for (const std::string &proxy : proxies)
-        made.proxies.try_emplace(proxy);
-    size_t moment = 0;
+        made.try_emplace(proxy);
     for (size_t i = 0; i < table.rules.size(); i++)
-        for (std::string name : table.rules[i].names) {
-            filing each{i, ++moment, name == "global"};
-            bool is_common = each.later || name[0] == '*';
-            name.resize(std::min(name.size(), name.find('='))); // a key ends there
-            named_proxy *proxy =
-                is_common ? nullptr : &made.proxies.try_emplace(name, named_proxy{moment}).first->second;
+        for (const std::string &name : table.rules[i].names) {
+            std::string key = name[0] == '*' ? "*" : name.substr(0, name.find('=')); // a key ends there
+            made.try_emplace(key, named_rules{i});
             if (table.rules[i].attribute == "hosts")
-                (proxy ? proxy->own : made.common).push_back(each);
-            if (proxy)
-                add_proxy(name);
+                made[key].hosts.push_back(i);
+            add_proxy(key);
         }
     tables.push_back(&table);
     filed.push_back(std::move(made));
@@ -194,7 +192,7 @@ std::vector<const Frag *> source_elements(const configuration &conf, const std::
     return std::move(walk.elements);
 }
 
-std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy, size_t most, bool *fits) {
+std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy) {
     std::vector<access_rule> rules;
     for (size_t i = 0; i < side.tables.size(); i++)
         add_table_rules(side, i, proxy, rules);
@@ -202,8 +200,6 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
     std::unordered_set<const Frag *> met_lists;
     for (size_t i : maps_for(side, proxy)) {
         const access_map &map = side.maps[i];
-        if (rules.size() > most)
-            break;
         if (!met_sources.insert(map.source).second)
             continue;
         access_rule rule;
@@ -222,10 +218,7 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
             rules.push_back(rule);
         }
     }
-    bool is_short = rules.size() <= most;
-    if (fits)
-        *fits = is_short;
-    return is_short ? std::move(rules) : std::vector<access_rule>();
+    return rules;
 }
 
 decision decision_of(const access_side &side, const access_rule *rule) {

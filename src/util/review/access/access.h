@@ -49,20 +49,13 @@ struct access_side {
     void set_maps(const configuration &from);
     void add_proxy(const std::string &proxy);
 
-    /// That a rule reached a proxy, or with `later` all that are named afterwards, at a moment of the reading.
-    struct filing {
-        size_t rule, moment;
-        bool later;
+    /// The rules for hosts that a table has under a name, and the first of all its rules there.
+    struct named_rules {
+        size_t first = 0; ///< 0 of a proxy that was known before, too
+        std::vector<size_t> hosts{};
     };
-    struct named_proxy {
-        size_t named = 0; ///< the moment at which the table first named it, 0 if it was there before
-        std::vector<filing> own{};
-    };
-    struct filed_table {
-        std::vector<filing> common{}; ///< for every proxy
-        std::unordered_map<std::string, named_proxy> proxies{};
-    };
-    std::vector<filed_table> filed; ///< of each table
+    /// Those of each table, `*` standing for all names that begin so.
+    std::vector<std::unordered_map<std::string, named_rules>> filed;
     /// The maps that concern each proxy, `*` standing for those that concern all.
     std::unordered_map<std::string, std::vector<size_t>> maps_of;
     std::unordered_set<std::string> known;
@@ -72,9 +65,8 @@ struct access_side {
 using option_set = std::map<std::string, std::string>;
 
 /// The rules of a proxy in the order in which they are tried; a source that stands again behind itself is left out,
-/// since it decides about nobody. Empty, and `fits` false, if they would be more than `most` patterns.
-std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy, size_t most = SIZE_MAX,
-                                  bool *fits = nullptr);
+/// since it decides about nobody.
+std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy);
 /// The maps that concern a proxy, as indexes in the order in which they are tried.
 std::vector<size_t> maps_for(const access_side &side, const std::string &proxy);
 /// The elements that a source leads to, as an enumeration of network objects finds them: the members of a group in

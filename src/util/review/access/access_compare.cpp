@@ -1,12 +1,222 @@
-// Findings of what a comparison came to, and their causes.
+// Who gets through now compared with before: two ordered lists of host patterns of each proxy, for all hosts at once.
+//
+// A rule whose words an earlier one accepts decides nothing and goes first. What is left of the two lists is aligned by
+// equal patterns in equal order. A host whose deciding rules are both aligned is decided by partners: each partner
+// accepts what the other accepts, and their order is the same on both sides. So a host can be treated otherwise only
+// by partners that decide differently, or where at least one rule without a partner decides; and only below these the
+// automaton is searched, for each of them by itself and in the direction of its shortest words.
 #include "access/access_compare.h"
-#include "access/proxy_comparison.h"
+#include "access/pattern_automaton.h"
 #include "frag_tools.h"
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 namespace {
+
+constexpr size_t MOST_RULES = size_t{1} << 20; // of a proxy on one side
+constexpr size_t MOST_BYTES = size_t{1} << 22; // of the patterns of a proxy
+
+bool has_star(std::string_view pattern) { return pattern.find('*') != std::string_view::npos; }
+
+/// False if surely no word is accepted by both: they differ in front of a star of either, or behind.
+bool can_meet(std::string_view a, std::string_view b) {
+    auto agree = [](auto at, auto end, auto other, auto other_end) {
+        for (; at != end && other != other_end && *at == *other && *at != '*'; ++at)
+            ++other;
+        return at == end || other == other_end || *at == *other || *at == '*' || *other == '*';
+    };
+    return agree(a.begin(), a.end(), b.begin(), b.end()) && agree(a.rbegin(), a.rend(), b.rbegin(), b.rend());
+}
+
+/// The shortest word of a pattern.
+std::string shortest_word(std::string_view pattern) {
+    std::string word(pattern);
+    word.erase(std::remove(word.begin(), word.end(), '*'), word.end());
+    return word.empty() || (pattern.size() > 1 && pattern.substr(pattern.size() - 2) == "**") ? word + '0' : word;
+}
+
+/// The rules of one side. The place behind the last is the refusal of whom no rule covers.
+struct compared_list {
+    std::vector<access_rule> rules{};
+    std::vector<uint32_t> ends{};     // for each place its node
+    std::vector<uint32_t> partners{}; // for each place that of the other list, or none
+    std::vector<uint32_t> kept{};     // the places of rules that decide something
+
+    const access_rule *rule(uint32_t place) const { return place < rules.size() ? &rules[place] : nullptr; }
+    std::string_view pattern(uint32_t place) const { return place < rules.size() ? rules[place].pattern : "*"; }
+};
+
+/// How a host is treated otherwise, worst first, and the names of the findings.
+enum class change : uint8_t { wider, narrower, options, none };
+constexpr const char *change_ids[] = {"wider", "narrower", "options"};
+
+struct difference {
+    change how;
+    const access_rule *was, *is;
+    std::string word; // the shortest that they decide
+};
+
+struct proxy_comparison {
+    const access_side &before, &after;
+    const std::string &proxy;
+    work_budget &budget;
+    std::array<compared_list, 2> lists{};
+    pattern_automaton automaton{};
+    std::map<rule_pair, difference> differences{}; // by the deciding rules
+    bool is_decided = true;
+    std::map<std::tuple<size_t, size_t, size_t>, std::string> known_lacking{};
+
+    // What the rule before demands that the rule after does not, in words. All rules of one line, and of one map, have
+    // the same.
+    const std::string &lacking(const access_rule &was, const access_rule &is) {
+        auto [known, is_new] = known_lacking.try_emplace({was.table, was.source, is.source});
+        if (is_new)
+            known->second = lacking_options(options_of(before, was, proxy), options_of(after, is, proxy));
+        return known->second;
+    }
+
+    // Takes the rules of both sides and drops those that decide nothing. False if there are too many.
+    bool read() {
+        size_t bytes = 0;
+        for (size_t list = 0; list < 2; list++) {
+            lists[list].rules = rules_of(list == 0 ? before : after, proxy);
+            for (const access_rule &rule : lists[list].rules)
+                bytes += rule.pattern.size() + 1;
+            if (lists[list].rules.size() > MOST_RULES || bytes > MOST_BYTES)
+                return false;
+        }
+        for (size_t list = 0; list < 2; list++)
+            for (uint32_t i = 0; i <= lists[list].rules.size(); i++)
+                lists[list].ends.push_back(automaton.add(lists[list].pattern(i), list, i));
+        automaton.finish();
+        for (size_t list = 0; list < 2; list++) {
+            lists[list].partners.assign(lists[list].ends.size(), NO_RULE);
+            for (uint32_t i = 0; i < lists[list].ends.size(); i++) {
+                uint32_t &first = automaton.nodes[lists[list].ends[i]].rule[list];
+                std::string_view pattern = lists[list].pattern(i);
+                if (first == i && (pattern.empty() || automaton.is_covered(pattern, list, i, budget)))
+                    first = NO_RULE;
+                else if (first == i)
+                    lists[list].kept.push_back(i);
+            }
+        }
+        automaton.finish();
+        return true;
+    }
+
+    // Makes partners of the longest sequence of equal patterns that stand in the same order on both sides, if told so
+    // only of rules that both permit or both deny. No pattern is left twice on one side.
+    void align(bool of_one_ruling) {
+        std::vector<uint32_t> last; // for each length, the rule that ends a sequence of that length earliest
+        std::vector<uint32_t> in_front(lists[0].ends.size(), NO_RULE);
+        auto twin = [&](uint32_t i) { return automaton.nodes[lists[0].ends[i]].rule[1]; };
+        for (uint32_t i : lists[0].kept) {
+            const access_rule *was = lists[0].rule(i), *is = lists[1].rule(twin(i));
+            if (twin(i) == NO_RULE || (of_one_ruling && !(was && is && was->permit == is->permit)))
+                continue;
+            auto at = std::lower_bound(last.begin(), last.end(), i,
+                                       [&](uint32_t a, uint32_t b) { return twin(a) < twin(b); });
+            in_front[i] = at == last.begin() ? NO_RULE : *(at - 1);
+            if (at == last.end())
+                last.push_back(i);
+            else
+                *at = i;
+        }
+        for (uint32_t i = last.empty() ? NO_RULE : last.back(); i != NO_RULE; i = in_front[i]) {
+            lists[0].partners[i] = twin(i);
+            lists[1].partners[twin(i)] = i;
+        }
+    }
+
+    // A rule at a place of a list and one of the other list, by the lists.
+    static rule_pair pair_of(size_t list, uint32_t place, uint32_t other) {
+        return list == 0 ? rule_pair{place, other} : rule_pair{other, place};
+    }
+
+    // What becomes of a host that is decided by these two rules.
+    change change_of(rule_pair rules) {
+        const access_rule *was = lists[0].rule(rules[0]), *is = lists[1].rule(rules[1]);
+        bool was_permitted = was && was->permit, is_permitted = is && is->permit;
+        if (was_permitted != is_permitted)
+            return is_permitted ? change::wider : change::narrower;
+        return was_permitted && !lacking(*was, *is).empty() ? change::options : change::none;
+    }
+
+    void note(rule_pair rules, const std::string &word) {
+        if (change how = change_of(rules); how != change::none)
+            differences.try_emplace(rules, difference{how, lists[0].rule(rules[0]), lists[1].rule(rules[1]), word});
+    }
+
+    // Whether the words that the two decide are to be looked for below the rule at that place of the list. Partners
+    // are looked at from one side. Without a partner, those with one that has no star are found at its one word, those
+    // with one that has no partner either by the side that has more of these, so that the words of few are not searched
+    // for many, and those with one whose partner is earlier don't exist.
+    bool is_wanted(size_t list, uint32_t place, uint32_t other) {
+        std::string_view pattern = lists[list].pattern(place), that = lists[1 - list].pattern(other);
+        uint32_t partner = lists[list].partners[place], its_partner = lists[1 - list].partners[other];
+        bool takes_alone =
+            list == 0 ? lists[0].kept.size() >= lists[1].kept.size() : lists[1].kept.size() > lists[0].kept.size();
+        bool is_mine = partner != NO_RULE       ? partner == other
+                       : its_partner == NO_RULE ? takes_alone && has_star(that)
+                                                : its_partner > place;
+        rule_pair rules = pair_of(list, place, other);
+        return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
+    }
+
+    // Notes all rules of the other side that decide about some words that this one decides, as far as they are wanted.
+    // False if the budget ended it.
+    bool search(size_t list, uint32_t place) {
+        const compared_list &own = lists[list], &others = lists[1 - list];
+        std::string_view pattern = own.pattern(place);
+        std::string word = shortest_word(pattern);
+        rule_pair deciding = automaton.accepted(automaton.walk(word, {NO_RULE, NO_RULE}, budget));
+        if (deciding[list] == place)
+            note(deciding, word);
+        if (!has_star(pattern))
+            return true;
+        uint32_t partner = own.partners[place];
+        std::vector<bool> wanted; // up to the last
+        for (uint32_t other : partner == NO_RULE ? others.kept : std::vector<uint32_t>{partner})
+            if (is_wanted(list, place, other)) {
+                wanted.resize(other);
+                wanted.push_back(true);
+            }
+        budget.take(others.kept.size());
+        if (wanted.empty())
+            return true;
+        // An automaton of the rules that can meet this one: of its own list the earlier ones, of the other those up to
+        // the last that is wanted.
+        pattern_automaton few;
+        uint32_t end = few.add(pattern, 0, place);
+        for (size_t side : {list, 1 - list})
+            for (uint32_t i : lists[side].kept)
+                if (i < (side == list ? place : wanted.size()) && can_meet(pattern, lists[side].pattern(i)))
+                    few.add(lists[side].pattern(i), side == list ? 0 : 1, i);
+        few.finish();
+        budget.take(place + wanted.size() + few.nodes.size());
+        std::map<uint32_t, std::string> words;
+        bool is_whole = find_words(few, place, end, std::move(wanted), budget, words);
+        for (const auto &[other, found] : words)
+            note(pair_of(list, place, other), found);
+        return is_whole;
+    }
+
+    // Finds all differences, unless it says that it is not decided.
+    void run() {
+        is_decided = budget.left != 0 && read();
+        if (!is_decided)
+            return;
+        align(false);
+        for (size_t list = 0; list < 2; list++)
+            for (uint32_t i : lists[list].kept)
+                if (uint32_t partner = lists[list].partners[i];
+                    is_decided && (partner == NO_RULE || (list == 0 && change_of({i, partner}) != change::none)))
+                    is_decided = search(list, i);
+        is_decided = is_decided && budget.left != 0;
+    }
+};
 
 std::string map_text(const access_map &map) {
     return (map.permit ? "P\n" : "D\n") + map.source + '\n' + map.proxy + '\n' + map.policy;
@@ -34,12 +244,12 @@ struct finding_maker {
     std::string cause(const difference &from) const {
         if (own.conf) {
             work_budget enough{UINT64_MAX};
-            uint32_t at = own_automaton.accepted(own_automaton.walk(from.word, {NO_RULE, NO_RULE}, enough), 0);
+            uint32_t at = own_automaton.accepted(own_automaton.walk(from.word, {NO_RULE, NO_RULE}, enough))[0];
             bool permits = at != NO_RULE && own_rules[at].permit;
             if (permits != (from.is && from.is->permit) ||
-                (from.id == "options" && lacking_options(options_of(made.before, *from.was, made.proxy),
-                                                         options_of(own, own_rules[at], made.proxy))
-                                             .empty()))
+                (from.how == change::options && lacking_options(options_of(made.before, *from.was, made.proxy),
+                                                                options_of(own, own_rules[at], made.proxy))
+                                                    .empty()))
                 return "the output is not the upgrade's own";
         }
         if (from.is && initial_maps.count(map_text(made.after.maps[from.is->source])) != 0)
@@ -51,44 +261,40 @@ struct finding_maker {
     }
 
     void add(const difference &from, const std::string &cause, long count) const {
-        finding found;
-        found.id = from.id;
+        decision was = decision_of(made.before, from.was), is = decision_of(made.after, from.is);
+        std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
+        if (from.how == change::options)
+            text += ", " + made.lacking(*from.was, *from.is);
+        const Frag *proxy = made.after.conf ? made.after.conf->record("def_proxy", made.proxy) : nullptr;
+        const char *state = proxy ? fval(const_cast<FragList>(&proxy->child), "state") : nullptr;
+        if (from.how != change::narrower && state && !is_on(state))
+            text += "; the proxy is off";
+        const decision &told = is.line != 0 ? is : was;
+        finding &found = tell(data, change_ids[static_cast<size_t>(from.how)], std::move(text), told.file, told.line);
         found.proxy = made.proxy;
-        found.host = made.kept[0].size() + made.kept[1].size() == 2 ? "any host" : from.word;
+        found.host = made.lists[0].kept.size() + made.lists[1].kept.size() == 2 ? "any host" : from.word;
         found.cause = cause;
         found.count = count;
         found.has_sides = true;
-        found.before = decision_of(made.before, from.was);
-        found.after = decision_of(made.after, from.is);
-        const decision &told = found.after.line != 0 ? found.after : found.before;
-        found.at = {told.file, told.line};
-        found.text = decision_text(found.before) + " before, " + decision_text(found.after) + " now";
-        if (from.id == "options")
-            found.text += ", " + made.lacking(*from.was, *from.is);
-        const Frag *proxy = made.after.conf ? made.after.conf->record("def_proxy", made.proxy) : nullptr;
-        const char *state = proxy ? fval(const_cast<FragList>(&proxy->child), "state") : nullptr;
-        if (from.id != "narrower" && state && !is_on(state))
-            found.text += "; the proxy is off";
-        data.findings.push_back(std::move(found));
+        found.before = std::move(was);
+        found.after = std::move(is);
     }
 
     void add_all() {
         if (made.differences.empty())
             return;
         for (size_t list = 0; list < 2; list++)
-            for (const access_rule &rule : made.rules[list])
+            for (const access_rule &rule : made.lists[list].rules)
                 spelled[list].emplace(lowercase(rule.pattern), rule.pattern);
         own_rules = rules_of(own, made.proxy);
         for (uint32_t i = 0; i < own_rules.size(); i++)
             own_automaton.add(own_rules[i].pattern, 0, i);
         own_automaton.finish();
-        constexpr std::string_view ids[] = {"wider", "narrower", "options"}; // worst first
-        using folded_place = std::tuple<size_t, size_t, size_t, size_t, std::string>;
+        using folded_place = std::tuple<change, size_t, size_t, size_t, std::string>;
         std::map<folded_place, std::pair<const difference *, long>> folded; // the shortest, and how many there are
         for (const auto &[places, each] : made.differences) {
-            size_t id = static_cast<size_t>(std::find(std::begin(ids), std::end(ids), each.id) - std::begin(ids));
             auto &[shortest, count] =
-                folded[{id, each.was ? each.was->table : 0, each.was ? each.was->source : SIZE_MAX,
+                folded[{each.how, each.was ? each.was->table : 0, each.was ? each.was->source : SIZE_MAX,
                         each.is ? each.is->source : SIZE_MAX, cause(each)}];
             if (count++ == 0 || each.word.size() < shortest->word.size())
                 shortest = &each;
@@ -132,7 +338,7 @@ void compare_access(const access_side &before, const access_side &after, const a
         verdict found = !made.is_decided           ? verdict::not_decided
                         : made.differences.empty() ? verdict::same
                                                    : verdict::different;
-        data.access.push_back({proxy, found, made.rules[0].size(), maps_for(after, proxy).size()});
+        data.access.push_back({proxy, found, made.lists[0].rules.size(), maps_for(after, proxy).size()});
         if (!made.is_decided) {
             finding &open =
                 tell(data, "not-decided",
@@ -150,11 +356,10 @@ rule_partners align_rules(const access_side &before, const access_side &after, c
     if (!made.read())
         return partners;
     made.align(true);
-    for (const kept_rule &kept : made.kept[0])
-        if (kept.partner != NO_RULE)
-            partners.pairs.emplace_back(kept.rule - made.rules[0].data(),
-                                        made.kept[1][kept.partner].rule - made.rules[1].data());
-    partners.before = std::move(made.rules[0]);
-    partners.after = std::move(made.rules[1]);
+    for (uint32_t i = 0; i < made.lists[0].rules.size(); i++)
+        if (made.lists[0].partners[i] != NO_RULE)
+            partners.pairs.emplace_back(i, made.lists[0].partners[i]);
+    partners.before = std::move(made.lists[0].rules);
+    partners.after = std::move(made.lists[1].rules);
     return partners;
 }

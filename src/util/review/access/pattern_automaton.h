@@ -9,12 +9,13 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 constexpr uint32_t NO_RULE = UINT32_MAX;
+using rule_pair = std::array<uint32_t, 2>; ///< a rule of each list, by its place there
 
 /// Steps that may still be taken.
 struct work_budget {
@@ -30,16 +31,15 @@ struct pattern_automaton {
     static constexpr uint32_t NONE = UINT32_MAX;
 
     struct node {
-        uint32_t parent = NONE;             ///< always before it
-        bool is_any = false;                ///< stays for any bytes; another one is entered with its byte
-        char byte = 0;                      ///< `*` stands for any one byte
-        uint32_t child = NONE, next = NONE; ///< the first one below that is entered with a byte, and beside it
-        uint32_t any = NONE;                ///< what is entered with it and stays
-        std::array<uint32_t, 2> rule = {NO_RULE, NO_RULE};  ///< of each list, the first that ends here
-        std::array<uint32_t, 2> first = {NO_RULE, NO_RULE}; ///< and the first that ends here or below
+        uint32_t parent = NONE;               ///< always before it
+        bool is_any = false;                  ///< stays for any bytes; another one is entered with its byte
+        char byte = 0;                        ///< `*` stands for any one byte
+        uint32_t child = NONE, next = NONE;   ///< the first one below that is entered with a byte, and beside it
+        uint32_t any = NONE;                  ///< what is entered with it and stays
+        rule_pair rule = {NO_RULE, NO_RULE};  ///< of each list, the first that ends here
+        rule_pair first = {NO_RULE, NO_RULE}; ///< and the first that ends here or below
     };
-    using state = std::u32string;           ///< node numbers, ascending
-    using limits = std::array<uint32_t, 2>; ///< of each list, the rules from this one on don't matter
+    using state = std::u32string; ///< node numbers, ascending
 
     std::vector<node> nodes = std::vector<node>(1);
 
@@ -47,21 +47,21 @@ struct pattern_automaton {
     uint32_t add(std::string_view pattern, size_t list, uint32_t rule);
     /// Takes note of what lies below each node. To be called once all patterns are in.
     void finish();
-    /// Brings gathered nodes into a state: what is entered with them comes in, and what can't decide any more goes.
-    /// Each limit is lowered to what surely accepts.
-    void settle(state &gathered, limits &limit) const;
-    /// The first rule of a list that accepts the words of this state.
-    uint32_t accepted(const state &at, size_t list) const;
+    /// Brings gathered nodes into a state: what is entered with them comes in, and what can't decide any more goes. Of
+    /// each list the rules from the limit on don't matter; it is lowered to what surely accepts.
+    void settle(state &gathered, rule_pair &limit) const;
+    /// The first rules that accept the words of this state.
+    rule_pair accepted(const state &at) const;
     /// The state behind a word or, of a pattern, behind each of its words; empty if the budget ends.
-    state walk(std::string_view pattern, limits limit, work_budget &budget) const;
+    state walk(std::string_view pattern, rule_pair limit, work_budget &budget) const;
     /// Whether one rule of the list that is before `rule` accepts all words of the pattern. False if the budget ends.
     bool is_covered(std::string_view pattern, size_t list, uint32_t rule, work_budget &budget) const;
 };
 
 /// Looks for the shortest words that `rule` of list 0, which ends in the node `end`, decides there, while one of the
-/// `wanted` rules of list 1 decides them in that one: `found` is told one word for each of these that has any. False if
-/// the budget ended it.
-bool search_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
-                  work_budget &budget, const std::function<void(const std::string &word, uint32_t other)> &found);
+/// `wanted` rules of list 1 decides them in that one: a word for each of these that has any. False if the budget ended
+/// it.
+bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
+                work_budget &budget, std::map<uint32_t, std::string> &words);
 
 #endif

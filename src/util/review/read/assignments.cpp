@@ -22,7 +22,7 @@ struct line_reader {
     list_indexes indexes{};
     size_t at = 0;
     size_t counted = 0; // the bytes whose line ends are in `line`
-    long line = 1;
+    uint32_t line = 1;
     bool sections = false; // from the first `[` to the end of the file
     bool below = false;    // the next component belongs below `path`, on the same line
     std::string path{};    // the components in front of the one that is read, each with its `_`
@@ -32,20 +32,16 @@ struct line_reader {
     conf_line current{};
 
     bool at_end() const { return at == bytes.size(); }
-    long line_here() {
-        line += std::count(bytes.begin() + static_cast<long>(counted), bytes.begin() + static_cast<long>(at), '\n');
+    uint32_t line_here() {
+        std::string_view passed = bytes.substr(counted, at - counted);
+        line += static_cast<uint32_t>(std::count(passed.begin(), passed.end(), '\n'));
         counted = at;
         return line;
     }
     // A text as a view: the bytes that begin at `from` if they are the same, else a copy that stays.
     std::string_view view_of(const std::string &text, size_t from) {
         std::string_view there = bytes.substr(from, text.size());
-        return there == text ? there : conf.texts.emplace_back(text);
-    }
-
-    void begin_key() {
-        path.clear();
-        node = nullptr;
+        return there == text ? there : std::string_view(conf.keep(text), text.size());
     }
 
     void begin_name() {
@@ -53,7 +49,8 @@ struct line_reader {
             at++;
         if (!at_end() && bytes[at] == '[') {
             at++;
-            begin_key();
+            path.clear();
+            node = nullptr;
             below = false;
             // Blanks are passed over behind the bracket that begins the form, not behind a later one.
             if (!sections) {
@@ -62,6 +59,10 @@ struct line_reader {
             }
         }
         if (!below) {
+            if (!sections) {
+                path.clear();
+                node = nullptr;
+            }
             current = {};
             current.begin = at;
             current.line = line_here();
@@ -86,15 +87,13 @@ struct line_reader {
         return !at_end();
     }
 
-    void set_origin() { node->attr = bits_of(node) | static_cast<long>(conf.lines.size() + 1) << 4; }
+    long number() const { return static_cast<long>(conf.lines.size() + 1); }
 
     // Goes to the node of the component; every flat line sets the bits of all that its key names.
     void go_down() {
-        node = indexes.find_or_make(node ? &node->child : conf.db(), name, node);
-        if (node->attr >> 4 == 0) {
-            keep = false;
-            set_origin();
-        }
+        size_t known = conf.nodes.size();
+        node = conf.make(indexes, node, name, number());
+        keep = keep && conf.nodes.size() == known;
         if (!sections)
             node->attr = (node->attr & ~15L) | name_bits;
     }
@@ -106,7 +105,7 @@ struct line_reader {
             if (!take_name(sections ? std::string_view("\0\\]=_", 5) : std::string_view("\0_=", 3)))
                 return false;
             char delimiter = bytes[at++];
-            current.bits |= name_bits;
+            current.bits = static_cast<uint8_t>(current.bits | name_bits);
             if (delimiter != '_' && (!sections || (delimiter != '\\' && delimiter != ']'))) {
                 current.key = view_of(path + name, current.begin);
                 return true;
@@ -148,8 +147,8 @@ struct line_reader {
         Frag *section = node;
         go_down();
         if (!node->value || (!keep && !value.empty())) {
-            setvalue(node, keep ? "" : value);
-            set_origin();
+            conf.set_value(node, keep ? "" : value);
+            node->attr = bits_of(node) | number() << 4;
         }
         keep = merged;
         current.node = node;
@@ -164,8 +163,6 @@ struct line_reader {
             if (take_value())
                 set_value();
             below = false;
-            if (!sections)
-                begin_key();
         }
     }
 };

@@ -2,6 +2,39 @@
 #include "read/configuration.h"
 #include "frag_tools.h"
 
+char *configuration::keep(std::string_view text) {
+    char *kept = static_cast<char *>(texts.allocate(text.size() + 1, 1));
+    kept[text.copy(kept, text.size())] = 0;
+    return kept;
+}
+
+void configuration::set_value(Frag *frag, std::string_view value) {
+    frag->value = keep(value);
+    frag->vlen = static_cast<long>(value.size());
+}
+
+Frag *configuration::add(list_indexes &known, Frag *parent, std::string_view stored, long line) {
+    FragList list = parent ? &parent->child : &tree;
+    Frag *made = &nodes.emplace_back();
+    made->name = keep(stored);
+    made->attr = line << 4;
+    pushfrag(list, made, parent);
+    known.add(list, made);
+    return made;
+}
+
+Frag *configuration::make(list_indexes &known, Frag *parent, std::string_view key, long line) {
+    for (;;) {
+        std::string_view component = key.substr(0, key.find_first_of("_="));
+        Frag *found = known.find(parent ? &parent->child : &tree, component);
+        parent = found ? found : add(known, parent, component, line);
+        key.remove_prefix(component.size());
+        if (key.empty() || key[0] == '=')
+            return parent;
+        key.remove_prefix(1);
+    }
+}
+
 std::string configuration::value(const Frag *frag, const char *key) {
     if (frag && *key)
         frag = ffind(const_cast<FragList>(&frag->child), key);
@@ -74,15 +107,14 @@ std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }
 
 // Sorts the children that are numbers, but for records that names lead to.
-static void sort_numbers(const configuration &conf) {
-    Frag *sorted = nullptr;
-    for (Frag *frag : nodes_of(conf.tree)) {
-        Frag *parent = frag->parent, *top = parent ? parent->parent : nullptr;
-        if (!parent || parent == sorted || !is_digit(frag->name[0]) ||
-            (top ? is_named(top, "netobj") || is_named(top, "def") : is_named(parent, "policy")))
-            continue;
-        sorted = parent;
-        sort_frags(&parent->child);
+static void sort_numbers(configuration &conf) {
+    for (Frag &frag : conf.nodes) {
+        const Frag *child = frag.child, *top = frag.parent;
+        bool is_family = top ? is_named(top, "netobj") || is_named(top, "def") : is_named(&frag, "policy");
+        while (child && !is_digit(child->name[0]))
+            child = child->next;
+        if (child && !is_family)
+            sort_frags(&frag.child);
     }
 }
 

@@ -10,13 +10,14 @@
 
 #include <deque>
 #include <memory>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 /// What an assignment does.
-enum class line_role {
+enum class line_role : uint8_t {
     setting, ///< gives its node the value
     name,    ///< names its node: a record, a parameter, or the config set that a policy lists
     count,   ///< says how many entries there are; it has no node
@@ -25,14 +26,14 @@ enum class line_role {
 
 /// One assignment. A line without `=` runs on into the next, so that an assignment can begin lines before it ends.
 struct conf_line {
-    std::string_view key;        ///< as written: stored names joined by `_`, without prefixes
-    std::string_view value;      ///< as written
-    size_t begin = 0, end = 0;   ///< its bytes in the file, the line end among them
-    long line = 0, end_line = 0; ///< where it begins and ends, as an editor counts
-    long bits = 0;               ///< of all prefixes on its key and, of a numbered parameter, in front of its name
-    bool section_form = false;   ///< its key depends on what stands in front of it
+    std::string_view key;            ///< as written: stored names joined by `_`, without prefixes
+    std::string_view value;          ///< as written
+    size_t begin = 0, end = 0;       ///< its bytes in the file, the line end among them
+    Frag *node = nullptr;            ///< of the tree: the one that has its value or its name
+    uint32_t line = 0, end_line = 0; ///< where it begins and ends, as an editor counts
+    uint8_t bits = 0;                ///< of all prefixes on its key and, of a numbered parameter, in front of its name
+    bool section_form = false;       ///< its key depends on what stands in front of it
     line_role role = line_role::setting;
-    Frag *node = nullptr; ///< of the tree: the one that has its value or its name
 };
 
 /// The bytes of a file, kept by all who have views of them.
@@ -46,21 +47,30 @@ struct file_bytes {
 /// there stays, too: of the lines of one key the first counts, and else the last.
 enum class conf_layout { translated, as_written, merged };
 
-/// One configuration. Its nodes stay where they are as long as it lives.
+/// One configuration. Its nodes, their names and their values stay where they are as long as it lives, and are no
+/// blocks of the heap: what the store frees, takes the place of or grows must not be one of them.
 struct configuration {
     std::string name; ///< of the file, for messages
     file_bytes file;
     std::string_view bytes = file.text;
     std::vector<conf_line> lines;
-    std::deque<std::string> texts; ///< what the lines say where it is no slice of the bytes
-    bool numbered = false;         ///< the file is in the numbered layout
-    Frag *tree = nullptr;          ///< the canonical layout; children that are numbers stand in their order
+    bool numbered = false; ///< the file is in the numbered layout
+    Frag *tree = nullptr;  ///< the canonical layout; children that are numbers stand in their order
     mutable list_indexes indexes;
+    std::deque<Frag> nodes; ///< those of the tree, and those that the translation took out of it
 
     configuration(std::string of, file_bytes from) : name(std::move(of)), file(std::move(from)) {}
-    ~configuration() { freelist(tree); }
 
     FragList db() const { return const_cast<FragList>(&tree); }
+    /// A copy of the text that stays, with a zero byte behind it.
+    char *keep(std::string_view text);
+    void set_value(Frag *frag, std::string_view value);
+    /// Makes a child of that stored name at the head of those of `parent`, which is null for the top, as one of the
+    /// line of that number, 0 for none. The indexes are told.
+    Frag *add(list_indexes &known, Frag *parent, std::string_view stored, long line);
+    /// The node of the key below `parent`, whose missing nodes are made likewise.
+    Frag *make(list_indexes &known, Frag *parent, std::string_view key, long line);
+
     /// What `ffind` gives for the key, by index.
     Frag *find(const char *key) const { return indexes.find_key(db(), key); }
     /// The value of the node of the key below `frag`, or of the key in the tree; empty if there is none.
@@ -77,6 +87,9 @@ struct configuration {
     const conf_line *origin(const Frag *frag) const;
     /// Its line, 0 for none.
     long line_of(const Frag *frag) const { return origin(frag) ? origin(frag)->line : 0; }
+
+private:
+    std::pmr::monotonic_buffer_resource texts;
 };
 
 /// The attribute bits of a node of a configuration; what stands above them is the number of its line from 1, 0 for

@@ -14,32 +14,24 @@ bool read_bytes(const std::string &path, std::string &bytes) {
     return !failed && file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-loaded_files::file &loaded_files::load(const std::string &path) {
-    auto [found, added] = known.try_emplace(path);
-    std::string bytes;
-    if (added && read_bytes(path, bytes))
-        found->second.bytes.emplace(std::move(bytes));
-    return found->second;
-}
-
 const std::string *loaded_files::bytes(const std::string &path) {
-    file &loaded = load(path);
-    return loaded.bytes ? loaded.bytes->held.get() : nullptr;
+    auto [known, is_new] = read.try_emplace(path);
+    std::string bytes;
+    if (is_new && read_bytes(path, bytes))
+        known->second.emplace(std::move(bytes));
+    return known->second ? known->second->held.get() : nullptr;
 }
 
 const configuration *loaded_files::conf(const std::string &path, conf_layout layout) {
-    file &loaded = load(path);
-    auto &made = layout == conf_layout::translated   ? loaded.translated
-                 : layout == conf_layout::as_written ? loaded.as_written
-                                                     : loaded.merged;
-    if (loaded.bytes && !made)
-        made = read_configuration(path, *loaded.bytes, layout);
+    std::unique_ptr<configuration> &made = confs[{path, layout}];
+    if (!made && bytes(path))
+        made = read_configuration(path, *read[path], layout);
     return made.get();
 }
 
 const netperm_table *loaded_files::table(const std::string &path) {
-    file &loaded = load(path);
-    if (loaded.bytes && !loaded.table)
-        loaded.table = read_netperm_table(path, *loaded.bytes);
-    return loaded.table.get();
+    std::unique_ptr<netperm_table> &made = tables[path];
+    if (!made && bytes(path))
+        made = read_netperm_table(path, *read[path]);
+    return made.get();
 }

@@ -16,13 +16,9 @@ struct loaded_files {
     const netperm_table *table(const std::string &path);
 
 private:
-    struct file {
-        std::optional<file_bytes> bytes;
-        std::unique_ptr<configuration> translated, as_written, merged;
-        std::unique_ptr<netperm_table> table;
-    };
-    std::map<std::string, file> known;
-    file &load(const std::string &path);
+    std::map<std::string, std::optional<file_bytes>> read;
+    std::map<std::pair<std::string, conf_layout>, std::unique_ptr<configuration>> confs;
+    std::map<std::string, std::unique_ptr<netperm_table>> tables;
 };
 
 #endif

@@ -74,12 +74,7 @@ bool is_no_proxy(std::string_view name) {
     return name.substr(0, 7) == "policy-" || name == "global" || name == "alerts";
 }
 
-bool is_removed_proxy(std::string_view name) {
-    const char *const *removed = del_netperm_proxies;
-    while (*removed && name != *removed)
-        removed++;
-    return *removed && !is_no_proxy(name);
-}
+bool is_removed_proxy(std::string_view name) { return is_listed(del_netperm_proxies, name) && !is_no_proxy(name); }
 
 std::string_view take_word(std::string_view &text) {
     skip_blank(text);

@@ -1,12 +1,14 @@
 // From the numbered layout, in which a record's name stands in a line of its own, to the canonical one.
 //
-// Nodes are renamed and moved family by family. What is taken out of the tree stays until the end, where each line that
-// led to it is told what it says now.
+// Nodes are renamed and moved family by family. The lines of a node that was taken out of the tree are told at the end
+// what they say now.
 #include "frag_tools.h"
 #include "nupgrade.h"
 #include "read/configuration.h"
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 
 namespace {
 
@@ -17,15 +19,16 @@ struct successor {
     long bits = 0;
 };
 
-/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts. One that is
-/// counted has parameters, and is numbered only if its count is there and that of the one before it.
+/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts (a single one
+/// stands twice). One that is counted has parameters, and is numbered only if its count is there and that of the one
+/// before it.
 struct family_row {
     const char *key, *count, *name, *owner;
     const char *inner_counts[2];
 };
 const family_row families[] = {
-    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms", nullptr}},
-    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms", nullptr}},
+    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms", "num_parms"}},
+    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms", "num_parms"}},
     {"netobj_list", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"netobj_group", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"policy", nullptr, "name", nullptr, {"num_proxies", "num_parms"}},
@@ -42,23 +45,27 @@ std::vector<Frag *> take_children(Frag *frag) {
     return all;
 }
 
-void copy_origin(Frag *to, const Frag *from) { to->attr = bits_of(to) | (from->attr & ~15L); }
+void drop_bare(FragList list, const char *key) {
+    Frag *frag = ffind(list, key);
+    if (frag && !frag->value && !frag->child)
+        fdel(list, key);
+}
+
+long line_number(const Frag *frag) { return frag->attr >> 4; }
+void set_origin(Frag *frag, long bits, const Frag *from) { frag->attr = bits | (from->attr & ~15L); }
 
 struct translator {
     configuration &conf;
     FragList db = conf.db();
-    Frag *gone = nullptr;
     std::unordered_map<const Frag *, successor> successors{};
-    list_indexes owners{}; // of config sets
 
-    ~translator() { freelist(gone); }
+    void rename(Frag *frag, std::string_view clear) { frag->name = conf.keep(storedname(clear)); }
 
-    // Keeps what left the tree: its own lines say `role` of `node`. What stands below it says nothing, or is counted.
+    // The lines of what left the tree say `role` of `node`. What stands below it says nothing, or is counted.
     void lose(Frag *frag, line_role role, Frag *node = nullptr) {
         for (Frag *below : nodes_of(frag->child))
             successors[below] = {nullptr, role == line_role::count ? role : line_role::dropped};
         successors[frag] = {node, role};
-        pushfrag(&gone, frag, nullptr);
     }
     // Takes the node of the key out of the list; null if there is none.
     Frag *take(FragList list, const char *key, line_role role, Frag *node = nullptr) {
@@ -70,39 +77,33 @@ struct translator {
     void take_name(Frag *record, const char *key) {
         Frag *name = take(&record->child, key, line_role::name, record);
         if (name && name->value)
-            renamefrag(record, name->value);
+            rename(record, name->value);
     }
-    // Takes a record's two texts, of which one says nothing without the other.
-    bool take_texts(Frag *record, const char *name_key, const char *value_key, Frag *&name, Frag *&value) {
-        name = take(&record->child, name_key, line_role::name, record);
-        value = take(&record->child, value_key, line_role::setting, record);
-        bool are_there = name && value && name->value && (value->value || value->child);
+    // Takes a record's two texts, of which one says nothing without the other: both are null then.
+    std::pair<Frag *, Frag *> take_texts(Frag *record, const char *name_key, const char *value_key) {
+        Frag *name = take(&record->child, name_key, line_role::name, record),
+             *value = take(&record->child, value_key, line_role::setting, record);
+        if (name && value && name->value && (value->value || value->child))
+            return {name, value};
         for (Frag *text : {name, value})
-            if (text && !are_there)
+            if (text)
                 successors[text] = {nullptr, line_role::dropped};
-        return are_there;
+        return {nullptr, nullptr};
     }
 
-    // A parameter becomes a child of its owner, a list parameter a child of its list's node.
-    void file_parameter(Frag *owner, const Frag *name, Frag *value, list_indexes &indexes) {
+    // A parameter becomes a child of its owner, a list parameter a child of its list's node, which has no value.
+    void file_parameter(Frag *owner, const Frag *name, Frag *value, list_indexes &known) {
         const char *rest = attr_remap(name->value);
         long bits = strip_attr_prefixes(&rest);
         const char *part = strchr(rest, '_');
-        Frag *made = nullptr;
-        if (part && !is_digit(part[1])) {
-            made = faddchild(owner, storedname(rest), nullptr);
-            indexes.add(&owner->child, made);
-        } else if (part) {
-            Frag *list = indexes.set_key(&owner->child, std::string(rest, part).c_str(), nullptr, owner);
-            if (!conf.origin(list))
-                copy_origin(list, name);
-            made = indexes.set_key(&list->child, part + 1, nullptr, list);
-        } else {
-            made = indexes.set_key(&owner->child, rest, nullptr, owner);
-        }
-        setvalue(made, value->value);
-        made->attr = bits;
-        copy_origin(made, value);
+        bool is_list = part && is_digit(part[1]);
+        if (is_list)
+            conf.make(known, owner, std::string(rest, part), line_number(name))->value = nullptr;
+        Frag *made = part && !is_list ? conf.add(known, owner, storedname(rest), 0)
+                                      : conf.make(known, owner, rest, line_number(name));
+        made->value = value->value;
+        made->vlen = value->vlen;
+        set_origin(made, bits, value);
         // The rest of a long name stands below the value.
         for (Frag *below : nodes_of(value->child))
             successors.erase(below);
@@ -113,19 +114,18 @@ struct translator {
     }
 
     void take_parameters(Frag *owner) {
-        list_indexes indexes;
-        Frag *all = take(&owner->child, "parm", line_role::dropped), *name, *value;
-        for (Frag *parameter : children(all))
-            if (take_texts(parameter, "name", "value", name, value))
-                file_parameter(owner, name, value, indexes);
+        list_indexes known;
+        for (Frag *parameter : children(take(&owner->child, "parm", line_role::dropped)))
+            if (auto [name, value] = take_texts(parameter, "name", "value"); name)
+                file_parameter(owner, name, value, known);
         // An address of the web proxy's filter says its access and its text in one.
         Frag *addresses = ffind(&owner->child, "cyberurl");
         if (addresses)
-            renamefrag(addresses, "url");
+            rename(addresses, "url");
         for (Frag *address : children(addresses)) {
-            if (take_texts(address, "access", "url", name, value) && value->value) {
-                setvalue(address, std::string(name->value) + " " + value->value);
-                copy_origin(address, value);
+            if (auto [name, value] = take_texts(address, "access", "url"); name && value->value) {
+                conf.set_value(address, std::string(name->value) + " " + value->value);
+                set_origin(address, bits_of(address), value);
             }
             for (Frag *other : take_children(address))
                 lose(other, line_role::dropped);
@@ -133,16 +133,34 @@ struct translator {
     }
 
     // A config set stands below its owner, which is met under its own name, or made.
-    void move_set(Frag *set, const Frag *realname) {
+    void move_set(Frag *set, const Frag *realname, list_indexes &known) {
         std::string owner = realname && realname->value && *realname->value ? storedname(realname->value) : set->name;
-        Frag *at = nullptr;
-        for (const char *name : {"def", "proxy", owner.c_str(), "config-sets"}) {
-            at = owners.find_or_make(at ? &at->child : db, name, at);
-            if (!conf.origin(at))
-                copy_origin(at, set);
+        Frag *sets = conf.make(known, nullptr, "def_proxy_" + owner + "_config-sets", line_number(set));
+        pushfrag(&sets->child, set, sets);
+    }
+
+    void name_records() {
+        bool is_counted = true;
+        list_indexes owners;
+        std::vector<Frag *> with_parameters;
+        for (const family_row &row : families) {
+            if (row.count && !(is_counted = is_counted && take(db, row.count, line_role::count)))
+                continue;
+            Frag *family = ffind(db, row.key);
+            for (Frag *record : row.owner ? take_children(family) : children(family)) {
+                Frag *owner = row.owner ? take(&record->child, row.owner, line_role::setting, record) : nullptr;
+                take_name(record, row.name);
+                for (const char *count : row.inner_counts)
+                    take(&record->child, count, line_role::count);
+                drop_bare(&record->child, "num");
+                if (row.count)
+                    with_parameters.push_back(record);
+                if (row.owner)
+                    move_set(record, owner, owners);
+            }
         }
-        if (at)
-            pushfrag(&at->child, set, at);
+        for (Frag *record : with_parameters)
+            take_parameters(record);
     }
 
     // A policy's parameters keep their names whole. An entry has the name of the first proxy that owns a config set of
@@ -155,147 +173,122 @@ struct translator {
         for (Frag *policy : children(ffind(db, "policy"))) {
             for (Frag *entry : children(policy, "proxy")) {
                 take_name(entry, "name");
-                auto owner = first.find(entry->name);
-                setvalue(entry, owner == first.end() ? nullptr : fragname(owner->second));
+                entry->value = nullptr;
+                if (auto owner = first.find(entry->name); owner != first.end())
+                    conf.set_value(entry, fragname(owner->second));
             }
-            Frag *name, *value;
             for (Frag *parameter : children(policy, "parm"))
-                if (take_texts(parameter, "name", "value", name, value) && value->value) {
-                    renamefrag(parameter, name->value);
-                    setvalue(parameter, std::string_view(value->value, static_cast<size_t>(value->vlen)));
-                    copy_origin(parameter, value);
+                if (auto [name, value] = take_texts(parameter, "name", "value"); name && value->value) {
+                    rename(parameter, name->value);
+                    parameter->value = value->value;
+                    parameter->vlen = value->vlen;
+                    set_origin(parameter, bits_of(parameter), value);
                 }
         }
     }
 
     // A filter rule's text has its fields in a row. An empty one makes no child but takes up its position.
     void split_rules(const char *family) {
+        list_indexes known;
         Frag *rules = ffind(db, family);
         for (Frag *rule : take_children(rules)) {
             int number = has_prefix(rule->name, "rule") ? decimal(rule->name + 4) : 0;
             if (number >= 1)
-                renumberfrag(rule, number);
+                rule->name = conf.keep(numbertext(number));
             if (!rule->value) {
                 lose(rule, line_role::dropped);
                 continue;
             }
             pushfrag(&rules->child, rule, rules);
-            std::string text = rule->value;
-            size_t at = 0;
-            for (const char *const *key = pfkeynames; *key && at < text.size(); key++) {
-                std::string field = text.substr(at, text.find('+', at) - at);
-                at += field.size() + 1;
-                if (!field.empty())
-                    copy_origin(fsetp(&rule->child, *key, field.c_str(), rule), rule);
+            std::string_view text = rule->value;
+            for (const char *const *key = pfkeynames; *key && !text.empty(); key++) {
+                std::string_view field = text.substr(0, text.find('+'));
+                text.remove_prefix(std::min(text.size(), field.size() + 1));
+                if (field.empty())
+                    continue;
+                Frag *made = conf.make(known, rule, *key, 0);
+                conf.set_value(made, field);
+                set_origin(made, bits_of(made), rule);
             }
-            setvalue(rule, nullptr);
+            rule->value = nullptr;
         }
     }
 
     // The elements of an interface's list of aliases come into the location list that holds the interface.
-    void fold_list(Frag *aliases, Frag *elements, name_index &numbers, int &next) {
+    void fold_list(Frag *aliases, Frag *elements, list_indexes &known) {
         for (Frag *alias : take_children(ffind(&aliases->child, "element"))) {
-            while (numbers.find(numbertext(next)))
-                next++;
-            setvalue(alias, nullptr);
-            renumberfrag(alias, next);
+            alias->name = conf.keep(numbertext(known.free_number(&elements->child)));
+            alias->value = nullptr;
             alias->attr &= ~15L;
             pushfrag(&elements->child, alias, elements);
-            numbers.add(alias);
-            fsetp(&alias->child, "alias", "yes", alias);
+            known.add(&elements->child, alias);
+            conf.set_value(conf.make(known, alias, "alias", 0), "yes");
         }
     }
 
-    void fold_aliases() {
-        Frag *lists = ffind(db, "netobj_list");
-        if (!lists)
-            return;
-        name_index known(&lists->child);
-        std::unordered_map<const Frag *, Frag *> folded;
+    // The lists that are left are turned around: of those of one name the first that is read is found.
+    void fold_aliases(Frag *lists) {
+        std::vector<Frag *> all = take_children(lists);
+        std::multimap<std::string_view, Frag *> by_name; // those of one name in their order
+        for (Frag *list : all)
+            by_name.emplace(list->name, list);
+        auto first_of = [&](const std::string &name) {
+            auto [first, last] = by_name.equal_range(name);
+            return first == last ? by_name.end() : first;
+        };
+        std::unordered_map<const Frag *, Frag *> folded; // lists of aliases, and the interfaces that bear them
+        list_indexes known;
         for (const char *location : {"Inside", "Outside", "Service"}) {
-            Frag *list = known.find(location), *elements = list ? ffind(&list->child, "element") : nullptr;
-            if (!elements)
-                continue;
-            name_index numbers(&list->child, "element");
-            int next = 1 + static_cast<int>(numbers.count);
+            auto list = first_of(location);
+            Frag *elements = list == by_name.end() ? nullptr : ffind(&list->second->child, "element");
             for (Frag *element : children(elements)) {
                 std::string interface = configuration::value(element, "interface").c_str();
                 bool is_plain = !interface.empty() && interface.find_first_of("_=") == std::string::npos &&
                                 !is_on(configuration::value(element, "alias").c_str());
-                Frag *aliases = is_plain ? known.find(interface + "$INTERFACE") : nullptr;
-                if (!aliases)
+                auto aliases = is_plain ? first_of(interface + "$INTERFACE") : by_name.end();
+                if (aliases == by_name.end())
                     continue;
-                known.remove(aliases);
-                folded.emplace(aliases, element);
-                fold_list(aliases, elements, numbers, next);
+                fold_list(aliases->second, elements, known);
+                folded.emplace(aliases->second, element);
+                by_name.erase(aliases);
             }
         }
-        for (FragList link = &lists->child; Frag *list = *link;) {
-            auto bearer = folded.find(list);
-            if (bearer == folded.end()) {
-                link = &list->next;
-            } else {
-                *link = list->next;
-                // Of its own lines those that named it lead to the interface.
-                lose(list, list->value ? line_role::dropped : line_role::name, list->value ? nullptr : bearer->second);
-            }
-        }
+        for (Frag *list : all)
+            if (auto bearer = folded.find(list); bearer == folded.end())
+                pushfrag(&lists->child, list, lists);
+            else if (list->value)
+                lose(list, line_role::dropped);
+            else // its own lines that named it lead to the interface
+                lose(list, line_role::name, bearer->second);
     }
 
     // The layout is told by the stamp of the save if there is one, since a merged file of the other layout can leave
     // its counts behind.
     bool is_numbered() {
         std::string stamp = conf.value(ffind(db, "version_moatwall.conf"), "");
-        if (!stamp.empty() && stamp != "001" && stamp != "041")
-            return false;
-        for (const char *key : {"def_num_proxies", "cust_num_proxies", "policy_num_entries", "netobj_num_list"})
-            if (ffind(db, key))
-                return true;
-        return false;
-    }
-
-    void name_records() {
-        bool is_counted = true;
-        std::vector<Frag *> with_parameters;
-        for (const family_row &row : families) {
-            if (row.count && !(is_counted = is_counted && take(db, row.count, line_role::count)))
-                continue;
-            Frag *family = ffind(db, row.key);
-            for (Frag *record : row.owner ? take_children(family) : children(family)) {
-                Frag *owner = row.owner ? take(&record->child, row.owner, line_role::setting, record) : nullptr;
-                take_name(record, row.name);
-                for (const char *count : row.inner_counts)
-                    if (count)
-                        take(&record->child, count, line_role::count);
-                fremove_bare(&record->child, "num");
-                if (row.count)
-                    with_parameters.push_back(record);
-                if (row.owner)
-                    move_set(record, owner);
-            }
-        }
-        for (Frag *record : with_parameters)
-            take_parameters(record);
+        bool is_other = !stamp.empty() && stamp != "001" && stamp != "041";
+        const char *const signs[] = {"def_num_proxies", "cust_num_proxies", "policy_num_entries", "netobj_num_list"};
+        return !is_other &&
+               std::any_of(std::begin(signs), std::end(signs), [&](const char *key) { return ffind(db, key); });
     }
 
     void translate() {
         for (const char *count : counts)
             take(db, count, line_role::count);
-        fremove_bare(db, "netobj_num");
+        drop_bare(db, "netobj_num");
         name_records();
         name_policies();
-        fold_aliases();
         split_rules("pfedit_lcl");
         split_rules("pfedit_fwd");
-        // Of lists and groups of one name the first that is read is found, of policies the last.
-        for (const char *family : {"netobj_list", "netobj_group"})
-            if (Frag *top = ffind(db, family))
-                reverse_frags(&top->child);
+        if (Frag *lists = ffind(db, "netobj_list"))
+            fold_aliases(lists);
+        if (Frag *groups = ffind(db, "netobj_group"))
+            reverse_frags(&groups->child);
         for (conf_line &line : conf.lines)
             for (auto now = successors.find(line.node); now != successors.end(); now = successors.find(line.node)) {
                 line.node = now->second.node;
                 line.role = now->second.role;
-                line.bits |= now->second.bits;
+                line.bits = static_cast<uint8_t>(line.bits | now->second.bits);
             }
     }
 };
@@ -308,7 +301,8 @@ void translate(configuration &conf) {
     if (conf.numbered)
         made.translate();
     if (Frag *all = ffind(conf.db(), "def_proxy_*")) {
-        renamefrag(all, "global");
-        fset(conf.db(), "def_proxy_global_name", "global");
+        made.rename(all, "global");
+        list_indexes known;
+        conf.set_value(conf.make(known, nullptr, "def_proxy_global_name", 0), "global");
     }
 }

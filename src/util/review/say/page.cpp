@@ -80,9 +80,11 @@ json list_of(json rows, const char *one, const char *many, const char *none) {
 
 // The rules of one side of a proxy in order, as far as there is room on the page.
 json side_values(const char *when, const access_side &side, const std::string &proxy, size_t &room) {
-    bool fits = true;
+    std::vector<access_rule> all = rules_of(side, proxy);
+    bool fits = all.size() <= room;
+    all.resize(fits ? all.size() : 0);
     json rules = json::array();
-    for (const access_rule &rule : rules_of(side, proxy, room, &fits))
+    for (const access_rule &rule : all)
         rules.push_back(
             {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, &rule))}});
     room -= rules.size();
