@@ -38,7 +38,7 @@ struct upgrade_case {
                 before.add_table(*loaded.table(table));
         after.set_maps(*result);
         std::function<void(const string &)> progress = [](const string &) {};
-        account_lines({command, loaded, *result, before, after, output, progress}, data);
+        account_lines({command, loaded, *result, *result, before, after, progress}, data);
     }
     string name(const line_fate &line) const { return data.files[line.file].name.substr(folder.path.size() + 1); }
     void blank(const line_fate &line, std::map<string, string> &texts) const {

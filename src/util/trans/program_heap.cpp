@@ -1,9 +1,9 @@
-// How the program uses the system's heap.
+// How the programs use the system's heap.
 #include "program_heap.h"
 
 #include <cstdlib>
 
-// SYSTEM_HEAP: the program is not linked to another allocator.
+// SYSTEM_HEAP: the programs are not linked to another allocator.
 #if defined(SYSTEM_HEAP) && defined(__GLIBC__)
 
 #include <cstdint>
@@ -32,10 +32,10 @@ size_t heap_estimate(int argc, char **argv) {
 
 } // namespace
 
-void prepare_heap(int argc, char **argv) {
+void prepare_heap(int argc, char **argv, size_t times) {
     // Passes free many small blocks that lie side by side. Joined at once, their neighbours are still in the cache.
     mallopt(M_MXFAST, 0);
-    size_t size = heap_estimate(argc, argv);
+    size_t size = heap_estimate(argc, argv) * times;
     if (size < LARGE_HEAP)
         return;
     // One block of it all, given back, leaves the heap that large: without a mapping of its own, and never trimmed.
@@ -59,7 +59,7 @@ void prepare_heap(int argc, char **argv) {
 
 #include <new>
 
-void prepare_heap(int, char **) {}
+void prepare_heap(int, char **, size_t) {}
 
 // An allocator's own `new` need not know the handler that the libraries set, and may end the process in its own way.
 void *operator new(size_t size) { return getcore(size + (size == 0)); }

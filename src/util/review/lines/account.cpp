@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
-#include <map>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -160,19 +160,16 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     bool has_login = false;
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i, has_login);
-    bool is_own = inputs.result.bytes == inputs.own_bytes;
+    bool is_own = &inputs.result == &inputs.own;
     result_places installed(inputs.result, true, all.records);
-    std::unique_ptr<configuration> own_conf;
-    std::unique_ptr<result_places> own;
+    std::optional<result_places> own;
+    access_side own_side;
     if (!is_own) {
-        own_conf = read_configuration(inputs.result.name, inputs.own_bytes, conf_layout::translated);
-        own = std::make_unique<result_places>(*own_conf, false, all.records);
+        own.emplace(inputs.own, false, all.records);
+        own_side.set_maps(inputs.own);
     }
     result_places &written = is_own ? installed : *own;
     place_conf_lines(all, written, true);
-    access_side own_side;
-    if (own_conf)
-        own_side.set_maps(*own_conf);
     if (all.has_tables)
         place_table_lines(all, written, is_own ? inputs.after : own_side, true);
     find_reasons(all, written);

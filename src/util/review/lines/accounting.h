@@ -40,15 +40,33 @@ struct account_line : line_fate {
     size_t by = NO_LINE;         ///< the line that says the same, or that overrides it
 };
 
+/// Lines of inputs by nodes of a result: in a table where a node has a line of the result to itself, as most have.
+struct node_notes {
+    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size(), NO_NOTE) {}
+    /// The line at a node, `NO_LINE` for none.
+    size_t at(const Frag *frag) const;
+    void set(const Frag *frag, size_t line);
+    /// Notes the line if none is there. False if one is.
+    bool add(const Frag *frag, size_t line);
+
+private:
+    static constexpr uint32_t NO_NOTE = UINT32_MAX;
+    const configuration &conf;
+    std::vector<uint32_t> by_line;
+    std::unordered_map<const Frag *, uint32_t> others{};
+
+    const conf_line *own_line(const Frag *frag) const;
+};
+
 /// A result in which lines are looked for.
 struct result_places {
     const configuration &conf;
     bool installed; ///< it is the one that is reviewed, and what it lacks is told
     place_keys keys;
-    std::unordered_multimap<size_t, const Frag *> index;    ///< by the hashes of place keys
-    std::unordered_map<const Frag *, size_t> valued, named; ///< the line that gives a node its value, or its name
-    std::unordered_map<const Frag *, size_t> from;          ///< the line that stands at a node, or first below it
-    std::unordered_map<const Frag *, long> name_lines;      ///< where in the result a node is named
+    std::unordered_multimap<size_t, const Frag *> index; ///< by the hashes of place keys
+    node_notes valued, named;                            ///< the line that gives a node its value, or its name
+    node_notes from;                                     ///< the line that stands at a node, or first below it
+    std::unordered_map<const Frag *, long> name_lines;   ///< where in the result a node is named
 
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
@@ -62,7 +80,6 @@ struct result_places {
     void claim(const Frag *frag, size_t line);
     /// The same for a value that no other line stands for.
     void stand(const Frag *frag, size_t line);
-    size_t line_at(const Frag *frag) const;
     /// Where in the result a line stands that was placed at the node.
     long number_of(const Frag *frag, const account_line &line) const;
 };

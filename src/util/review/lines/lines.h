@@ -13,10 +13,10 @@
 struct account_inputs {
     const upgrade_command &command;
     loaded_files &files;
-    const configuration &result;  ///< the file that is installed, or what would be written
-    const access_side &before;    ///< who decided before
-    const access_side &after;     ///< who decides by the result
-    const std::string &own_bytes; ///< what the upgrade writes
+    const configuration &result; ///< the file that is installed, or the same as `own`
+    const configuration &own;    ///< what the upgrade writes, not as XML
+    const access_side &before;   ///< who decided before
+    const access_side &after;    ///< who decides by the result
     const std::function<void(const std::string &)> &progress;
 };
 

@@ -47,19 +47,17 @@ void origin_finder::prepare() {
 size_t origin_finder::input_line(const conf_line &line) const {
     const auto &direct = line.role == line_role::name ? result.named : result.valued;
     auto twin = result.doubles.find(&line);
-    if (auto found = direct.find(twin == result.doubles.end() ? line.node : &twin->second); found != direct.end())
-        return found->second;
+    if (size_t from = direct.at(twin == result.doubles.end() ? line.node : &twin->second); from != NO_LINE)
+        return from;
     // The name of a parameter comes with its value, that of a record with what stands in it.
     if (line.role == line_role::name || !line.node->value)
-        if (size_t first = result.line_at(line.node); first != NO_LINE)
+        if (size_t first = result.from.at(line.node); first != NO_LINE)
             return first;
     // Some lines make a whole record.
     for (size_t depth : {1, 2})
-        if (auto record = result.valued.find(at_depth(line.node, depth)); record != result.valued.end())
-            return record->second;
-    if (is_named(line.node, "alias") && line.node->parent)
-        return result.line_at(line.node->parent);
-    return NO_LINE;
+        if (size_t record = result.valued.at(at_depth(line.node, depth)); record != NO_LINE)
+            return record;
+    return is_named(line.node, "alias") ? result.from.at(line.node->parent) : NO_LINE;
 }
 
 bool origin_finder::is_release(const conf_line &line) const {

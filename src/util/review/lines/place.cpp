@@ -43,7 +43,8 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     line.place = frag;
     line.turned = is_turned;
     auto &standing = line.said->role == line_role::name ? result.named : result.valued;
-    auto [first, is_free] = standing.emplace(frag, number);
+    size_t first = standing.at(frag);
+    bool is_free = standing.add(frag, number);
     if (is_free)
         result.claim(frag, number);
     if (!own)
@@ -53,7 +54,7 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
     line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
     if (!is_free && !is_turned) {
-        line.by = first->second;
+        line.by = first;
         line.candidate = true;
     }
     return true;
@@ -221,7 +222,7 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
             continue;
         bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
         const Frag *&into = fits ? same : turned;
-        if (!into || result.valued.count(into) != 0)
+        if (!into || result.valued.at(into) != NO_LINE)
             into = frag;
     }
     return {same ? same : turned, !same};
@@ -232,9 +233,10 @@ spot line_placer::find_free(const account_line &line) const {
     constexpr int MOST_TWINS = 8;
     spot best = find(line, line.key);
     bool is_entry = line.said->role == line_role::setting && line.key.find('#') != std::string::npos;
-    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || result.valued.count(best.frag)); later++) {
+    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || result.valued.at(best.frag) != NO_LINE);
+         later++) {
         spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
-        if (twin.frag && (!best.frag || result.valued.count(twin.frag) == 0))
+        if (twin.frag && (!best.frag || result.valued.at(twin.frag) == NO_LINE))
             best = twin;
     }
     return best.frag || line.numbered_key.empty() ? best : find(line, line.numbered_key);
@@ -269,8 +271,34 @@ void line_placer::place(size_t number) {
 
 } // namespace
 
+const conf_line *node_notes::own_line(const Frag *frag) const {
+    const conf_line *line = conf.origin(frag);
+    return line && line->node == frag ? line : nullptr;
+}
+
+size_t node_notes::at(const Frag *frag) const {
+    const conf_line *own = own_line(frag);
+    auto other = own ? others.end() : others.find(frag);
+    uint32_t note = own                     ? by_line[static_cast<size_t>(own - conf.lines.data())]
+                    : other != others.end() ? other->second
+                                            : NO_NOTE;
+    return note == NO_NOTE ? NO_LINE : note;
+}
+
+void node_notes::set(const Frag *frag, size_t line) {
+    const conf_line *own = own_line(frag);
+    (own ? by_line[static_cast<size_t>(own - conf.lines.data())] : others[frag]) = static_cast<uint32_t>(line);
+}
+
+bool node_notes::add(const Frag *frag, size_t line) {
+    bool is_free = at(frag) == NO_LINE;
+    if (is_free)
+        set(frag, line);
+    return is_free;
+}
+
 result_places::result_places(const configuration &result, bool is_installed, const std::unordered_set<std::string> &of)
-    : conf(result), installed(is_installed), keys(result) {
+    : conf(result), installed(is_installed), keys(result), valued(result), named(result), from(result) {
     std::unordered_set<const Frag *> looked_at;
     std::vector<std::pair<const Frag *, size_t>> pending = {{result.tree, 0}}; // with their depths
     while (!pending.empty()) {
@@ -321,19 +349,14 @@ std::vector<const Frag *> result_places::at(const std::string &key) {
 }
 
 void result_places::claim(const Frag *frag, size_t line) {
-    from[frag] = line;
-    for (frag = frag->parent; frag && from.emplace(frag, line).second; frag = frag->parent)
+    from.set(frag, line);
+    for (frag = frag->parent; frag && from.add(frag, line); frag = frag->parent)
         ;
 }
 
 void result_places::stand(const Frag *frag, size_t line) {
-    if (valued.emplace(frag, line).second)
+    if (valued.add(frag, line))
         claim(frag, line);
-}
-
-size_t result_places::line_at(const Frag *frag) const {
-    auto found = from.find(frag);
-    return found == from.end() ? NO_LINE : found->second;
 }
 
 long result_places::number_of(const Frag *frag, const account_line &line) const {

@@ -55,8 +55,8 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
             line.reason = std::move(reason);
         }
     }
-    result.valued.emplace(frag, number);
-    if (result.line_at(frag) == NO_LINE)
+    result.valued.add(frag, number);
+    if (result.from.at(frag) == NO_LINE)
         result.claim(frag, number);
 }
 

@@ -36,9 +36,9 @@ bool prover::same_without(const std::vector<size_t> &left_out) {
     for (const auto &[name, of_file] : blank)
         instead[name] = blanked(*all.in.files.bytes(name), of_file);
     runs_left--;
-    upgrade_result run = run_upgrade(all.in.command, instead);
+    upgrade_result run = run_upgrade(all.in.command, instead, true);
     failed = failed || !run.good();
-    return run.good() && run.output == all.in.own_bytes;
+    return run.good() && run.output == all.in.own.bytes;
 }
 
 // Adds those of `asked` that can be left out together with what is proved so far.
@@ -93,7 +93,7 @@ std::string blanked(const std::string &text, const std::vector<bool> &blank) {
 void prove_candidates(accounting &all) {
     std::map<std::string, std::vector<size_t>> groups;
     std::vector<size_t> candidates;
-    size_t work = all.in.own_bytes.size() + 1;
+    size_t work = all.in.own.bytes.size() + 1;
     for (const account_input &input : all.inputs)
         work += input.table ? input.table->bytes.size() : input.conf->bytes.size();
     for (size_t i = 0; i < all.lines.size(); i++) {

@@ -223,7 +223,7 @@ size_t reason_finder::winner(const account_line &line) const {
     if (!frag && !is_map && line.key.find('#') != std::string::npos)
         frag = own.conf.find(place_keys::path(line.said->node).c_str());
     if (frag)
-        return own.line_at(frag);
+        return own.from.at(frag);
     // Whatever an import makes of a key, it is no longer what another file said by it.
     if (auto there = imported.find(line.said->key); there != imported.end())
         if (const account_line &by = all.lines[there->second]; by.input != line.input && may_win(there->second, line))
@@ -231,7 +231,7 @@ size_t reason_finder::winner(const account_line &line) const {
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
-    if (size_t first = there ? own.line_at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
+    if (size_t first = there ? own.from.at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
         return first;
     if (!is_map)
         return NO_LINE;

@@ -132,20 +132,22 @@ void mark_followers(review_data &data) {
 }
 
 // The upgrade's bytes, and as `session.own` what a reader takes back of them: null if it came to no end.
-std::string run(const upgrade_command &command, review_session &session) {
+file_bytes run(const upgrade_command &command, review_session &session) {
     session.progress("running the upgrade");
     upgrade_result run = run_upgrade(command);
     std::istringstream messages(run.messages);
     for (std::string line; std::getline(messages, line);)
         if (!line.empty())
             tell(session.data, "message", "the upgrade says: " + line);
-    std::string bytes = run.output, name = session.subject;
+    file_bytes bytes(std::move(run.output)), readable = bytes;
+    std::string name = session.subject;
     if (run.good() && command.version == 99) { // XML
         run = run_upgrade(command, {}, true);
+        readable = std::move(run.output);
         name += " (in the canonical layout)";
     }
     if (run.good())
-        session.own = read_configuration(name, std::move(run.output), conf_layout::translated);
+        session.own = read_configuration(name, readable, conf_layout::translated);
     else
         trouble(session, run.trouble);
     return bytes;
@@ -173,10 +175,10 @@ void review_upgrade(review_session &session) {
         return trouble(session, is_readable ? "the upgrade would not run" : "an input can't be read");
     if (line)
         return review_line(command, place.substr(0, colon), line, files, data);
-    std::string bytes = run(command, session);
+    file_bytes bytes = run(command, session);
     if (!session.own)
         return;
-    compare_bytes(command, bytes, session);
+    compare_bytes(command, *bytes.held, session);
     bool is_own = data.result != written::different || command.version == 99;
     const configuration &result = is_own ? *session.own : *files.conf(command.output);
     session.result = &result;
@@ -185,7 +187,7 @@ void review_upgrade(review_session &session) {
         compare(data.release == 55 ? nullptr : files.conf(command.init_conf), is_own ? nullptr : &*session.own,
                 session);
     session.progress("accounting for every line");
-    account_lines({command, files, result, session.before, session.after, bytes, session.progress}, data);
+    account_lines({command, files, result, *session.own, session.before, session.after, session.progress}, data);
     session.progress("checking the result");
     check_conf(result, false, true, data);
     check_inputs(command, session);

@@ -1,5 +1,6 @@
 // The program's own command line, where its answer goes, and its progress line.
 #include "nsym.h"
+#include "program_heap.h"
 #include "run/upgrade_run.h"
 #include "say/say.h"
 
@@ -116,7 +117,7 @@ const command_row &parse_words(const std::vector<std::string> &words, CLI::App &
 }
 
 int run(const std::vector<std::string> &words) {
-    review_session session;
+    static review_session &session = *new review_session; // the process frees nothing at its end
     CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
     add_options(app, session);
     const command_row *command = nullptr;
@@ -150,6 +151,7 @@ int run(const std::vector<std::string> &words) {
 } // namespace
 
 int main(int argc, char **argv) {
+    prepare_heap(argc, argv, 3);
     signal(SIGXFSZ, SIG_IGN);       // a limit is told by whoever writes
     setlocale(LC_CTYPE, "C.UTF-8"); // characters are shown, else every byte above 127 is escaped
     int status = 2;
