@@ -17,10 +17,6 @@ struct statement {
 };
 using statements = std::multimap<std::string, statement>; // by identity
 
-// NOLINTNEXTLINE(cert-err58-cpp): without memory the process ends
-const std::set<std::string> record_lists = {"map",  "sroute", "dest",       "nat_rule",  "menu_meta",
-                                            "link", "key",    "pfedit_lcl", "pfedit_fwd"};
-
 // Stamps and counts of the save, names that repeat their node's, and the list of interfaces that every save makes anew.
 bool says_nothing(const std::string &key, const Frag *node) {
     const Frag *above = node->parent;
@@ -50,7 +46,7 @@ statements statements_of(const configuration &conf) {
             continue;
         pending.push_back(node->next);
         std::string list = node->parent && is_digit(*node->name) ? place_keys::path(node->parent) : "";
-        if (record_lists.count(list)) {
+        if (is_listed(numbered_families, list)) {
             std::string text = record_fields(node);
             all.emplace(format("{} {}", list, text), statement{format("{} {}: {}", list, node->name, text), "",
                                                                conf.line_of(node), list, all.size()});

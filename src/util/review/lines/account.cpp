@@ -149,7 +149,7 @@ std::string_view accounting::value(const account_line &line) const {
     // The name of a parameter says nothing without its value.
     bool composed = node && node->value &&
                     (line.said->role == line_role::name || line.said->key.find("_cyberurl_") != line.said->key.npos);
-    return composed ? std::string_view(node->value, static_cast<size_t>(node->vlen)) : line.said->value;
+    return composed ? text_of(node) : line.said->value;
 }
 
 void account_lines(const account_inputs &inputs, review_data &data) {

@@ -145,7 +145,7 @@ private:
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.
-void check_standing(accounting &all, const result_places &result);
+void check_standing(accounting &all, result_places &result);
 /// The text with some of its lines blank, by their numbers; a table's lines keep theirs.
 std::string blanked(const std::string &text, const std::vector<bool> &blank);
 /// Runs the upgrade without the candidates, and says of each what came of it.

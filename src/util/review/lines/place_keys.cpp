@@ -52,6 +52,9 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
 
 } // namespace
 
+const char *const numbered_families[] = {"map",  "sroute", "dest",       "nat_rule",   "menu_meta",
+                                         "link", "key",    "pfedit_lcl", "pfedit_fwd", nullptr};
+
 bool is_location(const Frag *list) {
     return is_named(list, "Inside") || is_named(list, "Outside") || is_named(list, "Service");
 }
@@ -76,7 +79,7 @@ std::string record_text(const Frag *record) {
         auto [path, frag] = std::move(pending.back());
         pending.pop_back();
         if (frag->value)
-            texts.insert(path + '=' + std::string(frag->value, static_cast<size_t>(frag->vlen)));
+            texts.insert(path + '=' + std::string(text_of(frag)));
         for (const Frag *child = frag->child; child; child = child->next)
             pending.emplace_back(path + '_' + child->name, child);
     }

@@ -37,6 +37,8 @@ private:
     std::string list_name(const Frag *list, const Frag *element) const;
 };
 
+/// The keys below which records are numbered in the order that matters. Ends with a null.
+extern const char *const numbered_families[];
 /// The node on the way to `frag` at a depth counted from the top, or null.
 const Frag *at_depth(const Frag *frag, size_t depth);
 /// True for one of the three lists of the firewall's own addresses.

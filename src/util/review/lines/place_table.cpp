@@ -65,7 +65,7 @@ void rule_placer::index_parameters(const Frag *entry) {
     for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
         auto add = [&](const Frag *frag) {
             if (frag->value)
-                parameters.emplace(pair_key(parameter->name, {frag->value, static_cast<size_t>(frag->vlen)}), frag);
+                parameters.emplace(pair_key(parameter->name, text_of(frag)), frag);
         };
         add(parameter);
         for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)

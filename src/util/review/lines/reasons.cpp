@@ -280,8 +280,8 @@ void find_reasons(accounting &all, result_places &own) {
     }
 }
 
-void check_standing(accounting &all, const result_places &result) {
-    reason_finder finder{all, const_cast<result_places &>(result)};
+void check_standing(accounting &all, result_places &result) {
+    reason_finder finder{all, result};
     finder.prepare();
     std::vector<bool> repeated(all.lines.size()); // another line says it, too
     for (const account_line &line : all.lines)
@@ -303,19 +303,18 @@ void check_standing(accounting &all, const result_places &result) {
                 moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
     }
     // Numbered records keep the order that they have in their file.
-    for (const char *family :
-         {"map", "sroute", "dest", "nat_rule", "menu_meta", "link", "key", "pfedit_lcl", "pfedit_fwd"}) {
+    for (const char *const *family = numbered_families; *family; family++) {
         std::unordered_map<const Frag *, size_t> order;
-        for (const Frag *record : result.conf.children(family))
+        for (const Frag *record : result.conf.children(*family))
             order.emplace(record, order.size());
         for (const account_input &input : all.inputs) {
             size_t last = 0;
-            for (const Frag *record : input.conf ? input.conf->children(family) : std::vector<Frag *>()) {
+            for (const Frag *record : input.conf ? input.conf->children(*family) : std::vector<Frag *>()) {
                 auto found = moved.find(record);
                 auto at = found == moved.end() ? order.end() : order.find(found->second);
                 if (at != order.end() && at->second < last)
                     all.tell_some("unexplained",
-                                  std::string("the records of ") + family + " stand in another order in the result",
+                                  std::string("the records of ") + *family + " stand in another order in the result",
                                   input.name, input.conf->line_of(record));
                 last = at == order.end() ? last : std::max(last, at->second);
             }

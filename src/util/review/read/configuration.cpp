@@ -38,7 +38,7 @@ Frag *configuration::make(list_indexes &known, Frag *parent, std::string_view ke
 std::string configuration::value(const Frag *frag, const char *key) {
     if (frag && *key)
         frag = ffind(const_cast<FragList>(&frag->child), key);
-    return frag && frag->value ? std::string(frag->value, static_cast<size_t>(frag->vlen)) : std::string();
+    return frag ? std::string(text_of(frag)) : std::string();
 }
 
 Frag *configuration::record(const char *family, const std::string &clear) const {

@@ -95,6 +95,10 @@ private:
 /// The attribute bits of a node of a configuration; what stands above them is the number of its line from 1, 0 for
 /// none.
 inline long bits_of(const Frag *frag) { return frag->attr & 15; }
+/// A node's value, empty for none.
+inline std::string_view text_of(const Frag *frag) {
+    return frag->value ? std::string_view(frag->value, static_cast<size_t>(frag->vlen)) : std::string_view();
+}
 /// A node's name in clear, whatever its length, without a prefix; and with the one that it shows.
 std::string clear_name(const Frag *frag);
 std::string shown_name(const Frag *frag);
