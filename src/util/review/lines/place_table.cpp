@@ -74,6 +74,11 @@ void rule_placer::index_parameters(const Frag *entry) {
 }
 
 void rule_placer::index_result() {
+    for (const account_line &line : all.lines)
+        for (size_t r = 0; all.inputs[line.input].table && r < line.rules; r++)
+            for (const std::string &name : all.rule(line, r).names)
+                if (begins(name, "policy-"))
+                    templated[{line.input, name}];
     for (const Frag *proxy : result.conf.children("def_proxy")) {
         index_parameters(proxy);
         for (const Frag *set : configuration::children(proxy, "config-sets"))
@@ -196,7 +201,8 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
         else
             words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
     }
-    templated[{all.lines[number].input, policy}].push_back(set);
+    if (auto known = templated.find({all.lines[number].input, policy}); known != templated.end())
+        known->second.push_back(set);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
         for (const Frag *part = parameter; part; part = part->child) {
@@ -235,9 +241,10 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
     if (is_of_all || (is_template && rule.attribute == "xgateway") || (owners.empty() && need == 0))
         return;
     std::vector<const Frag *> wanted;
-    if (is_template)
-        wanted = templated[{all.lines[number].input, rule.names[0]}];
-    for (const std::string &name : is_for_all &&need == 0 ? all.in.before.proxies : rule.names)
+    for (const auto &[of, sets] : templated)
+        if (of.first == all.lines[number].input && (is_for_all || of.second == rule.names[0]))
+            wanted.insert(wanted.end(), sets.begin(), sets.end());
+    for (const std::string &name : is_for_all ? all.in.before.proxies : rule.names)
         if (const Frag *proxy = result.conf.record("def_proxy", name);
             proxy && !is_no_proxy(name) && !is_removed_proxy(name))
             wanted.push_back(proxy);
