@@ -45,7 +45,7 @@ const struct {
     {"version_upgraded", nullptr, NOT_55, "the release is stamped anew"},
     {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
     {"map", nullptr, ALWAYS, "maps together have no value"},
-    {"network_loginok", nullptr, ALWAYS | MUST, "it is made into states before saving"},
+    {"network_loginok", nullptr, MUST, "it is made into states before saving"},
     {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
     {"def_proxy_sql-px_proxy-exec", nullptr, NOT_55 | OLDER | MUST,
