@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <map>
 #include <set>
 #include <utility>
@@ -31,6 +31,7 @@ struct rule_placer {
     std::unordered_multimap<std::string, const Frag *> records;    ///< of destinations, by their text
     /// The config sets that a template of a table went into.
     std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated;
+    std::set<std::string> asked; ///< attributes of names of which only the first rule counts
 
     void index_parameters(const Frag *entry);
     void index_result();
@@ -230,20 +231,23 @@ bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
 // a proxy has no use for, and what only the first such rule gives.
 void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
     bool is_template = begins(rule.names[0], "policy-"), is_for_all = rule.names[0][0] == '*', is_of_all = false;
-    int need = !is_template                   ? 0
-               : rule.attribute == "xgateway" ? NEEDS_X
-               : rule.attribute == "password" ? NEEDS_AUTH
-                                              : 0;
+    int need = is_template && rule.attribute == "password" ? NEEDS_AUTH : 0;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         need = rule.attribute == row->attribute ? row->need : need;
     for (const global_word_rec *row = global_word_tab; row->word; row++)
         is_of_all = is_of_all || rule.word == row->word;
-    if (is_of_all || (is_template && rule.attribute == "xgateway") || (owners.empty() && need == 0))
+    // What only the first rule gives is asked for once.
+    std::string first =
+        need == 0 ? "" : format("{} {} {}", all.lines[number].input, rule.attribute, fmt::join(rule.names, " "));
+    if (is_of_all || (is_template && rule.attribute == "xgateway") ||
+        (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
         return;
     std::vector<const Frag *> wanted;
-    for (const auto &[of, sets] : templated)
-        if (of.first == all.lines[number].input && (is_for_all || of.second == rule.names[0]))
-            wanted.insert(wanted.end(), sets.begin(), sets.end());
+    auto first_of = templated.lower_bound({all.lines[number].input, is_for_all ? "" : rule.names[0]});
+    for (auto at = first_of; at != templated.end() && at->first.first == all.lines[number].input &&
+                             (is_for_all || at->first.second == rule.names[0]);
+         ++at)
+        wanted.insert(wanted.end(), at->second.begin(), at->second.end());
     for (const std::string &name : is_for_all ? all.in.before.proxies : rule.names)
         if (const Frag *proxy = result.conf.record("def_proxy", name);
             proxy && !is_no_proxy(name) && !is_removed_proxy(name))
@@ -307,7 +311,7 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
 } // namespace
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    rule_placer placer{all, result, side, own, {}, {}, {}};
+    rule_placer placer{all, result, side, own, {}, {}, {}, {}};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;
