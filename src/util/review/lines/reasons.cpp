@@ -68,12 +68,14 @@ struct reason_finder {
     accounting &all;
     result_places &own;
     size_t last_import = 0; ///< behind the last -e; 0 without one
-    /// A line of the first two maps by their decision, by this and the source, and with the proxy, too; and of those
-    /// that lack the next of these.
-    std::unordered_map<std::string, std::vector<size_t>> maps{}, bare_maps{};
+    /// The first two maps, with a line of each, by their decision, by this and the source, and with the proxy, too; and
+    /// those that stand in the result and lack the next of these.
+    using noted_maps = std::unordered_map<std::string, std::vector<std::pair<const Frag *, size_t>>>;
+    noted_maps maps{}, bare_maps{};
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     void prepare();
+    void note_map(const Frag *map, size_t line, bool stands);
     unsigned conditions(const account_line &line) const;
     const char *conf_reason(const account_line &line) const;
     const char *proxy_reason(const account_line &line, unsigned holds) const;
@@ -88,10 +90,10 @@ bool is_map_line(const account_line &line) { return begins(line.key, "map_#") ||
 const Frag *map_of(const account_line &line) { return at_depth(line.said->node, 1); }
 
 // What decides whether two maps are the same, one more value each time, up to the first that is missing.
-std::vector<std::string> map_texts(const account_line &line) {
+std::vector<std::string> map_texts(const Frag *map) {
     std::vector<std::string> texts = {""};
     for (const char *field : {"pd", "src", "proxy"}) {
-        std::string value = configuration::value(map_of(line), field);
+        std::string value = configuration::value(map, field);
         if (value.empty())
             break;
         texts.push_back(texts.back() + value + '\n');
@@ -107,18 +109,25 @@ void reason_finder::prepare() {
         const account_line &line = all.lines[i];
         if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
             imported.insert_or_assign(line.said->key, i);
-        if (is_map_line(line) && !(conditions(line) & REMOVED)) {
-            auto note = [&](std::vector<size_t> &known) {
-                if (known.empty() || (known.size() == 1 && map_of(all.lines[known[0]]) != map_of(line)))
-                    known.push_back(i);
-            };
-            std::vector<std::string> texts = map_texts(line);
-            for (const std::string &text : texts)
-                note(maps[text]);
-            if (texts.size() < 4)
-                note(bare_maps[texts.back()]);
-        }
+        if (is_map_line(line) && !(conditions(line) & REMOVED))
+            note_map(map_of(line), i, line.place != nullptr);
     }
+    for (const Frag *map : own.conf.children("map")) // those of tables, too
+        if (size_t line = own.from.at(map); line != NO_LINE)
+            note_map(map, line, true);
+}
+
+void reason_finder::note_map(const Frag *map, size_t line, bool stands) {
+    auto note = [&](noted_maps &known, const std::string &text) {
+        auto &of_text = known[text];
+        if (of_text.empty() || (of_text.size() == 1 && of_text[0].first != map))
+            of_text.emplace_back(map, line);
+    };
+    std::vector<std::string> texts = map_texts(map);
+    for (const std::string &text : texts)
+        note(maps, text);
+    if (stands && texts.size() < 4)
+        note(bare_maps, texts.back());
 }
 
 unsigned reason_finder::conditions(const account_line &line) const {
@@ -235,13 +244,16 @@ size_t reason_finder::winner(const account_line &line) const {
         return first;
     if (!is_map)
         return NO_LINE;
-    std::vector<std::string> texts = map_texts(line);
+    std::vector<std::string> texts = map_texts(map_of(line));
     size_t first = NO_LINE;
-    auto look = [&](const std::unordered_map<std::string, std::vector<size_t>> &known, const std::string &like) {
+    auto look = [&](const noted_maps &known, const std::string &like) {
         auto found = known.find(like);
-        for (size_t other : found == known.end() ? std::vector<size_t>() : found->second)
-            if (map_of(all.lines[other]) != map_of(line))
-                first = std::min(first, other);
+        for (size_t each = 0; found != known.end() && each < found->second.size(); each++) {
+            auto [map, number] = found->second[each];
+            const account_line &other = all.lines[number];
+            if (map != map_of(line) && !(other.said && map_of(other) == map_of(line)) && may_win(number, line))
+                first = std::min(first, number);
+        }
     };
     look(maps, texts.back());
     for (const std::string &text : texts)
