@@ -15,6 +15,7 @@ set(public_headers
   src/lib/token/nsym.h
   src/lib/token/frag_tools.h
   src/lib/token/name_index.h
+  src/lib/token/text_hash.h
   src/lib/token/nupgrade.h
   src/util/trans/merging.h
   src/util/trans/netperm.h
