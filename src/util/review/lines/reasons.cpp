@@ -67,14 +67,16 @@ const struct {
 struct reason_finder {
     accounting &all;
     result_places &own;
-    size_t last_import = 0; ///< behind the last -e; 0 without one
+    size_t last_import = 0;   ///< behind the last -e; 0 without one
+    unsigned of_run = ALWAYS; ///< what holds for every line
     /// The first two maps, with a line of each, by their decision, by this and the source, and with the proxy, too; and
     /// those that stand in the result and lack the next of these.
     using noted_maps = std::unordered_map<std::string, std::vector<std::pair<const Frag *, size_t>>>;
     noted_maps maps{}, bare_maps{};
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
-    void prepare();
+    reason_finder(accounting &of, result_places &in);
+    void index_winners();
     void note_map(const Frag *map, size_t line, bool stands);
     unsigned conditions(const account_line &line) const;
     const char *conf_reason(const account_line &line) const;
@@ -101,10 +103,24 @@ std::vector<std::string> map_texts(const Frag *map) {
     return texts;
 }
 
-void reason_finder::prepare() {
+reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(in) {
     for (size_t i = 0; i < all.in.command.steps.size(); i++)
         if (all.in.command.steps[i].letter == 'e')
             last_import = i + 1;
+    int release = all.data.release;
+    const std::pair<bool, unsigned> bits[] = {
+        {release >= 40 && release != 55, FROM_40},
+        {release != 55, NOT_55},
+        {all.in.command.numbered(), NUMBERED},
+        {all.has_tables, TABLES},
+        {all.logs_in, LOGIN},
+        {determine_os_maprec(own.conf.db()) == map_nt, SERVICES},
+    };
+    for (auto [holds, bit] : bits)
+        of_run |= holds ? bit : 0;
+}
+
+void reason_finder::index_winners() {
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
@@ -131,24 +147,10 @@ void reason_finder::note_map(const Frag *map, size_t line, bool stands) {
 }
 
 unsigned reason_finder::conditions(const account_line &line) const {
-    int release = all.data.release;
     const account_input &input = all.inputs[line.input];
-    const std::pair<bool, unsigned> all_bits[] = {
-        {release >= 40 && release != 55, FROM_40},
-        {release != 55, NOT_55},
-        {all.in.command.numbered(), NUMBERED},
-        {all.has_tables, TABLES},
-        {all.logs_in, LOGIN},
-        {input.imported, IMPORTED},
-        {input.last_step < last_import, REMOVED},
-        {input.unread, UNREAD},
-        {determine_os_maprec(own.conf.db()) == map_nt, SERVICES},
-        {!all.in.command.init_conf.empty() && input.name != all.in.command.init_conf, OLDER},
-    };
-    unsigned holding = ALWAYS;
-    for (auto [holds, bit] : all_bits)
-        holding |= holds ? bit : 0;
-    return holding;
+    bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
+    return of_run | (input.imported ? IMPORTED : 0U) | (input.last_step < last_import ? REMOVED : 0U) |
+           (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U);
 }
 
 /// The reason of the first row for the key whose conditions hold and that has all bits of `asked`; null if there is
@@ -274,8 +276,8 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
 } // namespace
 
 void find_reasons(accounting &all, result_places &own) {
-    reason_finder finder{all, own};
-    finder.prepare();
+    reason_finder finder(all, own);
+    finder.index_winners();
     table_reasons tables(all);
     for (size_t i = 0; i < all.lines.size(); i++) {
         account_line &line = all.lines[i];
@@ -293,8 +295,7 @@ void find_reasons(accounting &all, result_places &own) {
 }
 
 void check_standing(accounting &all, result_places &result) {
-    reason_finder finder{all, result};
-    finder.prepare();
+    reason_finder finder(all, result);
     std::vector<bool> repeated(all.lines.size()); // another line says it, too
     for (const account_line &line : all.lines)
         if (line.by != NO_LINE)
