@@ -35,10 +35,12 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
             last_new = number;
     }
     std::string_view tail = rule.attribute == "hosts" ? split_hosts(rule.text).tail : std::string_view();
-    for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail)) {
-        if (!begins(word, "-policy"))
-            continue;
-        std::vector<std::string> &of = users[policy_named(word, tail)];
+    std::string policy; // the last that the tail names
+    for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail))
+        if (begins(word, "-policy"))
+            policy = policy_named(word, tail);
+    if (!policy.empty()) {
+        std::vector<std::string> &of = users[policy];
         of.insert(of.end(), rule.names.begin(), rule.names.end());
     }
 }
