@@ -34,13 +34,17 @@ void collect_inputs(accounting &all) {
             input = *known;
         }
         bool is_first = is_import || (!is_table && merges++ == 0);
-        input.unread = input.unread && !(all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first);
+        bool is_read = all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first;
+        input.unread = input.unread && !is_read;
         input.imported = input.imported || is_import;
         input.import_step = is_import ? i : input.import_step;
-        input.last_step = i;
+        all.last_import = is_import ? i + 1 : all.last_import;
+        input.last_step = is_read ? i : input.last_step;
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
+        for (account_input &ahead : all.inputs)
+            ahead.translated = ahead.translated || is_table;
         if (known != all.inputs.end())
             *known = input;
         else if (input.table || input.conf)

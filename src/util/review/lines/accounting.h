@@ -11,6 +11,8 @@
 constexpr size_t NO_LINE = SIZE_MAX;
 constexpr size_t MOST_TOLD = 100; ///< findings of one name
 
+inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
+
 /// One input. Of a file that is merged and imported, too, the import counts.
 struct account_input {
     std::string name;
@@ -21,6 +23,7 @@ struct account_input {
     std::shared_ptr<place_keys> keys{};    ///< of a configuration
     bool imported = false;                 ///< by -e
     size_t import_step = 0, last_step = 0; ///< its import, and the last step of all that name it
+    bool translated = false;               ///< a table stands behind it, whose translation merges maps
     bool unread = false;                   ///< the upgrade passes it over
 };
 
@@ -90,6 +93,7 @@ struct accounting {
     std::vector<account_input> inputs;
     std::vector<account_line> lines;
     std::unordered_set<std::string> records{};  ///< place keys of those that the lines of configurations speak of
+    size_t last_import = 0;                     ///< behind the last -e; 0 without one
     bool has_tables = false;                    ///< tables decide
     bool logs_in = false;                       ///< the setting that wins switches network login on
     std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them
@@ -104,14 +108,17 @@ struct accounting {
     finding *tell_some(const char *id, std::string text, const account_line &line) {
         return tell_some(id, std::move(text), inputs[line.input].name, line.line);
     }
+    /// Whether an import removes what the line says.
+    bool is_removed(const account_line &line) const {
+        return inputs[line.input].last_step < last_import &&
+               (begins(line.key, "def_proxy_") || begins(line.key, "policy_") || begins(line.key, "map_"));
+    }
     /// The value of a line, and whether it says one at all.
     std::string_view value(const account_line &line) const;
     const table_rule &rule(const account_line &line, size_t number = 0) const {
         return inputs[line.input].table->rules[line.rule + number];
     }
 };
-
-inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
 
 /// A key below which names stand, apart from those where values do.
 inline std::string name_key(std::string key) { return key += '\1'; }
@@ -141,6 +148,19 @@ private:
     const char *attribute_reason(size_t number, const table_rule &rule) const;
     const char *template_reason(size_t number, const table_rule &rule) const;
     bool is_repeated(size_t number, const table_rule &rule) const;
+};
+/// A count is a map to a merge, too, and one without a decision.
+inline bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
+/// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
+/// of its own, and an import removes what stands.
+struct merged_maps {
+    merged_maps(const accounting &all, const result_places &own);
+    /// The first line of the map that stands in the way of a line's; `NO_LINE` if there is none.
+    size_t winner(const account_line &line) const;
+
+private:
+    std::unordered_map<const Frag *, const Frag *> same{}; ///< what is left out, and what stands
+    std::unordered_map<const Frag *, size_t> first_lines{};
 };
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);

@@ -20,6 +20,8 @@ struct origin_finder {
     std::unordered_map<std::string, std::string> set{}; ///< keys that the release sets, with their values
     /// The elements of the location lists by list and interface.
     std::map<std::string, const Frag *> interfaces{};
+    std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
+    std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
 
     void prepare();
     size_t input_line(const conf_line &line) const;
@@ -39,6 +41,16 @@ void origin_finder::prepare() {
     for (std::string name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"})
         if (all.logs_in)
             set.insert({{"def_proxy_" + name, name}, {"def_proxy_" + name + "_state", "on"}});
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
+            filter_rules.insert(line.said->value);
+        for (size_t r = 0; r < line.rules; r++)
+            for (const std::string &name : all.rule(line, r).names)
+                proxies.emplace(name, i);
+        if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
+            proxies.emplace("global", i);
+    }
     for (const char *list : {"Inside", "Outside", "Service"})
         for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
             interfaces.emplace(std::string(list) + '\n' + configuration::value(each, "interface"), each);
@@ -57,7 +69,13 @@ size_t origin_finder::input_line(const conf_line &line) const {
     for (size_t depth : {1, 2})
         if (size_t record = result.valued.at(at_depth(line.node, depth)); record != NO_LINE)
             return record;
-    return is_named(line.node, "alias") ? result.from.at(line.node->parent) : NO_LINE;
+    if (is_named(line.node, "alias"))
+        return result.from.at(line.node->parent);
+    // A proxy stands for having been named, even where nothing is left of what it was told.
+    bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
+                    is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
+    auto rule = is_proxy ? proxies.find(clear_name(line.node)) : proxies.end();
+    return rule == proxies.end() ? NO_LINE : rule->second;
 }
 
 bool origin_finder::is_release(const conf_line &line) const {
@@ -111,6 +129,11 @@ void origin_finder::find(const conf_line &line) {
     std::string value(line.value);
     is_stamp = is_stamp || (line.role == line_role::name && attr_revmap(value.c_str()) != value);
     size_t from = line.node && !is_stamp ? input_line(line) : NO_LINE;
+    // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is.
+    if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && value.size() < 126 &&
+        std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
+        filter_rules.count(value) == 0)
+        from = NO_LINE;
     if (from != NO_LINE) {
         made_of.from = origin::input;
         made_of.file = all.lines[from].file;

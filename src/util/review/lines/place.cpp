@@ -269,9 +269,12 @@ void line_placer::place(size_t number) {
 
 void place_conf_lines(accounting &all, result_places &result, bool own) {
     line_placer placer{all, result, own};
-    for (size_t i = 0; i < all.lines.size(); i++)
-        if (all.inputs[all.lines[i].input].conf && !all.inputs[all.lines[i].input].unread)
-            placer.place(i);
-        else if (own && all.inputs[all.lines[i].input].unread)
-            all.lines[i].candidate = true;
+    for (bool removed : {false, true}) // what goes has the place that others leave
+        for (size_t i = 0; i < all.lines.size(); i++) {
+            account_line &line = all.lines[i];
+            const account_input &input = all.inputs[line.input];
+            if (input.conf && !input.unread && all.is_removed(line) == removed)
+                placer.place(i);
+            line.candidate = line.candidate || (own && input.unread);
+        }
 }

@@ -74,7 +74,8 @@ std::string record_text(const Frag *record) {
     std::vector<std::pair<std::string, const Frag *>> pending;
     std::set<std::string> texts;
     for (const Frag *child = record->child; child; child = child->next)
-        pending.emplace_back(child->name, child);
+        if (!is_named(child, "tag")) // of a map; a table's translation takes it away
+            pending.emplace_back(child->name, child);
     while (!pending.empty()) {
         auto [path, frag] = std::move(pending.back());
         pending.pop_back();

@@ -24,7 +24,8 @@ enum : unsigned {
     UNREAD = 128,   // the file is passed over
     SERVICES = 256, // are those of the platform that saves them by themselves
     OLDER = 512,    // it is not the initial environment's, and there is one
-    MUST = 1024     // what stands in the result all the same is told
+    MUST = 1024,    // what stands in the result all the same is told
+    AHEAD = 2048    // it comes ahead of a table
 };
 
 /// Rules that take lines of configurations away: patterns of keys, or a list of the release whose keys go with all that
@@ -45,6 +46,7 @@ const struct {
     {"version_upgraded", nullptr, NOT_55, "the release is stamped anew"},
     {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
     {"map", nullptr, ALWAYS, "maps together have no value"},
+    {"map_#*_tag*", nullptr, TABLES | AHEAD, "it is for the translation of tables alone"},
     {"network_loginok", nullptr, MUST, "it is made into states before saving"},
     {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
@@ -67,17 +69,12 @@ const struct {
 struct reason_finder {
     accounting &all;
     result_places &own;
-    size_t last_import = 0;   ///< behind the last -e; 0 without one
     unsigned of_run = ALWAYS; ///< what holds for every line
-    /// The first two maps, with a line of each, by their decision, by this and the source, and with the proxy, too; and
-    /// those that stand in the result and lack the next of these.
-    using noted_maps = std::unordered_map<std::string, std::vector<std::pair<const Frag *, size_t>>>;
-    noted_maps maps{}, bare_maps{};
+    merged_maps maps;
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     reason_finder(accounting &of, result_places &in);
     void index_winners();
-    void note_map(const Frag *map, size_t line, bool stands);
     unsigned conditions(const account_line &line) const;
     const char *conf_reason(const account_line &line) const;
     const char *proxy_reason(const account_line &line, unsigned holds) const;
@@ -86,27 +83,7 @@ struct reason_finder {
     bool may_win(size_t winner, const account_line &line) const;
 };
 
-// A count is a map to a merge, too, and one without a decision.
-bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
-
-const Frag *map_of(const account_line &line) { return at_depth(line.said->node, 1); }
-
-// What decides whether two maps are the same, one more value each time, up to the first that is missing.
-std::vector<std::string> map_texts(const Frag *map) {
-    std::vector<std::string> texts = {""};
-    for (const char *field : {"pd", "src", "proxy"}) {
-        std::string value = configuration::value(map, field);
-        if (value.empty())
-            break;
-        texts.push_back(texts.back() + value + '\n');
-    }
-    return texts;
-}
-
-reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(in) {
-    for (size_t i = 0; i < all.in.command.steps.size(); i++)
-        if (all.in.command.steps[i].letter == 'e')
-            last_import = i + 1;
+reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in) {
     int release = all.data.release;
     const std::pair<bool, unsigned> bits[] = {
         {release >= 40 && release != 55, FROM_40},
@@ -125,32 +102,14 @@ void reason_finder::index_winners() {
         const account_line &line = all.lines[i];
         if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
             imported.insert_or_assign(line.said->key, i);
-        if (is_map_line(line) && !(conditions(line) & REMOVED))
-            note_map(map_of(line), i, line.place != nullptr);
     }
-    for (const Frag *map : own.conf.children("map")) // those of tables, too
-        if (size_t line = own.from.at(map); line != NO_LINE)
-            note_map(map, line, true);
-}
-
-void reason_finder::note_map(const Frag *map, size_t line, bool stands) {
-    auto note = [&](noted_maps &known, const std::string &text) {
-        auto &of_text = known[text];
-        if (of_text.empty() || (of_text.size() == 1 && of_text[0].first != map))
-            of_text.emplace_back(map, line);
-    };
-    std::vector<std::string> texts = map_texts(map);
-    for (const std::string &text : texts)
-        note(maps, text);
-    if (stands && texts.size() < 4)
-        note(bare_maps, texts.back());
 }
 
 unsigned reason_finder::conditions(const account_line &line) const {
     const account_input &input = all.inputs[line.input];
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-    return of_run | (input.imported ? IMPORTED : 0U) | (input.last_step < last_import ? REMOVED : 0U) |
-           (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U);
+    return of_run | (input.imported ? IMPORTED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
+           (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
 }
 
 /// The reason of the first row for the key whose conditions hold and that has all bits of `asked`; null if there is
@@ -221,6 +180,8 @@ const char *reason_finder::taken_away(const account_line &line) const {
     unsigned holds = conditions(line);
     if (const char *reason = row_reason(line.key, holds | MUST, MUST))
         return reason;
+    if (is_map_line(line) && maps.winner(line) != NO_LINE)
+        return "a map that is the same stands there already";
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
 }
 
@@ -244,23 +205,7 @@ size_t reason_finder::winner(const account_line &line) const {
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
     if (size_t first = there ? own.from.at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
         return first;
-    if (!is_map)
-        return NO_LINE;
-    std::vector<std::string> texts = map_texts(map_of(line));
-    size_t first = NO_LINE;
-    auto look = [&](const noted_maps &known, const std::string &like) {
-        auto found = known.find(like);
-        for (size_t each = 0; found != known.end() && each < found->second.size(); each++) {
-            auto [map, number] = found->second[each];
-            const account_line &other = all.lines[number];
-            if (map != map_of(line) && !(other.said && map_of(other) == map_of(line)) && may_win(number, line))
-                first = std::min(first, number);
-        }
-    };
-    look(maps, texts.back());
-    for (const std::string &text : texts)
-        look(bare_maps, text);
-    return first;
+    return is_map ? maps.winner(line) : NO_LINE;
 }
 
 // What is there wins, but for what the release forces and what an import brings.
@@ -270,6 +215,11 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
                      (conditions(line) & FROM_40) && !line.said->value.empty();
     if (is_forced && (by.name == all.in.command.init_conf) != (of.name == all.in.command.init_conf))
         return by.name == all.in.command.init_conf;
+    // Of the lines of one key a merge takes the first; the lists of the old configuration are read ahead of all merges.
+    const account_line &winner = all.lines[number];
+    bool is_same = winner.input == line.input && winner.said && line.said && winner.said->key == line.said->key;
+    if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_list"))
+        return winner.line < line.line;
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }
 
@@ -296,6 +246,7 @@ void find_reasons(accounting &all, result_places &own) {
 
 void check_standing(accounting &all, result_places &result) {
     reason_finder finder(all, result);
+    finder.index_winners();
     std::vector<bool> repeated(all.lines.size()); // another line says it, too
     for (const account_line &line : all.lines)
         if (line.by != NO_LINE)
@@ -312,7 +263,7 @@ void check_standing(accounting &all, result_places &result) {
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
         for (size_t depth : {1, 2})
-            if (line.key.find('#') != std::string::npos && at_depth(line.said->node, depth))
+            if (!line.candidate && line.key.find('#') != std::string::npos && at_depth(line.said->node, depth))
                 moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
     }
     // Numbered records keep the order that they have in their file.
