@@ -230,28 +230,41 @@ bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
 // Each proxy that a rule is for, and each config set that its template went into, has what the rule says; but for what
 // a proxy has no use for, and what only the first such rule gives.
 void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
-    bool is_template = begins(rule.names[0], "policy-"), is_for_all = rule.names[0][0] == '*', is_of_all = false;
+    auto has_name = [&](auto is_it) { return std::any_of(rule.names.begin(), rule.names.end(), is_it); };
+    bool is_template = has_name([](const std::string &name) { return begins(name, "policy-"); }), is_of_all = false,
+         is_for_all = has_name([](const std::string &name) { return name[0] == '*'; }),
+         is_inherited = std::count(rule.names.begin(), rule.names.end(), "global") != 0;
     int need = is_template && rule.attribute == "password" ? NEEDS_AUTH : 0;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         need = rule.attribute == row->attribute ? row->need : need;
-    for (const global_word_rec *row = global_word_tab; row->word; row++)
+    for (const global_word_rec *row = global_word_tab; row->word; row++) {
         is_of_all = is_of_all || rule.word == row->word;
+        is_inherited = is_inherited && (row->inherited || rule.attribute != row->word);
+    }
     // What only the first rule gives is asked for once.
     std::string first =
         need == 0 ? "" : format("{} {} {}", all.lines[number].input, rule.attribute, fmt::join(rule.names, " "));
     if (is_of_all || (is_template && rule.attribute == "xgateway") ||
         (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
         return;
+    // What all have, those have, too, that the table names later for the first time.
+    std::vector<std::string> names = rule.names;
+    const access_side &before = all.in.before;
+    uint32_t input = all.lines[number].input;
+    for (size_t i = 0; (is_for_all || is_inherited) && i < before.tables.size(); i++)
+        for (const auto &[name, rules] : before.filed[i])
+            if (before.tables[i] == all.inputs[input].table &&
+                (is_for_all || before.tables[i]->rules.data() + rules.first > &rule))
+                names.push_back(name);
     std::vector<const Frag *> wanted;
-    auto first_of = templated.lower_bound({all.lines[number].input, is_for_all ? "" : rule.names[0]});
-    for (auto at = first_of; at != templated.end() && at->first.first == all.lines[number].input &&
-                             (is_for_all || at->first.second == rule.names[0]);
-         ++at)
-        wanted.insert(wanted.end(), at->second.begin(), at->second.end());
-    for (const std::string &name : is_for_all ? all.in.before.proxies : rule.names)
+    for (const std::string &name : names) {
+        // No config set takes `proxy` from a template.
+        if (auto known = templated.find({input, name}); known != templated.end() && rule.attribute != "proxy")
+            wanted.insert(wanted.end(), known->second.begin(), known->second.end());
         if (const Frag *proxy = result.conf.record("def_proxy", name);
             proxy && !is_no_proxy(name) && !is_removed_proxy(name))
             wanted.push_back(proxy);
+    }
     for (const Frag *owner : wanted) {
         bool has_first = need != 0 && (child_of(owner, storedname(rule.attribute).c_str()) ||
                                        !proxy_needs(clear_name(at_depth(owner, 2)).c_str(), need));
