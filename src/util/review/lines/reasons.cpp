@@ -216,10 +216,10 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     if (is_forced && (by.name == all.in.command.init_conf) != (of.name == all.in.command.init_conf))
         return by.name == all.in.command.init_conf;
     // Of the lines of one key a merge takes the first; the lists of the old configuration are read ahead of all merges.
-    const account_line &winner = all.lines[number];
-    bool is_same = winner.input == line.input && winner.said && line.said && winner.said->key == line.said->key;
+    const account_line &other = all.lines[number];
+    bool is_same = other.input == line.input && other.said && line.said && other.said->key == line.said->key;
     if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_list"))
-        return winner.line < line.line;
+        return other.line < line.line;
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }
 
