@@ -144,6 +144,8 @@ const char *reason_finder::proxy_reason(const account_line &line, unsigned holds
                                            : "";
 }
 
+const char *const no_interface = "an element without an interface is not saved";
+
 const char *reason_finder::conf_reason(const account_line &line) const {
     if (!line.said)
         return "it names no key by itself";
@@ -153,9 +155,14 @@ const char *reason_finder::conf_reason(const account_line &line) const {
         return reason;
     for (const ip_var_rec *row = ip_var_tab; (holds & IMPORTED) && begins(key, "ip_") && row->address; row++)
         for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
-            std::string address = all.inputs[line.input].conf->value((std::string("ip_") + row->address).c_str());
-            if (key.substr(3) == name && (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX"))
+            const configuration &conf = *all.inputs[line.input].conf;
+            std::string address = conf.value((std::string("ip_") + row->address).c_str());
+            if (key.substr(3) != name)
+                continue;
+            if (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX")
                 return "without an address there is no element for it";
+            if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
+                return no_interface;
         }
     if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
         return "a filter rule without fields is not saved";
@@ -171,7 +178,7 @@ const char *reason_finder::conf_reason(const account_line &line) const {
     const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
     if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
         is_blanks(configuration::value(element, "interface").c_str()))
-        return "an element without an interface is not saved";
+        return no_interface;
     return proxy_reason(line, holds);
 }
 
