@@ -201,15 +201,16 @@ TEST(lines_property, what_others_say_too_is_not_lost) {
          "map_1_src=a\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\nnetobj_list_L_element_10_addr=b\n"
          "netobj_list_L_element_10_netmask=1\n"},
         {"version_firewall=4.1\ndef_proxy_x_a=1\npfedit_fwd_rule2=a+b\n",
-         "def_num_proxies=0\npfedit_fwd_rule2=a+b\npfedit_lcl_rule1=+\n", ""}};
+         "def_num_proxies=0\npfedit_fwd_rule2=a+b\npfedit_lcl_rule1=+\n", ""},
+        {"version_firewall=3.2\ntrusted_networks=a%0A\nuntrusted_networks=\n", "", "trusted_networks=b%0A\n"}};
     for (const vector<string> &files : texts)
         for (const char *version : {"-V50", "-V41"}) {
             upgrade_case made;
             for (size_t i = 0; i < 3; i++)
                 made.files["c" + std::to_string(i)] = files[i];
             vector<string> shape = {"-m", "c0", "-e", "c1", "-m", "c2"};
-            if (files[1].empty())
-                shape.erase(shape.begin() + 2, shape.begin() + 4);
+            if (files[1].empty()) // a table
+                shape[2] = "-n";
             made.run(version, shape);
             expect_accounted(made);
             for (const finding &told : made.data.findings)

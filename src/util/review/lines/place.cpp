@@ -138,10 +138,17 @@ bool line_placer::place_words(size_t number, const char *list) {
                 result.stand(field, number);
         found.erase(found.begin());
     }
-    if (words.empty() && missing.empty())
+    if (const Frag *made = result.conf.record("netobj_list", list)) // without words, too
+        result.claim(made, number);
+    if (words.empty() && missing.empty() && !all.has_tables)
         return false;
     line.became = fate::reshaped;
     line.reason = std::string("elements of the list ") + list;
+    // A table takes the value, and the key stays.
+    if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr) {
+        line.place = line.place ? line.place : key;
+        result.stand(key, number);
+    }
     for (const std::string &word : missing)
         if (result.installed)
             all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
