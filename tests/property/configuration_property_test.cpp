@@ -45,7 +45,7 @@ static string any_lines() {
         {'@', any_of({"a", "b", "a_b", "a%b", "deny-p", "1", "", "*", "10"})},
         {'&', any_of({"x", "permit-x", "hosts_0", "deny-Permit-hosts_1", "use_logs", "x_", "hosts", "url_0", "x=y",
                       "permit-relay", "a_1_2", "onlyon-a_b"})},
-        {'~', any_of({"", "1", "yes", "eth0", "a+b++c", "1+2+3+4+5+6+7+8+9+10+11", "v"})},
+        {'~', any_of({"", "1", "yes", "eth0", "a+b++c", "1+2+3+4+5+6+7+8+9+10", "v"})},
         {';', "\n"}};
     string made;
     for (char byte : any_of(patterns))

@@ -12,8 +12,6 @@ using fmt::format;
 
 namespace {
 
-constexpr size_t RULE_LIMIT = 126; // characters of a filter rule that a numbered save keeps
-
 // What keys of entries have in front of their numbers, for the ends of the keys of their counts.
 const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
                                   {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
@@ -98,9 +96,12 @@ struct checking {
                 size_t length = 9;
                 for (const char *const *field = pfkeynames; *field; field++)
                     length += value_of(rule, *field).size();
-                if (length >= RULE_LIMIT + !conf.numbered)
+                if (!is_input && length >= RULE_LIMIT + !conf.numbered)
                     say("cut", rule, "filter rule {} {} has {} characters: a numbered save cuts it at {}", side,
                         clear_name(rule), length, RULE_LIMIT);
+                if (conf.numbered && value_of(rule, "comment").find('+') != std::string::npos)
+                    say("cut", rule, "the comment of filter rule {} {} has a +: an import ends it there", side,
+                        clear_name(rule));
             }
     }
 

@@ -81,12 +81,14 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                 for (size_t depth : place_keys::RECORD_DEPTHS)
                     if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
                         all.records.insert(keys->find(record, place_keys::FIRST).key);
+                if (begins(line.key, "pfedit_") && line.said->value.empty() && at_depth(line.said->node, 3))
+                    line.other_key = keys->find(at_depth(line.said->node, 2)).key;
                 // A merge numbers the count of maps like a map.
                 if (begins(line.key, "map_num")) {
                     std::string as_map = "map_#" + record_text(at_depth(line.said->node, 1));
-                    line.numbered_key =
+                    line.other_key =
                         as_map + line.key.substr(std::min(line.key.find('_', strlen("map_")), line.key.size()));
-                    all.records.insert({as_map, line.numbered_key});
+                    all.records.insert({as_map, line.other_key});
                 }
             }
             bool decides = line.key == "network_loginok" && !line.said->value.empty();

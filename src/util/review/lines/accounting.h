@@ -35,7 +35,7 @@ struct account_line : line_fate {
     const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
     size_t rule = 0, rules = 0;      ///< of a table
     std::string key;                 ///< of a configuration: where it says what it says
-    std::string numbered_key;        ///< of a count of maps: where it says it as a map
+    std::string other_key;           ///< of a count of maps: the map's; of an empty field of a filter rule: the rule's
     long bits = 0;
     bool candidate = false;      ///< it has no place of its own in what the upgrade writes
     const Frag *place = nullptr; ///< in the result as it stands

@@ -174,16 +174,23 @@ const Frag *line_placer::address_field(const account_line &line) const {
     return nullptr;
 }
 
-// In the canonical layout a name stands in the keys of what it names.
+// In the canonical layout a name stands in the keys of what it names. The list of an interface's aliases is read as
+// part of the list that the interface stands in, if any, which can be made by the upgrade.
 bool line_placer::place_name(size_t number) {
     account_line &line = all.lines[number];
-    if (line.said->role != line_role::name || result.conf.numbered)
+    if (line.said->role != line_role::name)
         return false;
-    const Frag *frag = result.conf.find(place_keys::path(line.said->node).c_str());
+    const Frag *frag = nullptr;
+    if (!result.conf.numbered)
+        frag = result.conf.find(place_keys::path(line.said->node).c_str());
+    else if (covers("*$INTERFACE", line.said->value))
+        for (const conf_line &there : result.conf.lines)
+            if (there.role == line_role::name && there.value == line.said->value)
+                frag = there.node;
     if (!frag || (frag->value && text_of(frag) != all.value(line)))
         return false;
     place_at(number, frag, false);
-    line.became = own ? fate::reshaped : line.became;
+    line.became = own && !result.conf.numbered ? fate::reshaped : line.became;
     return true;
 }
 
@@ -209,8 +216,9 @@ bool line_placer::place_moved(size_t number) {
 
 // Whether a later line of the file names the same record otherwise.
 bool is_renamed(const conf_line &said) {
+    bool is_alias_list = said.node->parent && is_named(said.node->parent, "element"); // of an interface's own
     return said.role == line_role::name && !said.node->value && storedname(said.value) != said.node->name &&
-           !is_named(said.node, "global");
+           !is_named(said.node, "global") && !is_alias_list;
 }
 
 // The node of that key that says what the line does; rather one with its prefix, and one that no other line took.
@@ -242,7 +250,7 @@ spot line_placer::find_free(const account_line &line) const {
         if (twin.frag && (!best.frag || result.valued.at(twin.frag) == NO_LINE))
             best = twin;
     }
-    return best.frag || line.numbered_key.empty() ? best : find(line, line.numbered_key);
+    return best.frag || line.other_key.empty() ? best : find(line, line.other_key);
 }
 
 void line_placer::place(size_t number) {

@@ -1,6 +1,7 @@
 // Keys for finding again what a line says.
 #include "lines/place_keys.h"
 #include "frag_tools.h"
+#include "nupgrade.h"
 
 #include <algorithm>
 #include <cstring>
@@ -73,9 +74,17 @@ bool same_prefix(long a, long b) { return a == b || attr_prefix(a) == attr_prefi
 std::string record_text(const Frag *record) {
     std::vector<std::pair<std::string, const Frag *>> pending;
     std::set<std::string> texts;
+    bool is_filter = is_named(at_depth(record, 0), "pfedit");
+    std::string rule;
+    for (const char *const *key = pfkeynames; is_filter && *key; key++) {
+        std::string field = configuration::value(record, *key);
+        rule += (key == pfkeynames ? "" : "+") + (key[1] ? field : field.substr(0, field.find('+')));
+    }
+    if (is_filter)
+        texts.insert(rule.substr(0, RULE_LIMIT));
     for (const Frag *child = record->child; child; child = child->next)
-        if (!is_named(child, "tag")) // of a map; a table's translation takes it away
-            pending.emplace_back(child->name, child);
+        if (!is_named(child, "tag") && !(is_filter && is_listed(pfkeynames, child->name)))
+            pending.emplace_back(child->name, child); // but a map's tags, which a table's translation takes away
     while (!pending.empty()) {
         auto [path, frag] = std::move(pending.back());
         pending.pop_back();
@@ -131,7 +140,7 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             made.key += attr_prefix(bits_of(way[i])) + std::string(is_all ? "global" : way[i]->name);
             made.record_bits |= bits_of(way[i]);
         } else if (family->numbered != 0 && i == family->numbered &&
-                   (is_digit(way[i]->name[0]) || is_named(way[0], "pfedit") ||
+                   (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||
                     (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {
             made.key += identity(way[i], later);
         } else if (in_policy && i == 3 && is_named(way[2], "parm")) {

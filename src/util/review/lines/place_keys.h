@@ -45,7 +45,10 @@ const Frag *at_depth(const Frag *frag, size_t depth);
 bool is_location(const Frag *list);
 /// True if two prefixes look the same in a file.
 bool same_prefix(long a, long b);
-/// All values below a node with their paths, in the order of these: what a record says.
+/// The characters of a filter rule that a numbered save keeps.
+constexpr size_t RULE_LIMIT = 126;
+/// All values below a node with their paths, in the order of these: what a record says. Of a filter rule, what is left
+/// of it once it was saved by numbers and imported.
 std::string record_text(const Frag *record);
 
 #endif

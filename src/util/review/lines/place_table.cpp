@@ -306,7 +306,10 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
             continue;
         std::string_view above = std::string_view(desc).substr(0, desc.rfind('_'));
         std::string service = tail == "destination" ? decoded_name(above.substr(above.rfind('_') + 1)) : "destination";
-        if (configuration::value(at->second, "service") != service)
+        constexpr size_t before_name = 10; // "def_proxy_"
+        std::string_view owner = above.substr(std::min(above.size(), before_name));
+        if (configuration::value(at->second, "service") != service ||
+            !is_proxy_named(rule, decoded_name(owner.substr(0, owner.find('_')))))
             continue;
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
@@ -328,6 +331,7 @@ void place_table_lines(accounting &all, result_places &result, const access_side
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;
+            line.turned = false;
             line.candidate = own || line.candidate;
         }
     }

@@ -62,12 +62,12 @@ result_places::result_places(const configuration &result, bool is_installed, con
             twin.attr = line.bits | static_cast<long>(i + 1) << 4;
             add(keys.find(&twin).key, &twin);
         }
+        if (line.node && line.role == line_role::name)
+            name_lines.emplace(line.node, line.line);
         if (!line.node || looked_at.count(line.node) == 0)
             continue;
-        if (line.role == line_role::name) {
+        if (line.role == line_role::name)
             add(name_key(keys.find(line.node).key), line.node);
-            name_lines.emplace(line.node, line.line);
-        }
         if (!line.node->value && !is_named(line.node->parent ? line.node->parent : line.node, "lcl"))
             add(keys.find(line.node).key, line.node);
     }

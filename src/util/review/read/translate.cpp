@@ -187,7 +187,8 @@ struct translator {
         }
     }
 
-    // A filter rule's text has its fields in a row. An empty one makes no child but takes up its position.
+    // A filter rule's text has its fields in a row. An empty one makes no child but takes up its position. The comment,
+    // the last, is read to its end: what stands behind a `+` there an import loses, and that has to show.
     void split_rules(const char *family) {
         list_indexes known;
         Frag *rules = ffind(db, family);
@@ -202,7 +203,7 @@ struct translator {
             pushfrag(&rules->child, rule, rules);
             std::string_view text = rule->value;
             for (const char *const *key = pfkeynames; *key && !text.empty(); key++) {
-                std::string_view field = text.substr(0, text.find('+'));
+                std::string_view field = key[1] ? text.substr(0, text.find('+')) : text;
                 text.remove_prefix(std::min(text.size(), field.size() + 1));
                 if (field.empty())
                     continue;
