@@ -213,8 +213,11 @@ TEST(lines_property, what_others_say_too_is_not_lost) {
                 shape[2] = "-n";
             made.run(version, shape);
             expect_accounted(made);
+            size_t left_out = files[1].find("ip_") != string::npos && string(version) == "-V41" ? 1 : 0;
             for (const finding &told : made.data.findings)
-                ADD_FAILURE() << version << " " << told.id << " " << told.at.file << " " << told.text;
+                if (told.id != "left-out" || left_out-- == 0)
+                    ADD_FAILURE() << version << " " << told.id << " " << told.at.file << " " << told.text;
+            EXPECT_EQ(left_out, 0U);
         }
 }
 

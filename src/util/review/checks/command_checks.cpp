@@ -117,8 +117,12 @@ struct checking {
                 doubt({}, "put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it",
                       file, merged.back());
             if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt({}, "put -e behind the first -m",
+                doubt({}, data.release < 40 ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
+            if (letter == 'e' && !met.empty() && data.release < 40)
+                doubt({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
+                      file, met.back())
+                    .leads = true;
             if (letter == 'e' && merged.size() > 1)
                 doubt({}, "put -e in front of the second -m",
                       "-e {} stands behind -m {}: the maps, proxies and policies of that go, too", file, merged.back());
@@ -132,7 +136,7 @@ struct checking {
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
                     .leads = true;
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt({}, "name it by -e, too",
+                doubt({}, data.release < 40 ? "take it in the canonical layout" : "name it by -e, too",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file)
                     .leads = true;
@@ -162,7 +166,8 @@ struct checking {
         for (const std::string &name : used)
             for (const maprec *services : {map_unix, map_nt})
                 if (const maprec *row = find_maprec(services, &maprec::proxy, name.c_str());
-                    row && *row->exec && init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
+                    row && *row->exec && !is_dropped_proxy(name, data.release) &&
+                    init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
                     lacking.insert(name);
         return lacking;
     }

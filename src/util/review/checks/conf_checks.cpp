@@ -19,6 +19,9 @@ const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules"
                                   {"num_group", "group_"},       {"num_parms", "parm_"},
                                   {"num_elements", "element_"},  {"num_members", "member_"}};
 
+// The keys whose entries a numbered save counts below them.
+const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*"};
+
 /// One configuration under check.
 struct checking {
     const configuration &conf;
@@ -106,20 +109,32 @@ struct checking {
     }
 
     void check_counts() const {
-        std::unordered_map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
                 if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
                     entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
+        std::set<std::string> met;
         for (const conf_line &line : conf.lines)
             for (const auto &[count, entry] : counted) {
                 size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
                 if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
                     continue;
-                size_t there = entries[std::string(line.key.substr(0, front)) + entry].size();
+                std::string of = std::string(line.key.substr(0, front)) + entry;
+                met.insert(of);
+                size_t there = entries[of].size();
                 if (line.value != std::to_string(there))
                     tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                          line.line);
+            }
+        for (const auto &[of, there] : entries)
+            for (const auto &[count, entry] : counted) {
+                size_t front = of.size() - std::min(of.size(), strlen(entry));
+                bool is_made = std::any_of(std::begin(families), std::end(families),
+                                           [&](const char *family) { return covers(family, of); });
+                if (!is_input && *entry && is_made && of.substr(front) == entry && met.count(of) == 0)
+                    tell(data, "count",
+                         format("{}{} is not there, and {} are", of.substr(0, front), count, there.size()), conf.name);
             }
     }
 

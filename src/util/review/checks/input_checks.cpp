@@ -129,11 +129,15 @@ struct checking {
     }
 
     bool check(const std::string &name, file_role role) const {
-        for (const file_record &known : data.files)
+        bool is_checked = false;
+        for (const file_record &known : data.files) {
             if (known.name == name && known.role == role)
                 return known.size >= 0;
+            is_checked =
+                is_checked || (known.name == name && (known.role == file_role::table) == (role == file_role::table));
+        }
         bool is_readable = record(name, role);
-        if (is_readable)
+        if (is_readable && !is_checked)
             check_text(name, role);
         return is_readable;
     }

@@ -127,7 +127,7 @@ struct checking {
         for (const table_rule &rule : table.rules)
             for (const std::string &name : rule.names) {
                 if (rule.names[0][0] == '#' || name[0] == '*' || known.count(name) || is_no_proxy(name) ||
-                    is_removed_proxy(name) || init.record("def_proxy", name) || !told.insert(name).second)
+                    is_dropped_proxy(name, 0) || init.record("def_proxy", name) || !told.insert(name).second)
                     continue;
                 auto meant = std::find_if(known.begin(), known.end(),
                                           [&](const std::string &each) { return is_near(name, each); });

@@ -35,7 +35,7 @@ struct account_line : line_fate {
     const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
     size_t rule = 0, rules = 0;      ///< of a table
     std::string key;                 ///< of a configuration: where it says what it says
-    std::string other_key;           ///< of a count of maps: the map's; of an empty field of a filter rule: the rule's
+    std::string other_key;           ///< of a count of maps: as a map; of what a filter rule's text says: the rule's
     long bits = 0;
     bool candidate = false;      ///< it has no place of its own in what the upgrade writes
     const Frag *place = nullptr; ///< in the result as it stands
@@ -144,6 +144,7 @@ struct table_reasons {
     std::string reason(size_t number) const;
 
 private:
+    std::string of_table(size_t number, const std::string &policy) const;
     void note_rule(size_t number, const table_rule &rule);
     const char *attribute_reason(size_t number, const table_rule &rule) const;
     const char *template_reason(size_t number, const table_rule &rule) const;
@@ -162,6 +163,8 @@ private:
     std::unordered_map<const Frag *, const Frag *> same{}; ///< what is left out, and what stands
     std::unordered_map<const Frag *, size_t> first_lines{};
 };
+/// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
+constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.

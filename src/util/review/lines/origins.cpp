@@ -17,7 +17,7 @@ namespace {
 struct origin_finder {
     accounting &all;
     result_places &result;
-    std::unordered_map<std::string, std::string> set{}; ///< keys that the release sets, with their values
+    std::map<std::string, std::string> set{}; ///< keys that the release sets, with their values
     /// The elements of the location lists by list and interface.
     std::map<std::string, const Frag *> interfaces{};
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
@@ -28,6 +28,7 @@ struct origin_finder {
     bool is_release(const conf_line &line) const;
     bool is_layout(const conf_line &line) const;
     void find(const conf_line &line);
+    void tell_missing() const;
 };
 
 void origin_finder::prepare() {
@@ -71,11 +72,14 @@ size_t origin_finder::input_line(const conf_line &line) const {
             return record;
     if (is_named(line.node, "alias"))
         return result.from.at(line.node->parent);
-    // A proxy stands for having been named, even where nothing is left of what it was told.
+    // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of it.
     bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
                     is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
-    auto rule = is_proxy ? proxies.find(clear_name(line.node)) : proxies.end();
-    return rule == proxies.end() ? NO_LINE : rule->second;
+    bool is_set = line.role != line_role::count && at_depth(line.node, 4) == line.node &&
+                  is_named(at_depth(line.node, 3), "config-sets");
+    auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
+    bool is_made = rule != proxies.end() && (is_proxy || begins(clear_name(line.node), rule->first));
+    return is_made ? rule->second : NO_LINE;
 }
 
 bool origin_finder::is_release(const conf_line &line) const {
@@ -134,6 +138,12 @@ void origin_finder::find(const conf_line &line) {
         std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
         filter_rules.count(value) == 0)
         from = NO_LINE;
+    // The fields of a rule that came in field by field each have a line.
+    const Frag *rule =
+        from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") ? line.node->child : nullptr;
+    for (bool is_whole = rule && result.valued.at(line.node) != NO_LINE; rule && !is_whole; rule = rule->next)
+        if (result.valued.at(rule) == NO_LINE)
+            from = NO_LINE;
     if (from != NO_LINE) {
         made_of.from = origin::input;
         made_of.file = all.lines[from].file;
@@ -150,6 +160,23 @@ void origin_finder::find(const conf_line &line) {
         all.data.origins.push_back(made_of);
 }
 
+// What the release sets in every result.
+void origin_finder::tell_missing() const {
+    const configuration &conf = result.conf;
+    auto must_be = [&](const std::string &key, const char *value, const Frag *near) {
+        if (conf.value(key.c_str()) != value)
+            all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, value),
+                          all.in.result.name, near ? conf.line_of(near) : 0);
+    };
+    for (const auto &[key, value] : set)
+        if (covers("version_*", key) || covers("def_proxy_svcgrd-*_state", key))
+            must_be(key, value.c_str(), conf.find(key.c_str()));
+    for (const Frag *proxy : conf.children("def_proxy"))
+        for (const program_rec *row = program_tab; all.data.release != 55 && row->type; row++)
+            if (lowercase(configuration::value(proxy, "proxy-type")) == row->type)
+                must_be(place_keys::path(proxy) + "_proxy-exec", row->exec, proxy);
+}
+
 } // namespace
 
 void find_origins(accounting &all, result_places &result) {
@@ -157,6 +184,7 @@ void find_origins(accounting &all, result_places &result) {
     finder.prepare();
     for (const conf_line &line : result.conf.lines)
         finder.find(line);
+    finder.tell_missing();
     std::set<std::string> listed;
     for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element"))
         listed.insert(lowercase(configuration::value(each, "interface")));

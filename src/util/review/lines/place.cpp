@@ -127,6 +127,9 @@ bool line_placer::place_words(size_t number, const char *list) {
     for (const Frag *element : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
         elements[configuration::value(element, "addr")].push_back(element);
     for (const std::string &word : words) {
+        // A byte of zero ends a word, and what stands behind it is lost.
+        if (size_t end = word.find('\0'); end != word.npos && end + 1 < word.size())
+            missing.push_back(word.c_str() + end + 1);
         auto &found = elements[word.c_str()];
         if (found.empty()) {
             missing.push_back(word);
@@ -145,7 +148,7 @@ bool line_placer::place_words(size_t number, const char *list) {
     line.became = fate::reshaped;
     line.reason = std::string("elements of the list ") + list;
     // A table takes the value, and the key stays.
-    if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr) {
+    if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr; key && key->vlen == 0) {
         line.place = line.place ? line.place : key;
         result.stand(key, number);
     }
@@ -210,7 +213,8 @@ bool line_placer::place_moved(size_t number) {
     line.reason = "as " + place_keys::path(element);
     result.stand(element, number);
     for (const Frag *child = element->child; child; child = child->next)
-        result.stand(child, number);
+        if (text_of(child) == line.said->value || text_of(child) == key)
+            result.stand(child, number);
     return true;
 }
 
@@ -226,7 +230,8 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
     // The owner of a config set that a policy lists is not saved with it.
     const Frag *above = line.said->node->parent;
     bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
-    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered);
+    bool is_rule = has_prefix(key.c_str(), "pfedit_") && key == line.other_key; // its fields are the key
+    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
     const Frag *same = nullptr, *turned = nullptr;
     for (const Frag *frag : result.at(key)) {
         if (has_value && text_of(frag) != all.value(line))

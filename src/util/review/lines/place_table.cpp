@@ -27,11 +27,12 @@ struct rule_placer {
     result_places &result;
     const access_side &side;
     bool own;
-    std::unordered_multimap<std::string, const Frag *> parameters; ///< of proxies and config sets, by name and value
-    std::unordered_multimap<std::string, const Frag *> records;    ///< of destinations, by their text
+    std::multimap<std::string, const Frag *> parameters{}; ///< of proxies and config sets, by name and value
+    std::multimap<std::string, const Frag *> records{};    ///< of destinations, by their text
     /// The config sets that a template of a table went into.
-    std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated;
-    std::set<std::string> asked; ///< attributes of names of which only the first rule counts
+    std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated{};
+    std::unordered_map<const Frag *, std::pair<uint32_t, std::string>> template_of{}; ///< the other way round
+    std::set<std::string> asked{}; ///< attributes of names of which only the first rule counts
 
     void index_parameters(const Frag *entry);
     void index_result();
@@ -150,19 +151,24 @@ void rule_placer::find_unplaced(const std::string &proxy, const rule_partners &p
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
         auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
         const Frag *there = other != standing.end() && other->second->element ? other->second->element : nullptr;
+        bool is_alike = there && other->second->permit == rule.permit;
+        if (is_alike)
+            take_map(side.maps[other->second->source], there, nullptr, number);
         if (by != 0)
             all.covered.emplace(number, by);
         else if (const Frag *address = there ? child_of(there, "addr") : nullptr)
-            note(number, address, "in a map that decides otherwise");
-        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_removed_proxy(proxy))
+            note(number, address,
+                 is_alike ? "as a host equal but for the case of letters" : "in a map that decides otherwise");
+        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
             tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
     }
 }
 
 // What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
 void rule_placer::take_map(const access_map &map, const Frag *element, const Frag *set, size_t number) {
+    const std::string of_all = map.permit ? "proxy" : "policy"; // a `*` in each map of a table
     for (const char *field : {"pd", "src", "policy", "proxy"})
-        if (const Frag *frag = child_of(map.frag, field))
+        if (const Frag *frag = child_of(map.frag, field); frag && (of_all != field || text_of(frag) == "*"))
             result.stand(frag, number);
     std::string source = map.source;
     const Frag *group = take_group_mark(source) ? result.conf.record("netobj_group", source) : nullptr;
@@ -203,7 +209,7 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
             words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
     }
     if (auto known = templated.find({all.lines[number].input, policy}); known != templated.end())
-        known->second.push_back(set);
+        known->second.push_back(set), template_of.emplace(set, known->first);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
         for (const Frag *part = parameter; part; part = part->child) {
@@ -221,30 +227,37 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
             tell_lost(number, format("{} stands nowhere in the config set {}", word, clear_name(set)));
 }
 
-bool is_proxy_named(const table_rule &rule, const std::string &proxy) {
-    return std::any_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
-        return name == proxy || name[0] == '*' || name == "global" || has_prefix(name.c_str(), "policy-");
-    });
+bool has_template(const table_rule &rule) {
+    return std::any_of(rule.names.begin(), rule.names.end(),
+                       [](const std::string &name) { return begins(name, "policy-"); });
+}
+
+// Whether a rule can give something to a proxy, or to the config sets of a template.
+bool is_for(const table_rule &rule, const std::string &name) {
+    return std::any_of(rule.names.begin(), rule.names.end(),
+                       [&](const std::string &each) { return each == name || each[0] == '*' || each == "global"; });
 }
 
 // Each proxy that a rule is for, and each config set that its template went into, has what the rule says; but for what
 // a proxy has no use for, and what only the first such rule gives.
 void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
     auto has_name = [&](auto is_it) { return std::any_of(rule.names.begin(), rule.names.end(), is_it); };
-    bool is_template = has_name([](const std::string &name) { return begins(name, "policy-"); }), is_of_all = false,
+    bool is_template = has_template(rule),
          is_for_all = has_name([](const std::string &name) { return name[0] == '*'; }),
          is_inherited = std::count(rule.names.begin(), rule.names.end(), "global") != 0;
     int need = is_template && rule.attribute == "password" ? NEEDS_AUTH : 0;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         need = rule.attribute == row->attribute ? row->need : need;
     for (const global_word_rec *row = global_word_tab; row->word; row++) {
-        is_of_all = is_of_all || rule.word == row->word;
-        is_inherited = is_inherited && (row->inherited || rule.attribute != row->word);
+        bool is_of_all = is_for_all && rule.word == row->word; // kept for all alone, and by those that come later
+        is_inherited = (is_inherited || is_of_all) && (row->inherited || rule.attribute != row->word);
+        is_for_all = is_for_all && !is_of_all;
     }
+    bool is_gateway = is_template && rule.attribute == "xgateway";
     // What only the first rule gives is asked for once.
     std::string first =
         need == 0 ? "" : format("{} {} {}", all.lines[number].input, rule.attribute, fmt::join(rule.names, " "));
-    if (is_of_all || (is_template && rule.attribute == "xgateway") ||
+    if ((is_gateway && split_hosts(rule.text).hosts[0].substr(0, 1) != "*") ||
         (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
         return;
     // What all have, those have, too, that the table names later for the first time.
@@ -262,13 +275,14 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
         if (auto known = templated.find({input, name}); known != templated.end() && rule.attribute != "proxy")
             wanted.insert(wanted.end(), known->second.begin(), known->second.end());
         if (const Frag *proxy = result.conf.record("def_proxy", name);
-            proxy && !is_no_proxy(name) && !is_removed_proxy(name))
+            proxy && !is_no_proxy(name) && !is_dropped_proxy(name, all.data.release))
             wanted.push_back(proxy);
     }
     for (const Frag *owner : wanted) {
-        bool has_first = need != 0 && (child_of(owner, storedname(rule.attribute).c_str()) ||
-                                       !proxy_needs(clear_name(at_depth(owner, 2)).c_str(), need));
-        if (!has_first && owners.count(place_keys::path(owner)) == 0)
+        std::string of = clear_name(at_depth(owner, 2));
+        bool has_first = need != 0 && child_of(owner, storedname(rule.attribute).c_str());
+        int use = is_gateway && at_depth(owner, 4) ? NEEDS_X : need;
+        if (!has_first && (use == 0 || proxy_needs(of.c_str(), use)) && owners.count(place_keys::path(owner)) == 0)
             tell_lost(number, format("{}: {} {} stands nowhere there", clear_name(owner), rule.word, rule.text));
     }
 }
@@ -278,17 +292,19 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
     const Frag *turned = nullptr;
     std::set<std::string> owners; // the proxies and config sets that have what the rule says
     // A prefix that the table's reader left on is one to whoever reads the result.
-    std::string attribute = storedname(rule.attribute);
+    std::string attribute = attr_prefix(rule.bits) + storedname(rule.attribute);
     const char *bare = attr_remap(attribute.c_str());
-    long bits = rule.bits | strip_attr_prefixes(&bare);
+    long bits = strip_attr_prefixes(&bare);
     auto [first, last] = parameters.equal_range(pair_key(bare, rule.text));
     for (auto at = first; at != last; ++at) {
         const Frag *proxy = at->second;
         while (proxy->parent->parent->parent) // up to the child of `def_proxy`
             proxy = proxy->parent;
-        if (!is_proxy_named(rule, clear_name(proxy)))
-            continue;
         const Frag *set = at_depth(at->second, 5) ? at_depth(at->second, 4) : nullptr;
+        auto from = template_of.find(set);
+        bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
+        if (!is_of_input || !is_for(rule, set ? from->second.second : clear_name(proxy)))
+            continue;
         owners.insert(place_keys::path(set ? set : proxy));
         if (same_prefix(bits, result.keys.find(at->second).bits))
             note(number, at->second, "as " + place_keys::path(at->second));
@@ -308,8 +324,8 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         std::string service = tail == "destination" ? decoded_name(above.substr(above.rfind('_') + 1)) : "destination";
         constexpr size_t before_name = 10; // "def_proxy_"
         std::string_view owner = above.substr(std::min(above.size(), before_name));
-        if (configuration::value(at->second, "service") != service ||
-            !is_proxy_named(rule, decoded_name(owner.substr(0, owner.find('_')))))
+        if (configuration::value(at->second, "service") != service || configuration::value(at->second, "pg") != "P" ||
+            (!has_template(rule) && !is_for(rule, decoded_name(owner.substr(0, owner.find('_'))))))
             continue;
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
@@ -327,7 +343,7 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
 } // namespace
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    rule_placer placer{all, result, side, own, {}, {}, {}, {}};
+    rule_placer placer{all, result, side, own};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;

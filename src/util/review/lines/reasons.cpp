@@ -47,7 +47,7 @@ const struct {
     {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
     {"map", nullptr, ALWAYS, "maps together have no value"},
     {"map_#*_tag*", nullptr, TABLES | AHEAD, "it is for the translation of tables alone"},
-    {"network_loginok", nullptr, MUST, "it is made into states before saving"},
+    {"network_loginok", nullptr, MUST, "it goes before saving; enabled, it switches the logins on"},
     {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
     {"def_proxy_sql-px_proxy-exec", nullptr, NOT_55 | OLDER | MUST,
@@ -144,8 +144,6 @@ const char *reason_finder::proxy_reason(const account_line &line, unsigned holds
                                            : "";
 }
 
-const char *const no_interface = "an element without an interface is not saved";
-
 const char *reason_finder::conf_reason(const account_line &line) const {
     if (!line.said)
         return "it names no key by itself";
@@ -162,7 +160,7 @@ const char *reason_finder::conf_reason(const account_line &line) const {
             if (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX")
                 return "without an address there is no element for it";
             if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
-                return no_interface;
+                return NO_INTERFACE;
         }
     if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
         return "a filter rule without fields is not saved";
@@ -178,7 +176,7 @@ const char *reason_finder::conf_reason(const account_line &line) const {
     const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
     if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
         is_blanks(configuration::value(element, "interface").c_str()))
-        return no_interface;
+        return NO_INTERFACE;
     return proxy_reason(line, holds);
 }
 
@@ -218,12 +216,14 @@ size_t reason_finder::winner(const account_line &line) const {
 // What is there wins, but for what the release forces and what an import brings.
 bool reason_finder::may_win(size_t number, const account_line &line) const {
     const account_input &by = all.inputs[all.lines[number].input], &of = all.inputs[line.input];
-    bool is_forced = begins(line.key, "def_proxy_") && is_listed(force_list, line.said->node->name) &&
-                     (conditions(line) & FROM_40) && !line.said->value.empty();
-    if (is_forced && (by.name == all.in.command.init_conf) != (of.name == all.in.command.init_conf))
-        return by.name == all.in.command.init_conf;
-    // Of the lines of one key a merge takes the first; the lists of the old configuration are read ahead of all merges.
     const account_line &other = all.lines[number];
+    bool is_init = by.name == all.in.command.init_conf;
+    const conf_line *forced = (is_init ? other : line).said;
+    if (is_init != (of.name == all.in.command.init_conf) && begins(line.key, "def_proxy_") &&
+        is_listed(force_list, line.said->node->name) && (conditions(line) & FROM_40) && forced &&
+        !forced->value.empty())
+        return is_init;
+    // Of the lines of one key a merge takes the first; the lists of the old configuration are read ahead of all merges.
     bool is_same = other.input == line.input && other.said && line.said && other.said->key == line.said->key;
     if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_list"))
         return other.line < line.line;

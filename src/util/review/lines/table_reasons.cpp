@@ -27,6 +27,11 @@ table_reasons::table_reasons(accounting &of) : all(of) {
             note_rule(i, all.rule(all.lines[i], r));
 }
 
+// A policy by its table, behind which its template goes.
+std::string table_reasons::of_table(size_t number, const std::string &policy) const {
+    return std::to_string(all.lines[number].input) + ' ' + policy;
+}
+
 // Takes note of who names a policy, and of the first rule that each name has of an attribute.
 void table_reasons::note_rule(size_t number, const table_rule &rule) {
     for (const std::string &name : rule.names) {
@@ -40,7 +45,7 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
         if (begins(word, "-policy"))
             policy = policy_named(word, tail);
     if (!policy.empty()) {
-        std::vector<std::string> &of = users[policy];
+        std::vector<std::string> &of = users[of_table(number, policy)];
         of.insert(of.end(), rule.names.begin(), rule.names.end());
     }
 }
@@ -56,14 +61,17 @@ bool table_reasons::is_repeated(size_t number, const table_rule &rule) const {
 
 // Why nothing of a template's rule comes into the config sets of the proxies that name the policy.
 const char *table_reasons::template_reason(size_t number, const table_rule &rule) const {
-    auto of = users.find(rule.names[0]);
+    auto of = users.find(of_table(number, rule.names[0]));
     if (of == users.end())
         return "no rule names this policy";
     bool is_auth = rule.attribute == "authenticate" || rule.attribute == "authserver" || rule.attribute == "password";
     bool is_x = rule.attribute == "xgateway";
-    if (rule.attribute == "proxy" || (is_auth && is_repeated(number, rule)) ||
-        (is_x && split_hosts(rule.text).hosts[0].substr(0, 1) != "*"))
+    if (rule.attribute == "proxy")
         return "such a rule is not taken from a template";
+    if (is_auth && is_repeated(number, rule))
+        return "the first such rule of a policy stands";
+    if (is_x && split_hosts(rule.text).hosts[0].substr(0, 1) != "*")
+        return "an xgateway other than * is not taken from a template";
     bool needed = std::any_of(of->second.begin(), of->second.end(), [&](const std::string &name) {
         return name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
     });
@@ -72,7 +80,8 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
 
 const char *table_reasons::attribute_reason(size_t number, const table_rule &rule) const {
     auto all_names = [&](auto holds) { return std::all_of(rule.names.begin(), rule.names.end(), holds); };
-    if (all_names([](const std::string &name) { return is_removed_proxy(name) || name == "global"; }))
+    int release = all.data.release;
+    if (all_names([&](const std::string &name) { return is_dropped_proxy(name, release) || name == "global"; }))
         return "the new release has no such proxy";
     if (rule.attribute != "enable" && all_names([](const std::string &name) { return name == "alerts"; }))
         return "nothing but enable is kept of alerts";
@@ -108,8 +117,9 @@ std::string table_reasons::reason(size_t number) const {
     const table_rule &rule = all.rule(line);
     if (rule.attribute != "hosts")
         return attribute_reason(number, rule);
-    if (std::all_of(rule.names.begin(), rule.names.end(),
-                    [](const std::string &name) { return is_no_proxy(name) || is_removed_proxy(name); }))
+    if (std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
+            return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);
+        }))
         return "it lets nobody through a proxy of the new release";
     auto found = all.covered.find(number);
     return found == all.covered.end()

@@ -2,6 +2,7 @@
 #include "read/netperm_table.h"
 #include "frag_tools.h"
 #include "netperm.h"
+#include "upgrade.h"
 
 #include <algorithm>
 #include <cstring>
@@ -75,6 +76,11 @@ bool is_no_proxy(std::string_view name) {
 }
 
 bool is_removed_proxy(std::string_view name) { return is_listed(del_netperm_proxies, name) && !is_no_proxy(name); }
+
+bool is_dropped_proxy(std::string_view name, int release) {
+    return (release < 40 && is_removed_proxy(name)) || (release != 55 && is_listed(del_55_proxies, name)) ||
+           (release >= 40 && release != 55 && is_listed(del_50_proxies, name));
+}
 
 std::string_view take_word(std::string_view &text) {
     skip_blank(text);

@@ -35,6 +35,8 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
 bool is_no_proxy(std::string_view name);
 /// True for proxies of a table that the new release has no more: their rules are read, and then they are removed.
 bool is_removed_proxy(std::string_view name);
+/// True for these, and for proxies that the upgrade of a configuration of `release` removes whatever it came from.
+bool is_dropped_proxy(std::string_view name, int release);
 
 /// Takes the next word off the text, blanks in front of it passed over; empty at the end.
 std::string_view take_word(std::string_view &text);
