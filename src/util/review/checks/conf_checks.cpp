@@ -162,7 +162,7 @@ struct checking {
         }
         bool alike = node->value && found->value == other->value;
         say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
-            said(*other), alike ? "; they say the same: it does not matter" : "")
+            node->value ? said(*other) : format("that of line {}", other->line), alike ? "; they say the same: it does not matter" : "")
             .by = {conf.name, other->line};
     }
 
@@ -193,7 +193,8 @@ void check_conf(const configuration &conf, bool is_input, bool stands_alone, rev
     checking check{conf, is_input, data};
     if (conf.numbered)
         check.check_counts();
-    check.check_lists();
+    if (!is_input || stands_alone)
+        check.check_lists();
     if (!is_input)
         check.check_filter_rules(), check.check_doubles();
     if (stands_alone)

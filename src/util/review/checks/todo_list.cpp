@@ -80,7 +80,7 @@ struct list_maker {
             const Frag *state = result.find(key.c_str()), *was = old_states ? old_states->find(key.c_str()) : nullptr;
             if (!state || !is_on(state->value))
                 enter("off", name, {}, "{} was in use{} and {}", name,
-                      was ? format(" ({}:{})", old->name, old->line_of(was)) : "",
+                      was && is_on(was->value) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
                       !result.record("def_proxy", name) ? "is gone"
                       : state                           ? "is off now"
                                                         : "has no state now");
@@ -123,7 +123,7 @@ struct list_maker {
                   "the release has no more of these proxies: enter again who may administer the firewall");
     }
 
-    // Ports of the tables that others replace.
+    // Ports of the tables that others replace, with what was plugged through them.
     void list_ports() {
         std::map<std::string, fields> ports;
         for (const netperm_table *table : before.tables)
@@ -132,13 +132,14 @@ struct list_maker {
                     std::string_view text = rule.text, was = take_word(text);
                     const Frag *now = is_no_proxy(proxy) ? nullptr : result.record("def_proxy", proxy);
                     std::string is = value_of(now, "bind-port");
-                    if (now && !was.empty() && is != was)
+                    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+                    if (now && !was.empty() && (is != was || !text.empty()))
                         ports[proxy].emplace_back(
-                            format("port {}", was),
+                            format("port {}{}{}", was, text.empty() ? "" : " to ", text),
                             format("{} now, in {}:{}", is.empty() ? "none" : is, table->name, rule.line));
                 }
         for (const auto &[proxy, lost] : ports)
-            enter("port", proxy, lost, "{} listened on another port: enter it again, if it is still wanted", proxy);
+            enter("port", proxy, lost, "{} had a port that is not taken over as it was: enter it again, if it is still wanted", proxy);
     }
 
     // Several destination rules of one proxy stand in another order, and some become no record.
