@@ -162,7 +162,8 @@ struct checking {
         }
         bool alike = node->value && found->value == other->value;
         say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
-            node->value ? said(*other) : format("that of line {}", other->line), alike ? "; they say the same: it does not matter" : "")
+            node->value ? said(*other) : format("that of line {}", other->line),
+            alike ? "; they say the same: it does not matter" : "")
             .by = {conf.name, other->line};
     }
 

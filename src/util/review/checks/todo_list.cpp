@@ -139,7 +139,8 @@ struct list_maker {
                             format("{} now, in {}:{}", is.empty() ? "none" : is, table->name, rule.line));
                 }
         for (const auto &[proxy, lost] : ports)
-            enter("port", proxy, lost, "{} had a port that is not taken over as it was: enter it again, if it is still wanted", proxy);
+            enter("port", proxy, lost,
+                  "{} had a port that is not taken over as it was: enter it again, if it is still wanted", proxy);
     }
 
     // Several destination rules of one proxy stand in another order, and some become no record.
