@@ -20,7 +20,7 @@ const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules"
                                   {"num_elements", "element_"},  {"num_members", "member_"}};
 
 // The keys whose entries a numbered save counts below them.
-const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*"};
+const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
 
 /// One configuration under check.
 struct checking {
@@ -132,7 +132,8 @@ struct checking {
                 size_t front = of.size() - std::min(of.size(), strlen(entry));
                 bool is_made = std::any_of(std::begin(families), std::end(families),
                                            [&](const char *family) { return covers(family, of); });
-                if (!is_input && *entry && is_made && of.substr(front) == entry && met.count(of) == 0)
+                bool has_records = of == "policy_" || of == "map_" || of == "dest_" || of == "sroute_";
+                if (!is_input && (*entry ? is_made : has_records) && of.substr(front) == entry && met.count(of) == 0)
                     tell(data, "count",
                          format("{}{} is not there, and {} are", of.substr(0, front), count, there.size()), conf.name);
             }

@@ -19,7 +19,7 @@ struct origin_finder {
     result_places &result;
     std::map<std::string, std::string> set{}; ///< keys that the release sets, with their values
     /// The elements of the location lists by list and interface.
-    std::map<std::string, const Frag *> interfaces{};
+    std::multimap<std::string, const Frag *> interfaces{};
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
 
@@ -119,10 +119,12 @@ bool origin_finder::is_layout(const conf_line &line) const {
         return false;
     // An interface that stands in a location list is listed with all that is said of it there.
     std::string location = configuration::value(element, "location");
-    auto there = interfaces.find(location + '\n' + configuration::value(element, "interface"));
+    auto [first, last] = interfaces.equal_range(location + '\n' + configuration::value(element, "interface"));
     if (is_named(line.node, "location"))
-        return there != interfaces.end() || location == "Unknown";
-    return there != interfaces.end() && configuration::value(there->second, line.node->name) == line.value;
+        return first != last || location == "Unknown";
+    return std::any_of(first, last, [&](const auto &there) {
+        return configuration::value(there.second, line.node->name) == line.value;
+    });
 }
 
 void origin_finder::find(const conf_line &line) {
@@ -142,7 +144,7 @@ void origin_finder::find(const conf_line &line) {
     const Frag *rule =
         from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") ? line.node->child : nullptr;
     for (bool is_whole = rule && result.valued.at(line.node) != NO_LINE; rule && !is_whole; rule = rule->next)
-        if (result.valued.at(rule) == NO_LINE)
+        if (result.valued.at(rule) == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
             from = NO_LINE;
     if (from != NO_LINE) {
         made_of.from = origin::input;
@@ -185,13 +187,30 @@ void find_origins(accounting &all, result_places &result) {
     for (const conf_line &line : result.conf.lines)
         finder.find(line);
     finder.tell_missing();
-    std::set<std::string> listed;
+    std::map<std::string, const Frag *> listed;
+    std::map<std::string, size_t> met; // one of several of an interface is listed
     for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element"))
-        listed.insert(lowercase(configuration::value(each, "interface")));
+        listed.emplace(lowercase(configuration::value(each, "interface")), each);
     for (const auto &[key, element] : finder.interfaces)
-        if (std::string name = configuration::value(element, "interface");
-            all.in.command.numbered() && !is_blanks(name.c_str()) &&
-            !is_on(configuration::value(element, "alias").c_str()) && listed.count(lowercase(name)) == 0)
-            all.tell_some("lost", "the interface " + name + " stands in no list of all interfaces", all.in.result.name,
+        if (!is_on(configuration::value(element, "alias").c_str()))
+            met[lowercase(configuration::value(element, "interface"))]++;
+    for (const auto &[key, element] : finder.interfaces) {
+        std::string name = configuration::value(element, "interface");
+        auto there = listed.find(lowercase(name));
+        if (!all.in.command.numbered() || is_blanks(name.c_str()) ||
+            is_on(configuration::value(element, "alias").c_str()))
+            continue;
+        auto lacks = [&](const char *field) {
+            const Frag *said = find_named(element->child, field);
+            return said && configuration::value(there->second, field) != text_of(said);
+        };
+        const char *const fields[] = {"addr", "netmask", "broadcast", "interfaceflags"};
+        std::string what = there == listed.end() ? "stands in no list of all interfaces" : "";
+        for (const char *field : fields)
+            if (what.empty() && met[lowercase(name)] == 1 && lacks(field))
+                what = format("has another {} in the list of all interfaces", field);
+        if (!what.empty())
+            all.tell_some("lost", format("the interface {} {}", name, what), all.in.result.name,
                           result.conf.line_of(element));
+    }
 }

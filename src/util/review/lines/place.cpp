@@ -27,6 +27,7 @@ struct line_placer {
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
     bool place_moved(size_t number);
+    bool is_of_another(const account_line &line, const Frag *frag) const;
     bool place_name(size_t number);
     bool place_words(size_t number, const char *list);
     const Frag *element_with(const std::string &elements, const std::string &address) const;
@@ -56,6 +57,20 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     return true;
 }
 
+// Whether the file of a line of an element has the address that the number leads to in another element of the list.
+bool line_placer::is_of_another(const account_line &line, const Frag *frag) const {
+    constexpr size_t MOST_ELEMENTS = 2000;
+    const Frag *own_element = at_depth(line.said->node, 4), *there = at_depth(frag, 4);
+    if (!there || !is_named(there->parent, "element") || configuration::value(own_element, "addr").empty())
+        return false;
+    std::string address = configuration::value(there, "addr");
+    size_t count = 0;
+    bool is_other = false;
+    for (const Frag *each = own_element->parent->child; each && !is_other && count < MOST_ELEMENTS; each = each->next)
+        count++, is_other = each != own_element && configuration::value(each, "addr") == address;
+    return is_other && configuration::value(own_element, "addr") != address;
+}
+
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
 // still the same.
 bool line_placer::place_by_number(size_t number) {
@@ -66,7 +81,7 @@ bool line_placer::place_by_number(size_t number) {
         path.compare(0, numbered, line.key, 0, numbered) != 0)
         return false;
     const Frag *frag = result.conf.find(path.c_str());
-    if (!frag || !frag->value || text_of(frag) != all.value(line))
+    if (!frag || !frag->value || text_of(frag) != all.value(line) || (!own && is_of_another(line, frag)))
         return false;
     return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
 }
@@ -202,7 +217,7 @@ bool line_placer::place_moved(size_t number) {
     account_line &line = all.lines[number];
     const std::string &key = line.key;
     const Frag *element = nullptr;
-    if (all.inputs[line.input].imported && key == "gui_client")
+    if (all.inputs[line.input].imported && key == "gui_client" && result.conf.record("netobj_group", "fw-admin"))
         element = element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value));
     if (all.inputs[line.input].imported && has_prefix(key.c_str(), "ip_"))
         element = address_field(line);
@@ -270,6 +285,11 @@ void line_placer::place(size_t number) {
                     all.inputs[line.input].name == all.in.command.old_conf &&
                     all.inputs[line.input].conf->origin(line.said->node) == line.said;
     spot best = is_words && all.has_tables ? spot() : find_free(line); // a table takes the value away
+    // What an import removed, or a policy that stood already, is not turned by another that says the like.
+    const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
+    size_t first = policy ? result.from.at(policy) : NO_LINE;
+    if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
+        best = spot();
     bool found = place_moved(number) ||
                  (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
                  place_name(number);
