@@ -174,11 +174,20 @@ struct checking {
             if (line.role == line_role::setting)
                 if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
                     say_double(line.node, conf.origin(line.node) == &line ? first->second : &line);
+        std::unordered_map<std::string_view, const conf_line *> names; // which say no value of their own
+        for (const conf_line &line : conf.lines)
+            if (line.role != line_role::setting)
+                if (auto [first, fresh] = names.emplace(line.key, &line); !fresh && first->second->value != line.value)
+                    tell(data, "twice",
+                         format("{} stands twice: {} (line {}) and {}", line.key, first->second->value,
+                                first->second->line, line.value),
+                         conf.name, line.line)
+                        .by = {conf.name, first->second->line};
         for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
             Frag *node = lists.back();
-            std::unordered_map<std::string_view, Frag *> names;
+            std::unordered_map<std::string_view, Frag *> siblings;
             for (lists.pop_back(); node; node = node->next) {
-                if (auto [known, fresh] = names.emplace(node->name, node); !fresh)
+                if (auto [known, fresh] = siblings.emplace(node->name, node); !fresh)
                     say_double(known->second, conf.origin(node));
                 if (node->child)
                     lists.push_back(node->child);
