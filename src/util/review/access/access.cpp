@@ -70,7 +70,7 @@ struct source_walk {
 std::set<std::string> proxies_of(const configuration &conf, const std::string &policy) {
     std::set<std::string> listed;
     for (const Frag *entry : configuration::children(conf.record("policy", policy), "proxy"))
-        listed.insert(configuration::value(entry, ""));
+        listed.insert(owner_of(entry));
     listed.erase("");
     return listed;
 }

@@ -19,6 +19,11 @@ const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules"
                                   {"num_group", "group_"},       {"num_parms", "parm_"},
                                   {"num_elements", "element_"},  {"num_members", "member_"}};
 
+// The counts of every numbered save.
+const char *const always_counted[] = {"cust_num_proxies",   "map_num_entries",     "dest_num_entries",
+                                      "sroute_num_entries", "pfedit_lcl_numrules", "pfedit_fwd_numrules",
+                                      "nat_numrules"};
+
 // The keys whose entries a numbered save counts below them.
 const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
 
@@ -63,7 +68,7 @@ struct checking {
         std::set<std::string> bare;
         for (const Frag *policy : conf.children("policy"))
             for (const Frag *entry : configuration::children(policy, "proxy")) {
-                std::string owner = value_of(entry);
+                std::string owner = owner_of(entry);
                 Frag *proxy = conf.record("def_proxy", owner),
                      *sets = proxy ? ffind(&proxy->child, "config-sets") : nullptr;
                 const char *why = owner.empty() ? "no proxy has" : proxy ? "it lacks" : "is no proxy";
@@ -127,13 +132,18 @@ struct checking {
                     tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                          line.line);
             }
+        std::set<std::string_view> keys(std::begin(always_counted), std::end(always_counted));
+        for (const conf_line &line : conf.lines)
+            keys.erase(line.key);
+        for (std::string_view key : is_input ? std::set<std::string_view>() : keys)
+            tell(data, "count", format("{} is not there", key), conf.name);
         for (const auto &[of, there] : entries)
             for (const auto &[count, entry] : counted) {
                 size_t front = of.size() - std::min(of.size(), strlen(entry));
                 bool is_made = std::any_of(std::begin(families), std::end(families),
                                            [&](const char *family) { return covers(family, of); });
-                bool has_records = of == "policy_" || of == "map_" || of == "dest_" || of == "sroute_";
-                if (!is_input && (*entry ? is_made : has_records) && of.substr(front) == entry && met.count(of) == 0)
+                if (!is_input && (*entry ? is_made : of == "policy_") && keys.count(of.substr(0, front) + count) == 0 &&
+                    of.substr(front) == entry && met.count(of) == 0)
                     tell(data, "count",
                          format("{}{} is not there, and {} are", of.substr(0, front), count, there.size()), conf.name);
             }

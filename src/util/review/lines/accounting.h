@@ -138,6 +138,7 @@ struct table_reasons {
     std::unordered_map<std::string, size_t> firsts{}; ///< the first rule of an attribute and a name, and of a name
     size_t last_new = 0;                              ///< the last line that names a proxy first
     std::unordered_map<std::string, std::vector<std::string>> users{}; ///< of policies, the names in their rules
+    std::unordered_map<std::string, std::vector<size_t>> user_lines{}; ///< and their lines
 
     explicit table_reasons(accounting &of);
     /// The reason of a line, empty if none is known.
@@ -165,6 +166,8 @@ private:
 };
 /// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
+/// Whether the release sets the program of a proxy.
+bool has_program(const accounting &all, const std::string &proxy);
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.

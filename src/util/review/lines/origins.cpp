@@ -173,6 +173,10 @@ void origin_finder::tell_missing() const {
     for (const auto &[key, value] : set)
         if (covers("version_*", key) || covers("def_proxy_svcgrd-*_state", key))
             must_be(key, value.c_str(), conf.find(key.c_str()));
+    const maprec *services = determine_os_maprec(conf.db());
+    for (const maprec *row = services; all.in.command.numbered() && services == map_nt && row->proxy; row++)
+        if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
+            must_be(format("proxy_{}", row->service), configuration::value(state, "").c_str(), state);
     for (const Frag *proxy : conf.children("def_proxy"))
         for (const program_rec *row = program_tab; all.data.release != 55 && row->type; row++)
             if (lowercase(configuration::value(proxy, "proxy-type")) == row->type)

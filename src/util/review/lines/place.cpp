@@ -217,8 +217,10 @@ bool line_placer::place_moved(size_t number) {
     account_line &line = all.lines[number];
     const std::string &key = line.key;
     const Frag *element = nullptr;
-    if (all.inputs[line.input].imported && key == "gui_client" && result.conf.record("netobj_group", "fw-admin"))
+    if (all.inputs[line.input].imported && key == "gui_client")
         element = element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value));
+    if (element && configuration::value(element, "name") != key)
+        element = nullptr; // one of the list's own
     if (all.inputs[line.input].imported && has_prefix(key.c_str(), "ip_"))
         element = address_field(line);
     if (!element)
@@ -249,7 +251,10 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
     bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
     const Frag *same = nullptr, *turned = nullptr;
     for (const Frag *frag : result.at(key)) {
-        if (has_value && text_of(frag) != all.value(line))
+        // A numbered save cuts the comment of a long filter rule.
+        bool is_cut = has_value && is_named(frag, "comment") && begins(line.key, "pfedit_") && result.conf.numbered &&
+                      record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
+        if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
             continue;
         bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
         const Frag *&into = fits ? same : turned;

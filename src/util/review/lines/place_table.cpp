@@ -1,14 +1,10 @@
 // Where each rule of a table stands in a result: as an element of a map's source, as a parameter, as a destination.
-#include "access/access_compare.h"
-#include "frag_tools.h"
-#include "lines/accounting.h"
+#include "lines/place_table.h"
 #include "netperm.h"
 
 #include <algorithm>
 #include <cstring>
 #include <fmt/ranges.h>
-#include <map>
-#include <set>
 #include <utility>
 
 using fmt::format;
@@ -19,32 +15,7 @@ std::string pair_key(std::string_view attribute, std::string_view text) {
     return std::string(attribute) + '\0' + std::string(text);
 }
 
-const Frag *child_of(const Frag *frag, const char *name) { return find_named(frag->child, name); }
-
-/// Places rules by what they say.
-struct rule_placer {
-    accounting &all;
-    result_places &result;
-    const access_side &side;
-    bool own;
-    std::multimap<std::string, const Frag *> parameters{}; ///< of proxies and config sets, by name and value
-    std::multimap<std::string, const Frag *> records{};    ///< of destinations, by their text
-    /// The config sets that a template of a table went into.
-    std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated{};
-    std::unordered_map<const Frag *, std::pair<uint32_t, std::string>> template_of{}; ///< the other way round
-    std::set<std::string> asked{}; ///< attributes of names of which only the first rule counts
-
-    void index_parameters(const Frag *entry);
-    void index_result();
-    void place_hosts();
-    void find_unplaced(const std::string &proxy, const rule_partners &partners);
-    void tell_lost(size_t number, std::string text);
-    void tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners);
-    void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
-    void take_set(const Frag *set, std::string_view tail, size_t number);
-    void place_attribute(size_t number, const table_rule &rule);
-    void note(size_t number, const Frag *frag, std::string reason);
-};
+} // namespace
 
 void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
     account_line &line = all.lines[number];
@@ -98,134 +69,7 @@ void rule_placer::tell_lost(size_t number, std::string text) {
         all.tell_some("lost", std::move(text), all.lines[number]);
 }
 
-// The rules of each proxy and the elements that say the same of the same host in the same order. A proxy's maps stand
-// in the order of its config sets: its own name, then with 2, 3 and so on.
-void rule_placer::place_hosts() {
-    for (const std::string &proxy : all.in.before.proxies) {
-        rule_partners partners = align_rules(all.in.before, side, proxy);
-        const Frag *last = nullptr;
-        size_t count = 0, table = 0; // of config sets, in each table anew
-        find_unplaced(proxy, partners);
-        const Frag *owner = result.conf.record("def_proxy", proxy);
-        std::unordered_map<std::string, const Frag *> sets;
-        for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
-            sets.emplace(clear_name(set), set);
-        for (auto [was, is] : partners.pairs) {
-            const access_rule &rule = partners.before[was], &now = partners.after[is];
-            size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
-            const access_map &map = side.maps[now.source];
-            const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
-            note(number, at ? at : map.frag, format("in map {}", map.number));
-            if (map.frag == last)
-                continue;
-            last = map.frag;
-            count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
-            auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
-            take_map(map, now.element, set == sets.end() ? nullptr : set->second, number);
-            if (set != sets.end())
-                take_set(set->second, rule.tail, number);
-        }
-    }
-}
-
-// A host without a partner is covered by an earlier rule, the same word or a pattern with a star, of which the first
-// two hundred are tried; or it stands there by another ruling; or it is lost.
-void rule_placer::find_unplaced(const std::string &proxy, const rule_partners &partners) {
-    constexpr size_t MOST_PATTERNS = 200;
-    std::unordered_map<std::string_view, long> words;
-    std::vector<std::pair<std::string_view, long>> patterns;
-    std::unordered_map<std::string, const access_rule *> standing;
-    for (const access_rule &rule : partners.after)
-        standing.emplace(lowercase(rule.pattern), &rule);
-    auto pair = partners.pairs.begin();
-    for (size_t i = 0; i < partners.before.size(); i++) {
-        const access_rule &rule = partners.before[i];
-        bool has_partner = pair != partners.pairs.end() && pair->first == i;
-        pair += has_partner ? 1 : 0;
-        auto [same, is_new] = words.emplace(rule.pattern, rule.line);
-        long by = is_new ? 0 : same->second;
-        for (size_t p = 0; by == 0 && !has_partner && p < patterns.size(); p++)
-            by = covers(patterns[p].first, rule.pattern) ? patterns[p].second : 0;
-        if (is_new && rule.pattern.find('*') != rule.pattern.npos && patterns.size() < MOST_PATTERNS)
-            patterns.emplace_back(rule.pattern, rule.line);
-        size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
-        auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
-        const Frag *there = other != standing.end() && other->second->element ? other->second->element : nullptr;
-        bool is_alike = there && other->second->permit == rule.permit;
-        if (is_alike)
-            take_map(side.maps[other->second->source], there, nullptr, number);
-        if (by != 0)
-            all.covered.emplace(number, by);
-        else if (const Frag *address = there ? child_of(there, "addr") : nullptr)
-            note(number, address,
-                 is_alike ? "as a host equal but for the case of letters" : "in a map that decides otherwise");
-        else if (!has_partner && patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
-            tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
-    }
-}
-
-// What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
-void rule_placer::take_map(const access_map &map, const Frag *element, const Frag *set, size_t number) {
-    const std::string of_all = map.permit ? "proxy" : "policy"; // a `*` in each map of a table
-    for (const char *field : {"pd", "src", "policy", "proxy"})
-        if (const Frag *frag = child_of(map.frag, field); frag && (of_all != field || text_of(frag) == "*"))
-            result.stand(frag, number);
-    std::string source = map.source;
-    const Frag *group = take_group_mark(source) ? result.conf.record("netobj_group", source) : nullptr;
-    std::string list = element ? clear_name(element->parent->parent) : "";
-    for (const Frag *member : group ? configuration::children(group, "member") : std::vector<Frag *>())
-        for (const Frag *field = member->child; configuration::value(member, "name") == list && field;
-             field = field->next)
-            result.stand(field, number);
-    const Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
-    const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
-    if (const Frag *desc = parm ? child_of(parm, "desc") : nullptr)
-        result.stand(desc, number);
-    else if (policy)
-        tell_lost(number, format("the policy {} has no description", map.policy));
-    // With a second table the numbers of the sets can't be told from the rules alone.
-    bool is_set = !policy || !set || all.in.before.tables.size() > 1;
-    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>()) {
-        result.stand(entry, number);
-        is_set = is_set || is_named(entry, set->name);
-    }
-    if (!is_set)
-        tell_lost(number, format("the policy {} does not list the config set {}", map.policy, clear_name(set)));
-}
-
-// A config set has the words of its rules' tail; what stands behind -exec is the program.
-void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
-    std::set<std::string> words, met;
-    std::string policy;
-    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
-        if (word == "-exec") {
-            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
-            words.insert("exec=" + std::string(tail));
-            break;
-        }
-        if (begins(word, "-policy"))
-            policy = policy_named(word, tail);
-        else
-            words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
-    }
-    if (auto known = templated.find({all.lines[number].input, policy}); known != templated.end())
-        known->second.push_back(set), template_of.emplace(set, known->first);
-    result.claim(set, number);
-    for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
-        for (const Frag *part = parameter; part; part = part->child) {
-            std::string clear = decoded_name(place_keys::path(part).substr(place_keys::path(set).size() + 1));
-            std::string value = part->value ? part->value : "";
-            for (const std::string &said :
-                 {format("{}={}", clear, value), format("{}={}", attr_revmap(clear.c_str()), value)})
-                if (words.count(said) != 0) {
-                    result.stand(part, number);
-                    met.insert(said);
-                }
-        }
-    for (const std::string &word : words)
-        if (met.count(word) == 0)
-            tell_lost(number, format("{} stands nowhere in the config set {}", word, clear_name(set)));
-}
+namespace {
 
 bool has_template(const table_rule &rule) {
     return std::any_of(rule.names.begin(), rule.names.end(),
@@ -237,6 +81,8 @@ bool is_for(const table_rule &rule, const std::string &name) {
     return std::any_of(rule.names.begin(), rule.names.end(),
                        [&](const std::string &each) { return each == name || each[0] == '*' || each == "global"; });
 }
+
+} // namespace
 
 // Each proxy that a rule is for, and each config set that its template went into, has what the rule says; but for what
 // a proxy has no use for, and what only the first such rule gives.
@@ -275,7 +121,8 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
         if (auto known = templated.find({input, name}); known != templated.end() && rule.attribute != "proxy")
             wanted.insert(wanted.end(), known->second.begin(), known->second.end());
         if (const Frag *proxy = result.conf.record("def_proxy", name);
-            proxy && !is_no_proxy(name) && !is_dropped_proxy(name, all.data.release))
+            proxy && !is_no_proxy(name) && !is_dropped_proxy(name, all.data.release) &&
+            (rule.attribute != "proxy-exec" || !has_program(all, name)))
             wanted.push_back(proxy);
     }
     for (const Frag *owner : wanted) {
@@ -301,6 +148,11 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         while (proxy->parent->parent->parent) // up to the child of `def_proxy`
             proxy = proxy->parent;
         const Frag *set = at_depth(at->second, 5) ? at_depth(at->second, 4) : nullptr;
+        // A rule stands under its line's number, the first of its attribute under 0 or 1.
+        const std::string name = at->second->name;
+        bool is_entry = at->second->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
+        if (is_entry && !is_first && name != std::to_string(rule.unit))
+            continue;
         auto from = template_of.find(set);
         bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
         if (!is_of_input || !is_for(rule, set ? from->second.second : clear_name(proxy)))
@@ -339,8 +191,6 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         line.turned = true;
     }
 }
-
-} // namespace
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
     rule_placer placer{all, result, side, own};

@@ -199,6 +199,13 @@ size_t reason_finder::winner(const account_line &line) const {
     bool is_map = is_map_line(line);
     if (!frag && !is_map && line.key.find('#') != std::string::npos)
         frag = own.conf.find(place_keys::path(line.said->node).c_str());
+    // Of a list in its place the value is not saved.
+    const Frag *list =
+        frag || !begins(line.key, "def_proxy_") ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
+    if (list && list->child)
+        frag = list;
+    if (frag && begins(line.key, "pfedit_") && own.from.at(frag) == NO_LINE)
+        frag = frag->parent; // which came in one line
     if (frag)
         return own.from.at(frag);
     // Whatever an import makes of a key, it is no longer what another file said by it.

@@ -21,6 +21,14 @@ std::string policy_named(std::string_view word, std::string_view &tail) {
     return policy;
 }
 
+bool has_program(const accounting &all, const std::string &proxy) {
+    std::string type = lowercase(all.in.own.value(("def_proxy_" + storedname(proxy) + "_proxy-type").c_str()));
+    const program_rec *row = program_tab;
+    while (row->type && type != row->type)
+        row++;
+    return row->type && all.data.release != 55;
+}
+
 table_reasons::table_reasons(accounting &of) : all(of) {
     for (size_t i = 0; all.has_tables && i < all.lines.size(); i++)
         for (size_t r = 0; r < all.lines[i].rules; r++)
@@ -45,6 +53,7 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
         if (begins(word, "-policy"))
             policy = policy_named(word, tail);
     if (!policy.empty()) {
+        user_lines[of_table(number, policy)].push_back(number);
         std::vector<std::string> &of = users[of_table(number, policy)];
         of.insert(of.end(), rule.names.begin(), rule.names.end());
     }
@@ -64,6 +73,9 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
     auto of = users.find(of_table(number, rule.names[0]));
     if (of == users.end())
         return "no rule names this policy";
+    const std::vector<size_t> &rules = user_lines.at(of->first);
+    if (std::all_of(rules.begin(), rules.end(), [&](size_t each) { return !reason(each).empty(); }))
+        return "no rule that names this policy is left";
     bool is_auth = rule.attribute == "authenticate" || rule.attribute == "authserver" || rule.attribute == "password";
     bool is_x = rule.attribute == "xgateway";
     if (rule.attribute == "proxy")
@@ -89,6 +101,8 @@ const char *table_reasons::attribute_reason(size_t number, const table_rule &rul
     if (has_init && rule.attribute == "proxy-exec" &&
         all_names([](const std::string &name) { return name == "sql-px"; }))
         return "its program is taken from the initial environment";
+    if (rule.attribute == "proxy-exec" && all_names([&](const std::string &name) { return has_program(all, name); }))
+        return "the release sets the program of this type of proxy";
     if (is_listed(del_plug_attrs, rule.attribute))
         return "a port comes from the initial environment";
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)

@@ -102,6 +102,11 @@ bool is_listed(const char *const *list, std::string_view word) {
     return *list != nullptr;
 }
 
+std::string owner_of(const Frag *entry) {
+    std::string owner = configuration::value(entry, "");
+    return owner == "*" ? "global" : owner;
+}
+
 std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 
 std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }

@@ -305,9 +305,5 @@ void translate(configuration &conf) {
         made.rename(all, "global");
         list_indexes known;
         conf.set_value(conf.make(known, nullptr, "def_proxy_global_name", 0), "global");
-        for (Frag *policy : children(ffind(conf.db(), "policy")))
-            for (Frag *entry : children(policy, "proxy"))
-                if (configuration::value(entry, "") == "*")
-                    conf.set_value(entry, "global");
     }
 }

@@ -1,0 +1,168 @@
+// Where the rules for hosts stand: as elements of the sources of maps, with the groups, policies and config sets of
+// these.
+#include "lines/place_table.h"
+#include "netperm.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fmt/format.h>
+#include <utility>
+
+using fmt::format;
+
+namespace {
+
+// Whether a pattern drops another that it covers: a star that faces a star is an ordinary byte to the translation.
+bool drops(std::string_view pattern, std::string_view other) {
+    return wildmatch(std::string(pattern).c_str(), std::string(other).c_str()) != 0;
+}
+
+} // namespace
+
+// The rules of each proxy and the elements that say the same of the same host in the same order. A proxy's maps stand
+// in the order of its config sets: its own name, then with 2, 3 and so on.
+void rule_placer::place_hosts() {
+    for (const std::string &proxy : all.in.before.proxies) {
+        rule_partners partners = align_rules(all.in.before, side, proxy);
+        const Frag *last = nullptr;
+        size_t count = 0, table = 0; // of config sets, in each table anew
+        std::vector<std::pair<size_t, size_t>> pairs = find_unplaced(proxy, partners);
+        const Frag *owner = result.conf.record("def_proxy", proxy);
+        std::unordered_map<std::string, const Frag *> sets;
+        for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
+            sets.emplace(clear_name(set), set);
+        for (auto [was, is] : pairs) {
+            const access_rule &rule = partners.before[was], &now = partners.after[is];
+            size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
+            const access_map &map = side.maps[now.source];
+            const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
+            bool is_same = now.pattern == rule.pattern;
+            note(number, at ? at : map.frag,
+                 is_same ? format("in map {}", map.number) : "as a host equal but for the case of letters");
+            if (map.frag == last)
+                continue;
+            last = map.frag;
+            count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
+            auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
+            take_map(map, now.element, set == sets.end() ? nullptr : set->second, number);
+            if (set != sets.end())
+                take_set(set->second, rule.tail, number);
+        }
+    }
+}
+
+// A host without a partner is covered by an earlier rule of its table, the same word or a pattern with a star, of which
+// the first two hundred are tried; or it stands there by another ruling, or in another place, by which the partners
+// that are returned are more; or it is lost.
+std::vector<std::pair<size_t, size_t>> rule_placer::find_unplaced(const std::string &proxy,
+                                                                  const rule_partners &partners) {
+    constexpr size_t MOST_PATTERNS = 200;
+    std::unordered_map<std::string_view, long> words;
+    std::vector<std::pair<std::string_view, long>> patterns;
+    std::unordered_map<std::string, std::vector<size_t>> standing;
+    std::unordered_set<size_t> taken;
+    for (auto [was, is] : partners.pairs)
+        taken.insert(is);
+    std::vector<std::pair<size_t, size_t>> pairs;
+    for (size_t i = 0; i < partners.after.size(); i++)
+        standing[lowercase(partners.after[i].pattern)].push_back(i);
+    auto pair = partners.pairs.begin();
+    for (size_t i = 0, table = 0; i < partners.before.size(); i++) {
+        const access_rule &rule = partners.before[i];
+        if (std::exchange(table, rule.table) != rule.table)
+            words.clear(), patterns.clear();
+        bool has_partner = pair != partners.pairs.end() && pair->first == i,
+             has_star = rule.pattern.find('*') != rule.pattern.npos;
+        auto [same, is_new] = words.emplace(rule.pattern, rule.line);
+        long by = is_new ? 0 : same->second;
+        for (size_t p = 0; by == 0 && !has_partner && p < patterns.size(); p++)
+            if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
+                by = patterns[p].second;
+        if (is_new && has_star && patterns.size() < MOST_PATTERNS)
+            patterns.emplace_back(rule.pattern, rule.line);
+        size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
+        // Of several that say the same, rather one without a partner.
+        auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
+        size_t best = other == standing.end() ? NO_LINE : other->second.front();
+        for (size_t each : other == standing.end() ? std::vector<size_t>() : other->second)
+            if (partners.after[each].permit == rule.permit &&
+                (partners.after[best].permit != rule.permit || (taken.count(best) != 0 && taken.count(each) == 0)))
+                best = each;
+        const access_rule *there = best == NO_LINE ? nullptr : &partners.after[best];
+        if (has_partner)
+            pairs.push_back(*pair++);
+        else if (by != 0)
+            all.covered.emplace(number, by);
+        else if (there && there->permit == rule.permit)
+            pairs.emplace_back(i, best), taken.insert(best);
+        else if (const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr)
+            note(number, address, "in a map that decides otherwise");
+        else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
+            tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
+    }
+    return pairs;
+}
+
+// What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
+void rule_placer::take_map(const access_map &map, const Frag *element, const Frag *set, size_t number) {
+    const std::string of_all = map.permit ? "proxy" : "policy"; // a `*` in each map of a table
+    for (const char *field : {"pd", "src", "policy", "proxy"})
+        if (const Frag *frag = child_of(map.frag, field); frag && (of_all != field || text_of(frag) == "*"))
+            result.stand(frag, number);
+    std::string source = map.source;
+    const Frag *group = take_group_mark(source) ? result.conf.record("netobj_group", source) : nullptr;
+    std::string list = element ? clear_name(element->parent->parent) : "";
+    for (const Frag *member : group ? configuration::children(group, "member") : std::vector<Frag *>())
+        for (const Frag *field = member->child; configuration::value(member, "name") == list && field;
+             field = field->next)
+            result.stand(field, number);
+    const Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
+    const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
+    const Frag *desc = parm ? child_of(parm, "desc") : nullptr;
+    if (desc && (text_of(desc) == map.policy || all.in.before.knows(std::string(text_of(desc)))))
+        result.stand(desc, number);
+    else if (policy)
+        tell_lost(number, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));
+    // With a second table the numbers of the sets can't be told from the rules alone.
+    bool is_set = !policy || !set || all.in.before.tables.size() > 1;
+    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>()) {
+        result.stand(entry, number);
+        is_set = is_set || is_named(entry, set->name);
+    }
+    if (!is_set)
+        tell_lost(number, format("the policy {} does not list the config set {}", map.policy, clear_name(set)));
+}
+
+// A config set has the words of its rules' tail; what stands behind -exec is the program.
+void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
+    std::set<std::string> words, met;
+    std::string policy;
+    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
+        if (word == "-exec") {
+            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
+            words.insert("exec=" + std::string(tail));
+            break;
+        }
+        if (begins(word, "-policy"))
+            policy = policy_named(word, tail);
+        else
+            words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
+    }
+    if (auto known = templated.find({all.lines[number].input, policy}); known != templated.end())
+        known->second.push_back(set), template_of.emplace(set, known->first);
+    result.claim(set, number);
+    for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
+        for (const Frag *part = parameter; part; part = part->child) {
+            std::string clear = decoded_name(place_keys::path(part).substr(place_keys::path(set).size() + 1));
+            std::string value = part->value ? part->value : "";
+            for (const std::string &said :
+                 {format("{}={}", clear, value), format("{}={}", attr_revmap(clear.c_str()), value)})
+                if (words.count(said) != 0) {
+                    result.stand(part, number);
+                    met.insert(said);
+                }
+        }
+    for (const std::string &word : words)
+        if (met.count(word) == 0)
+            tell_lost(number, format("{} stands nowhere in the config set {}", word, clear_name(set)));
+}
