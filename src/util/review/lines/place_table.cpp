@@ -192,6 +192,22 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
     }
 }
 
+// The destinations of one proxy are records from its last rule to its first.
+void rule_placer::check_destinations() {
+    std::map<long, std::string> by_number;
+    for (const Frag *record : result.conf.children("dest"))
+        by_number.emplace(strtol(record->name, nullptr, 10), configuration::value(record, "desc"));
+    std::map<std::string, long> last; // rules, by what stands in front of their numbers
+    for (const auto &[number, desc] : by_number) {
+        std::string above = desc.substr(0, desc.rfind('_'));
+        long rule = strtol(desc.c_str() + desc.find_last_not_of("0123456789") + 1, nullptr, 10);
+        auto [known, is_first] = last.emplace(above, rule);
+        if (rule > 0 && !is_first && std::exchange(known->second, rule) <= rule)
+            all.tell_some("unexplained", format("record {} of dest stands in another order", number),
+                          all.in.result.name, 0);
+    }
+}
+
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
     rule_placer placer{all, result, side, own};
     for (account_line &line : all.lines) {
@@ -207,4 +223,6 @@ void place_table_lines(accounting &all, result_places &result, const access_side
         for (size_t r = 0; all.inputs[all.lines[i].input].table && r < all.lines[i].rules; r++)
             if (const table_rule &rule = all.rule(all.lines[i], r); rule.attribute != "hosts")
                 placer.place_attribute(i, rule);
+    if (result.installed && all.in.before.tables.size() == 1)
+        placer.check_destinations();
 }
