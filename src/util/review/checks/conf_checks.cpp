@@ -24,8 +24,14 @@ const char *const always_counted[] = {"cust_num_proxies",   "map_num_entries",  
                                       "sroute_num_entries", "pfedit_lcl_numrules", "pfedit_fwd_numrules",
                                       "nat_numrules"};
 
-// The keys whose entries a numbered save counts below them.
-const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
+// Whether a numbered save counts such entries, by the beginning of their keys.
+bool is_counted_below(const std::string &entry) {
+    const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
+    return std::any_of(std::begin(families), std::end(families),
+                       [&](const char *family) { return covers(family, entry); });
+}
+
+using entry_map = std::map<std::string, std::unordered_set<std::string_view>>; // by the beginning of their keys
 
 /// One configuration under check.
 struct checking {
@@ -114,7 +120,7 @@ struct checking {
     }
 
     void check_counts() const {
-        std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        entry_map entries;
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
                 if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
@@ -132,20 +138,24 @@ struct checking {
                     tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                          line.line);
             }
+        if (!is_input)
+            check_missing_counts(entries, met);
+    }
+
+    // The counts of a result that are not there; `met` are the entries whose counts are.
+    void check_missing_counts(const entry_map &entries, const std::set<std::string> &met) const {
         std::set<std::string_view> keys(std::begin(always_counted), std::end(always_counted));
         for (const conf_line &line : conf.lines)
             keys.erase(line.key);
-        for (std::string_view key : is_input ? std::set<std::string_view>() : keys)
+        for (std::string_view key : keys)
             tell(data, "count", format("{} is not there", key), conf.name);
         for (const auto &[of, there] : entries)
             for (const auto &[count, entry] : counted) {
-                size_t front = of.size() - std::min(of.size(), strlen(entry));
-                bool is_made = std::any_of(std::begin(families), std::end(families),
-                                           [&](const char *family) { return covers(family, of); });
-                if (!is_input && (*entry ? is_made : of == "policy_") && keys.count(of.substr(0, front) + count) == 0 &&
-                    of.substr(front) == entry && met.count(of) == 0)
-                    tell(data, "count",
-                         format("{}{} is not there, and {} are", of.substr(0, front), count, there.size()), conf.name);
+                std::string key = of.substr(0, of.size() - std::min(of.size(), strlen(entry)));
+                bool is_entry = *entry ? is_counted_below(of) && key + entry == of : of == "policy_";
+                key += count;
+                if (is_entry && keys.count(key) == 0 && met.count(of) == 0)
+                    tell(data, "count", format("{} is not there, and {} entries are", key, there.size()), conf.name);
             }
     }
 

@@ -204,8 +204,8 @@ void find_origins(accounting &all, result_places &result) {
         if (!all.in.command.numbered() || is_blanks(name.c_str()) ||
             is_on(configuration::value(element, "alias").c_str()))
             continue;
-        auto lacks = [&](const char *field) {
-            const Frag *said = find_named(element->child, field);
+        auto lacks = [&, at = element](const char *field) {
+            const Frag *said = find_named(at->child, field);
             return said && configuration::value(there->second, field) != text_of(said);
         };
         const char *const fields[] = {"addr", "netmask", "broadcast", "interfaceflags"};
