@@ -148,6 +148,7 @@ string random_conf() {
                         "netobj_list_1_num_elements",
                         "pfedit_lcl_rule1",
                         "pfedit_lcl_2_type",
+                        "pfedit_comment",
                         "ip_insideaddr",
                         "ip_insidiface",
                         "proxy_telnet",

@@ -141,8 +141,10 @@ void origin_finder::find(const conf_line &line) {
         filter_rules.count(value) == 0)
         from = NO_LINE;
     // The fields of a rule that came in field by field each have a line.
-    const Frag *rule =
-        from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") ? line.node->child : nullptr;
+    const Frag *rule = from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") &&
+                               at_depth(line.node, 2) == line.node
+                           ? line.node->child
+                           : nullptr;
     for (bool is_whole = rule && result.valued.at(line.node) != NO_LINE; rule && !is_whole; rule = rule->next)
         if (result.valued.at(rule) == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
             from = NO_LINE;

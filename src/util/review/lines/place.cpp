@@ -253,7 +253,7 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
     for (const Frag *frag : result.at(key)) {
         // A numbered save cuts the comment of a long filter rule.
         bool is_cut = has_value && is_named(frag, "comment") && begins(line.key, "pfedit_") && result.conf.numbered &&
-                      record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
+                      at_depth(frag, 3) == frag && record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
         if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
             continue;
         bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
