@@ -48,6 +48,7 @@ const struct {
     {"map", nullptr, ALWAYS, "maps together have no value"},
     {"map_#*_tag*", nullptr, TABLES | AHEAD, "it is for the translation of tables alone"},
     {"network_loginok", nullptr, MUST, "it goes before saving; enabled, it switches the logins on"},
+    {"network_loginok_*", nullptr, ALWAYS, "it goes with network_loginok"},
     {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
     {"def_proxy_sql-px_proxy-exec", nullptr, NOT_55 | OLDER | MUST,
@@ -129,8 +130,8 @@ const char *row_reason(const std::string &key, unsigned holds, unsigned asked) {
 
 // What the release says of a key below a proxy.
 const char *reason_finder::proxy_reason(const account_line &line, unsigned holds) const {
-    const Frag *proxy = line.said->node;
-    if (!begins(line.key, "def_proxy_") || std::count(line.key.begin(), line.key.end(), '_') != 3)
+    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 3) : nullptr; // its key, the topmost
+    if (!proxy || (proxy != line.said->node && !is_named(proxy, "authenticate")))
         return "";
     std::string key = place_keys::path(proxy->parent);
     std::string type = lowercase(own.conf.value((key + "_proxy-type").c_str()));
