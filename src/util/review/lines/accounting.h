@@ -137,8 +137,8 @@ struct table_reasons {
     accounting &all;
     std::unordered_map<std::string, size_t> firsts{}; ///< the first rule of an attribute and a name, and of a name
     size_t last_new = 0;                              ///< the last line that names a proxy first
-    std::unordered_map<std::string, std::vector<std::string>> users{}; ///< of policies, the names in their rules
-    std::unordered_map<std::string, std::vector<size_t>> user_lines{}; ///< and their lines
+    using user = std::pair<size_t, const table_rule *>;
+    std::unordered_map<std::string, std::vector<user>> users{}; ///< of policies, the lines whose rules name them
 
     explicit table_reasons(accounting &of);
     /// The reason of a line, empty if none is known.

@@ -20,6 +20,7 @@ struct origin_finder {
     std::map<std::string, std::string> set{}; ///< keys that the release sets, with their values
     /// The elements of the location lists by list and interface.
     std::multimap<std::string, const Frag *> interfaces{};
+    std::set<std::string> located{}; ///< the interfaces that stand there and are no aliases, a line end in front
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
 
@@ -53,8 +54,12 @@ void origin_finder::prepare() {
             proxies.emplace("global", i);
     }
     for (const char *list : {"Inside", "Outside", "Service"})
-        for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
-            interfaces.emplace(std::string(list) + '\n' + configuration::value(each, "interface"), each);
+        for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str())) {
+            std::string interface = '\n' + configuration::value(each, "interface");
+            interfaces.emplace(list + interface, each);
+            if (!is_on(configuration::value(each, "alias").c_str()))
+                located.insert(interface);
+        }
 }
 
 size_t origin_finder::input_line(const conf_line &line) const {
@@ -119,9 +124,10 @@ bool origin_finder::is_layout(const conf_line &line) const {
         return false;
     // An interface that stands in a location list is listed with all that is said of it there.
     std::string location = configuration::value(element, "location");
-    auto [first, last] = interfaces.equal_range(location + '\n' + configuration::value(element, "interface"));
+    std::string interface = '\n' + configuration::value(element, "interface");
+    auto [first, last] = interfaces.equal_range(location + interface);
     if (is_named(line.node, "location"))
-        return first != last || location == "Unknown";
+        return first != last || (location == "Unknown" && located.count(interface) == 0);
     return std::any_of(first, last, [&](const auto &there) {
         return configuration::value(there.second, line.node->name) == line.value;
     });

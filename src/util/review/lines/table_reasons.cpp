@@ -52,11 +52,8 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
     for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail))
         if (begins(word, "-policy"))
             policy = policy_named(word, tail);
-    if (!policy.empty()) {
-        user_lines[of_table(number, policy)].push_back(number);
-        std::vector<std::string> &of = users[of_table(number, policy)];
-        of.insert(of.end(), rule.names.begin(), rule.names.end());
-    }
+    if (!policy.empty())
+        users[of_table(number, policy)].emplace_back(number, &rule);
 }
 
 // Whether an earlier rule gives the attribute to all of the names.
@@ -73,9 +70,6 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
     auto of = users.find(of_table(number, rule.names[0]));
     if (of == users.end())
         return "no rule names this policy";
-    const std::vector<size_t> &rules = user_lines.at(of->first);
-    if (std::all_of(rules.begin(), rules.end(), [&](size_t each) { return !reason(each).empty(); }))
-        return "no rule that names this policy is left";
     bool is_auth = rule.attribute == "authenticate" || rule.attribute == "authserver" || rule.attribute == "password";
     bool is_x = rule.attribute == "xgateway";
     if (rule.attribute == "proxy")
@@ -84,9 +78,15 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
         return "the first such rule of a policy stands";
     if (is_x && split_hosts(rule.text).hosts[0].substr(0, 1) != "*")
         return "an xgateway other than * is not taken from a template";
-    bool needed = std::any_of(of->second.begin(), of->second.end(), [&](const std::string &name) {
-        return name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
-    });
+    bool is_left = false, needed = false;
+    for (const auto &[each, named_by] : of->second)
+        if (all.lines[each].place || reason(each).empty()) {
+            is_left = true;
+            for (const std::string &name : named_by->names)
+                needed = needed || name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
+        }
+    if (!is_left)
+        return "no rule that names this policy is left";
     return (is_auth || is_x) && !needed ? "no proxy that names this policy has a use for it" : "";
 }
 
