@@ -25,7 +25,7 @@ option_set options_of_tail(std::string_view tail) {
     option_set options;
     for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
         if (word == "-exec") { // which takes all that follows
-            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
+            skip_blank(tail);
             options["exec"] = std::string(tail);
             break;
         }
@@ -69,7 +69,7 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
     Frag *owner = side.conf->record("def_proxy", proxy);
     Frag *sets = owner ? ffind(&owner->child, "config-sets") : nullptr;
     for (const Frag *entry : configuration::children(policy, "proxy"))
-        if (sets && configuration::value(entry, "") == proxy)
+        if (sets && owner_of(entry) == proxy)
             add_parameters(side.conf->indexes.find(&sets->child, entry->name), options);
     return options;
 }

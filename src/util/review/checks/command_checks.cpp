@@ -99,7 +99,7 @@ struct checking {
 
     // One option after the other: its place among the others, and the release and layout that it is for.
     void check_options() const {
-        bool read = false, newest = data.release == 55;
+        bool read = false, newest = data.release == 55, by_table = data.release < 40 && !tables.empty();
         std::map<char, strings> ahead; // files of the options so far, by letter
         const strings &merged = ahead['m'], &met = ahead['n'];
         for (const auto &[letter, file, index, attached] : command.steps) {
@@ -117,9 +117,9 @@ struct checking {
                 doubt({}, "put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it",
                       file, merged.back());
             if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt({}, data.release < 40 ? "leave out -e" : "put -e behind the first -m",
+                doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
-            if (letter == 'e' && !met.empty() && data.release < 40)
+            if (letter == 'e' && !met.empty() && by_table)
                 doubt({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
                       file, met.back())
                     .leads = true;
@@ -136,7 +136,7 @@ struct checking {
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
                     .leads = true;
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt({}, data.release < 40 ? "take it in the canonical layout" : "name it by -e, too",
+                doubt({}, by_table ? "take it in the canonical layout" : "name it by -e, too",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file)
                     .leads = true;

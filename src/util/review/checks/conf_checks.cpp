@@ -151,10 +151,11 @@ struct checking {
             tell(data, "count", format("{} is not there", key), conf.name);
         for (const auto &[of, there] : entries)
             for (const auto &[count, entry] : counted) {
-                std::string key = of.substr(0, of.size() - std::min(of.size(), strlen(entry)));
-                bool is_entry = *entry ? is_counted_below(of) && key + entry == of : of == "policy_";
-                key += count;
-                if (is_entry && keys.count(key) == 0 && met.count(of) == 0)
+                size_t front = of.size() - std::min(of.size(), strlen(entry));
+                bool is_entry =
+                    *entry ? of.compare(front, of.npos, entry) == 0 && is_counted_below(of) : of == "policy_";
+                std::string key = is_entry && met.count(of) == 0 ? of.substr(0, front) + count : "";
+                if (!key.empty() && keys.count(key) == 0)
                     tell(data, "count", format("{} is not there, and {} entries are", key, there.size()), conf.name);
             }
     }
@@ -227,7 +228,9 @@ void check_conf(const configuration &conf, bool is_input, bool stands_alone, rev
     if (!is_input || stands_alone)
         check.check_lists();
     if (!is_input)
-        check.check_filter_rules(), check.check_doubles();
+        check.check_doubles();
+    if (!is_input || stands_alone)
+        check.check_filter_rules();
     if (stands_alone)
         check.check_maps(), check.check_groups(), check.check_policies();
 }

@@ -132,7 +132,7 @@ struct list_maker {
                     std::string_view text = rule.text, was = take_word(text);
                     const Frag *now = is_no_proxy(proxy) ? nullptr : result.record("def_proxy", proxy);
                     std::string is = value_of(now, "bind-port");
-                    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+                    skip_blank(text);
                     if (now && !was.empty() && (is != was || !text.empty()))
                         ports[proxy].emplace_back(
                             format("port {}{}{}", was, text.empty() ? "" : " to ", text),
@@ -199,7 +199,7 @@ struct list_maker {
             }
             std::set<std::string> proxies;
             for (const Frag *entry : configuration::children(result.record("policy", policy), "proxy"))
-                proxies.insert(entry->value ? entry->value : clear_name(entry));
+                proxies.insert(entry->value ? owner_of(entry) : clear_name(entry));
             enter("brought", "",
                   {{"source", describe_source(result, value_of(map, "src"))},
                    {"proxies", joined({proxies.begin(), proxies.end()})}},

@@ -52,17 +52,6 @@ void collect_inputs(accounting &all) {
     }
 }
 
-// Where a rule's text that was merged as it is stands once it is read as a rule of the numbered layout.
-std::string filter_key(const conf_line &said) {
-    std::string text(said.value);
-    size_t fields = 1, at = 0;
-    for (; at < text.size() && (text[at] != '+' || fields++ < 10); at++)
-        ;
-    text.resize(at);
-    text.append(fields < 10 ? 10 - fields : 0, '+');
-    return std::string(said.key.substr(0, strlen("pfedit_xxx_"))) + '#' + text.substr(0, RULE_LIMIT) + '\n';
-}
-
 void collect_input(accounting &all, uint32_t number, bool &has_login) {
     const configuration *conf = all.inputs[number].conf;
     const netperm_table *table = all.inputs[number].table;
@@ -94,8 +83,12 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                         all.records.insert(keys->find(record, place_keys::FIRST).key);
                 if (begins(line.key, "pfedit_") && line.said->value.empty() && at_depth(line.said->node, 3))
                     line.other_key = keys->find(at_depth(line.said->node, 2)).key;
-                if (covers("pfedit_*_rule*", line.said->key) && !conf->numbered && all.in.command.numbered())
-                    all.records.insert(line.other_key = filter_key(*line.said));
+                // A rule's text that is merged as it is, is read again as a rule of the numbered layout.
+                if (covers("pfedit_*_rule*", line.said->key) && !conf->numbered && all.in.command.numbered()) {
+                    line.other_key = line.said->key.substr(0, line.said->key.find("_rule") + 1);
+                    line.other_key += '#' + filter_text(std::string(line.said->value)) + '\n';
+                    all.records.insert(line.other_key);
+                }
                 // A merge numbers the count of maps like a map.
                 if (begins(line.key, "map_num")) {
                     std::string as_map = "map_#" + record_text(at_depth(line.said->node, 1));
@@ -124,8 +117,7 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!is_own && !line.place && !line.candidate && line.how == proof::placed)
         return {"lost", "the upgrade writes it, and the result lacks it"};
-    bool is_address = covers("ip_*addr", line.key) || covers("*_addr", line.key);
-    if (!line.place && line.reason == NO_INTERFACE && is_address)
+    if (!line.place && line.reason == NO_INTERFACE && (covers("ip_*addr", line.key) || covers("*_addr", line.key)))
         return {"left-out", "it has no interface, so that a numbered save drops it"};
     if (!line.place && has_no_place && line.reason.empty())
         return {"lost", "it stands nowhere in the result, which is another without it"};

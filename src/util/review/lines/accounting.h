@@ -70,6 +70,8 @@ struct result_places {
     node_notes valued, named;                            ///< the line that gives a node its value, or its name
     node_notes from;                                     ///< the line that stands at a node, or first below it
     std::unordered_map<const Frag *, long> name_lines;   ///< where in the result a node is named
+    /// The interfaces whose lists of aliases have such a name.
+    std::unordered_map<std::string_view, const Frag *> alias_lists;
 
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
@@ -166,6 +168,8 @@ private:
 };
 /// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
+/// The program that the release sets for a type of proxy, in any case; null if none.
+const char *program_of(const std::string &type);
 /// Whether the release sets the program of a proxy.
 bool has_program(const accounting &all, const std::string &proxy);
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.

@@ -98,11 +98,8 @@ bool origin_finder::is_release(const conf_line &line) const {
     }
     bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&
                       line.node->parent == at_depth(line.node, 2) && is_named(line.node, "proxy-exec");
-    std::string type = is_program ? lowercase(configuration::value(line.node->parent, "proxy-type")) : "";
-    for (const program_rec *row = program_tab; is_program && row->type; row++)
-        if (type == row->type)
-            return value == row->exec;
-    return false;
+    const char *program = is_program ? program_of(configuration::value(line.node->parent, "proxy-type")) : nullptr;
+    return program && value == program;
 }
 
 bool origin_finder::is_layout(const conf_line &line) const {
@@ -186,9 +183,9 @@ void origin_finder::tell_missing() const {
         if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
             must_be(format("proxy_{}", row->service), configuration::value(state, "").c_str(), state);
     for (const Frag *proxy : conf.children("def_proxy"))
-        for (const program_rec *row = program_tab; all.data.release != 55 && row->type; row++)
-            if (lowercase(configuration::value(proxy, "proxy-type")) == row->type)
-                must_be(place_keys::path(proxy) + "_proxy-exec", row->exec, proxy);
+        if (const char *program = program_of(configuration::value(proxy, "proxy-type"));
+            program && all.data.release != 55)
+            must_be(place_keys::path(proxy) + "_proxy-exec", program, proxy);
 }
 
 } // namespace

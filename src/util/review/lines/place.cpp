@@ -20,6 +20,8 @@ struct line_placer {
     accounting &all;
     result_places &result;
     bool own;
+    /// The addresses of an input's list of elements, once they are asked for.
+    std::unordered_map<const Frag *, std::unordered_set<std::string>> addresses{};
 
     void place(size_t number);
     spot find(const account_line &line, const std::string &key) const;
@@ -27,7 +29,7 @@ struct line_placer {
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
     bool place_moved(size_t number);
-    bool is_of_another(const account_line &line, const Frag *frag) const;
+    bool is_of_another(const account_line &line, const Frag *frag);
     bool place_name(size_t number);
     bool place_words(size_t number, const char *list);
     const Frag *element_with(const std::string &elements, const std::string &address) const;
@@ -58,17 +60,15 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
 }
 
 // Whether the file of a line of an element has the address that the number leads to in another element of the list.
-bool line_placer::is_of_another(const account_line &line, const Frag *frag) const {
-    constexpr size_t MOST_ELEMENTS = 2000;
+bool line_placer::is_of_another(const account_line &line, const Frag *frag) {
     const Frag *own_element = at_depth(line.said->node, 4), *there = at_depth(frag, 4);
     if (!there || !is_named(there->parent, "element") || configuration::value(own_element, "addr").empty())
         return false;
+    auto [known, is_new] = addresses.try_emplace(own_element->parent);
+    for (const Frag *each = is_new ? own_element->parent->child : nullptr; each; each = each->next)
+        known->second.insert(configuration::value(each, "addr"));
     std::string address = configuration::value(there, "addr");
-    size_t count = 0;
-    bool is_other = false;
-    for (const Frag *each = own_element->parent->child; each && !is_other && count < MOST_ELEMENTS; each = each->next)
-        count++, is_other = each != own_element && configuration::value(each, "addr") == address;
-    return is_other && configuration::value(own_element, "addr") != address;
+    return known->second.count(address) != 0 && configuration::value(own_element, "addr") != address;
 }
 
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
@@ -201,10 +201,8 @@ bool line_placer::place_name(size_t number) {
     const Frag *frag = nullptr;
     if (!result.conf.numbered)
         frag = result.conf.find(place_keys::path(line.said->node).c_str());
-    else if (covers("*$INTERFACE", line.said->value))
-        for (const conf_line &there : result.conf.lines)
-            if (there.role == line_role::name && there.value == line.said->value)
-                frag = there.node;
+    else if (auto list = result.alias_lists.find(line.said->value); list != result.alias_lists.end())
+        frag = list->second;
     if (!frag || (frag->value && text_of(frag) != all.value(line)))
         return false;
     place_at(number, frag, false);

@@ -25,8 +25,9 @@ void rule_placer::place_hosts() {
     for (const std::string &proxy : all.in.before.proxies) {
         rule_partners partners = align_rules(all.in.before, side, proxy);
         const Frag *last = nullptr;
+        std::string_view last_tail;
         size_t count = 0, table = 0; // of config sets, in each table anew
-        std::vector<std::pair<size_t, size_t>> pairs = find_unplaced(proxy, partners);
+        std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
         for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
@@ -39,9 +40,11 @@ void rule_placer::place_hosts() {
             bool is_same = now.pattern == rule.pattern;
             note(number, at ? at : map.frag,
                  is_same ? format("in map {}", map.number) : "as a host equal but for the case of letters");
-            if (map.frag == last)
+            // Groups of hosts equal but for case share a map.
+            if (map.frag == last && rule.tail == last_tail)
                 continue;
             last = map.frag;
+            last_tail = rule.tail;
             count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
             auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
             take_map(map, now.element, set == sets.end() ? nullptr : set->second, number);
@@ -54,12 +57,13 @@ void rule_placer::place_hosts() {
 // A host without a partner is covered by an earlier rule of its table, the same word or a pattern with a star, of which
 // the first two hundred are tried; or it stands there by another ruling, or in another place, by which the partners
 // that are returned are more; or it is lost.
-std::vector<std::pair<size_t, size_t>> rule_placer::find_unplaced(const std::string &proxy,
+std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::string &proxy,
                                                                   const rule_partners &partners) {
     constexpr size_t MOST_PATTERNS = 200;
     std::unordered_map<std::string_view, long> words;
     std::vector<std::pair<std::string_view, long>> patterns;
     std::unordered_map<std::string, std::vector<size_t>> standing;
+    const std::vector<size_t> none;
     std::unordered_set<size_t> taken;
     for (auto [was, is] : partners.pairs)
         taken.insert(is);
@@ -78,13 +82,14 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_unplaced(const std::str
         for (size_t p = 0; by == 0 && !has_partner && p < patterns.size(); p++)
             if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
                 by = patterns[p].second;
-        if (is_new && has_star && patterns.size() < MOST_PATTERNS)
+        if (by == 0 && has_star && patterns.size() < MOST_PATTERNS) // what is dropped drops nothing
             patterns.emplace_back(rule.pattern, rule.line);
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
         // Of several that say the same, rather one without a partner.
         auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
-        size_t best = other == standing.end() ? NO_LINE : other->second.front();
-        for (size_t each : other == standing.end() ? std::vector<size_t>() : other->second)
+        const std::vector<size_t> &likes = other == standing.end() ? none : other->second;
+        size_t best = likes.empty() ? NO_LINE : likes.front();
+        for (size_t each : likes)
             if (partners.after[each].permit == rule.permit &&
                 (partners.after[best].permit != rule.permit || (taken.count(best) != 0 && taken.count(each) == 0)))
                 best = each;
@@ -139,7 +144,7 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
     std::string policy;
     for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
         if (word == "-exec") {
-            tail.remove_prefix(std::min(tail.size(), tail.find_first_not_of(" \t")));
+            skip_blank(tail);
             words.insert("exec=" + std::string(tail));
             break;
         }

@@ -71,17 +71,24 @@ const Frag *at_depth(const Frag *frag, size_t depth) {
 
 bool same_prefix(long a, long b) { return a == b || attr_prefix(a) == attr_prefix(b); }
 
+std::string filter_text(std::string text) {
+    size_t fields = 1, at = 0;
+    for (; at < text.size() && (text[at] != '+' || fields++ < 10); at++)
+        ;
+    text.resize(at);
+    text.append(fields < 10 ? 10 - fields : 0, '+');
+    return text.substr(0, RULE_LIMIT);
+}
+
 std::string record_text(const Frag *record) {
     std::vector<std::pair<std::string, const Frag *>> pending;
     std::set<std::string> texts;
     bool is_filter = is_named(at_depth(record, 0), "pfedit");
     std::string rule;
-    for (const char *const *key = pfkeynames; is_filter && *key; key++) {
-        std::string field = configuration::value(record, *key);
-        rule += (key == pfkeynames ? "" : "+") + (key[1] ? field : field.substr(0, field.find('+')));
-    }
+    for (const char *const *key = pfkeynames; is_filter && *key; key++)
+        rule += (key == pfkeynames ? "" : "+") + configuration::value(record, *key);
     if (is_filter)
-        texts.insert(rule.substr(0, RULE_LIMIT));
+        texts.insert(filter_text(rule));
     for (const Frag *child = record->child; child; child = child->next)
         if (!is_named(child, "tag") && !(is_filter && is_listed(pfkeynames, child->name)))
             pending.emplace_back(child->name, child); // but a map's tags, which a table's translation takes away

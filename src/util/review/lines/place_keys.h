@@ -47,6 +47,8 @@ bool is_location(const Frag *list);
 bool same_prefix(long a, long b);
 /// The characters of a filter rule that a numbered save keeps.
 constexpr size_t RULE_LIMIT = 126;
+/// A filter rule's text as it is read again: ten fields, the last of which ends at a `+`, and no more than are kept.
+std::string filter_text(std::string text);
 /// All values below a node with their paths, in the order of these: what a record says. Of a filter rule, what is left
 /// of it once it was saved by numbers and imported.
 std::string record_text(const Frag *record);

@@ -107,14 +107,14 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
         (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
         return;
     // What all have, those have, too, that the table names later for the first time.
-    std::vector<std::string> names = rule.names;
+    std::set<std::string> names(rule.names.begin(), rule.names.end());
     const access_side &before = all.in.before;
     uint32_t input = all.lines[number].input;
     for (size_t i = 0; (is_for_all || is_inherited) && i < before.tables.size(); i++)
         for (const auto &[name, rules] : before.filed[i])
             if (before.tables[i] == all.inputs[input].table &&
                 (is_for_all || before.tables[i]->rules.data() + rules.first > &rule))
-                names.push_back(name);
+                names.insert(name);
     std::vector<const Frag *> wanted;
     for (const std::string &name : names) {
         // No config set takes `proxy` from a template.

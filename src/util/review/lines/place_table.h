@@ -32,7 +32,7 @@ struct rule_placer {
     /// Places the rules for hosts with what is made of them: partners by index, before and after; the map, and the
     /// config set with the words of the tail.
     void place_hosts();
-    std::vector<std::pair<size_t, size_t>> find_unplaced(const std::string &proxy, const rule_partners &partners);
+    std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy, const rule_partners &partners);
     void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
     void take_set(const Frag *set, std::string_view tail, size_t number);
     /// Places any other rule, and tells where it has to stand, too, and does not; `owners` are where it does, by path.

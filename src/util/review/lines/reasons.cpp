@@ -134,10 +134,8 @@ const char *reason_finder::proxy_reason(const account_line &line, unsigned holds
     if (!proxy || (proxy != line.said->node && !is_named(proxy, "authenticate")))
         return "";
     std::string key = place_keys::path(proxy->parent);
-    std::string type = lowercase(own.conf.value((key + "_proxy-type").c_str()));
-    for (const program_rec *row = program_tab; (holds & NOT_55) && is_named(proxy, "proxy-exec") && row->type; row++)
-        if (type == row->type)
-            return "the release sets the program of this type of proxy";
+    if ((holds & NOT_55) && is_named(proxy, "proxy-exec") && program_of(own.conf.value((key + "_proxy-type").c_str())))
+        return "the release sets the program of this type of proxy";
     bool is_replaced = (holds & FROM_40) && is_named(proxy, "authenticate");
     const configuration *init =
         is_replaced ? all.in.files.conf(all.in.command.init_conf, conf_layout::translated) : nullptr;
@@ -198,13 +196,11 @@ size_t reason_finder::winner(const account_line &line) const {
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
     bool is_map = is_map_line(line);
-    if (!frag && !is_map && line.key.find('#') != std::string::npos)
-        frag = own.conf.find(place_keys::path(line.said->node).c_str());
+    const Frag *under = frag || is_map ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
     // Of a list in its place the value is not saved.
-    const Frag *list =
-        frag || !begins(line.key, "def_proxy_") ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
-    if (list && list->child)
-        frag = list;
+    bool is_list = under && under->child && begins(line.key, "def_proxy_");
+    if (line.key.find('#') != std::string::npos || is_list)
+        frag = frag ? frag : under;
     if (frag && begins(line.key, "pfedit_") && own.from.at(frag) == NO_LINE)
         frag = frag->parent; // which came in one line
     if (frag)

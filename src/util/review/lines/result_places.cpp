@@ -62,8 +62,11 @@ result_places::result_places(const configuration &result, bool is_installed, con
             twin.attr = line.bits | static_cast<long>(i + 1) << 4;
             add(keys.find(&twin).key, &twin);
         }
-        if (line.node && line.role == line_role::name)
+        if (line.node && line.role == line_role::name) {
             name_lines.emplace(line.node, line.line);
+            if (covers("*$INTERFACE", line.value))
+                alias_lists.insert_or_assign(line.value, line.node);
+        }
         if (!line.node || looked_at.count(line.node) == 0)
             continue;
         if (line.role == line_role::name)

@@ -21,12 +21,16 @@ std::string policy_named(std::string_view word, std::string_view &tail) {
     return policy;
 }
 
-bool has_program(const accounting &all, const std::string &proxy) {
-    std::string type = lowercase(all.in.own.value(("def_proxy_" + storedname(proxy) + "_proxy-type").c_str()));
+const char *program_of(const std::string &type) {
     const program_rec *row = program_tab;
-    while (row->type && type != row->type)
+    while (row->type && lowercase(type) != row->type)
         row++;
-    return row->type && all.data.release != 55;
+    return row->exec;
+}
+
+bool has_program(const accounting &all, const std::string &proxy) {
+    return all.data.release != 55 &&
+           program_of(all.in.own.value(("def_proxy_" + storedname(proxy) + "_proxy-type").c_str()));
 }
 
 table_reasons::table_reasons(accounting &of) : all(of) {

@@ -11,8 +11,6 @@ namespace {
 
 constexpr size_t READ_UNIT = 8190; // bytes of a line that are read at once
 
-void skip_blank(std::string_view &text) { text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t"))); }
-
 /// Takes a unit as a rule. The result says why it is none, or is null.
 const char *take_rule(std::string_view text, table_rule &rule) {
     size_t colon = text.find(':');
@@ -81,6 +79,8 @@ bool is_dropped_proxy(std::string_view name, int release) {
     return (release < 40 && is_removed_proxy(name)) || (release != 55 && is_listed(del_55_proxies, name)) ||
            (release >= 40 && release != 55 && is_listed(del_50_proxies, name));
 }
+
+void skip_blank(std::string_view &text) { text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t"))); }
 
 std::string_view take_word(std::string_view &text) {
     skip_blank(text);

@@ -38,6 +38,8 @@ bool is_removed_proxy(std::string_view name);
 /// True for these, and for proxies that the upgrade of a configuration of `release` removes whatever it came from.
 bool is_dropped_proxy(std::string_view name, int release);
 
+/// Takes the blanks and tabs in front off the text.
+void skip_blank(std::string_view &text);
 /// Takes the next word off the text, blanks in front of it passed over; empty at the end.
 std::string_view take_word(std::string_view &text);
 /// The hosts of a rule's text. The first word is one whatever it looks like.
