@@ -24,30 +24,36 @@ bool drops(std::string_view pattern, std::string_view other) {
 void rule_placer::place_hosts() {
     for (const std::string &proxy : all.in.before.proxies) {
         rule_partners partners = align_rules(all.in.before, side, proxy);
-        const Frag *last = nullptr;
         std::string_view last_tail;
-        size_t count = 0, table = 0; // of config sets, in each table anew
+        size_t last = NO_LINE, map = 0, count = 0, table = 0; // config sets are counted in each table anew
         std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
         for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
             sets.emplace(clear_name(set), set);
+        std::unordered_map<std::string_view, std::vector<size_t>> alike; // maps by source, those not yet taken
+        for (size_t each : maps_for(side, proxy))
+            alike[side.maps[each].source].push_back(each);
         for (auto [was, is] : pairs) {
             const access_rule &rule = partners.before[was], &now = partners.after[is];
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
-            const access_map &map = side.maps[now.source];
+            // The comparison leaves out a source that stands again: each group has a map of it all the same.
+            std::vector<size_t> &maps = alike[side.maps[now.source].source];
+            bool is_group = now.source != last || rule.tail != last_tail || rule.table != table;
+            map = !is_group ? map : maps.empty() ? now.source : maps.front();
             const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
             bool is_same = now.pattern == rule.pattern;
-            note(number, at ? at : map.frag,
-                 is_same ? format("in map {}", map.number) : "as a host equal but for the case of letters");
-            // Groups of hosts equal but for case share a map.
-            if (map.frag == last && rule.tail == last_tail)
+            note(number, at ? at : side.maps[map].frag,
+                 is_same ? format("in map {}", side.maps[map].number) : "as a host equal but for the case of letters");
+            if (!is_group)
                 continue;
-            last = map.frag;
+            if (!maps.empty())
+                maps.erase(maps.begin());
+            last = now.source;
             last_tail = rule.tail;
             count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
             auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
-            take_map(map, now.element, set == sets.end() ? nullptr : set->second, number);
+            take_map(side.maps[map], now.element, set == sets.end() ? nullptr : set->second, number);
             if (set != sets.end())
                 take_set(set->second, rule.tail, number);
         }
