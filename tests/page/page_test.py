@@ -110,6 +110,8 @@ def test(browser):
     files = {name: open(name).read().split("\n") for name in {place.rsplit(":", 1)[0] for place, _ in lines}}
     others = [place for place, text in lines if files[place.rsplit(":")[0]][int(place.rsplit(":")[1]) - 1] != text]
     check(len(files) == 4 and not others, f"lines with another text than in their files: {others[:5]}")
+    back = browser.run("return [...document.querySelectorAll('#lines ~ details li')].map((row) => row.textContent)")
+    check(any("_realname=nntp-ext init.conf:103" in row for row in back), "a line of the result without its origin")
     for text, one in (("ldap-px", False), ("", True), ("10.11.0.0", True)):
         browser.type("filter", text, "(document.getElementById('shown').textContent !== '') === (arguments[0] !== '')")
         seen = browser.run("return [...document.querySelectorAll('.f')].filter((row) => !row.hidden)"

@@ -126,7 +126,7 @@ json group_values(const std::string &name, const std::string &file, std::string_
     return {{"name", name}, {"from", file}, {"count", counted(lines.size(), "line", "lines")}, {"rows", rows}};
 }
 
-// The lines of the inputs by what became of them, and those of the result that come from no input. What is dropped is
+// The lines of the inputs by what became of them, and those of the result by where they come from. What is dropped is
 // printed, too, where it is not much.
 json line_values(review_session &session) {
     const review_data &data = session.data;
@@ -146,12 +146,13 @@ json line_values(review_session &session) {
     }
     std::map<origin, std::vector<const line_origin *>> origins;
     for (const line_origin &each : data.origins)
-        if (each.from != origin::input)
-            origins[each.from].push_back(&each);
+        origins[each.from].push_back(&each);
     for (const auto &[from, lines] : origins) {
         std::string name = format("from {}{}", from == origin::nowhere ? "" : "the ", word(from));
-        auto no_reason = [](const line_origin *) { return ""; };
-        groups.push_back(group_values(name, result_name(data), session.result->bytes, lines, no_reason));
+        auto place_of = [&data](const line_origin *line) {
+            return line->from == origin::input ? place_text(data.files[line->file].name, line->input_line) : "";
+        };
+        groups.push_back(group_values(name, result_name(data), session.result->bytes, lines, place_of));
     }
     return groups;
 }
