@@ -180,7 +180,8 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
             (!has_template(rule) && !is_for(rule, decoded_name(owner.substr(0, owner.find('_'))))))
             continue;
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
-        if (configuration::value(at->second, "pd") == (denies ? "D" : "P"))
+        if (configuration::value(at->second, "pd") == (denies ? "D" : "P") &&
+            desc.substr(desc.rfind('_') + 1) == attr_prefix(rule.bits) + tail)
             note(number, at->second, "as record " + clear_name(at->second) + " of dest");
         owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
     }
