@@ -203,12 +203,13 @@ size_t reason_finder::winner(const account_line &line) const {
         frag = frag ? frag : under;
     if (frag && begins(line.key, "pfedit_") && own.from.at(frag) == NO_LINE)
         frag = frag->parent; // which came in one line
-    if (frag)
-        return own.from.at(frag);
     // Whatever an import makes of a key, it is no longer what another file said by it.
-    if (auto there = imported.find(line.said->key); there != imported.end())
-        if (const account_line &by = all.lines[there->second]; by.input != line.input && may_win(there->second, line))
-            return there->second;
+    auto last = imported.find(line.said->key);
+    const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
+    if (frag)
+        return by && all.value(*by) == text_of(frag) ? last->second : own.from.at(frag);
+    if (by && by->input != line.input && may_win(last->second, line))
+        return last->second;
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
@@ -231,6 +232,9 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     bool is_same = other.input == line.input && other.said && line.said && other.said->key == line.said->key;
     if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_list"))
         return other.line < line.line;
+    // An import replaces what is there; of its own lines the last counts.
+    if (of.imported && line.said && !line.said->value.empty() && line.key.find('#') == std::string::npos)
+        return other.input == line.input || (by.imported && by.import_step > of.import_step);
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }
 
