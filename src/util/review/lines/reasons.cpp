@@ -287,8 +287,9 @@ void check_standing(accounting &all, result_places &result) {
         std::unordered_map<const Frag *, size_t> order;
         for (const Frag *record : result.conf.children(*family))
             order.emplace(record, order.size());
+        size_t last = 0;
         for (const account_input &input : all.inputs) {
-            size_t last = 0;
+            last = *family == numbered_families[0] ? last : 0; // a later file's maps come behind
             for (const Frag *record : input.conf ? input.conf->children(*family) : std::vector<Frag *>()) {
                 auto found = moved.find(record);
                 auto at = found == moved.end() ? order.end() : order.find(found->second);
