@@ -89,6 +89,13 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                     line.other_key += '#' + filter_text(std::string(line.said->value)) + '\n';
                     all.records.insert(line.other_key);
                 }
+                // Without its count a numbered config set becomes one of a proxy of that name.
+                if (constexpr size_t before = 11; begins(line.key, "cust_proxy_")) {
+                    std::string name = line.key.substr(before, line.key.find('_', before) - before),
+                                set = "def_proxy_" + name + "_config-sets_" + name;
+                    line.other_key = set + line.key.substr(before + name.size());
+                    all.records.insert({"def_proxy_" + name, set});
+                }
                 // A merge numbers the count of maps like a map.
                 if (begins(line.key, "map_num")) {
                     std::string as_map = "map_#" + record_text(at_depth(line.said->node, 1));

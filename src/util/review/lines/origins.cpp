@@ -23,6 +23,7 @@ struct origin_finder {
     std::set<std::string> located{}; ///< the interfaces that stand there and are no aliases, a line end in front
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
+    std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
 
     void prepare();
     size_t input_line(const conf_line &line) const;
@@ -47,6 +48,8 @@ void origin_finder::prepare() {
         const account_line &line = all.lines[i];
         if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
             filter_rules.insert(line.said->value);
+        if (line.said && covers("pfedit_*_rule*_*", line.said->key))
+            filter_fields.emplace(format("{}={}", line.said->key, line.said->value), i);
         for (size_t r = 0; r < line.rules; r++)
             for (const std::string &name : all.rule(line, r).names)
                 proxies.emplace(name, i);
@@ -109,6 +112,8 @@ bool origin_finder::is_layout(const conf_line &line) const {
     if (!record || !all.in.command.numbered())
         return false;
     std::string path = place_keys::path(line.node), name = clear_name(record);
+    if (line.role == line_role::name && line.node == record && name.find_first_not_of("0123456789") == name.npos)
+        return true; // a record that no line names is called by its number
     if (has_prefix(path.c_str(), "def_proxy_"))
         return is_named(line.node, "name") && line.node->parent == record &&
                (line.value == name || (line.value == "*" && name == "global"));
@@ -137,7 +142,8 @@ void origin_finder::find(const conf_line &line) {
     // A name that begins like a prefix is written otherwise than it is stored.
     std::string value(line.value);
     is_stamp = is_stamp || (line.role == line_role::name && attr_revmap(value.c_str()) != value);
-    size_t from = line.node && !is_stamp ? input_line(line) : NO_LINE;
+    auto field = line.node ? filter_fields.end() : filter_fields.find(format("{}={}", line.key, line.value));
+    size_t from = field != filter_fields.end() ? field->second : line.node && !is_stamp ? input_line(line) : NO_LINE;
     // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is.
     if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && value.size() < 126 &&
         std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&

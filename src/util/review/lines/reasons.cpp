@@ -163,6 +163,8 @@ const char *reason_finder::conf_reason(const account_line &line) const {
         }
     if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
         return "a filter rule without fields is not saved";
+    if (covers("pfedit_*_rule*_*", line.said->key))
+        return "an import takes filter rules by their texts alone";
     if (line.said->role == line_role::count)
         return "counts are made anew";
     if (line.said->role == line_role::dropped)
@@ -279,7 +281,8 @@ void check_standing(accounting &all, result_places &result) {
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
         for (size_t depth : {1, 2})
-            if (!line.candidate && line.key.find('#') != std::string::npos && at_depth(line.said->node, depth))
+            if (!line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos &&
+                at_depth(line.said->node, depth))
                 moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
     }
     // Numbered records keep the order that they have in their file.
