@@ -33,8 +33,7 @@ struct finding {
     long count = 0;                 ///< how many such there are, if more than one is told by it
     bool leads = false;             ///< a cause: it is told first, and what follows from it is folded behind it
     bool follows = false;           ///< it comes of the cause that stands first among the findings
-    bool has_sides = false;         ///< `before` and `after` mean something
-    decision before, after;
+    decision before, after;         ///< of one that names a host
 };
 
 enum class verdict { same, different, not_decided };

@@ -275,7 +275,6 @@ struct finding_maker {
         found.host = made.lists[0].kept.size() + made.lists[1].kept.size() == 2 ? "any host" : from.word;
         found.cause = cause;
         found.count = count;
-        found.has_sides = true;
         found.before = std::move(was);
         found.after = std::move(is);
     }

@@ -13,16 +13,19 @@ using fmt::format;
 namespace {
 
 // What keys of entries have in front of their numbers, for the ends of the keys of their counts.
-const char *const counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
-                                  {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
-                                  {"num_entries", ""},           {"num_list", "list_"},
-                                  {"num_group", "group_"},       {"num_parms", "parm_"},
-                                  {"num_elements", "element_"},  {"num_members", "member_"}};
+const std::string_view counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
+                                       {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
+                                       {"num_entries", ""},           {"num_list", "list_"},
+                                       {"num_group", "group_"},       {"num_parms", "parm_"},
+                                       {"num_elements", "element_"},  {"num_members", "member_"}};
 
 // The counts of every numbered save.
-const char *const always_counted[] = {"cust_num_proxies",   "map_num_entries",     "dest_num_entries",
-                                      "sroute_num_entries", "pfedit_lcl_numrules", "pfedit_fwd_numrules",
-                                      "nat_numrules"};
+const char *const always_counted[] = {"cust_num_proxies",    "dest_num_entries",    "map_num_entries",   "nat_numrules",
+                                      "pfedit_fwd_numrules", "pfedit_lcl_numrules", "sroute_num_entries"};
+
+bool ends(std::string_view text, std::string_view with) {
+    return text.size() >= with.size() && text.substr(text.size() - with.size()) == with;
+}
 
 // Whether a numbered save counts such entries, by the beginning of their keys.
 bool is_counted_below(const std::string &entry) {
@@ -30,8 +33,6 @@ bool is_counted_below(const std::string &entry) {
     return std::any_of(std::begin(families), std::end(families),
                        [&](const char *family) { return covers(family, entry); });
 }
-
-using entry_map = std::map<std::string, std::unordered_set<std::string_view>>; // by the beginning of their keys
 
 /// One configuration under check.
 struct checking {
@@ -119,43 +120,36 @@ struct checking {
             }
     }
 
+    // Counts that say another number than that of the entries; in a result also those that are not there.
     void check_counts() const {
-        entry_map entries;
+        std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
                 if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
                     entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
-        std::set<std::string> met;
+        std::set<std::string, std::less<>> met;
         for (const conf_line &line : conf.lines)
             for (const auto &[count, entry] : counted) {
-                size_t front = line.key.size() - std::min(line.key.size(), strlen(count));
-                if (line.key.substr(front) != count || (front && line.key[front - 1] != '_'))
+                if (!ends(line.key, count))
                     continue;
-                std::string of = std::string(line.key.substr(0, front)) + entry;
-                met.insert(of);
-                size_t there = entries[of].size();
-                if (line.value != std::to_string(there))
+                std::string front(line.key.substr(0, line.key.size() - count.size()));
+                if (!front.empty() && front.back() != '_')
+                    continue;
+                met.emplace(line.key);
+                if (size_t there = entries[front.append(entry)].size(); line.value != std::to_string(there))
                     tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                          line.line);
             }
-        if (!is_input)
-            check_missing_counts(entries, met);
-    }
-
-    // The counts of a result that are not there; `met` are the entries whose counts are.
-    void check_missing_counts(const entry_map &entries, const std::set<std::string> &met) const {
-        std::set<std::string_view> keys(std::begin(always_counted), std::end(always_counted));
-        for (const conf_line &line : conf.lines)
-            keys.erase(line.key);
-        for (std::string_view key : keys)
-            tell(data, "count", format("{} is not there", key), conf.name);
+        if (is_input)
+            return;
+        for (const char *key : always_counted)
+            if (met.insert(key).second)
+                tell(data, "count", format("{} is not there", key), conf.name);
         for (const auto &[of, there] : entries)
             for (const auto &[count, entry] : counted) {
-                size_t front = of.size() - std::min(of.size(), strlen(entry));
-                bool is_entry =
-                    *entry ? of.compare(front, of.npos, entry) == 0 && is_counted_below(of) : of == "policy_";
-                std::string key = is_entry && met.count(of) == 0 ? of.substr(0, front) + count : "";
-                if (!key.empty() && keys.count(key) == 0)
+                bool is_entry = entry.empty() ? of == "policy_" : ends(of, entry) && is_counted_below(of);
+                std::string key = is_entry ? of.substr(0, of.size() - entry.size()).append(count) : "";
+                if (is_entry && !there.empty() && !met.count(key))
                     tell(data, "count", format("{} is not there, and {} entries are", key, there.size()), conf.name);
             }
     }
@@ -225,12 +219,13 @@ void check_conf(const configuration &conf, bool is_input, bool stands_alone, rev
     checking check{conf, is_input, data};
     if (conf.numbered)
         check.check_counts();
-    if (!is_input || stands_alone)
-        check.check_lists();
     if (!is_input)
         check.check_doubles();
-    if (!is_input || stands_alone)
+    if (stands_alone) {
+        check.check_lists();
         check.check_filter_rules();
-    if (stands_alone)
-        check.check_maps(), check.check_groups(), check.check_policies();
+        check.check_maps();
+        check.check_groups();
+        check.check_policies();
+    }
 }

@@ -129,15 +129,13 @@ struct checking {
     }
 
     bool check(const std::string &name, file_role role) const {
-        bool is_checked = false;
-        for (const file_record &known : data.files) {
-            if (known.name == name && known.role == role)
-                return known.size >= 0;
-            is_checked =
-                is_checked || (known.name == name && (known.role == file_role::table) == (role == file_role::table));
-        }
+        size_t met = data.files.size();
+        const file_record known = data.files[file_number(data, name, role)];
+        bool is_new = data.files.size() > met;
+        if (!is_new && known.role == role)
+            return known.size >= 0;
         bool is_readable = record(name, role);
-        if (is_readable && !is_checked)
+        if (is_readable && (is_new || (known.role == file_role::table) != (role == file_role::table)))
             check_text(name, role);
         return is_readable;
     }

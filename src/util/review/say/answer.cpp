@@ -85,7 +85,8 @@ std::string finding_text(const finding &told) {
             text += format("; {} {}", what, where);
     }
     if (told.count > 1)
-        text += told.has_sides ? format("; {} pairs of rule and map", told.count) : format(" ({} in all)", told.count);
+        text +=
+            !told.host.empty() ? format("; {} pairs of rule and map", told.count) : format(" ({} in all)", told.count);
     return told.cause.empty() ? text : text + "; cause: " + told.cause;
 }
 
@@ -117,7 +118,7 @@ json finding_object(const finding &told, grade weight) {
     put(object, "by", object_of("file", told.by.file, "line", told.by.line));
     put(object, "result", object_of("file", told.result.file, "line", told.result.line));
     put(object, "leads", told.leads, "follows", told.follows);
-    if (told.has_sides)
+    if (!told.host.empty())
         put(object, "before", side_object(told.before), "after", side_object(told.after));
     return object;
 }

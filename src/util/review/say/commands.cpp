@@ -219,7 +219,6 @@ void explain_host(review_session &session) {
     finding &told = tell(session.data, id, std::move(text), at.file, at.line);
     told.proxy = proxy;
     told.host = host;
-    told.has_sides = true;
     told.before = was;
     told.after = now;
 }

@@ -81,17 +81,17 @@ json list_of(json rows, const char *one, const char *many, const char *none) {
 // The rules of one side of a proxy in order, as far as there is room on the page.
 json side_values(const char *when, const access_side &side, const std::string &proxy, size_t &room) {
     std::vector<access_rule> all = rules_of(side, proxy);
-    bool fits = all.size() <= room;
-    all.resize(fits ? all.size() : 0);
-    json rules = json::array();
+    std::string count = all.empty() ? "nobody is let through" : counted(all.size(), "pattern", "patterns");
+    if (all.size() > room) {
+        all.clear();
+        count = "too many for a page, ask moatwall-review explain";
+    }
+    room -= all.size();
+    json values{{"when", when}, {"count", count}};
     for (const access_rule &rule : all)
-        rules.push_back(
+        values["rules"].push_back(
             {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, &rule))}});
-    room -= rules.size();
-    std::string count = !fits           ? "too many for a page, ask moatwall-review explain"
-                        : rules.empty() ? "nobody is let through"
-                                        : counted(rules.size(), "pattern", "patterns");
-    return {{"when", when}, {"count", count}, {"rules", std::move(rules)}};
+    return values;
 }
 
 // Adds the rules of both sides to each proxy, and puts those first that are not the same.
@@ -100,7 +100,7 @@ json proxy_values(json proxies, const access_side &before, const access_side &af
     std::stable_partition(proxies.begin(), proxies.end(), differs);
     size_t room = RULE_LIMIT;
     for (json &each : proxies) {
-        each.update({{"differs", differs(each)}, {"sides", json::array()}});
+        each["differs"] = differs(each);
         if (!before.proxies.empty())
             each["sides"].push_back(side_values("Before", before, each["proxy"], room));
         each["sides"].push_back(side_values("Now", after, each["proxy"], room));
@@ -116,12 +116,10 @@ json group_values(const std::string &name, const std::string &file, std::string_
     for (size_t i = 0; i < bytes.size(); i += texts.back().size() + 1)
         texts.push_back(bytes.substr(i, bytes.find('\n', i) - i));
     json rows = json::array();
-    for (const record *each : lines) {
-        if (rows.size() == ROW_LIMIT)
-            break;
-        auto i = static_cast<size_t>(each->line) - 1;
-        std::string text(i < texts.size() ? texts[i].substr(0, 400) : "");
-        rows.push_back({{"at", place_text(file, each->line)}, {"text", text}, {"why", reason_of(each)}});
+    for (size_t i = 0; i < std::min(lines.size(), ROW_LIMIT); i++) {
+        auto number = static_cast<size_t>(lines[i]->line);
+        std::string text(number <= texts.size() ? texts[number - 1].substr(0, 400) : "");
+        rows.push_back({{"at", place_text(file, lines[i]->line)}, {"text", text}, {"why", reason_of(lines[i])}});
     }
     return {{"name", name}, {"from", file}, {"count", counted(lines.size(), "line", "lines")}, {"rows", rows}};
 }
@@ -159,23 +157,20 @@ json line_values(review_session &session) {
 
 // The findings by the part of the page that tells them.
 void sort_findings(json &values, bool is_compared) {
-    json causes = json::array(), followers = causes, access = causes, checks = causes;
+    std::map<std::string, json> lists;
     for (json &told : values["findings"]) {
         bool is_access = told.contains("host") || told["id"] == "not-decided";
         is_compared = is_compared || is_access;
-        json &list = told.contains("leads")     ? causes
-                     : told.contains("follows") ? followers
-                     : is_access                ? access
-                                                : checks;
-        list.push_back(std::move(told));
+        const char *part = is_access ? "access" : "checks";
+        lists[told.contains("leads") ? "causes" : told.contains("follows") ? "followers" : part].push_back(told);
     }
-    const char *same = !is_compared        ? unseen
-                       : followers.empty() ? "No host is treated otherwise than before, at any proxy."
-                                           : "What there is follows from the cause above.";
-    values["causes"] = std::move(causes);
-    values["followers"] = list_of(std::move(followers), "finding follows", "findings follow", "");
-    values["parts"] = {list_of(std::move(access), "difference", "differences", same),
-                       list_of(std::move(checks), "finding", "findings", "There is nothing else to look at.")};
+    const char *same = !is_compared                 ? unseen
+                       : lists["followers"].empty() ? "No host is treated otherwise than before, at any proxy."
+                                                    : "What there is follows from the cause above.";
+    values["causes"] = lists["causes"];
+    values["followers"] = list_of(lists["followers"], "finding follows", "findings follow", "");
+    values["parts"] = {list_of(lists["access"], "difference", "differences", same),
+                       list_of(lists["checks"], "finding", "findings", "There is nothing else to look at.")};
     values["parts"][0].update({{"part", "access"}, {"heading", "Who gets through"}});
     values["parts"][1].update({{"part", "checks"}, {"heading", "Checks"}});
 }
@@ -191,7 +186,7 @@ std::string report_page(json values, review_session &session) {
     bool in_trouble = values["status"] == 2;
     values["head"] = in_trouble ? "Wrong: not everything could be told" : heads.at(values["grade"]);
     for (const finding &told : session.data.findings)
-        if (told.has_sides && session.data.access.empty())
+        if (!told.host.empty() && session.data.access.empty())
             values["access"] = {{{"proxy", told.proxy}, {"verdict", "asked for"}}};
     sort_findings(values, !session.data.access.empty());
     const char *last = "";
