@@ -148,8 +148,9 @@ struct checking {
         for (const auto &[of, there] : entries)
             for (const auto &[count, entry] : counted) {
                 bool is_entry = entry.empty() ? of == "policy_" : ends(of, entry) && is_counted_below(of);
-                std::string key = is_entry ? of.substr(0, of.size() - entry.size()).append(count) : "";
-                if (is_entry && !there.empty() && !met.count(key))
+                std::string front = is_entry ? of.substr(0, of.size() - entry.size()) : "",
+                            key = front + std::string(count);
+                if (is_entry && (front.empty() || front.back() == '_') && !there.empty() && !met.count(key))
                     tell(data, "count", format("{} is not there, and {} entries are", key, there.size()), conf.name);
             }
     }

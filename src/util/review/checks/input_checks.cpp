@@ -109,17 +109,20 @@ struct checking {
                 doubt({name, each->first}, each->advice, "{}", each->text).count = each->count > 1 ? each->count : 0;
     }
 
-    // Takes note of a file. False if it can't be read, which is told.
+    // Takes note of a file. False if it can't be read, which is told once.
     bool record(const std::string &name, file_role role) const {
         file_record &made = data.files[file_number(data, name, role)];
         struct stat status {};
         bool there = stat(name.c_str(), &status) == 0 && access(name.c_str(), R_OK) == 0;
         const std::string *bytes = there ? files.bytes(name) : nullptr;
         if (!bytes) {
-            doubt({name}, "name a file that can be read", "the {} can't be read: {}", word(role),
-                  !there || S_ISREG(status.st_mode) ? strerror(errno)
-                  : S_ISDIR(status.st_mode)         ? "is a directory"
-                                                    : "is no regular file, and can't be read more than once");
+            const char *why = !there || S_ISREG(status.st_mode) ? strerror(errno)
+                              : S_ISDIR(status.st_mode)         ? "is a directory"
+                                                        : "is no regular file, and can't be read more than once";
+            auto same = [&](const finding &told) { return told.id == "trouble" && told.at.file == name; };
+            if (std::none_of(data.findings.begin(), data.findings.end(), same))
+                doubt({name}, "name a file that can be read", "the {} can't be read: {}", word(role), why).id =
+                    "trouble";
             return false;
         }
         char digest[SHA256_DIGEST_STRING_LENGTH];

@@ -19,12 +19,8 @@ namespace {
 
 void trouble(review_session &session, std::string text) { tell(session.data, "trouble", std::move(text)); }
 
-// Takes note of the file; false, and told as trouble, if it can't be read.
 bool is_read(const std::string &path, file_role role, review_session &session) {
-    bool is_good = check_configuration(path, role, session.files, session.data);
-    if (!is_good)
-        trouble(session, "can't read " + path);
-    return is_good;
+    return check_configuration(path, role, session.files, session.data);
 }
 
 // Both sides of the first line that differs.
@@ -128,7 +124,7 @@ void mark_followers(review_data &data) {
         std::any_of(data.findings.begin(), data.findings.end(), [](const finding &told) { return told.leads; });
     static const std::set<std::string> apart = {"trouble", "command-line", "file", "not-written", "message"};
     for (finding &told : data.findings)
-        told.follows = told.follows || (has_cause && !told.leads && !apart.count(told.id));
+        told.follows = has_cause && !told.leads && !apart.count(told.id);
 }
 
 // The upgrade's bytes, and as `session.own` what a reader takes back of them: null if it came to no end.
@@ -171,8 +167,10 @@ void review_upgrade(review_session &session) {
     detect_release(command, files, data);
     bool is_readable = check_files(command, files, data);
     check_command(command, files, data);
-    if (!command.refused.empty() || !is_readable)
-        return trouble(session, is_readable ? "the upgrade would not run" : "an input can't be read");
+    if (!command.refused.empty())
+        return trouble(session, "the upgrade would not run");
+    if (!is_readable)
+        return;
     if (line)
         return review_line(command, place.substr(0, colon), line, files, data);
     file_bytes bytes = run(command, session);
