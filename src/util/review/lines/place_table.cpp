@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/ranges.h>
+#include <optional>
 #include <utility>
 
 using fmt::format;
@@ -209,8 +210,27 @@ void rule_placer::check_destinations() {
     }
 }
 
+// The maps of a proxy that the release removes are left, and a numbered result does not say whose their config sets
+// were: the names of these tell.
+static std::optional<access_side> with_removed(const accounting &all, const access_side &side) {
+    std::vector<std::string> removed;
+    for (const std::string &proxy : all.in.before.proxies)
+        if (is_dropped_proxy(proxy, all.data.release) && all.in.command.numbered())
+            removed.push_back(proxy);
+    std::optional<access_side> made;
+    for (size_t i = 0; !removed.empty() && i < side.maps.size(); i++) {
+        const Frag *policy = side.maps[i].permit ? side.conf->record("policy", side.maps[i].policy) : nullptr;
+        for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>())
+            for (const std::string &proxy : removed)
+                if (owner_of(entry).empty() && (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-')))
+                    (made ? *made : made.emplace(side)).maps_of[proxy].push_back(i);
+    }
+    return made;
+}
+
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    rule_placer placer{all, result, side, own};
+    std::optional<access_side> more = with_removed(all, side);
+    rule_placer placer{all, result, more ? *more : side, own};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;

@@ -84,10 +84,11 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
         return "an xgateway other than * is not taken from a template";
     bool is_left = false, needed = false;
     for (const auto &[each, named_by] : of->second)
-        if (all.lines[each].place || reason(each).empty()) {
+        for (const std::string &name : named_by->names) {
+            if (is_dropped_proxy(name, all.data.release) || (!all.lines[each].place && !reason(each).empty()))
+                continue;
             is_left = true;
-            for (const std::string &name : named_by->names)
-                needed = needed || name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
+            needed = needed || name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
         }
     if (!is_left)
         return "no rule that names this policy is left";
