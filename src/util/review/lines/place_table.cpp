@@ -139,19 +139,27 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
 void rule_placer::place_attribute(size_t number, const table_rule &rule) {
     const Frag *turned = nullptr;
     std::set<std::string> owners; // the proxies and config sets that have what the rule says
-    // A prefix that the table's reader left on is one to whoever reads the result.
-    std::string attribute = attr_prefix(rule.bits) + storedname(rule.attribute);
+    // A prefix that the table's reader left on is one to whoever reads the result; not so in the name of a list.
+    const std::string stored = storedname(rule.attribute), attribute = attr_prefix(rule.bits) + stored;
     const char *bare = attr_remap(attribute.c_str());
     long bits = strip_attr_prefixes(&bare);
-    auto [first, last] = parameters.equal_range(pair_key(bare, rule.text));
-    for (auto at = first; at != last; ++at) {
-        const Frag *proxy = at->second;
+    std::map<std::string, long> forms = {{bare, bits}, {stored, rule.bits}};
+    // A numbered save makes names of their own of a list's whose name has a `_`.
+    for (long entry : {1L, rule.unit})
+        if (stored.find("%5F") != stored.npos)
+            forms.emplace(stored + "%5F" + std::to_string(entry), rule.bits);
+    std::vector<std::pair<const Frag *, long>> found; // with the prefix that the rule has there
+    for (const auto &[name, prefix] : forms)
+        for (auto [at, last] = parameters.equal_range(pair_key(name, rule.text)); at != last; ++at)
+            found.emplace_back(at->second, prefix);
+    for (const auto &[frag, prefix] : found) {
+        const Frag *proxy = frag;
         while (proxy->parent->parent->parent) // up to the child of `def_proxy`
             proxy = proxy->parent;
-        const Frag *set = at_depth(at->second, 5) ? at_depth(at->second, 4) : nullptr;
+        const Frag *set = at_depth(frag, 5) ? at_depth(frag, 4) : nullptr;
         // A rule stands under its line's number, the first of its attribute under 0 or 1.
-        const std::string name = at->second->name;
-        bool is_entry = at->second->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
+        const std::string name = frag->name;
+        bool is_entry = frag->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
         if (is_entry && !is_first && name != std::to_string(rule.unit))
             continue;
         auto from = template_of.find(set);
@@ -159,10 +167,10 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         if (!is_of_input || !is_for(rule, set ? from->second.second : clear_name(proxy)))
             continue;
         owners.insert(place_keys::path(set ? set : proxy));
-        if (same_prefix(bits, result.keys.find(at->second).bits))
-            note(number, at->second, "as " + place_keys::path(at->second));
+        if (same_prefix(prefix, result.keys.find(frag).bits))
+            note(number, frag, "as " + place_keys::path(frag));
         else if (!has_prefix(rule.names[0].c_str(), "policy-"))
-            turned = at->second;
+            turned = frag;
     }
     std::string_view text = rule.text;
     for (std::string_view marker : {"%-permit%", "%-deny%"})
