@@ -155,12 +155,14 @@ struct checking {
             }
     }
 
-    // The value and its line, and where that comes from as far as it is known.
-    std::string said(const conf_line &line) const {
+    // The value, with its prefix if that makes a difference, its line, and where that comes from as far as it is known.
+    std::string said(const conf_line &line, bool is_turned) const {
         auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
         auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
         bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
-        return format("{} (line {}{})", line.value, line.line,
+        const char *prefix = attr_prefix(line.bits);
+        std::string shape = !is_turned ? "" : *prefix ? format(" with {}", prefix) : " without a prefix";
+        return format("{}{} (line {}{})", line.value, shape, line.line,
                       known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");
     }
 
@@ -170,16 +172,18 @@ struct checking {
         const Frag *set = at_depth(node, 3);
         if (!found || !other)
             return;
-        std::string key = fragkeyname(node), values = format("{}\n{}\n{}", node->name, found->value, other->value);
+        std::string key = fragkeyname(node), values = format("{}\n{}\n{}\n{}", node->name, found->value, other->value,
+                                                             found->bits ^ other->bits);
         auto [told, fresh] = doubles.emplace(set && is_named(set, "config-sets") ? values : key, data.findings.size());
         if (!fresh) {
             long &count = data.findings[told->second].count;
             count = std::max(count, 1L) + 1;
             return;
         }
-        bool alike = node->value && found->value == other->value;
-        say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found) : "one",
-            node->value ? said(*other) : format("that of line {}", other->line),
+        bool turned = !same_prefix(found->bits, other->bits);
+        bool alike = node->value && found->value == other->value && !turned;
+        say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found, turned) : "one",
+            node->value ? said(*other, turned) : format("that of line {}", other->line),
             alike ? "; they say the same: it does not matter" : "")
             .by = {conf.name, other->line};
     }

@@ -119,7 +119,7 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
 std::pair<const char *, const char *> notice_of(const account_line &line, bool is_own) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
     if (line.turned)
-        return {"turned", "it stands with another prefix in the result"};
+        return {"turned", ""};
     if (line.became == fate::unexplained)
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!is_own && !line.place && !line.candidate && line.how == proof::placed)
@@ -136,7 +136,7 @@ void tell_lines(accounting &all, const result_places &installed, bool is_own) {
         auto [id, text] = notice_of(line, is_own);
         finding *found = id ? all.tell_some(id, format("{}: {}", line.text, text), line) : nullptr;
         if (found && line.turned)
-            found->text += ": " + decoded_name(place_keys::path(line.place));
+            found->text = turned_text(line, line.place);
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;
@@ -161,6 +161,10 @@ void tell_lines(accounting &all, const result_places &installed, bool is_own) {
 
 finding *accounting::tell_some(const char *id, std::string text, const std::string &file, long line) {
     return ++told[id] > MOST_TOLD ? nullptr : &tell(data, id, std::move(text), file, line);
+}
+
+std::string turned_text(const account_line &line, const Frag *at) {
+    return format("{}: it stands with another prefix in the result: {}", line.text, decoded_name(place_keys::path(at)));
 }
 
 std::string_view accounting::value(const account_line &line) const {

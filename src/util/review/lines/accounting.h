@@ -122,6 +122,9 @@ struct accounting {
     }
 };
 
+/// What is told of a line that stands with another prefix at a node.
+std::string turned_text(const account_line &line, const Frag *at);
+
 /// A key below which names stand, apart from those where values do.
 inline std::string name_key(std::string key) { return key += '\1'; }
 

@@ -53,11 +53,17 @@ void rule_placer::place_hosts() {
             last_tail = rule.tail;
             count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
             auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
-            take_map(side.maps[map], now.element, set == sets.end() ? nullptr : set->second, number);
+            if (is_of_table(now))
+                take_map(side.maps[map], now.element, set == sets.end() ? nullptr : set->second, number);
             if (set != sets.end())
                 take_set(set->second, rule.tail, number);
         }
     }
+}
+
+bool rule_placer::is_of_table(const access_rule &now) const {
+    size_t from = result.from.at(side.maps[now.source].frag);
+    return from == NO_LINE || !all.lines[from].said;
 }
 
 // A host without a partner is covered by an earlier rule of its table, the same word or a pattern with a star, of which
@@ -91,15 +97,22 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
         if (by == 0 && has_star && patterns.size() < MOST_PATTERNS) // what is dropped drops nothing
             patterns.emplace_back(rule.pattern, rule.line);
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
-        // Of several that say the same, rather one without a partner.
-        auto other = has_partner || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
-        const std::vector<size_t> &likes = other == standing.end() ? none : other->second;
-        size_t best = likes.empty() ? NO_LINE : likes.front();
-        for (size_t each : likes)
-            if (partners.after[each].permit == rule.permit &&
-                (partners.after[best].permit != rule.permit || (taken.count(best) != 0 && taken.count(each) == 0)))
-                best = each;
+        // Of several that say the same, rather one of a table's maps, by the same ruling, without a partner.
+        bool is_foreign = has_partner && !is_of_table(partners.after[pair->second]);
+        auto other = (has_partner && !is_foreign) || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
+        auto fitness = [&](size_t each) {
+            const access_rule &after = partners.after[each];
+            return 8 * is_of_table(after) + 4 * (after.permit == rule.permit) + 2 * (taken.count(each) == 0) +
+                   (after.pattern == rule.pattern);
+        };
+        size_t best = NO_LINE;
+        for (size_t each : other == standing.end() ? none : other->second)
+            best = best == NO_LINE || fitness(each) > fitness(best) ? each : best;
         const access_rule *there = best == NO_LINE ? nullptr : &partners.after[best];
+        if (is_foreign && there && is_of_table(*there)) {
+            has_partner = false;
+            ++pair;
+        }
         if (has_partner)
             pairs.push_back(*pair++);
         else if (by != 0)

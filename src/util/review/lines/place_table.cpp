@@ -77,10 +77,10 @@ bool has_template(const table_rule &rule) {
                        [](const std::string &name) { return begins(name, "policy-"); });
 }
 
-// Whether a rule can give something to a proxy, or to the config sets of a template.
-bool is_for(const table_rule &rule, const std::string &name) {
-    return std::any_of(rule.names.begin(), rule.names.end(),
-                       [&](const std::string &each) { return each == name || each[0] == '*' || each == "global"; });
+// How many times a rule can give something to a proxy, or to the config sets of a template.
+std::ptrdiff_t times_for(const table_rule &rule, const std::string &name) {
+    return std::count_if(rule.names.begin(), rule.names.end(),
+                         [&](const std::string &each) { return each == name || each[0] == '*' || each == "global"; });
 }
 
 } // namespace
@@ -89,47 +89,49 @@ bool is_for(const table_rule &rule, const std::string &name) {
 // a proxy has no use for, and what only the first such rule gives.
 void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
     auto has_name = [&](auto is_it) { return std::any_of(rule.names.begin(), rule.names.end(), is_it); };
-    bool is_template = has_template(rule),
-         is_for_all = has_name([](const std::string &name) { return name[0] == '*'; }),
-         is_inherited = std::count(rule.names.begin(), rule.names.end(), "global") != 0;
+    bool is_template = has_template(rule), to_all = has_name([](const std::string &name) { return name[0] == '*'; });
+    bool to_global = to_all || has_name([](const std::string &name) { return name == "global"; }), is_copied = true;
     int need = is_template && rule.attribute == "password" ? NEEDS_AUTH : 0;
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         need = rule.attribute == row->attribute ? row->need : need;
     for (const global_word_rec *row = global_word_tab; row->word; row++) {
-        bool is_of_all = is_for_all && rule.word == row->word; // kept for all alone, and by those that come later
-        is_inherited = (is_inherited || is_of_all) && (row->inherited || rule.attribute != row->word);
-        is_for_all = is_for_all && !is_of_all;
+        to_all = to_all && rule.word != row->word; // kept for all alone, and by those that come later
+        is_copied = is_copied && (row->inherited || rule.attribute != row->word);
     }
-    bool is_gateway = is_template && rule.attribute == "xgateway";
+    bool is_gateway = rule.attribute == "xgateway",
+         is_closed = is_gateway && split_hosts(rule.text).hosts[0].substr(0, 1) != "*"; // no config set takes it
     // What only the first rule gives is asked for once.
     std::string first =
         need == 0 ? "" : format("{} {} {}", all.lines[number].input, rule.attribute, fmt::join(rule.names, " "));
-    if ((is_gateway && split_hosts(rule.text).hosts[0].substr(0, 1) != "*") ||
-        (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
+    if ((is_template && is_closed) || (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
         return;
     // What all have, those have, too, that the table names later for the first time.
     std::set<std::string> names(rule.names.begin(), rule.names.end());
     const access_side &before = all.in.before;
     uint32_t input = all.lines[number].input;
-    for (size_t i = 0; (is_for_all || is_inherited) && i < before.tables.size(); i++)
+    for (size_t i = 0; to_global && i < before.tables.size(); i++)
         for (const auto &[name, rules] : before.filed[i])
             if (before.tables[i] == all.inputs[input].table &&
-                (is_for_all || before.tables[i]->rules.data() + rules.first > &rule))
+                (before.tables[i]->rules.data() + rules.first > &rule ? is_copied : to_all))
                 names.insert(name);
     std::vector<const Frag *> wanted;
     for (const std::string &name : names) {
         // No config set takes `proxy` from a template.
-        if (auto known = templated.find({input, name}); known != templated.end() && rule.attribute != "proxy")
+        auto known = rule.attribute == "proxy" || is_closed ? templated.end() : templated.find({input, name});
+        if (known != templated.end())
             wanted.insert(wanted.end(), known->second.begin(), known->second.end());
         if (const Frag *proxy = result.conf.record("def_proxy", name);
             proxy && !is_no_proxy(name) && !is_dropped_proxy(name, all.data.release) &&
-            (rule.attribute != "proxy-exec" || !has_program(all, name)))
+            (rule.attribute != "proxy-exec" || (name != "sql-px" && !has_program(all, name))))
             wanted.push_back(proxy);
     }
     for (const Frag *owner : wanted) {
         std::string of = clear_name(at_depth(owner, 2));
-        bool has_first = need != 0 && child_of(owner, storedname(rule.attribute).c_str());
-        int use = is_gateway && at_depth(owner, 4) ? NEEDS_X : need;
+        if (all.logs_in && rule.attribute == "state" && begins(of, "svcgrd-"))
+            continue; // network_loginok switches it on
+        bool is_password = at_depth(owner, 4) && rule.attribute == "password";
+        bool has_first = (need != 0 || is_password) && child_of(owner, storedname(rule.attribute).c_str());
+        int use = is_password ? NEEDS_AUTH : is_gateway && at_depth(owner, 4) ? NEEDS_X : need;
         if (!has_first && (use == 0 || proxy_needs(of.c_str(), use)) && owners.count(place_keys::path(owner)) == 0)
             tell_lost(number, format("{}: {} {} stands nowhere there", clear_name(owner), rule.word, rule.text));
     }
@@ -137,8 +139,8 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
 
 // Any of the proxies that a rule is for, or any config set that a template went into, will do.
 void rule_placer::place_attribute(size_t number, const table_rule &rule) {
-    const Frag *turned = nullptr;
     std::set<std::string> owners; // the proxies and config sets that have what the rule says
+    bool is_only = all.in.before.tables.size() == 1;
     // A prefix that the table's reader left on is one to whoever reads the result; not so in the name of a list.
     const std::string stored = storedname(rule.attribute), attribute = attr_prefix(rule.bits) + stored;
     const char *bare = attr_remap(attribute.c_str());
@@ -157,20 +159,20 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         while (proxy->parent->parent->parent) // up to the child of `def_proxy`
             proxy = proxy->parent;
         const Frag *set = at_depth(frag, 5) ? at_depth(frag, 4) : nullptr;
-        // A rule stands under its line's number, the first of its attribute under 0 or 1.
-        const std::string name = frag->name;
-        bool is_entry = frag->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
-        if (is_entry && !is_first && name != std::to_string(rule.unit))
-            continue;
         auto from = template_of.find(set);
         bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
-        if (!is_of_input || !is_for(rule, set ? from->second.second : clear_name(proxy)))
+        auto times = !is_of_input ? 0 : times_for(rule, set ? from->second.second : clear_name(proxy));
+        // A rule stands under its line's number, the first of its attribute under 0 or 1.
+        const std::string name = frag->name, own_name = std::to_string(rule.unit);
+        bool is_entry = frag->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
+        bool is_other = is_only && times == 1 && child_of(frag->parent, own_name.c_str());
+        if (times == 0 || (is_entry && name != own_name && (!is_first || is_other)))
             continue;
         owners.insert(place_keys::path(set ? set : proxy));
         if (same_prefix(prefix, result.keys.find(frag).bits))
             note(number, frag, "as " + place_keys::path(frag));
-        else if (!has_prefix(rule.names[0].c_str(), "policy-"))
-            turned = frag;
+        else
+            turned.emplace_back(number, frag);
     }
     std::string_view text = rule.text;
     for (std::string_view marker : {"%-permit%", "%-deny%"})
@@ -186,7 +188,7 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         constexpr size_t before_name = 10; // "def_proxy_"
         std::string_view owner = above.substr(std::min(above.size(), before_name));
         if (configuration::value(at->second, "service") != service || configuration::value(at->second, "pg") != "P" ||
-            (!has_template(rule) && !is_for(rule, decoded_name(owner.substr(0, owner.find('_'))))))
+            (!has_template(rule) && times_for(rule, decoded_name(owner.substr(0, owner.find('_')))) == 0))
             continue;
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P") &&
@@ -195,10 +197,21 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
     }
     tell_missing(number, rule, owners);
-    account_line &line = all.lines[number];
-    if (turned && !line.place) {
-        note(number, turned, "with another prefix");
-        line.turned = true;
+}
+
+// What no rule says with the prefix that it has there is that of a rule with another.
+void rule_placer::take_turned() {
+    for (auto [number, frag] : turned) {
+        account_line &line = all.lines[number];
+        if (size_t by = result.valued.at(frag); by != NO_LINE && (line.place || !all.lines[by].said))
+            continue;
+        bool is_placed = line.place != nullptr;
+        note(number, frag, "with another prefix");
+        line.turned = line.turned || !is_placed;
+        finding *told =
+            is_placed && result.installed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr;
+        if (told)
+            told->result = {all.in.result.name, result.conf.line_of(frag)};
     }
 }
 
@@ -252,6 +265,7 @@ void place_table_lines(accounting &all, result_places &result, const access_side
         for (size_t r = 0; all.inputs[all.lines[i].input].table && r < all.lines[i].rules; r++)
             if (const table_rule &rule = all.rule(all.lines[i], r); rule.attribute != "hosts")
                 placer.place_attribute(i, rule);
+    placer.take_turned();
     if (result.installed && all.in.before.tables.size() == 1)
         placer.check_destinations();
 }

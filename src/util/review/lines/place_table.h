@@ -20,7 +20,8 @@ struct rule_placer {
     /// The config sets that a template of a table went into.
     std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated{};
     std::unordered_map<const Frag *, std::pair<uint32_t, std::string>> template_of{}; ///< the other way round
-    std::set<std::string> asked{}; ///< attributes of names of which only the first rule counts
+    std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
+    std::set<std::string> asked{};                         ///< attributes of names of which only the first rule counts
 
     /// Takes the parameters of a proxy or config set into the index, those of all, and the templates of the tables.
     void index_parameters(const Frag *entry);
@@ -33,11 +34,14 @@ struct rule_placer {
     /// config set with the words of the tail.
     void place_hosts();
     std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy, const rule_partners &partners);
+    /// Whether no line of a configuration stands at the map.
+    bool is_of_table(const access_rule &now) const;
     void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
     void take_set(const Frag *set, std::string_view tail, size_t number);
     /// Places any other rule, and tells where it has to stand, too, and does not; `owners` are where it does, by path.
     void place_attribute(size_t number, const table_rule &rule);
     void check_destinations();
+    void take_turned();
     void tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners);
 };
 

@@ -54,7 +54,8 @@ result_places::result_places(const configuration &result, bool is_installed, con
     for (size_t i = 0; i < result.lines.size(); i++) {
         const conf_line &line = result.lines[i];
         if (line.role == line_role::setting && result.origin(line.node) != &line && line.node->value &&
-            text_of(line.node) != line.value && line.key.find("_cyberurl_") == line.key.npos) {
+            (text_of(line.node) != line.value || !same_prefix(line.bits, bits_of(line.node))) &&
+            line.key.find("_cyberurl_") == line.key.npos) {
             Frag &twin = doubles.emplace(&line, *line.node).first->second;
             twin.child = nullptr;
             twin.value = const_cast<char *>(line.value.data()); // not ended by a zero byte: read with its length

@@ -63,9 +63,11 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
 // Whether an earlier rule gives the attribute to all of the names.
 bool table_reasons::is_repeated(size_t number, const table_rule &rule) const {
     return std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
-        auto first = firsts.find(rule_key(rule, name)), general = firsts.find(rule_key(rule, "*"));
+        auto first = firsts.find(rule_key(rule, name)), general = firsts.find(rule_key(rule, "*")),
+             copied = firsts.find(rule_key(rule, "global"));
         return name[0] == '*' || (first != firsts.end() && first->second < number) ||
-               (general != firsts.end() && general->second < number);
+               (general != firsts.end() && general->second < number) ||
+               (copied != firsts.end() && copied->second < firsts.at(name)); // by a proxy that is named later
     });
 }
 
@@ -98,21 +100,28 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
 const char *table_reasons::attribute_reason(size_t number, const table_rule &rule) const {
     auto all_names = [&](auto holds) { return std::all_of(rule.names.begin(), rule.names.end(), holds); };
     int release = all.data.release;
-    if (all_names([&](const std::string &name) { return is_dropped_proxy(name, release) || name == "global"; }))
-        return "the new release has no such proxy";
-    if (rule.attribute != "enable" && all_names([](const std::string &name) { return name == "alerts"; }))
-        return "nothing but enable is kept of alerts";
+    auto is_alerts = [&](const std::string &name) { return name == "alerts" && rule.attribute != "enable"; };
+    auto is_vain = [&](const std::string &name) {
+        return is_dropped_proxy(name, release) || name == "global" || is_alerts(name);
+    };
+    if (all_names(is_vain))
+        return all_names(is_alerts) ? "nothing but enable is kept of alerts" : "the new release has no such proxy";
+    if (all.logs_in && rule.attribute == "state" &&
+        all_names([&](const std::string &name) { return is_vain(name) || begins(name, "svcgrd-"); }))
+        return "network_loginok switches it on";
     bool has_init = !all.in.command.init_conf.empty() && all.data.release != 55;
     if (has_init && rule.attribute == "proxy-exec" &&
         all_names([](const std::string &name) { return name == "sql-px"; }))
         return "its program is taken from the initial environment";
-    if (rule.attribute == "proxy-exec" && all_names([&](const std::string &name) { return has_program(all, name); }))
+    if (rule.attribute == "proxy-exec" &&
+        all_names([&](const std::string &name) { return is_vain(name) || has_program(all, name); }))
         return "the release sets the program of this type of proxy";
     if (is_listed(del_plug_attrs, rule.attribute))
         return "a port comes from the initial environment";
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
-        if (rule.attribute == row->attribute &&
-            all_names([&](const std::string &name) { return name[0] != '*' && !proxy_needs(name.c_str(), row->need); }))
+        if (rule.attribute == row->attribute && all_names([&](const std::string &name) {
+                return is_vain(name) || (name[0] != '*' && !proxy_needs(name.c_str(), row->need));
+            }))
             return "the proxy has no use for it";
     if (all_names([](const std::string &name) { return begins(name, "policy-"); }))
         return template_reason(number, rule);
