@@ -229,14 +229,15 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     const account_line &other = all.lines[number];
     bool is_init = by.name == all.in.command.init_conf;
     const conf_line *forced = (is_init ? other : line).said;
-    if (is_init != (of.name == all.in.command.init_conf) && begins(line.key, "def_proxy_") &&
-        is_listed(force_list, line.said->node->name) && (conditions(line) & FROM_40) && forced &&
-        !forced->value.empty())
+    bool is_forced = begins(line.key, "def_proxy_") && (conditions(line) & FROM_40) && line.said && line.said->node &&
+                     is_listed(force_list, line.said->node->name);
+    if (is_init != (of.name == all.in.command.init_conf) && is_forced && forced && !forced->value.empty())
         return is_init;
-    // Of the lines of one key a merge takes the first; the lists of the old configuration are read ahead of all merges.
+    // Of the lines of one key a merge takes the first, and what is forced is the last; the lists of the old
+    // configuration are read ahead of all merges.
     bool is_same = other.input == line.input && other.said && line.said && other.said->key == line.said->key;
-    if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_list"))
-        return other.line < line.line;
+    if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_"))
+        return (is_forced && is_init) != (other.line < line.line);
     // An import replaces what is there; of its own lines the last counts.
     if (of.imported && line.said && !line.said->value.empty() && line.key.find('#') == std::string::npos)
         return other.input == line.input || (by.imported && by.import_step > of.import_step);
