@@ -87,7 +87,8 @@ const char *table_reasons::template_reason(size_t number, const table_rule &rule
     bool is_left = false, needed = false;
     for (const auto &[each, named_by] : of->second)
         for (const std::string &name : named_by->names) {
-            if (is_dropped_proxy(name, all.data.release) || (!all.lines[each].place && !reason(each).empty()))
+            if (is_no_proxy(name) || is_dropped_proxy(name, all.data.release) ||
+                (!all.lines[each].place && !reason(each).empty()))
                 continue;
             is_left = true;
             needed = needed || name[0] == '*' || proxy_needs(name.c_str(), is_x ? NEEDS_X : NEEDS_AUTH);
