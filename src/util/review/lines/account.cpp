@@ -115,11 +115,9 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
     }
 }
 
-/// What is told of a line, if anything is.
+/// What is told of a line that has not turned, if anything is.
 std::pair<const char *, const char *> notice_of(const account_line &line, bool is_own) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
-    if (line.turned)
-        return {"turned", ""};
     if (line.became == fate::unexplained)
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!is_own && !line.place && !line.candidate && line.how == proof::placed)
@@ -134,9 +132,9 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
 void tell_lines(accounting &all, const result_places &installed, bool is_own) {
     for (account_line &line : all.lines) {
         auto [id, text] = notice_of(line, is_own);
-        finding *found = id ? all.tell_some(id, format("{}: {}", line.text, text), line) : nullptr;
-        if (found && line.turned)
-            found->text = turned_text(line, line.place);
+        finding *found = line.turned ? all.tell_some("turned", turned_text(line, line.place), line)
+                         : id        ? all.tell_some(id, format("{}: {}", line.text, text), line)
+                                     : nullptr;
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;

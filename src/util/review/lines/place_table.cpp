@@ -174,12 +174,19 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         else
             turned.emplace_back(number, frag);
     }
+    if (rule.attribute == "destination")
+        place_destination(number, rule, owners);
+    tell_missing(number, rule, owners);
+}
+
+// A destination is a record whose description leads to its rule.
+void rule_placer::place_destination(size_t number, const table_rule &rule, std::set<std::string> &owners) {
     std::string_view text = rule.text;
     for (std::string_view marker : {"%-permit%", "%-deny%"})
-        if (rule.attribute == "destination" && text.substr(0, marker.size()) == marker)
+        if (text.substr(0, marker.size()) == marker)
             text.remove_prefix(marker.size());
     auto [begin, end] = records.equal_range(std::string(text));
-    for (auto at = begin; rule.attribute == "destination" && at != end; ++at) {
+    for (auto at = begin; at != end; ++at) {
         std::string desc = configuration::value(at->second, "desc"), tail = desc.substr(desc.find_last_of("_-") + 1);
         if (tail != "destination" && tail != "1" && tail != std::to_string(rule.unit))
             continue;
@@ -196,7 +203,6 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
             note(number, at->second, "as record " + clear_name(at->second) + " of dest");
         owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
     }
-    tell_missing(number, rule, owners);
 }
 
 // What no rule says with the prefix that it has there is that of a rule with another.

@@ -40,6 +40,7 @@ struct rule_placer {
     void take_set(const Frag *set, std::string_view tail, size_t number);
     /// Places any other rule, and tells where it has to stand, too, and does not; `owners` are where it does, by path.
     void place_attribute(size_t number, const table_rule &rule);
+    void place_destination(size_t number, const table_rule &rule, std::set<std::string> &owners);
     void check_destinations();
     void take_turned();
     void tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners);
