@@ -86,8 +86,11 @@ size_t origin_finder::input_line(const conf_line &line) const {
     bool is_set = line.role != line_role::count && at_depth(line.node, 4) == line.node &&
                   is_named(at_depth(line.node, 3), "config-sets");
     auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
-    bool is_made = rule != proxies.end() && (is_proxy || begins(clear_name(line.node), rule->first));
-    return is_made ? rule->second : NO_LINE;
+    if (rule == proxies.end())
+        return NO_LINE;
+    std::string name = clear_name(line.node), digits = "-0123456789"; // tn-px, tn-px-2, tn-px-3
+    bool is_made = begins(name, rule->first) && name.find_first_not_of(digits, rule->first.size()) == name.npos;
+    return is_proxy || is_made ? rule->second : NO_LINE;
 }
 
 bool origin_finder::is_release(const conf_line &line) const {

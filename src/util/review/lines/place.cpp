@@ -151,6 +151,8 @@ bool line_placer::place_words(size_t number, const char *list) {
             continue;
         }
         line.place = found.front();
+        if (!find_named(found.front()->child, "name"))
+            missing.push_back(word);
         for (const Frag *field = found.front()->child; field; field = field->next)
             if (word.c_str() == std::string(field->value ? field->value : ""))
                 result.stand(field, number);

@@ -139,7 +139,8 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
     for (const Frag *member : group ? configuration::children(group, "member") : std::vector<Frag *>())
         for (const Frag *field = member->child; configuration::value(member, "name") == list && field;
              field = field->next)
-            result.stand(field, number);
+            if (!is_named(field, "type") || text_of(field) == "L")
+                result.stand(field, number);
     const Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     const Frag *desc = parm ? child_of(parm, "desc") : nullptr;
