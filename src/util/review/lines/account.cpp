@@ -92,9 +92,9 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                 // Without its count a numbered config set becomes one of a proxy of that name.
                 if (constexpr size_t before = 11; begins(line.key, "cust_proxy_")) {
                     std::string name = line.key.substr(before, line.key.find('_', before) - before),
-                                set = "def_proxy_" + name + "_config-sets_" + name;
+                                proxy = "def_proxy_" + name, set = format("{}_config-sets_{}", proxy, name);
                     line.other_key = set + line.key.substr(before + name.size());
-                    all.records.insert({"def_proxy_" + name, set});
+                    all.records.insert({std::move(proxy), std::move(set)});
                 }
                 // A merge numbers the count of maps like a map.
                 if (begins(line.key, "map_num")) {
