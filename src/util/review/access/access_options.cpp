@@ -21,22 +21,6 @@ std::string name_of_word(std::string_view word) {
     return prefixes + name;
 }
 
-option_set options_of_tail(std::string_view tail) {
-    option_set options;
-    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
-        if (word == "-exec") { // which takes all that follows
-            skip_blank(tail);
-            options["exec"] = std::string(tail);
-            break;
-        }
-        if (word == "-policy")
-            take_word(tail);
-        else if (word.substr(0, 7) != "-policy")
-            options[name_of_word(word)] = "*";
-    }
-    return options;
-}
-
 // All that has a value below a node, by its path.
 void add_parameters(const Frag *top, option_set &options) {
     struct step {
@@ -60,9 +44,14 @@ void add_parameters(const Frag *top, option_set &options) {
 } // namespace
 
 option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy) {
-    if (!rule.is_map)
-        return options_of_tail(rule.tail);
     option_set options;
+    rule_options split = split_options(rule.tail); // nothing for a map
+    for (std::string_view word : split.words)
+        options[name_of_word(word)] = "*";
+    if (split.exec)
+        options["exec"] = *split.exec;
+    if (!rule.is_map)
+        return options;
     Frag *policy = side.conf->record("policy", side.maps[rule.source].policy);
     add_parameters(policy ? ffind(&policy->child, "parm") : nullptr, options);
     options.erase("desc");

@@ -134,9 +134,6 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 /// candidates; else only their places are noted.
 void place_conf_lines(accounting &all, result_places &result, bool own);
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own);
-/// The name that the table gives the template of a policy, after `word`, one that begins with "-policy", was taken off
-/// the tail of a rule; its name is taken off, too.
-std::string policy_named(std::string_view word, std::string_view &tail);
 /// Why lines of tables have no place: what the rules of all tables say of each other.
 struct table_reasons {
     accounting &all;

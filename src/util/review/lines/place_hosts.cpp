@@ -161,19 +161,12 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
 // A config set has the words of its rules' tail; what stands behind -exec is the program.
 void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
     std::set<std::string> words, met;
-    std::string policy;
-    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
-        if (word == "-exec") {
-            skip_blank(tail);
-            words.insert("exec=" + std::string(tail));
-            break;
-        }
-        if (begins(word, "-policy"))
-            policy = policy_named(word, tail);
-        else
-            words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
-    }
-    if (auto known = templated.find({all.lines[number].input, policy}); known != templated.end())
+    rule_options options = split_options(tail);
+    for (std::string_view word : options.words)
+        words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
+    if (options.exec)
+        words.insert("exec=" + *options.exec);
+    if (auto known = templated.find({all.lines[number].input, options.policy}); known != templated.end())
         known->second.push_back(set), template_of.emplace(set, known->first);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)

@@ -4,7 +4,6 @@
 #include "upgrade.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -13,13 +12,6 @@ std::string rule_key(const table_rule &rule, const std::string &name) {
 }
 
 } // namespace
-
-std::string policy_named(std::string_view word, std::string_view &tail) {
-    word.remove_prefix(strlen("-policy"));
-    std::string policy = "policy-" + std::string(word.empty() ? take_word(tail) : word);
-    std::replace(policy.begin(), policy.end(), '_', '-');
-    return policy;
-}
 
 const char *program_of(const std::string &type) {
     const program_rec *row = program_tab;
@@ -51,11 +43,7 @@ void table_reasons::note_rule(size_t number, const table_rule &rule) {
         if (firsts.emplace(name, number).second)
             last_new = number;
     }
-    std::string_view tail = rule.attribute == "hosts" ? split_hosts(rule.text).tail : std::string_view();
-    std::string policy; // the last that the tail names
-    for (std::string_view word = take_word(tail); !word.empty() && word != "-exec"; word = take_word(tail))
-        if (begins(word, "-policy"))
-            policy = policy_named(word, tail);
+    std::string policy = rule.attribute == "hosts" ? split_options(split_hosts(rule.text).tail).policy : "";
     if (!policy.empty())
         users[of_table(number, policy)].emplace_back(number, &rule);
 }

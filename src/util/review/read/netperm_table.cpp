@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -103,5 +104,23 @@ rule_hosts split_hosts(std::string_view text) {
         skip_blank(text);
     } while (!text.empty() && text[0] != '-');
     split.tail = text;
+    return split;
+}
+
+rule_options split_options(std::string_view tail) {
+    constexpr std::string_view policy = "-policy";
+    rule_options split;
+    for (std::string_view word = take_word(tail); !word.empty(); word = take_word(tail)) {
+        if (word == "-exec") {
+            skip_blank(tail);
+            split.exec = std::exchange(tail, {});
+        } else if (word.substr(0, policy.size()) == policy) {
+            word.remove_prefix(policy.size());
+            split.policy = "policy-" + std::string(word.empty() ? take_word(tail) : word);
+            std::replace(split.policy.begin(), split.policy.end(), '_', '-');
+        } else {
+            split.words.push_back(word);
+        }
+    }
     return split;
 }

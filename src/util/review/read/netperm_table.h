@@ -4,6 +4,8 @@
 
 #include "read/configuration.h"
 
+#include <optional>
+
 /// One rule. A physical line that is too long for one read gives several.
 struct table_rule {
     long line = 0;                  ///< as an editor counts
@@ -49,5 +51,12 @@ struct rule_hosts {
     std::string_view tail; ///< from the first option word on
 };
 rule_hosts split_hosts(std::string_view text);
+/// The option words of a tail, but for those that name a policy, and for `-exec`, which takes all that follows.
+struct rule_options {
+    std::vector<std::string_view> words;
+    std::string policy; ///< the name that the table gives the template of the last that is named; empty for none
+    std::optional<std::string> exec;
+};
+rule_options split_options(std::string_view tail);
 
 #endif
