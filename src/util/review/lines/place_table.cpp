@@ -12,8 +12,8 @@ using fmt::format;
 
 namespace {
 
-std::string pair_key(std::string_view attribute, std::string_view text) {
-    return std::string(attribute) + '\0' + std::string(text);
+std::string slot_key(std::string_view attribute, std::string_view text, std::string_view slot) {
+    return std::string(attribute) + '\0' + std::string(slot) + '\0' + std::string(text);
 }
 
 } // namespace
@@ -37,13 +37,13 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
 // A parameter of several values is a list of numbered children.
 void rule_placer::index_parameters(const Frag *entry) {
     for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
-        auto add = [&](const Frag *frag) {
+        auto add = [&](const Frag *frag, const char *slot) {
             if (frag->value)
-                parameters.emplace(pair_key(parameter->name, text_of(frag)), frag);
+                parameters.emplace(slot_key(parameter->name, text_of(frag), slot), frag);
         };
-        add(parameter);
+        add(parameter, "");
         for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)
-            add(child);
+            add(child, child->name);
     }
 }
 
@@ -60,7 +60,7 @@ void rule_placer::index_result() {
     }
     for (const conf_line &line : result.conf.lines)
         if (auto twin = result.doubles.find(&line); twin != result.doubles.end())
-            parameters.emplace(pair_key(twin->second.name, line.value), &twin->second);
+            parameters.emplace(slot_key(twin->second.name, line.value, ""), &twin->second);
     for (const Frag *record : result.conf.children("dest"))
         records.emplace(configuration::value(record, "dest"), record);
 }
@@ -140,39 +140,42 @@ void rule_placer::tell_missing(size_t number, const table_rule &rule, const std:
 // Any of the proxies that a rule is for, or any config set that a template went into, will do.
 void rule_placer::place_attribute(size_t number, const table_rule &rule) {
     std::set<std::string> owners; // the proxies and config sets that have what the rule says
-    bool is_only = all.in.before.tables.size() == 1;
+    auto place = [&](const std::string &name, long prefix, const std::string &slot, bool is_first) {
+        for (auto [at, end] = parameters.equal_range(slot_key(name, rule.text, slot)); at != end; ++at) {
+            const Frag *frag = at->second, *proxy = at_depth(frag, 2),
+                       *set = at_depth(frag, 5) ? at_depth(frag, 4) : nullptr;
+            auto from = template_of.find(set);
+            bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
+            auto times = !is_of_input ? 0 : times_for(rule, set ? from->second.second : clear_name(proxy));
+            if (times == 0)
+                continue;
+            std::string owner = place_keys::path(set ? set : proxy);
+            // Who has it under its own number has another rule under the first, unless the line names it twice.
+            if (is_first && times == 1 && all.in.before.tables.size() == 1 && owners.count(owner) != 0)
+                continue;
+            owners.insert(std::move(owner));
+            if (same_prefix(prefix, result.keys.find(frag).bits))
+                note(number, frag, "as " + place_keys::path(frag));
+            else
+                turned.emplace_back(number, frag);
+        }
+    };
     // A prefix that the table's reader left on is one to whoever reads the result; not so in the name of a list.
-    const std::string stored = storedname(rule.attribute), attribute = attr_prefix(rule.bits) + stored;
+    const std::string stored = storedname(rule.attribute), attribute = attr_prefix(rule.bits) + stored,
+                      unit = std::to_string(rule.unit);
     const char *bare = attr_remap(attribute.c_str());
     long bits = strip_attr_prefixes(&bare);
-    std::map<std::string, long> forms = {{bare, bits}, {stored, rule.bits}};
-    // A numbered save makes names of their own of a list's whose name has a `_`.
-    for (long entry : {1L, rule.unit})
-        if (stored.find("%5F") != stored.npos)
-            forms.emplace(stored + "%5F" + std::to_string(entry), rule.bits);
-    std::vector<std::pair<const Frag *, long>> found; // with the prefix that the rule has there
-    for (const auto &[name, prefix] : forms)
-        for (auto [at, last] = parameters.equal_range(pair_key(name, rule.text)); at != last; ++at)
-            found.emplace_back(at->second, prefix);
-    for (const auto &[frag, prefix] : found) {
-        const Frag *proxy = frag;
-        while (proxy->parent->parent->parent) // up to the child of `def_proxy`
-            proxy = proxy->parent;
-        const Frag *set = at_depth(frag, 5) ? at_depth(frag, 4) : nullptr;
-        auto from = template_of.find(set);
-        bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
-        auto times = !is_of_input ? 0 : times_for(rule, set ? from->second.second : clear_name(proxy));
-        // A rule stands under its line's number, the first of its attribute under 0 or 1.
-        const std::string name = frag->name, own_name = std::to_string(rule.unit);
-        bool is_entry = frag->parent != (set ? set : proxy), is_first = name == "0" || name == "1";
-        bool is_other = is_only && times == 1 && child_of(frag->parent, own_name.c_str());
-        if (times == 0 || (is_entry && name != own_name && (!is_first || is_other)))
+    const std::map<std::string, long> forms = {{bare, bits}, {stored, rule.bits}};
+    // A rule stands under its line's number, the first of its attribute under 0 or 1.
+    for (const char *slot : {unit.c_str(), "0", "1", ""}) {
+        bool is_first = is_digit(*slot) && slot != unit.c_str();
+        if (is_first && slot == unit)
             continue;
-        owners.insert(place_keys::path(set ? set : proxy));
-        if (same_prefix(prefix, result.keys.find(frag).bits))
-            note(number, frag, "as " + place_keys::path(frag));
-        else
-            turned.emplace_back(number, frag);
+        for (const auto &[name, prefix] : forms)
+            place(name, prefix, slot, is_first);
+        // A numbered save makes names of their own of a list's whose name has a `_`.
+        if (*slot && stored.find("%5F") != stored.npos)
+            place(stored + "%5F" + slot, rule.bits, "", is_first);
     }
     if (rule.attribute == "destination")
         place_destination(number, rule, owners);
@@ -244,14 +247,16 @@ static std::optional<access_side> with_removed(const accounting &all, const acce
     for (const std::string &proxy : all.in.before.proxies)
         if (is_dropped_proxy(proxy, all.data.release) && all.in.command.numbered())
             removed.push_back(proxy);
-    std::optional<access_side> made;
-    for (size_t i = 0; !removed.empty() && i < side.maps.size(); i++) {
-        const Frag *policy = side.maps[i].permit ? side.conf->record("policy", side.maps[i].policy) : nullptr;
-        for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>())
+    std::multimap<std::string, std::string> owners; // of config sets that a policy lists, by the policy
+    for (const Frag *policy : removed.empty() ? std::vector<Frag *>() : side.conf->children("policy"))
+        for (const Frag *entry : configuration::children(policy, "proxy"))
             for (const std::string &proxy : removed)
                 if (owner_of(entry).empty() && (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-')))
-                    (made ? *made : made.emplace(side)).maps_of[proxy].push_back(i);
-    }
+                    owners.emplace(clear_name(policy), proxy);
+    std::optional<access_side> made;
+    for (size_t i = 0; !owners.empty() && i < side.maps.size(); i++)
+        for (auto [at, end] = owners.equal_range(side.maps[i].policy); side.maps[i].permit && at != end; ++at)
+            (made ? *made : made.emplace(side)).maps_of[at->second].push_back(i);
     return made;
 }
 
