@@ -240,7 +240,7 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
         return (is_forced && is_init) != (other.line < line.line);
     // An import replaces what is there; of its own lines the last counts.
     if (of.imported && line.said && !line.said->value.empty() && line.key.find('#') == std::string::npos)
-        return other.input == line.input || (by.imported && by.import_step > of.import_step);
+        return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }
 
@@ -294,9 +294,10 @@ void check_standing(accounting &all, result_places &result) {
         std::unordered_map<const Frag *, size_t> order;
         for (const Frag *record : result.conf.children(*family))
             order.emplace(record, order.size());
+        bool are_maps = std::string_view(*family) == "map";
         size_t last = 0;
         for (const account_input &input : all.inputs) {
-            last = *family == numbered_families[0] ? last : 0; // a later file's maps come behind
+            last = are_maps ? last : 0; // a later file's maps come behind
             for (const Frag *record : input.conf ? input.conf->children(*family) : std::vector<Frag *>()) {
                 auto found = moved.find(record);
                 auto at = found == moved.end() ? order.end() : order.find(found->second);
