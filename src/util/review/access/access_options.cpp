@@ -14,7 +14,7 @@ std::string name_of_word(std::string_view word) {
     for (size_t at = 0; at <= word.size();) {
         std::string part(word.substr(at, word.find('_', at) - at));
         const char *bare = attr_remap(part.c_str());
-        prefixes += attr_prefix(strip_attr_prefixes(&bare));
+        prefixes += prefix_of(take_prefixes(&bare));
         name += (at > 0 ? "_" : "") + decoded_name(attr_revmap(bare));
         at += part.size() + 1;
     }
@@ -32,7 +32,7 @@ void add_parameters(const Frag *top, option_set &options) {
         step at = std::move(pending.back());
         pending.pop_back();
         for (const Frag *frag = at.frag->child; frag; frag = frag->next) {
-            std::string prefixes = at.prefixes + attr_prefix(frag->attr),
+            std::string prefixes = at.prefixes + prefix_of(frag->attr),
                         path = at.path + decoded_name(attr_revmap(frag->name));
             if (frag->value)
                 options.emplace(prefixes + path, configuration::value(frag, ""));

@@ -160,7 +160,7 @@ struct checking {
         auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
         auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
         bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
-        const char *prefix = attr_prefix(line.bits);
+        const char *prefix = prefix_of(line.bits);
         std::string shape = !is_turned ? "" : *prefix ? format(" with {}", prefix) : " without a prefix";
         return format("{}{} (line {}{})", line.value, shape, line.line,
                       known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");

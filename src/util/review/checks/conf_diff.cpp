@@ -56,11 +56,11 @@ statements statements_of(const configuration &conf) {
         bool listed = node->parent && !node->child && is_named(node->parent, "proxy"); // by a policy
         if (place_keys::key_of place = node->value || listed ? keys.find(node) : place_keys::key_of();
             !place.key.empty() && !says_nothing(place.key, node))
-            all.emplace(place.key + '\1' + attr_prefix(place.bits),
+            all.emplace(place.key + '\1' + prefix_of(place.bits),
                         statement{fragkeyname(const_cast<Frag *>(node)), value_of(node), conf.line_of(node)});
     }
     // What a numbered save on NT says of the services, it says of the states.
-    const maprec *row = determine_os_maprec(conf.db());
+    const maprec *row = services_of(conf);
     for (bool replaces = row == map_nt && !conf.numbered; replaces && row->proxy; row++)
         if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str())) {
             std::string service = format("proxy_{}", row->service);

@@ -181,10 +181,22 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
     return readable;
 }
 
+static int release_of(const configuration &conf) {
+    const Frag *version = conf.find("version_firewall");
+    std::string text = value_of(version);
+    if (!conf.find("def_proxy") || !version)
+        return conf.find("def_proxy") ? 40 : 32;
+    text.erase(0, std::min(text.find_first_of("0123456789"), text.size()));
+    if (text.compare(0, 3, "5.5") == 0 || text.empty())
+        return !version->value ? 0 : text.empty() ? 50 : 55;
+    size_t next = text[1] == '.' ? 2 : 1;
+    return (text[0] - '0') * 10 + (is_digit(text[next]) ? text[next] - '0' : 0);
+}
+
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data) {
     const std::string &file = command.old_conf;
     const configuration *conf = files.conf(file, conf_layout::as_written);
-    data.release = conf ? old_config_type(conf->db()) : 32;
+    data.release = conf ? release_of(*conf) : 32;
     data.host_name = conf ? conf->value("hostname") : "";
     data.release_reason = file.empty()                        ? "no old configuration is named"
                           : !conf || !conf->find("def_proxy") ? "no def_proxy in " + file

@@ -42,11 +42,11 @@ std::string label_of(const Frag *node, const Frag *entry) {
     std::string name;
     for (const Frag *at = node; at != entry; at = at->parent) {
         if (at->parent != entry && is_named(at->parent, "config-sets"))
-            return clear_name(at) + ": " + attr_prefix(node->attr) + name;
+            return clear_name(at) + ": " + prefix_of(node->attr) + name;
         if (at->parent != entry || !is_named(at, "parm"))
             name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
     }
-    return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : attr_prefix(node->attr) + name;
+    return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : prefix_of(node->attr) + name;
 }
 
 /// The list as it is made. Configurations are in the canonical layout, null if there is none.
@@ -167,7 +167,7 @@ struct list_maker {
             if (const Frag *node = line.role == line_role::setting ? line.node : nullptr, *sets = at_depth(node, 3);
                 node && node == at_depth(node, 5) && is_named(node, "destination") && is_named(sets, "config-sets"))
                 left[clear_name(sets->parent)].emplace_back(
-                    format("{}: {}destination", clear_name(node->parent), attr_prefix(line.bits)), line.value);
+                    format("{}: {}destination", clear_name(node->parent), prefix_of(line.bits)), line.value);
         for (const auto &[proxy, kept] : left)
             enter("destination", proxy, kept,
                   "destinations of policies' templates that {} uses became no record of dest: enter them, if they are "
@@ -287,7 +287,7 @@ std::set<std::string> switched_on(const configuration &conf) {
     for (const Frag *proxy : conf.children("def_proxy"))
         if (is_on(value_of(proxy, "state").c_str()))
             proxies.insert(clear_name(proxy));
-    const maprec *services = determine_os_maprec(conf.db());
+    const maprec *services = services_of(conf);
     for (const Frag *service : conf.children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
             row && is_on(service->value) && strcmp(row->proxy, "NOT_DEF") != 0)

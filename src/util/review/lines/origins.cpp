@@ -99,7 +99,7 @@ bool origin_finder::is_release(const conf_line &line) const {
     if (auto found = set.find(path); found != set.end())
         return value == found->second;
     if (has_prefix(path.c_str(), "proxy_")) {
-        const maprec *row = find_maprec(determine_os_maprec(result.conf.db()), &maprec::service, path.c_str() + 6);
+        const maprec *row = find_maprec(services_of(result.conf), &maprec::service, path.c_str() + 6);
         return row && value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
     }
     bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&
@@ -187,7 +187,7 @@ void origin_finder::tell_missing() const {
     for (const auto &[key, value] : set)
         if (covers("version_*", key) || covers("def_proxy_svcgrd-*_state", key))
             must_be(key, value.c_str(), conf.find(key.c_str()));
-    const maprec *services = determine_os_maprec(conf.db());
+    const maprec *services = services_of(conf);
     for (const maprec *row = services; all.in.command.numbered() && services == map_nt && row->proxy; row++)
         if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
             must_be(format("proxy_{}", row->service), configuration::value(state, "").c_str(), state);

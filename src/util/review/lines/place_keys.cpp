@@ -46,7 +46,7 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
         made.bits |= bits_of(way[i]);
     }
     const char *bare = attr_remap(name.c_str());
-    made.bits |= strip_attr_prefixes(&bare);
+    made.bits |= take_prefixes(&bare);
     made.key += bare;
     made.named = true;
 }
@@ -69,7 +69,7 @@ const Frag *at_depth(const Frag *frag, size_t depth) {
     return count == depth + 1 ? frag : nullptr;
 }
 
-bool same_prefix(long a, long b) { return a == b || attr_prefix(a) == attr_prefix(b); }
+bool same_prefix(long a, long b) { return a == b || prefix_of(a) == prefix_of(b); }
 
 std::string filter_text(std::string text) {
     size_t fields = 1, at = 0;
@@ -144,7 +144,7 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             made.key += list_name(way[2], way.size() > 4 ? way[4] : nullptr);
         } else if ((family->record != 0 && i == family->record) || is_set || is_entry) {
             bool is_all = family->record == 2 && i == 2 && is_named(way[i], "*");
-            made.key += attr_prefix(bits_of(way[i])) + std::string(is_all ? "global" : way[i]->name);
+            made.key += prefix_of(bits_of(way[i])) + std::string(is_all ? "global" : way[i]->name);
             made.record_bits |= bits_of(way[i]);
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||

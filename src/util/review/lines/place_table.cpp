@@ -161,10 +161,10 @@ void rule_placer::place_attribute(size_t number, const table_rule &rule) {
         }
     };
     // A prefix that the table's reader left on is one to whoever reads the result; not so in the name of a list.
-    const std::string stored = storedname(rule.attribute), attribute = attr_prefix(rule.bits) + stored,
+    const std::string stored = storedname(rule.attribute), attribute = prefix_of(rule.bits) + stored,
                       unit = std::to_string(rule.unit);
     const char *bare = attr_remap(attribute.c_str());
-    long bits = strip_attr_prefixes(&bare);
+    long bits = take_prefixes(&bare);
     const std::map<std::string, long> forms = {{bare, bits}, {stored, rule.bits}};
     // A rule stands under its line's number, the first of its attribute under 0 or 1.
     for (const char *slot : {unit.c_str(), "0", "1", ""}) {
@@ -202,7 +202,7 @@ void rule_placer::place_destination(size_t number, const table_rule &rule, std::
             continue;
         bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
         if (configuration::value(at->second, "pd") == (denies ? "D" : "P") &&
-            desc.substr(desc.rfind('_') + 1) == attr_prefix(rule.bits) + tail)
+            desc.substr(desc.rfind('_') + 1) == prefix_of(rule.bits) + tail)
             note(number, at->second, "as record " + clear_name(at->second) + " of dest");
         owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
     }

@@ -92,7 +92,7 @@ reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(i
         {all.in.command.numbered(), NUMBERED},
         {all.has_tables, TABLES},
         {all.logs_in, LOGIN},
-        {determine_os_maprec(own.conf.db()) == map_nt, SERVICES},
+        {services_of(own.conf) == map_nt, SERVICES},
     };
     for (auto [holds, bit] : bits)
         of_run |= holds ? bit : 0;

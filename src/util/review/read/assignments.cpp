@@ -79,7 +79,7 @@ struct line_reader {
         name_bits = 0;
         if (!sections && name.find('-') != std::string::npos) { // else it has no prefix and is not mapped
             const char *text = attr_remap(name.c_str());
-            name_bits = strip_attr_prefixes(&text);
+            name_bits = take_prefixes(&text);
             name = std::string(text);
         }
         if (path.size() + name.size() > KEY_LIMIT)

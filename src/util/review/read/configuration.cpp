@@ -1,6 +1,9 @@
 // What a configuration is asked for.
 #include "read/configuration.h"
+
 #include "frag_tools.h"
+#include <cstring>
+#include <strings.h>
 
 char *configuration::keep(std::string_view text) {
     char *kept = static_cast<char *>(texts.allocate(text.size() + 1, 1));
@@ -48,7 +51,7 @@ Frag *configuration::record(const char *family, const std::string &clear) const 
     Frag *found = indexes.find(&top->child, storedname(clear.c_str()));
     found = found ? found : indexes.find_key(&top->child, clear.c_str());
     const char *bare = attr_remap(clear.c_str());
-    long bits = strip_attr_prefixes(&bare);
+    long bits = take_prefixes(&bare);
     if (found || bare == clear.c_str())
         return found;
     found = indexes.find(&top->child, storedname(bare));
@@ -109,7 +112,39 @@ std::string owner_of(const Frag *entry) {
 
 std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 
-std::string shown_name(const Frag *frag) { return attr_prefix(frag->attr) + clear_name(frag); }
+static const std::pair<const char *, long> prefixes[] = {
+    {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
+
+const char *prefix_of(long bits) {
+    for (const auto &[text, bit] : prefixes)
+        if (bits & bit)
+            return text;
+    return "";
+}
+
+long take_prefixes(const char **name) {
+    long bits = 0;
+    for (bool found = true; found;) {
+        found = false;
+        for (const auto &[text, bit] : prefixes)
+            if (!found && strncasecmp(*name, text, strlen(text)) == 0) {
+                bits |= bit;
+                *name += strlen(text);
+                found = true;
+            }
+    }
+    return bits;
+}
+
+const maprec *services_of(const configuration &conf) {
+    std::string system = conf.value("OS_Type");
+    for (const os2maprec_row *row = os2maprec; row->os; row++)
+        if (system.compare(0, strlen(row->os), row->os) == 0)
+            return row->table;
+    return map_unix;
+}
+
+std::string shown_name(const Frag *frag) { return prefix_of(frag->attr) + clear_name(frag); }
 
 // Sorts the children that are numbers, but for records that names lead to.
 static void sort_numbers(configuration &conf) {

@@ -7,6 +7,7 @@
 
 #include "name_index.h"
 #include "nsym.h"
+#include "nupgrade.h"
 
 #include <deque>
 #include <memory>
@@ -104,11 +105,17 @@ std::string clear_name(const Frag *frag);
 std::string shown_name(const Frag *frag);
 /// The owner of a config set that a policy lists; the proxy for all is saved under another name.
 std::string owner_of(const Frag *entry);
+/// The prefix that stands in front of a name with these bits; and the bits of all prefixes in front of the name, which
+/// is moved behind them. The review's own reading, apart from the store's.
+const char *prefix_of(long bits);
+long take_prefixes(const char **name);
 /// A stored name or key with its escapes decoded.
 std::string decoded_name(std::string_view stored);
 
 /// Takes from a map's source the mark that its name is that of a group. False if it has none.
 bool take_group_mark(std::string &source);
+/// The services of the platform that the configuration is of.
+const maprec *services_of(const configuration &conf);
 /// True if the word is in a list that ends in a null.
 bool is_listed(const char *const *list, std::string_view word);
 

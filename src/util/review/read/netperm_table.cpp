@@ -30,9 +30,9 @@ const char *take_rule(std::string_view text, table_rule &rule) {
         return "nothing stands behind the colon";
     rule.attribute = rule.word;
     for (long bit : {ATTR_PERMIT, ATTR_DENY, ATTR_ABSORB})
-        if (rule.bits == 0 && has_prefix_nocase(std::string(rule.word).c_str(), attr_prefix(bit))) {
+        if (rule.bits == 0 && has_prefix_nocase(std::string(rule.word).c_str(), prefix_of(bit))) {
             rule.bits = bit;
-            rule.attribute.remove_prefix(strlen(attr_prefix(bit)));
+            rule.attribute.remove_prefix(strlen(prefix_of(bit)));
         }
     rule.attribute = rule.attribute.substr(0, rule.attribute.find('='));
     rule.text = rest.substr(rest.empty() ? 0 : 1);

@@ -94,7 +94,7 @@ struct translator {
     // A parameter becomes a child of its owner, a list parameter a child of its list's node, which has no value.
     void file_parameter(Frag *owner, const Frag *name, Frag *value, list_indexes &known) {
         const char *rest = attr_remap(name->value);
-        long bits = strip_attr_prefixes(&rest);
+        long bits = take_prefixes(&rest);
         const char *part = strchr(rest, '_');
         bool is_list = part && is_digit(part[1]);
         if (is_list)
