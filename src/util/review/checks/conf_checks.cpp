@@ -34,6 +34,24 @@ bool is_counted_below(const std::string &entry) {
                        [&](const char *family) { return covers(family, entry); });
 }
 
+// Whether a numbered save gives such entries the numbers from 1 on.
+bool is_numbered_below(const std::string &entry) {
+    const char *const families[] = {
+        "def_proxy_",      "cust_proxy_",    "policy_",         "netobj_list_",      "netobj_group_",   "map_",
+        "sroute_",         "dest_",          "menu_meta_",      "nat_rule_",         "link_",           "key_",
+        "*_proxy_*_parm_", "policy_*_parm_", "policy_*_proxy_", "netobj_*_element_", "netobj_*_member_"};
+    return std::any_of(std::begin(families), std::end(families),
+                       [&](const char *family) { return covers(family, entry); });
+}
+
+// Whether an entry that should have a number begins in the key there.
+bool is_entry_name(std::string_view key, size_t at) {
+    const char *const families[] = {"proxy", "policy", "list", "group", "parm", "element", "member", nullptr};
+    std::string_view above = key.substr(0, at - 1);
+    above.remove_prefix(above.rfind('_') + 1);
+    return key[at - 1] == '_' && key.substr(at, 3) != "num" && is_listed(families, above);
+}
+
 /// One configuration under check.
 struct checking {
     const configuration &conf;
@@ -120,12 +138,13 @@ struct checking {
             }
     }
 
-    // Counts that say another number than that of the entries; in a result also those that are not there.
+    // Counts that say another number than that of the entries; in a result also those that are not there, and numbers
+    // that are left out.
     void check_counts() const {
         std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
-                if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
+                if (is_digit(line.key[at]) ? !is_digit(line.key[at - 1]) : is_entry_name(line.key, at))
                     entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
         std::set<std::string, std::less<>> met;
         for (const conf_line &line : conf.lines)
@@ -142,17 +161,32 @@ struct checking {
             }
         if (is_input)
             return;
-        for (const char *key : always_counted)
+        auto need = [&](const std::string &key) {
             if (met.insert(key).second)
                 tell(data, "count", format("{} is not there", key), conf.name);
-        for (const auto &[of, there] : entries)
+        };
+        for (const char *key : always_counted)
+            need(key);
+        for (const auto &[of, there] : entries) {
+            bool has_parameters = of == "def_proxy_" || of == "cust_proxy_" || of == "policy_";
+            for (auto entry = there.begin(); has_parameters && entry != there.end(); ++entry)
+                need(std::string(*entry) + "_num_parms");
+            for (auto entry = there.begin(); of == "policy_" && entry != there.end(); ++entry)
+                need(std::string(*entry) + "_num_proxies");
             for (const auto &[count, entry] : counted) {
                 bool is_entry = entry.empty() ? of == "policy_" : ends(of, entry) && is_counted_below(of);
-                std::string front = is_entry ? of.substr(0, of.size() - entry.size()) : "",
-                            key = front + std::string(count);
-                if (is_entry && (front.empty() || front.back() == '_') && !there.empty() && !met.count(key))
-                    tell(data, "count", format("{} is not there, and {} entries are", key, there.size()), conf.name);
+                std::string front = is_entry ? of.substr(0, of.size() - entry.size()) : "";
+                if (is_entry && (front.empty() || front.back() == '_') && !there.empty())
+                    need(front + std::string(count));
             }
+            const char *form = of == "link_" || of == "key_" ? "{}{:04}" : "{}{}";
+            for (size_t number = 1; is_numbered_below(of) && number <= there.size(); number++)
+                if (std::string entry = format(fmt::runtime(form), of, number); there.count(entry) == 0) {
+                    tell(data, "count", format("{} is not there, though {} such entries are", entry, there.size()),
+                         conf.name);
+                    break;
+                }
+        }
     }
 
     // The value, with its prefix if that makes a difference, its line, and where that comes from as far as it is known.
