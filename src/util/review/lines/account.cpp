@@ -161,6 +161,13 @@ finding *accounting::tell_some(const char *id, std::string text, const std::stri
     return ++told[id] > MOST_TOLD ? nullptr : &tell(data, id, std::move(text), file, line);
 }
 
+const account_input *accounting::input_of(const upgrade_step &step) const {
+    auto found = std::find_if(inputs.begin(), inputs.end(), [&](const account_input &each) {
+        return each.name == step.argument && (each.table != nullptr) == (step.letter == 'n') && !each.unread;
+    });
+    return found == inputs.end() ? nullptr : &*found;
+}
+
 std::string turned_text(const account_line &line, const Frag *at) {
     return format("{}: it stands with another prefix in the result: {}", line.text, decoded_name(place_keys::path(at)));
 }
@@ -183,6 +190,8 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     bool has_login = false;
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i, has_login);
+    if (all.has_tables)
+        file_rules(all);
     bool is_own = &inputs.result == &inputs.own;
     result_places installed(inputs.result, true, all.records);
     std::optional<result_places> own;

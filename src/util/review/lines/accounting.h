@@ -73,6 +73,7 @@ struct result_places {
     /// The interfaces whose lists of aliases have such a name.
     std::unordered_map<std::string_view, const Frag *> alias_lists;
 
+    std::unordered_set<const Frag *> made; ///< maps that rules of tables lead to
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
@@ -89,6 +90,23 @@ struct result_places {
     long number_of(const Frag *frag, const account_line &line) const;
 };
 
+/// A rule of a table as one owner has it: a proxy, or the template of a policy.
+struct filed_rule {
+    size_t line = NO_LINE;            ///< in the accounting's `lines`
+    const table_rule *rule = nullptr; ///< null for what a configuration ahead of the table says
+};
+/// The rules of one owner for an attribute by the numbers under which they stand; a rule that is alone stands under
+/// none, unless the attribute is one that `is_list_attribute`.
+using numbered_rules = std::map<long, filed_rule>;
+/// All of one owner but those for hosts, by the stored names of their attributes.
+using filed_attributes = std::map<std::string, numbered_rules>;
+struct filed_rules {
+    std::map<std::string, filed_attributes> proxies{};                        ///< those that the tables leave
+    std::map<std::pair<uint32_t, std::string>, filed_attributes> templates{}; ///< by the input and the name
+    std::vector<std::pair<std::string, numbered_rules>> destinations{};       ///< of proxies, each of one table
+    std::unordered_map<size_t, const char *> reasons{};                       ///< of lines that an owner is without
+};
+
 struct accounting {
     const account_inputs &in;
     review_data &data;
@@ -100,6 +118,7 @@ struct accounting {
     bool logs_in = false;                       ///< the setting that wins switches network login on
     std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
+    filed_rules filed{};
 
     std::map<std::string, size_t> told{}; ///< findings by their names
 
@@ -110,6 +129,8 @@ struct accounting {
     finding *tell_some(const char *id, std::string text, const account_line &line) {
         return tell_some(id, std::move(text), inputs[line.input].name, line.line);
     }
+    /// The input that a step of the command names, null if there is none or it is passed over.
+    const account_input *input_of(const upgrade_step &step) const;
     /// Whether an import removes what the line says.
     bool is_removed(const account_line &line) const {
         return inputs[line.input].last_step < last_import &&
@@ -134,25 +155,10 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 /// candidates; else only their places are noted.
 void place_conf_lines(accounting &all, result_places &result, bool own);
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own);
-/// Why lines of tables have no place: what the rules of all tables say of each other.
-struct table_reasons {
-    accounting &all;
-    std::unordered_map<std::string, size_t> firsts{}; ///< the first rule of an attribute and a name, and of a name
-    size_t last_new = 0;                              ///< the last line that names a proxy first
-    using user = std::pair<size_t, const table_rule *>;
-    std::unordered_map<std::string, std::vector<user>> users{}; ///< of policies, the lines whose rules name them
-
-    explicit table_reasons(accounting &of);
-    /// The reason of a line, empty if none is known.
-    std::string reason(size_t number) const;
-
-private:
-    std::string of_table(size_t number, const std::string &policy) const;
-    void note_rule(size_t number, const table_rule &rule);
-    const char *attribute_reason(size_t number, const table_rule &rule) const;
-    const char *template_reason(size_t number, const table_rule &rule) const;
-    bool is_repeated(size_t number, const table_rule &rule) const;
-};
+/// Files the rules of all tables under their proxies.
+void file_rules(accounting &all);
+/// Why a line of a table has no place, empty if no reason is known.
+std::string table_reason(const accounting &all, size_t number);
 /// A count is a map to a merge, too, and one without a decision.
 inline bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
 /// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
@@ -170,8 +176,12 @@ private:
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
 /// The program that the release sets for a type of proxy, in any case; null if none.
 const char *program_of(const std::string &type);
-/// Whether the release sets the program of a proxy.
-bool has_program(const accounting &all, const std::string &proxy);
+/// The services that `network_loginok` switches on. Ends with a null.
+inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
+/// True for attributes whose rules are numbered from the first on.
+inline bool is_list_attribute(std::string_view stored) { return stored == "url" || stored == "sid"; }
+/// Whether a proxy has a use for what one of the bits stands for, by the table of their needs.
+bool has_need(std::string_view proxy, int bits);
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.

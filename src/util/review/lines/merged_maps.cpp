@@ -72,16 +72,14 @@ merged_maps::merged_maps(const accounting &all, const result_places &own) {
     std::set<const configuration *> merged; // once more they bring nothing
     bool has_maps = false;
     for (const upgrade_step &step : all.in.command.steps) {
-        auto input = std::find_if(all.inputs.begin(), all.inputs.end(), [&](const account_input &each) {
-            return each.name == step.argument && (each.table != nullptr) == (step.letter == 'n');
-        });
+        const account_input *input = all.input_of(step);
         if (step.letter == 'e') {
             stand.clear();
             merged.clear();
             same.clear();
             has_maps = false;
         }
-        if (!strchr("nm", step.letter) || input == all.inputs.end() || input->unread)
+        if (!strchr("nm", step.letter) || !input)
             continue;
         has_maps = has_maps || !stand.empty();
         if (input->table) {

@@ -41,9 +41,8 @@ void origin_finder::prepare() {
         set.insert({{"version_firewall", "5.5"}, {"version_upgraded", release < 40 ? "PRE 4.0" : "POST 4.0"}});
     if (all.has_tables) // a table takes the value, and the key stays
         set.insert({{"trusted_networks", ""}, {"untrusted_networks", ""}});
-    for (std::string name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"})
-        if (all.logs_in)
-            set.insert({{"def_proxy_" + name, name}, {"def_proxy_" + name + "_state", "on"}});
+    for (const char *const *name = login_services; all.logs_in && *name; name++)
+        set.insert({{format("def_proxy_{}", *name), *name}, {format("def_proxy_{}_state", *name), "on"}});
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
@@ -52,7 +51,8 @@ void origin_finder::prepare() {
             filter_fields.emplace(format("{}={}", line.said->key, line.said->value), i);
         for (size_t r = 0; r < line.rules; r++)
             for (const std::string &name : all.rule(line, r).names)
-                proxies.emplace(name, i);
+                if (name == "alerts" || (!is_no_proxy(name) && !is_removed_proxy(name)))
+                    proxies.emplace(name, i);
         if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
             proxies.emplace("global", i);
     }

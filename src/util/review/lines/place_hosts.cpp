@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <set>
 #include <utility>
 
 using fmt::format;
@@ -23,8 +24,11 @@ bool drops(std::string_view pattern, std::string_view other) {
 // in the order of its config sets: its own name, then with 2, 3 and so on.
 void rule_placer::place_hosts() {
     for (const std::string &proxy : all.in.before.proxies) {
+        if (is_removed_proxy(proxy)) // its rules go before they are translated
+            continue;
         rule_partners partners = align_rules(all.in.before, side, proxy);
         std::string_view last_tail;
+        bool permits = false;
         size_t last = NO_LINE, map = 0, count = 0, table = 0; // config sets are counted in each table anew
         std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners);
         const Frag *owner = result.conf.record("def_proxy", proxy);
@@ -39,8 +43,10 @@ void rule_placer::place_hosts() {
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
             // The comparison leaves out a source that stands again: each group has a map of it all the same.
             std::vector<size_t> &maps = alike[side.maps[now.source].source];
-            bool is_group = now.source != last || rule.tail != last_tail || rule.table != table;
+            bool is_group =
+                now.source != last || rule.tail != last_tail || rule.table != table || permits != rule.permit;
             map = !is_group ? map : maps.empty() ? now.source : maps.front();
+            result.made.insert(side.maps[map].frag);
             const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
             bool is_same = now.pattern == rule.pattern;
             note(number, at ? at : side.maps[map].frag,
@@ -51,6 +57,7 @@ void rule_placer::place_hosts() {
                 maps.erase(maps.begin());
             last = now.source;
             last_tail = rule.tail;
+            permits = rule.permit;
             count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
             auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
             if (is_of_table(now))
@@ -82,6 +89,12 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
     std::vector<std::pair<size_t, size_t>> pairs;
     for (size_t i = 0; i < partners.after.size(); i++)
         standing[lowercase(partners.after[i].pattern)].push_back(i);
+    auto has_map = [&](const access_rule &there, bool permit) {
+        std::vector<size_t> maps = maps_for(side, proxy);
+        return std::any_of(maps.begin(), maps.end(), [&](size_t each) {
+            return side.maps[each].permit == permit && side.maps[each].source == side.maps[there.source].source;
+        });
+    };
     auto pair = partners.pairs.begin();
     for (size_t i = 0, table = 0; i < partners.before.size(); i++) {
         const access_rule &rule = partners.before[i];
@@ -119,6 +132,8 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
             all.covered.emplace(number, by);
         else if (there && there->permit == rule.permit)
             pairs.emplace_back(i, best), taken.insert(best);
+        else if (there && has_map(*there, rule.permit)) // which the comparison leaves out
+            pairs.emplace_back(i, best);
         else if (const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr)
             note(number, address, "in a map that decides otherwise");
         else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
@@ -167,7 +182,7 @@ void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number
     if (options.exec)
         words.insert("exec=" + *options.exec);
     if (auto known = templated.find({all.lines[number].input, options.policy}); known != templated.end())
-        known->second.push_back(set), template_of.emplace(set, known->first);
+        known->second.push_back(set);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
         for (const Frag *part = parameter; part; part = part->child) {

@@ -3,20 +3,18 @@
 #include "netperm.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
-#include <fmt/ranges.h>
+#include <fmt/format.h>
 #include <optional>
 #include <utility>
 
 using fmt::format;
 
-namespace {
-
-std::string slot_key(std::string_view attribute, std::string_view text, std::string_view slot) {
-    return std::string(attribute) + '\0' + std::string(slot) + '\0' + std::string(text);
+// What stands with an owner, as the index has it.
+static std::string said_text(const std::string &key, long bits, std::string_view text) {
+    return key + '\n' + prefix_of(bits) + '\n' + std::string(text);
 }
-
-} // namespace
 
 void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
     account_line &line = all.lines[number];
@@ -36,175 +34,200 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
 
 // A parameter of several values is a list of numbered children.
 void rule_placer::index_parameters(const Frag *entry) {
+    auto add = [&](const Frag *frag, const std::string &key) {
+        if (frag->value)
+            parameters.emplace(std::pair(entry, said_text(key, result.keys.find(frag).bits, text_of(frag))), frag);
+    };
     for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
-        auto add = [&](const Frag *frag, const char *slot) {
-            if (frag->value)
-                parameters.emplace(slot_key(parameter->name, text_of(frag), slot), frag);
-        };
-        add(parameter, "");
+        add(parameter, parameter->name);
         for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)
-            add(child, child->name);
+            add(child, std::string(parameter->name) + '_' + child->name);
     }
 }
 
 void rule_placer::index_result() {
-    for (const account_line &line : all.lines)
-        for (size_t r = 0; all.inputs[line.input].table && r < line.rules; r++)
-            for (const std::string &name : all.rule(line, r).names)
-                if (begins(name, "policy-"))
-                    templated[{line.input, name}];
+    for (const auto &[policy, attributes] : all.filed.templates)
+        templated[policy];
     for (const Frag *proxy : result.conf.children("def_proxy")) {
         index_parameters(proxy);
         for (const Frag *set : configuration::children(proxy, "config-sets"))
             index_parameters(set);
     }
-    for (const conf_line &line : result.conf.lines)
-        if (auto twin = result.doubles.find(&line); twin != result.doubles.end())
-            parameters.emplace(slot_key(twin->second.name, line.value, ""), &twin->second);
+    for (const auto &[line, twin] : result.doubles)
+        parameters.emplace(std::pair(twin.parent, said_text(twin.name, line->bits, line->value)), &twin);
     for (const Frag *record : result.conf.children("dest"))
-        records.emplace(configuration::value(record, "dest"), record);
+        records.emplace(configuration::value(record, "desc"), record);
 }
 
 void rule_placer::tell_lost(size_t number, std::string text) {
-    if (result.installed)
+    if (result.installed && all.inputs[all.lines[number].input].last_step >= all.last_import)
         all.tell_some("lost", std::move(text), all.lines[number]);
 }
 
-namespace {
-
-bool has_template(const table_rule &rule) {
-    return std::any_of(rule.names.begin(), rule.names.end(),
-                       [](const std::string &name) { return begins(name, "policy-"); });
-}
-
-// How many times a rule can give something to a proxy, or to the config sets of a template.
-std::ptrdiff_t times_for(const table_rule &rule, const std::string &name) {
-    return std::count_if(rule.names.begin(), rule.names.end(),
-                         [&](const std::string &each) { return each == name || each[0] == '*' || each == "global"; });
-}
-
-} // namespace
-
-// Each proxy that a rule is for, and each config set that its template went into, has what the rule says; but for what
-// a proxy has no use for, and what only the first such rule gives.
-void rule_placer::tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners) {
-    auto has_name = [&](auto is_it) { return std::any_of(rule.names.begin(), rule.names.end(), is_it); };
-    bool is_template = has_template(rule), to_all = has_name([](const std::string &name) { return name[0] == '*'; });
-    bool to_global = to_all || has_name([](const std::string &name) { return name == "global"; }), is_copied = true;
-    int need = is_template && rule.attribute == "password" ? NEEDS_AUTH : 0;
-    for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
-        need = rule.attribute == row->attribute ? row->need : need;
-    for (const global_word_rec *row = global_word_tab; row->word; row++) {
-        to_all = to_all && rule.word != row->word; // kept for all alone, and by those that come later
-        is_copied = is_copied && (row->inherited || rule.attribute != row->word);
-    }
-    bool is_gateway = rule.attribute == "xgateway",
-         is_closed = is_gateway && split_hosts(rule.text).hosts[0].substr(0, 1) != "*"; // no config set takes it
-    // What only the first rule gives is asked for once.
-    std::string first =
-        need == 0 ? "" : format("{} {} {}", all.lines[number].input, rule.attribute, fmt::join(rule.names, " "));
-    if ((is_template && is_closed) || (need == 0 ? owners.empty() : !asked.insert(std::move(first)).second))
-        return;
-    // What all have, those have, too, that the table names later for the first time.
-    std::set<std::string> names(rule.names.begin(), rule.names.end());
-    const access_side &before = all.in.before;
-    uint32_t input = all.lines[number].input;
-    for (size_t i = 0; to_global && i < before.tables.size(); i++)
-        for (const auto &[name, rules] : before.filed[i])
-            if (before.tables[i] == all.inputs[input].table &&
-                (before.tables[i]->rules.data() + rules.first > &rule ? is_copied : to_all))
-                names.insert(name);
-    std::vector<const Frag *> wanted;
-    for (const std::string &name : names) {
-        // No config set takes `proxy` from a template.
-        auto known = rule.attribute == "proxy" || is_closed ? templated.end() : templated.find({input, name});
-        if (known != templated.end())
-            wanted.insert(wanted.end(), known->second.begin(), known->second.end());
-        if (const Frag *proxy = result.conf.record("def_proxy", name);
-            proxy && !is_no_proxy(name) && !is_dropped_proxy(name, all.data.release) &&
-            (rule.attribute != "proxy-exec" || (name != "sql-px" && !has_program(all, name))))
-            wanted.push_back(proxy);
-    }
-    for (const Frag *owner : wanted) {
-        std::string of = clear_name(at_depth(owner, 2));
-        if (all.logs_in && rule.attribute == "state" && begins(of, "svcgrd-"))
-            continue; // network_loginok switches it on
-        bool is_password = at_depth(owner, 4) && rule.attribute == "password";
-        bool has_first = (need != 0 || is_password) && child_of(owner, storedname(rule.attribute).c_str());
-        int use = is_password ? NEEDS_AUTH : is_gateway && at_depth(owner, 4) ? NEEDS_X : need;
-        if (!has_first && (use == 0 || proxy_needs(of.c_str(), use)) && owners.count(place_keys::path(owner)) == 0)
-            tell_lost(number, format("{}: {} {} stands nowhere there", clear_name(owner), rule.word, rule.text));
-    }
-}
-
-// Any of the proxies that a rule is for, or any config set that a template went into, will do.
-void rule_placer::place_attribute(size_t number, const table_rule &rule) {
-    std::set<std::string> owners; // the proxies and config sets that have what the rule says
-    auto place = [&](const std::string &name, long prefix, const std::string &slot, bool is_first) {
-        for (auto [at, end] = parameters.equal_range(slot_key(name, rule.text, slot)); at != end; ++at) {
-            const Frag *frag = at->second, *proxy = at_depth(frag, 2),
-                       *set = at_depth(frag, 5) ? at_depth(frag, 4) : nullptr;
-            auto from = template_of.find(set);
-            bool is_of_input = !set || (from != template_of.end() && from->second.first == all.lines[number].input);
-            auto times = !is_of_input ? 0 : times_for(rule, set ? from->second.second : clear_name(proxy));
-            if (times == 0)
-                continue;
-            std::string owner = place_keys::path(set ? set : proxy);
-            // Who has it under its own number has another rule under the first, unless the line names it twice.
-            if (is_first && times == 1 && all.in.before.tables.size() == 1 && owners.count(owner) != 0)
-                continue;
-            owners.insert(std::move(owner));
-            if (same_prefix(prefix, result.keys.find(frag).bits))
-                note(number, frag, "as " + place_keys::path(frag));
-            else
-                turned.emplace_back(number, frag);
-        }
-    };
-    // A prefix that the table's reader left on is one to whoever reads the result; not so in the name of a list.
-    const std::string stored = storedname(rule.attribute), attribute = prefix_of(rule.bits) + stored,
-                      unit = std::to_string(rule.unit);
-    const char *bare = attr_remap(attribute.c_str());
+// Where a rule of that number has to stand, with its prefix. One that the table's reader left on is one to whoever
+// reads the result, but for the names that a numbered save makes of a list's whose name has a `_`.
+void rule_placer::place_rule(const Frag *owner, const std::string &attribute, const std::string &number,
+                             const filed_rule &of) {
+    const std::string written = prefix_of(of.rule->bits) + attribute;
+    const char *bare = attr_remap(written.c_str());
     long bits = take_prefixes(&bare);
-    const std::map<std::string, long> forms = {{bare, bits}, {stored, rule.bits}};
-    // A rule stands under its line's number, the first of its attribute under 0 or 1.
-    for (const char *slot : {unit.c_str(), "0", "1", ""}) {
-        bool is_first = is_digit(*slot) && slot != unit.c_str();
-        if (is_first && slot == unit)
-            continue;
-        for (const auto &[name, prefix] : forms)
-            place(name, prefix, slot, is_first);
-        // A numbered save makes names of their own of a list's whose name has a `_`.
-        if (*slot && stored.find("%5F") != stored.npos)
-            place(stored + "%5F" + slot, rule.bits, "", is_first);
+    bool is_single = !number.empty() && attribute.find("%5F") != attribute.npos;
+    std::string single = is_single ? "%5F" + number.substr(1) : number;
+    auto find = [&](long with) {
+        for (const auto &[key, prefix] : {std::pair(bare + number, bits), std::pair(attribute + number, of.rule->bits),
+                                          std::pair(attribute + single, of.rule->bits)})
+            if (auto at = parameters.find({owner, said_text(key, prefix ^ with, of.rule->text)});
+                at != parameters.end())
+                return at;
+        return parameters.end();
+    };
+    if (auto at = find(0); at != parameters.end()) {
+        note(of.line, at->second, "as " + place_keys::path(at->second));
+        if (auto next = std::next(at); next != parameters.end() && next->first == at->first)
+            parameters.erase(at); // each rule has a place of its own
+        return;
     }
-    if (rule.attribute == "destination")
-        place_destination(number, rule, owners);
-    tell_missing(number, rule, owners);
+    for (long other : {1, 2, 3, 4, 5, 6, 8}) // bits that are others
+        if (auto at = find(other); at != parameters.end())
+            return void(turned.emplace_back(of.line, at->second));
+    tell_lost(of.line, format("{}: {} {} stands nowhere there", clear_name(owner), of.rule->word, of.rule->text));
 }
 
-// A destination is a record whose description leads to its rule.
-void rule_placer::place_destination(size_t number, const table_rule &rule, std::set<std::string> &owners) {
+// Why a template's rule does not come into the config set of a proxy; null if it does.
+static const char *template_reason(const std::string &attribute, const filed_rule &of, bool is_first,
+                                   const std::string &proxy) {
+    bool is_login = attribute == "authenticate" || attribute == "authserver" || attribute == "password",
+         is_x = attribute == "xgateway";
+    if (attribute == "proxy")
+        return "such a rule is not taken from a template";
+    if ((is_login && !has_need(proxy, NEEDS_AUTH)) || (is_x && !has_need(proxy, NEEDS_X)))
+        return "no proxy that names this policy has a use for it";
+    if (is_x && split_hosts(of.rule->text).hosts[0].substr(0, 1) != "*")
+        return "an xgateway other than * is not taken from a template";
+    return is_login && !is_first ? "the first such rule of a policy stands" : nullptr;
+}
+
+// In a config set a list stays one, and all other rules stand side by side, of which the last destination becomes a
+// record.
+void rule_placer::place_template(const Frag *set, const filed_attributes &of) {
+    std::string proxy = clear_name(at_depth(set, 2));
+    for (const auto &[attribute, rules] : of)
+        for (const auto &[number, rule] : rules) {
+            if (!rule.rule) // of a configuration ahead of the table
+                continue;
+            bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
+            const Frag *there = child_of(set, attribute.c_str());
+            // What the set had already stays: a word of the tail, or what another table gave it.
+            bool is_taken = there && text_of(there) != rule.rule->text &&
+                            (text_of(there) == "*" || all.in.before.tables.size() > 1);
+            // With each further table one more of a set's destinations becomes a record.
+            bool is_later_record =
+                all.in.before.tables.size() > 1 &&
+                records.count(format("{}_{}destination", place_keys::path(set), prefix_of(rule.rule->bits))) != 0;
+            const char *reason = template_reason(attribute, rule, is_first, proxy);
+            if (reason || (is_taken && template_reason(attribute, rule, false, proxy)))
+                all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
+            else if (attribute == "destination" && (is_last || is_later_record))
+                place_destinations(place_keys::path(set), clear_name(set), {{number, rule}});
+            else
+                place_rule(set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+        }
+}
+
+// A destination is a record whose description leads to its rule; null if there is none.
+const Frag *rule_placer::place_destination(const std::string &owner, const std::string &service, const std::string &key,
+                                           const filed_rule &of) {
+    const table_rule &rule = *of.rule;
     std::string_view text = rule.text;
     for (std::string_view marker : {"%-permit%", "%-deny%"})
-        if (text.substr(0, marker.size()) == marker)
+        if (begins(rule.text, marker))
             text.remove_prefix(marker.size());
-    auto [begin, end] = records.equal_range(std::string(text));
-    for (auto at = begin; at != end; ++at) {
-        std::string desc = configuration::value(at->second, "desc"), tail = desc.substr(desc.find_last_of("_-") + 1);
-        if (tail != "destination" && tail != "1" && tail != std::to_string(rule.unit))
+    bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
+    for (auto [at, end] = records.equal_range(owner + '_' + prefix_of(rule.bits) + key); at != end; ++at) {
+        auto says = [&, record = at->second](const char *field, std::string_view value) {
+            return configuration::value(record, field) == value;
+        };
+        if (!says("dest", text) || !says("pd", denies ? "D" : "P") || !says("service", service) || !says("pg", "P"))
             continue;
-        std::string_view above = std::string_view(desc).substr(0, desc.rfind('_'));
-        std::string service = tail == "destination" ? decoded_name(above.substr(above.rfind('_') + 1)) : "destination";
-        constexpr size_t before_name = 10; // "def_proxy_"
-        std::string_view owner = above.substr(std::min(above.size(), before_name));
-        if (configuration::value(at->second, "service") != service || configuration::value(at->second, "pg") != "P" ||
-            (!has_template(rule) && times_for(rule, decoded_name(owner.substr(0, owner.find('_')))) == 0))
+        const Frag *record = at->second;
+        note(of.line, record, "as record " + clear_name(record) + " of dest");
+        records.erase(at);
+        return record;
+    }
+    return nullptr;
+}
+
+// The numbers of one proxy's records rise from its last rule to its first.
+void rule_placer::place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules) {
+    bool is_alone = rules.size() == 1;
+    long last = LONG_MAX;
+    for (const auto &[number, rule] : rules) {
+        if (!rule.rule)
             continue;
-        bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
-        if (configuration::value(at->second, "pd") == (denies ? "D" : "P") &&
-            desc.substr(desc.rfind('_') + 1) == prefix_of(rule.bits) + tail)
-            note(number, at->second, "as record " + clear_name(at->second) + " of dest");
-        owners.emplace(tail == "destination" ? above : above.substr(0, above.rfind('_')));
+        const Frag *record =
+            is_alone ? place_destination(owner, name, "destination", rule)
+                     : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
+        long there = record ? strtol(record->name, nullptr, 10) : last;
+        if (!record)
+            tell_lost(rule.line, format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text));
+        else if (std::exchange(last, there) < there && result.installed)
+            all.tell_some("unexplained", format("record {} of dest stands in another order", there), all.in.result.name,
+                          result.conf.line_of(record));
+    }
+}
+
+// Why a proxy's rule does not stay as the table leaves it; null if it does.
+static const char *saved_reason(const accounting &all, const std::string &proxy, const std::string &attribute,
+                                bool is_alone, const Frag *owner) {
+    if (is_dropped_proxy(proxy, all.data.release))
+        return "the new release has no such proxy";
+    if (attribute == "state" && all.logs_in && is_listed(login_services, proxy))
+        return "network_loginok switches it on";
+    if (attribute == "proxy-exec" && proxy == "sql-px" && !all.in.command.init_conf.empty())
+        return "its program is taken from the initial environment";
+    bool is_program = attribute == "proxy-exec" && is_alone && program_of(configuration::value(owner, "proxy-type"));
+    return is_program ? "the release sets the program of this type of proxy" : nullptr;
+}
+
+void rule_placer::place_attributes() {
+    for (const auto &[name, attributes] : all.filed.proxies) {
+        const Frag *owner = result.conf.record("def_proxy", name);
+        for (const auto &[attribute, rules] : attributes)
+            for (const auto &[number, rule] : rules) {
+                bool is_alone = rules.size() == 1 && !is_list_attribute(attribute);
+                if (const char *reason = saved_reason(all, name, attribute, is_alone, owner))
+                    all.filed.reasons.emplace(rule.line, reason);
+                else if (owner && rule.rule)
+                    place_rule(owner, attribute, is_alone ? "" : format("_{}", number), rule);
+            }
+    }
+    for (const auto &[name, rules] : all.filed.destinations)
+        place_destinations("def_proxy_" + storedname(name), name, rules);
+    for (const auto &[policy, sets] : templated) {
+        const filed_attributes &attributes = all.filed.templates[policy];
+        for (const Frag *set : sets)
+            place_template(set, attributes);
+        for (const auto &[attribute, rules] : attributes)
+            for (const auto &[number, rule] : rules)
+                if (sets.empty())
+                    all.filed.reasons.emplace(rule.line, "no rule that is left names this policy");
+        if (auto destination = attributes.find("destination");
+            destination != attributes.end() && destination->second.rbegin()->second.rule)
+            place_removed(destination->second.rbegin()->second);
+    }
+    take_turned();
+}
+
+// The records that come of config sets stay, when the proxy goes with the sets.
+void rule_placer::place_removed(const filed_rule &of) {
+    for (auto at = records.begin(); at != records.end();) {
+        std::string desc = at->first, owner = desc.substr(0, desc.rfind('_'));
+        size_t sets = owner.find("_config-sets_");
+        bool is_left =
+            sets != desc.npos && is_dropped_proxy(decoded_name(owner.substr(10, sets - 10)), all.data.release);
+        ++at;
+        if (is_left && place_destination(owner, decoded_name(owner.substr(owner.rfind('_') + 1)), "destination", of))
+            at = records.begin();
     }
 }
 
@@ -212,7 +235,12 @@ void rule_placer::place_destination(size_t number, const table_rule &rule, std::
 void rule_placer::take_turned() {
     for (auto [number, frag] : turned) {
         account_line &line = all.lines[number];
-        if (size_t by = result.valued.at(frag); by != NO_LINE && (line.place || !all.lines[by].said))
+        size_t by = result.valued.at(frag);
+        if (by != NO_LINE && !all.lines[by].said) {
+            tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
+            continue;
+        }
+        if (by != NO_LINE && line.place)
             continue;
         bool is_placed = line.place != nullptr;
         note(number, frag, "with another prefix");
@@ -221,22 +249,6 @@ void rule_placer::take_turned() {
             is_placed && result.installed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr;
         if (told)
             told->result = {all.in.result.name, result.conf.line_of(frag)};
-    }
-}
-
-// The destinations of one proxy are records from its last rule to its first.
-void rule_placer::check_destinations() {
-    std::map<long, std::string> by_number;
-    for (const Frag *record : result.conf.children("dest"))
-        by_number.emplace(strtol(record->name, nullptr, 10), configuration::value(record, "desc"));
-    std::map<std::string, long> last; // rules, by what stands in front of their numbers
-    for (const auto &[number, desc] : by_number) {
-        std::string above = desc.substr(0, desc.rfind('_'));
-        long rule = strtol(desc.c_str() + desc.find_last_not_of("0123456789") + 1, nullptr, 10);
-        auto [known, is_first] = last.emplace(above, rule);
-        if (rule > 0 && !is_first && std::exchange(known->second, rule) <= rule)
-            all.tell_some("unexplained", format("record {} of dest stands in another order", number),
-                          all.in.result.name, 0);
     }
 }
 
@@ -272,11 +284,5 @@ void place_table_lines(accounting &all, result_places &result, const access_side
     }
     placer.index_result();
     placer.place_hosts();
-    for (size_t i = 0; i < all.lines.size(); i++)
-        for (size_t r = 0; all.inputs[all.lines[i].input].table && r < all.lines[i].rules; r++)
-            if (const table_rule &rule = all.rule(all.lines[i], r); rule.attribute != "hosts")
-                placer.place_attribute(i, rule);
-    placer.take_turned();
-    if (result.installed && all.in.before.tables.size() == 1)
-        placer.check_destinations();
+    placer.place_attributes();
 }

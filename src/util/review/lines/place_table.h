@@ -7,7 +7,6 @@
 #include "lines/accounting.h"
 
 #include <map>
-#include <set>
 
 /// Places rules by what they say.
 struct rule_placer {
@@ -15,15 +14,14 @@ struct rule_placer {
     result_places &result;
     const access_side &side;
     bool own;
-    std::multimap<std::string, const Frag *> parameters{}; ///< of proxies and config sets, by name and value
-    std::multimap<std::string, const Frag *> records{};    ///< of destinations, by their text
-    /// The config sets that a template of a table went into.
+    using index = std::multimap<std::pair<const Frag *, std::string>, const Frag *>;
+    index parameters{};                                 ///< of proxies and config sets, by all that they say
+    std::multimap<std::string, const Frag *> records{}; ///< of destinations, by their descriptions
+    /// The config sets that each template of a table went into.
     std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated{};
-    std::unordered_map<const Frag *, std::pair<uint32_t, std::string>> template_of{}; ///< the other way round
     std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
-    std::set<std::string> asked{};                         ///< attributes of names of which only the first rule counts
 
-    /// Takes the parameters of a proxy or config set into the index, those of all, and the templates of the tables.
+    /// Takes the parameters of a proxy or config set into the index, those of all, and the records.
     void index_parameters(const Frag *entry);
     void index_result();
     /// Notes that a rule, the line with that number, stands at `frag`; as the line's place if it has none yet.
@@ -38,12 +36,15 @@ struct rule_placer {
     bool is_of_table(const access_rule &now) const;
     void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
     void take_set(const Frag *set, std::string_view tail, size_t number);
-    /// Places any other rule, and tells where it has to stand, too, and does not; `owners` are where it does, by path.
-    void place_attribute(size_t number, const table_rule &rule);
-    void place_destination(size_t number, const table_rule &rule, std::set<std::string> &owners);
-    void check_destinations();
+    /// Places the other rules with the owners that have them, and tells what one of these lacks.
+    void place_attributes();
+    void place_rule(const Frag *owner, const std::string &attribute, const std::string &number, const filed_rule &of);
+    void place_template(const Frag *set, const filed_attributes &of);
+    void place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules);
+    const Frag *place_destination(const std::string &owner, const std::string &service, const std::string &key,
+                                  const filed_rule &of);
+    void place_removed(const filed_rule &of);
     void take_turned();
-    void tell_missing(size_t number, const table_rule &rule, const std::set<std::string> &owners);
 };
 
 /// A child by its name, or null.

@@ -47,6 +47,8 @@ const struct {
     {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
     {"map", nullptr, ALWAYS, "maps together have no value"},
     {"map_#*_tag*", nullptr, TABLES | AHEAD, "it is for the translation of tables alone"},
+    {"def_proxy_alerts_*", nullptr, TABLES | AHEAD, "nothing but enable is kept of alerts"},
+    {"*trusted_networks", nullptr, TABLES | AHEAD, "a table takes the value away"},
     {"network_loginok", nullptr, MUST, "it goes before saving; enabled, it switches the logins on"},
     {"network_loginok_*", nullptr, ALWAYS, "it goes with network_loginok"},
     {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
@@ -215,6 +217,11 @@ size_t reason_finder::winner(const account_line &line) const {
         return by && all.value(*by) == text_of(frag) ? last->second : own.from.at(frag);
     if (by && by->input != line.input && may_win(last->second, line))
         return last->second;
+    // A rule of a table that was repeated stands as a list, in the place of a value.
+    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
+    if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
+        if (auto rules = filed->second.find(line.said->node->name); rules != filed->second.end())
+            return rules->second.begin()->second.line;
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
@@ -249,7 +256,6 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
 void find_reasons(accounting &all, result_places &own) {
     reason_finder finder(all, own);
     finder.index_winners();
-    table_reasons tables(all);
     for (size_t i = 0; i < all.lines.size(); i++) {
         account_line &line = all.lines[i];
         if (!line.candidate)
@@ -258,7 +264,7 @@ void find_reasons(accounting &all, result_places &own) {
         if (line.by != NO_LINE)
             line.reason = said_twice;
         else
-            line.reason = is_table ? tables.reason(i) : finder.conf_reason(line);
+            line.reason = is_table ? table_reason(all, i) : finder.conf_reason(line);
         size_t by = is_table || line.by != NO_LINE || !line.reason.empty() ? NO_LINE : finder.winner(line);
         if (by != NO_LINE && by != i && finder.may_win(by, line))
             line.by = by;
@@ -285,9 +291,11 @@ void check_standing(accounting &all, result_places &result) {
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
         for (size_t depth : {1, 2})
-            if (!line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos &&
-                at_depth(line.said->node, depth))
-                moved.emplace(at_depth(line.said->node, depth), at_depth(line.place, depth));
+            if (const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
+                !line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos && record)
+                if (size_t first = result.from.at(now);
+                    first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
+                    moved.emplace(record, now); // and not what another file says, too
     }
     // Numbered records keep the order that they have in their file.
     for (const char *const *family = numbered_families; *family; family++) {

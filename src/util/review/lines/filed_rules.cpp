@@ -1,0 +1,154 @@
+// The rules of tables as the proxies and the templates of policies have them, and why a line of a table has no place.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+#include "netperm.h"
+#include "upgrade.h"
+
+#include <algorithm>
+
+namespace {
+
+/// What is read of one table after the other.
+struct rule_filer {
+    filed_rules &filed;
+
+    void pass_over(const filed_rule &rule, const char *why) { filed.reasons.emplace(rule.line, why); }
+    void file(filed_attributes &owner, const filed_rule &rule);
+    void read(const filed_rule &rule);
+    void finish(uint32_t input);
+    void add_configuration(const configuration &conf);
+};
+
+void rule_filer::file(filed_attributes &owner, const filed_rule &rule) {
+    std::string name = storedname(rule.rule->attribute).substr(0, FRAGNAME_SIZE - 1);
+    numbered_rules &rules = owner[name];
+    if (!rules.empty() && (name == "authenticate" || name == "authserver"))
+        return pass_over(rule, "the first such rule of a proxy stands");
+    long first = is_list_attribute(name) ? 0 : 1;
+    rules[rules.empty() ? first : rule.rule->unit] = rule;
+}
+
+// A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.
+void rule_filer::read(const filed_rule &rule) {
+    filed_attributes &global = filed.proxies["global"];
+    bool is_global = false, is_attribute = rule.rule->attribute != "hosts";
+    for (const global_word_rec *row = global_word_tab; row->word; row++)
+        is_global = is_global || rule.rule->word == row->word;
+    for (const std::string &name : rule.rule->names) {
+        bool is_for_all = name[0] == '*';
+        auto [proxy, is_new] = filed.proxies.try_emplace(is_for_all ? "global" : name, global);
+        for (const global_word_rec *row = global_word_tab; is_new && row->word; row++)
+            if (!row->inherited)
+                proxy->second.erase(storedname(row->word));
+        if (!is_attribute)
+            continue;
+        for (auto other = is_for_all && !is_global ? filed.proxies.begin() : filed.proxies.end();
+             other != filed.proxies.end(); ++other)
+            if (other != proxy)
+                file(other->second, rule);
+        file(proxy->second, rule);
+    }
+}
+
+// Why a proxy does not keep an attribute of the table; null if it does.
+const char *proxy_reason(const std::string &proxy, const std::string &attribute) {
+    if (proxy == "global")
+        return "it is kept for all proxies alone, and not for any of them";
+    if (is_removed_proxy(proxy))
+        return "the new release has no such proxy";
+    if (proxy == "alerts" && attribute != "enable")
+        return "nothing but enable is kept of alerts";
+    if (is_listed(del_plug_attrs, attribute))
+        return "a port comes from the initial environment";
+    for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
+        if (attribute == row->attribute && !has_need(proxy, row->need))
+            return "the proxy has no use for it";
+    return nullptr;
+}
+
+// What the pass for a table leaves: templates have gone into config sets, and destinations into records.
+void rule_filer::finish(uint32_t input) {
+    for (auto proxy = filed.proxies.begin(); proxy != filed.proxies.end();) {
+        auto &[name, attributes] = *proxy;
+        bool is_template = begins(name, "policy-");
+        for (auto each = attributes.begin(); each != attributes.end();) {
+            auto &[attribute, rules] = *each;
+            const char *reason = proxy_reason(name, attribute);
+            for (const auto &[number, rule] : rules)
+                if (reason)
+                    pass_over(rule, reason);
+            bool is_record = !reason && attribute == "destination" && !is_template;
+            if (is_record)
+                filed.destinations.emplace_back(name, std::move(rules));
+            each = is_record || reason ? attributes.erase(each) : std::next(each);
+        }
+        if (is_template)
+            filed.templates[{input, name}] = std::move(attributes);
+        proxy =
+            is_template || name == "global" || is_removed_proxy(name) ? filed.proxies.erase(proxy) : std::next(proxy);
+    }
+}
+
+// What stands there ahead of a table is no copy of `global`, and the first of its attribute.
+void rule_filer::add_configuration(const configuration &conf) {
+    for (const Frag *proxy : conf.children("def_proxy"))
+        for (const Frag *each = proxy->child; each; each = each->next)
+            filed.proxies[clear_name(proxy)][each->name].emplace(is_list_attribute(each->name) ? 0 : 1, filed_rule());
+}
+
+} // namespace
+
+bool has_need(std::string_view proxy, int bits) {
+    const proxy_attr_rec *row = proxy_attr_tab;
+    while (row->proxy && proxy != row->proxy)
+        row++;
+    return !row->proxy || (row->bits & bits) != 0;
+}
+
+const char *program_of(const std::string &type) {
+    const program_rec *row = program_tab;
+    while (row->type && lowercase(type) != row->type)
+        row++;
+    return row->exec;
+}
+
+void file_rules(accounting &all) {
+    rule_filer filer{all.filed};
+    for (const upgrade_step &step : all.in.command.steps) {
+        const account_input *input = all.input_of(step);
+        if (input && input->conf && input->translated)
+            filer.add_configuration(*input->conf);
+        if (!input || !input->table)
+            continue;
+        for (size_t i = 0; i < input->table->rules.size(); i++)
+            filer.read({all.rule_lines[input->table][i], &input->table->rules[i]});
+        filer.finish(static_cast<uint32_t>(input - all.inputs.data()));
+    }
+}
+
+std::string table_reason(const accounting &all, size_t number) {
+    const account_line &line = all.lines[number];
+    const account_input &input = all.inputs[line.input];
+    if (input.unread)
+        return "a table is for configurations from before 4.0";
+    if (line.rules == 0) {
+        const std::vector<dropped_line> &dropped = input.table->dropped;
+        auto found = std::lower_bound(dropped.begin(), dropped.end(), line.line,
+                                      [](const dropped_line &each, long wanted) { return each.line < wanted; });
+        return found != dropped.end() && found->line == line.line ? found->why : "";
+    }
+    if (input.last_step < all.last_import)
+        return "-e removes all proxies that are there";
+    const table_rule &rule = all.rule(line);
+    auto known = all.filed.reasons.find(number);
+    if (rule.attribute != "hosts")
+        return known == all.filed.reasons.end() ? "" : known->second;
+    if (std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
+            return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);
+        }))
+        return "it lets nobody through a proxy of the new release";
+    auto found = all.covered.find(number);
+    return found == all.covered.end()
+               ? ""
+               : "an earlier rule covers its hosts, such as line " + std::to_string(found->second);
+}
