@@ -31,6 +31,7 @@ struct origin_finder {
     bool is_layout(const conf_line &line) const;
     void find(const conf_line &line);
     void tell_missing() const;
+    void check_interfaces() const;
 };
 
 void origin_finder::prepare() {
@@ -100,7 +101,8 @@ bool origin_finder::is_release(const conf_line &line) const {
         return value == found->second;
     if (has_prefix(path.c_str(), "proxy_")) {
         const maprec *row = find_maprec(services_of(result.conf), &maprec::service, path.c_str() + 6);
-        return row && value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
+        return row && services_of(result.conf) == map_nt &&
+               value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
     }
     bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&
                       line.node->parent == at_depth(line.node, 2) && is_named(line.node, "proxy-exec");
@@ -152,6 +154,8 @@ void origin_finder::find(const conf_line &line) {
         std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
         filter_rules.count(value) == 0)
         from = NO_LINE;
+    if (result.conf.numbered && covers("netobj_list_*_element_*_alias", line.key)) // told by the list that it is in
+        from = NO_LINE;
     // The fields of a rule that came in field by field each have a line.
     const Frag *rule = from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") &&
                                at_depth(line.node, 2) == line.node
@@ -197,6 +201,45 @@ void origin_finder::tell_missing() const {
             must_be(place_keys::path(proxy) + "_proxy-exec", program, proxy);
 }
 
+// The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.
+void origin_finder::check_interfaces() const {
+    auto tell = [&](const char *id, const Frag *element, const std::string &what) {
+        std::string name = configuration::value(element, "interface");
+        all.tell_some(id, format("the interface {} {}", name, what), all.in.result.name, result.conf.line_of(element));
+    };
+    for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
+        if (!result.conf.record("netobj_list", list))
+            all.tell_some("lost", format("a numbered save makes the list {}", list), all.in.result.name, 0);
+    std::map<std::string, const Frag *> listed;
+    std::map<std::string, size_t> met; // one of several of an interface is listed
+    for (const auto &[key, element] : interfaces)
+        if (!is_on(configuration::value(element, "alias").c_str()))
+            met[lowercase(configuration::value(element, "interface"))]++;
+    for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
+        std::string name = configuration::value(each, "interface"), location = configuration::value(each, "location");
+        if (!listed.emplace(lowercase(name), each).second)
+            tell("from-nowhere", each, "stands twice in the list of all interfaces");
+        auto [first, last] = interfaces.equal_range(location + '\n' + name);
+        bool is_there = std::any_of(
+            first, last, [](const auto &there) { return !is_on(configuration::value(there.second, "alias").c_str()); });
+        if (is_there == (location == "Unknown") || (!is_there && located.count('\n' + name) != 0))
+            tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
+    }
+    for (const auto &[key, element] : interfaces) {
+        std::string name = lowercase(configuration::value(element, "interface")), what;
+        if (is_blanks(name.c_str()) || is_on(configuration::value(element, "alias").c_str()))
+            continue;
+        auto there = listed.find(name);
+        for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
+            if (const Frag *said = find_named(element->child, field);
+                there != listed.end() && what.empty() && met[name] == 1 && said &&
+                configuration::value(there->second, field) != text_of(said))
+                what = format("has another {} in the list of all interfaces", field);
+        if (there == listed.end() || !what.empty())
+            tell("lost", element, what.empty() ? "stands in no list of all interfaces" : what);
+    }
+}
+
 } // namespace
 
 void find_origins(accounting &all, result_places &result) {
@@ -205,30 +248,6 @@ void find_origins(accounting &all, result_places &result) {
     for (const conf_line &line : result.conf.lines)
         finder.find(line);
     finder.tell_missing();
-    std::map<std::string, const Frag *> listed;
-    std::map<std::string, size_t> met; // one of several of an interface is listed
-    for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element"))
-        listed.emplace(lowercase(configuration::value(each, "interface")), each);
-    for (const auto &[key, element] : finder.interfaces)
-        if (!is_on(configuration::value(element, "alias").c_str()))
-            met[lowercase(configuration::value(element, "interface"))]++;
-    for (const auto &[key, element] : finder.interfaces) {
-        std::string name = configuration::value(element, "interface");
-        auto there = listed.find(lowercase(name));
-        if (!all.in.command.numbered() || is_blanks(name.c_str()) ||
-            is_on(configuration::value(element, "alias").c_str()))
-            continue;
-        auto lacks = [&, at = element](const char *field) {
-            const Frag *said = find_named(at->child, field);
-            return said && configuration::value(there->second, field) != text_of(said);
-        };
-        const char *const fields[] = {"addr", "netmask", "broadcast", "interfaceflags"};
-        std::string what = there == listed.end() ? "stands in no list of all interfaces" : "";
-        for (const char *field : fields)
-            if (what.empty() && met[lowercase(name)] == 1 && lacks(field))
-                what = format("has another {} in the list of all interfaces", field);
-        if (!what.empty())
-            all.tell_some("lost", format("the interface {} {}", name, what), all.in.result.name,
-                          result.conf.line_of(element));
-    }
+    if (all.in.command.numbered())
+        finder.check_interfaces();
 }

@@ -217,11 +217,12 @@ bool line_placer::place_moved(size_t number) {
     account_line &line = all.lines[number];
     const std::string &key = line.key;
     const Frag *element = nullptr;
-    if (all.inputs[line.input].imported && key == "gui_client")
+    bool is_imported = all.inputs[line.input].last_step < all.last_import; // or there when a file is
+    if (is_imported && key == "gui_client")
         element = element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value));
     if (element && configuration::value(element, "name") != key)
         element = nullptr; // one of the list's own
-    if (all.inputs[line.input].imported && has_prefix(key.c_str(), "ip_"))
+    if (is_imported && has_prefix(key.c_str(), "ip_"))
         element = address_field(line);
     if (!element)
         return false;

@@ -154,8 +154,11 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             take_policy_parameter(way, made);
             break;
         } else {
-            made.key += way[i]->name;
-            made.bits |= bits_of(way[i]);
+            // A name with a prefix can read as one that is mapped.
+            const std::string shown = prefix_of(bits_of(way[i])) + std::string(way[i]->name);
+            bool is_mapped = i + 1 == way.size() && attr_remap(shown.c_str()) != shown;
+            made.key += is_mapped ? attr_remap(shown.c_str()) : way[i]->name;
+            made.bits |= is_mapped ? 0 : bits_of(way[i]);
         }
     }
     return made;

@@ -19,8 +19,8 @@ enum : unsigned {
     NUMBERED = 4,   // the result is
     TABLES = 8,     // they decide
     LOGIN = 16,     // an input switches network login on
-    IMPORTED = 32,  // the line's file is
-    REMOVED = 64,   // it is, or comes ahead of an import
+    SERVED = 32,    // the line is that of a service of the platform
+    REMOVED = 64,   // its file is imported, or comes ahead of an import
     UNREAD = 128,   // the file is passed over
     SERVICES = 256, // are those of the platform that saves them by themselves
     OLDER = 512,    // it is not the initial environment's, and there is one
@@ -41,7 +41,7 @@ const struct {
     {"cust_proxy_*", nullptr, REMOVED, "-e removes all proxies that are there"},
     {"policy_*", nullptr, REMOVED | MUST, "-e removes all policies that are there"},
     {"map_*", nullptr, REMOVED | MUST, "-e removes all maps that are there"},
-    {"proxy_*", nullptr, REMOVED, "a service of 4.1, whose proxy goes with all others"},
+    {"proxy_*", nullptr, REMOVED | SERVED, "a service of 4.1, whose proxy goes with all others"},
     {"version_firewall", nullptr, NOT_55, "the release is stamped anew"},
     {"version_upgraded", nullptr, NOT_55, "the release is stamped anew"},
     {"version_moatwall.conf", nullptr, ALWAYS, "the layout is stamped anew"},
@@ -61,7 +61,7 @@ const struct {
     {"pfedit_*_numrules", nullptr, NUMBERED, "counts are made anew"},
     {"netobj_list_*_element_#*_alias", nullptr, NUMBERED, "an alias is told by the list that it stands in"},
     {"netobj_list_all%5Finterfaces_*", nullptr, NUMBERED, "the list of all interfaces is made anew"},
-    {"proxy_*", nullptr, NUMBERED | SERVICES, "the services of 4.1 follow their proxies"},
+    {"proxy_*", nullptr, NUMBERED | SERVICES | SERVED, "the services of 4.1 follow their proxies"},
     {"", del_55_keys, NOT_55 | MUST, "release 5.5 drops it"},
     {"def_proxy_", del_55_proxies, NOT_55 | MUST, "the new release has no such proxy"},
     {"def_proxy_", del_50_proxies, FROM_40 | MUST, "the new release has no such proxy"},
@@ -80,6 +80,7 @@ struct reason_finder {
     void index_winners();
     unsigned conditions(const account_line &line) const;
     const char *conf_reason(const account_line &line) const;
+    const char *address_reason(const account_line &line, unsigned holds) const;
     const char *proxy_reason(const account_line &line, unsigned holds) const;
     const char *taken_away(const account_line &line) const;
     size_t winner(const account_line &line) const;
@@ -111,7 +112,11 @@ void reason_finder::index_winners() {
 unsigned reason_finder::conditions(const account_line &line) const {
     const account_input &input = all.inputs[line.input];
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-    return of_run | (input.imported ? IMPORTED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
+    bool is_served = false;
+    std::string service = begins(line.key, "proxy_") ? line.key.substr(6, line.key.find('_', 6) - 6) : "";
+    for (const maprec *row = services_of(own.conf); !service.empty() && row->proxy; row++)
+        is_served = is_served || begins(std::string(row->service) + '_', service + '_');
+    return of_run | (is_served ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
            (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
 }
 
@@ -145,6 +150,26 @@ const char *reason_finder::proxy_reason(const account_line &line, unsigned holds
                                            : "";
 }
 
+bool is_below(const Frag *frag, const char *family) { return frag && is_named(at_depth(frag, 0), family); }
+
+// What an import says of the flat keys of an address: they become an element, or nothing. Null if it is none of them.
+const char *reason_finder::address_reason(const account_line &line, unsigned holds) const {
+    const configuration &conf = *all.inputs[line.input].conf;
+    for (const ip_var_rec *row = ip_var_tab; (holds & REMOVED) && begins(line.key, "ip_") && row->address; row++)
+        for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
+            const Frag *there = conf.find((std::string("ip_") + row->address).c_str());
+            std::string address = configuration::value(there, "");
+            if (line.key.substr(3) != name || (!there && name != row->mask))
+                continue;
+            if (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX")
+                return "without an address there is no element for it";
+            if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
+                return NO_INTERFACE;
+            return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
+        }
+    return nullptr;
+}
+
 const char *reason_finder::conf_reason(const account_line &line) const {
     if (!line.said)
         return "it names no key by itself";
@@ -152,20 +177,11 @@ const char *reason_finder::conf_reason(const account_line &line) const {
     unsigned holds = conditions(line);
     if (const char *reason = row_reason(key, holds | MUST, 0))
         return reason;
-    for (const ip_var_rec *row = ip_var_tab; (holds & IMPORTED) && begins(key, "ip_") && row->address; row++)
-        for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
-            const configuration &conf = *all.inputs[line.input].conf;
-            std::string address = conf.value((std::string("ip_") + row->address).c_str());
-            if (key.substr(3) != name)
-                continue;
-            if (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX")
-                return "without an address there is no element for it";
-            if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
-                return NO_INTERFACE;
-        }
+    if (const char *reason = address_reason(line, holds))
+        return reason;
     if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
         return "a filter rule without fields is not saved";
-    if (covers("pfedit_*_rule*_*", line.said->key))
+    if (covers("pfedit_*_rule*_*", line.said->key) || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
         return "an import takes filter rules by their texts alone";
     if (line.said->role == line_role::count)
         return "counts are made anew";
@@ -193,7 +209,21 @@ const char *reason_finder::taken_away(const account_line &line) const {
         return reason;
     if (is_map_line(line) && maps.winner(line) != NO_LINE)
         return "a map that is the same stands there already";
+    if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
+        return reason;
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
+}
+
+// Whether a line can't win in an entry of numbered records: it is of another entry of the file, which has a place of
+// its own, or gives an address, which leads to the entry that has it.
+bool is_of_another(const account_line &winner, const account_line &line) {
+    auto mark = std::find(line.key.begin(), line.key.end(), '#');
+    if (mark == line.key.end() || !winner.said || !winner.said->node)
+        return false;
+    if (winner.key.find('#') == std::string::npos)
+        return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
+    auto depth = static_cast<size_t>(std::count(line.key.begin(), mark, '_'));
+    return winner.input == line.input && at_depth(winner.said->node, depth) != at_depth(line.said->node, depth);
 }
 
 // The line that has the place which this one would have.
@@ -208,13 +238,17 @@ size_t reason_finder::winner(const account_line &line) const {
     bool is_list = under && under->child && begins(line.key, "def_proxy_");
     if (line.key.find('#') != std::string::npos || is_list)
         frag = frag ? frag : under;
-    if (frag && begins(line.key, "pfedit_") && own.from.at(frag) == NO_LINE)
-        frag = frag->parent; // which came in one line
     // Whatever an import makes of a key, it is no longer what another file said by it.
     auto last = imported.find(line.said->key);
     const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
-    if (frag)
-        return by && all.value(*by) == text_of(frag) ? last->second : own.from.at(frag);
+    if (frag) {
+        while (frag->parent && own.from.at(frag) == NO_LINE && line.key.find('#') != std::string::npos)
+            frag = frag->parent; // what came in one line
+        size_t there = own.from.at(frag);
+        return by && all.value(*by) == text_of(frag)                       ? last->second
+               : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
+                                                                           : there;
+    }
     if (by && by->input != line.input && may_win(last->second, line))
         return last->second;
     // A rule of a table that was repeated stands as a list, in the place of a value.
