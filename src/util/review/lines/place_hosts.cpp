@@ -157,15 +157,19 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
             if (!is_named(field, "type") || text_of(field) == "L")
                 result.stand(field, number);
     const Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
+    std::vector<Frag *> listed = policy ? configuration::children(policy, "proxy") : std::vector<Frag *>();
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     const Frag *desc = parm ? child_of(parm, "desc") : nullptr;
-    if (desc && (text_of(desc) == map.policy || all.in.before.knows(std::string(text_of(desc)))))
+    // One of several proxies is called by its name.
+    bool is_right =
+        desc && (listed.size() > 1 ? text_of(desc) == map.policy : all.in.before.knows(std::string(text_of(desc))));
+    if (is_right)
         result.stand(desc, number);
     else if (policy)
         tell_lost(number, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));
     // With a second table the numbers of the sets can't be told from the rules alone.
     bool is_set = !policy || !set || all.in.before.tables.size() > 1;
-    for (const Frag *entry : policy ? configuration::children(policy, "proxy") : std::vector<Frag *>()) {
+    for (const Frag *entry : listed) {
         result.stand(entry, number);
         is_set = is_set || is_named(entry, set->name);
     }
