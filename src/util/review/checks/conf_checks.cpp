@@ -180,10 +180,10 @@ struct checking {
                     need(front + std::string(count));
             }
             const char *form = of == "link_" || of == "key_" ? "{}{:04}" : "{}{}";
-            for (size_t number = 1; is_numbered_below(of) && number <= there.size(); number++)
+            size_t last = is_numbered_below(of) ? there.size() : 0;
+            for (size_t number = 1; number <= last; number++)
                 if (std::string entry = format(fmt::runtime(form), of, number); there.count(entry) == 0) {
-                    tell(data, "count", format("{} is not there, though {} such entries are", entry, there.size()),
-                         conf.name);
+                    tell(data, "count", format("{} is not there, though {} such entries are", entry, last), conf.name);
                     break;
                 }
         }

@@ -127,7 +127,7 @@ long take_prefixes(const char **name) {
     for (bool found = true; found;) {
         found = false;
         for (const auto &[text, bit] : prefixes)
-            if (!found && strncasecmp(*name, text, strlen(text)) == 0) {
+            if (!found && (**name | 0x20) == *text && strncasecmp(*name, text, strlen(text)) == 0) {
                 bits |= bit;
                 *name += strlen(text);
                 found = true;
