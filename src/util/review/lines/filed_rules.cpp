@@ -137,9 +137,9 @@ std::string table_reason(const accounting &all, size_t number) {
                                       [](const dropped_line &each, long wanted) { return each.line < wanted; });
         return found != dropped.end() && found->line == line.line ? found->why : "";
     }
-    if (input.last_step < all.last_import)
-        return "-e removes all proxies that are there";
     const table_rule &rule = all.rule(line);
+    if (input.last_step < all.last_import && rule.attribute != "destination")
+        return "-e removes all proxies that are there";
     auto known = all.filed.reasons.find(number);
     if (rule.attribute != "hosts")
         return known == all.filed.reasons.end() ? "" : known->second;

@@ -168,8 +168,9 @@ void rule_placer::place_destinations(const std::string &owner, const std::string
             is_alone ? place_destination(owner, name, "destination", rule)
                      : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
         long there = record ? strtol(record->name, nullptr, 10) : last;
-        if (!record)
-            tell_lost(rule.line, format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text));
+        if (!record && result.installed) // an import leaves it
+            all.tell_some("lost", format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text),
+                          all.lines[rule.line]);
         else if (std::exchange(last, there) < there && result.installed)
             all.tell_some("unexplained", format("record {} of dest stands in another order", there), all.in.result.name,
                           result.conf.line_of(record));
@@ -218,13 +219,11 @@ void rule_placer::place_attributes() {
     take_turned();
 }
 
-// The records that come of config sets stay, when the proxy goes with the sets.
+// The records that come of config sets stay when the sets go.
 void rule_placer::place_removed(const filed_rule &of) {
     for (auto at = records.begin(); at != records.end();) {
         std::string desc = at->first, owner = desc.substr(0, desc.rfind('_'));
-        size_t sets = owner.find("_config-sets_");
-        bool is_left =
-            sets != desc.npos && is_dropped_proxy(decoded_name(owner.substr(10, sets - 10)), all.data.release);
+        bool is_left = owner.find("_config-sets_") != desc.npos && !result.conf.find(owner.c_str());
         ++at;
         if (is_left && place_destination(owner, decoded_name(owner.substr(owner.rfind('_') + 1)), "destination", of))
             at = records.begin();
