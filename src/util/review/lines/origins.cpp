@@ -154,8 +154,6 @@ void origin_finder::find(const conf_line &line) {
         std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
         filter_rules.count(value) == 0)
         from = NO_LINE;
-    if (result.conf.numbered && covers("netobj_list_*_element_*_alias", line.key)) // told by the list that it is in
-        from = NO_LINE;
     // The fields of a rule that came in field by field each have a line.
     const Frag *rule = from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") &&
                                at_depth(line.node, 2) == line.node
@@ -217,7 +215,7 @@ void origin_finder::check_interfaces() const {
             met[lowercase(configuration::value(element, "interface"))]++;
     for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
         std::string name = configuration::value(each, "interface"), location = configuration::value(each, "location");
-        if (!listed.emplace(lowercase(name), each).second)
+        if (!listed.emplace(lowercase(name), each).second && !is_blanks(name.c_str()))
             tell("from-nowhere", each, "stands twice in the list of all interfaces");
         auto [first, last] = interfaces.equal_range(location + '\n' + name);
         bool is_there = std::any_of(

@@ -11,9 +11,13 @@
 
 using fmt::format;
 
-// What stands with an owner, as the index has it.
-static std::string said_text(const std::string &key, long bits, std::string_view text) {
-    return key + '\n' + prefix_of(bits) + '\n' + std::string(text);
+// What stands with an owner, as the index has it. A numbered save makes one name of a list's and a number if there is a
+// `_` in it, and writes a `%` as it is.
+static std::string said_text(std::string name, const std::string &number, long bits, std::string_view text) {
+    for (const auto &[from, to] : {std::pair("%5F", '_'), std::pair("%25", '%')})
+        for (size_t at = name.find(from); at != name.npos; at = name.find(from, at + 1))
+            name.replace(at, 3, 1, to);
+    return name + number + '\n' + prefix_of(bits) + '\n' + std::string(text);
 }
 
 void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
@@ -34,14 +38,15 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
 
 // A parameter of several values is a list of numbered children.
 void rule_placer::index_parameters(const Frag *entry) {
-    auto add = [&](const Frag *frag, const std::string &key) {
-        if (frag->value)
-            parameters.emplace(std::pair(entry, said_text(key, result.keys.find(frag).bits, text_of(frag))), frag);
-    };
     for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
-        add(parameter, parameter->name);
+        auto add = [&](const Frag *frag, const std::string &number) {
+            std::string said = said_text(parameter->name, number, result.keys.find(frag).bits, text_of(frag));
+            if (frag->value)
+                parameters.emplace(std::pair(entry, std::move(said)), frag);
+        };
+        add(parameter, "");
         for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)
-            add(child, std::string(parameter->name) + '_' + child->name);
+            add(child, std::string("_") + child->name);
     }
 }
 
@@ -54,7 +59,7 @@ void rule_placer::index_result() {
             index_parameters(set);
     }
     for (const auto &[line, twin] : result.doubles)
-        parameters.emplace(std::pair(twin.parent, said_text(twin.name, line->bits, line->value)), &twin);
+        parameters.emplace(std::pair(twin.parent, said_text(twin.name, "", line->bits, line->value)), &twin);
     for (const Frag *record : result.conf.children("dest"))
         records.emplace(configuration::value(record, "desc"), record);
 }
@@ -65,21 +70,17 @@ void rule_placer::tell_lost(size_t number, std::string text) {
 }
 
 // Where a rule of that number has to stand, with its prefix. One that the table's reader left on is one to whoever
-// reads the result, but for the names that a numbered save makes of a list's whose name has a `_`.
+// reads the result, but for the name of a list.
 void rule_placer::place_rule(const Frag *owner, const std::string &attribute, const std::string &number,
                              const filed_rule &of) {
     const std::string written = prefix_of(of.rule->bits) + attribute;
     const char *bare = attr_remap(written.c_str());
     long bits = take_prefixes(&bare);
-    bool is_single = !number.empty() && attribute.find("%5F") != attribute.npos;
-    std::string single = is_single ? "%5F" + number.substr(1) : number;
     auto find = [&](long with) {
-        for (const auto &[key, prefix] : {std::pair(bare + number, bits), std::pair(attribute + number, of.rule->bits),
-                                          std::pair(attribute + single, of.rule->bits)})
-            if (auto at = parameters.find({owner, said_text(key, prefix ^ with, of.rule->text)});
-                at != parameters.end())
-                return at;
-        return parameters.end();
+        auto at = parameters.find({owner, said_text(bare, number, bits ^ with, of.rule->text)});
+        return at != parameters.end()
+                   ? at
+                   : parameters.find({owner, said_text(attribute, number, of.rule->bits ^ with, of.rule->text)});
     };
     if (auto at = find(0); at != parameters.end()) {
         note(of.line, at->second, "as " + place_keys::path(at->second));

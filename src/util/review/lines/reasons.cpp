@@ -223,7 +223,9 @@ bool is_of_another(const account_line &winner, const account_line &line) {
     if (winner.key.find('#') == std::string::npos)
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
     auto depth = static_cast<size_t>(std::count(line.key.begin(), mark, '_'));
-    return winner.input == line.input && at_depth(winner.said->node, depth) != at_depth(line.said->node, depth);
+    const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
+    return winner.input == line.input && entry && other && entry->parent == other->parent &&
+           !is_named(other, entry->name);
 }
 
 // The line that has the place which this one would have.
