@@ -27,17 +27,17 @@ void rule_placer::place_hosts() {
         if (is_removed_proxy(proxy)) // its rules go before they are translated
             continue;
         rule_partners partners = align_rules(all.in.before, side, proxy);
+        maps_by_source alike; // those not yet taken
+        for (size_t each : maps_for(side, proxy))
+            alike[side.maps[each].source].push_back(each);
         std::string_view last_tail;
         bool permits = false;
         size_t last = NO_LINE, map = 0, count = 0, table = 0; // config sets are counted in each table anew
-        std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners);
+        std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners, alike);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
         for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
             sets.emplace(clear_name(set), set);
-        std::unordered_map<std::string_view, std::vector<size_t>> alike; // maps by source, those not yet taken
-        for (size_t each : maps_for(side, proxy))
-            alike[side.maps[each].source].push_back(each);
         for (auto [was, is] : pairs) {
             const access_rule &rule = partners.before[was], &now = partners.after[is];
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
@@ -76,8 +76,8 @@ bool rule_placer::is_of_table(const access_rule &now) const {
 // A host without a partner is covered by an earlier rule of its table, the same word or a pattern with a star, of which
 // the first two hundred are tried; or it stands there by another ruling, or in another place, by which the partners
 // that are returned are more; or it is lost.
-std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::string &proxy,
-                                                                  const rule_partners &partners) {
+std::vector<std::pair<size_t, size_t>>
+rule_placer::find_partners(const std::string &proxy, const rule_partners &partners, const maps_by_source &alike) {
     constexpr size_t MOST_PATTERNS = 200;
     std::unordered_map<std::string_view, long> words;
     std::vector<std::pair<std::string_view, long>> patterns;
@@ -90,10 +90,8 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
     for (size_t i = 0; i < partners.after.size(); i++)
         standing[lowercase(partners.after[i].pattern)].push_back(i);
     auto has_map = [&](const access_rule &there, bool permit) {
-        std::vector<size_t> maps = maps_for(side, proxy);
-        return std::any_of(maps.begin(), maps.end(), [&](size_t each) {
-            return side.maps[each].permit == permit && side.maps[each].source == side.maps[there.source].source;
-        });
+        const std::vector<size_t> &maps = alike.at(side.maps[there.source].source);
+        return std::any_of(maps.begin(), maps.end(), [&](size_t each) { return side.maps[each].permit == permit; });
     };
     auto pair = partners.pairs.begin();
     for (size_t i = 0, table = 0; i < partners.before.size(); i++) {

@@ -31,7 +31,9 @@ struct rule_placer {
     /// Places the rules for hosts with what is made of them: partners by index, before and after; the map, and the
     /// config set with the words of the tail.
     void place_hosts();
-    std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy, const rule_partners &partners);
+    using maps_by_source = std::unordered_map<std::string_view, std::vector<size_t>>;
+    std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy, const rule_partners &partners,
+                                                         const maps_by_source &alike);
     /// Whether no line of a configuration stands at the map.
     bool is_of_table(const access_rule &now) const;
     void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
