@@ -7,6 +7,7 @@
 #include "review.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -62,7 +63,7 @@ struct access_side {
 };
 
 /// Parameters by their clear names, prefix in front, with their values.
-using option_set = std::map<std::string, std::string>;
+using option_set = std::map<std::string, std::set<std::string>>;
 
 /// The rules of a proxy in the order in which they are tried; a source that stands again behind itself is left out,
 /// since it decides about nobody.

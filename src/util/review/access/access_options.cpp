@@ -21,7 +21,7 @@ std::string name_of_word(std::string_view word) {
     return prefixes + name;
 }
 
-// All that has a value below a node, by its path.
+// All that has a value below a node, by its path; of several sets each value, in whatever order they stand.
 void add_parameters(const Frag *top, option_set &options) {
     struct step {
         const Frag *frag;
@@ -35,7 +35,7 @@ void add_parameters(const Frag *top, option_set &options) {
             std::string prefixes = at.prefixes + prefix_of(frag->attr),
                         path = at.path + decoded_name(attr_revmap(frag->name));
             if (frag->value)
-                options.emplace(prefixes + path, configuration::value(frag, ""));
+                options[prefixes + path].insert(configuration::value(frag, ""));
             pending.push_back({frag, prefixes, path + "_"});
         }
     }
@@ -47,9 +47,9 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
     option_set options;
     rule_options split = split_options(rule.tail); // nothing for a map
     for (std::string_view word : split.words)
-        options[name_of_word(word)] = "*";
+        options[name_of_word(word)].insert("*");
     if (split.exec)
-        options["exec"] = *split.exec;
+        options["exec"].insert(*split.exec);
     if (!rule.is_map)
         return options;
     Frag *policy = side.conf->record("policy", side.maps[rule.source].policy);
@@ -66,12 +66,14 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
 std::string lacking_options(const option_set &was, const option_set &is) {
     constexpr size_t most = 5;
     std::vector<std::string> lacking;
-    for (const auto &[name, value] : was) {
+    for (const auto &[name, values] : was) {
         auto found = is.find(name);
-        if (found == is.end() && name[0] == '-' && value == "*")
-            lacking.push_back("without " + name);
-        else if (found == is.end() || found->second != value)
-            lacking.push_back(fmt::format("{} = {}, {} now", name, value, found == is.end() ? "none" : found->second));
+        std::string value = fmt::to_string(fmt::join(values, " and "));
+        if (found == is.end())
+            lacking.push_back(name[0] == '-' && value == "*" ? "without " + name
+                                                             : fmt::format("{} = {}, none now", name, value));
+        else if (!std::includes(found->second.begin(), found->second.end(), values.begin(), values.end()))
+            lacking.push_back(fmt::format("{} = {}, {} now", name, value, fmt::join(found->second, " and ")));
     }
     std::string more = lacking.size() > most ? fmt::format(" and {} more", lacking.size() - most) : "";
     lacking.resize(std::min(lacking.size(), most));

@@ -39,14 +39,14 @@ std::string describe_source(const configuration &conf, std::string source) {
 
 // What a node below an entry of an import is called where it is entered, config set in front.
 std::string label_of(const Frag *node, const Frag *entry) {
-    std::string name;
-    for (const Frag *at = node; at != entry; at = at->parent) {
+    std::string name, set;
+    for (const Frag *at = node; at != entry && set.empty(); at = at->parent) {
         if (at->parent != entry && is_named(at->parent, "config-sets"))
-            return clear_name(at) + ": " + prefix_of(node->attr) + name;
-        if (at->parent != entry || !is_named(at, "parm"))
+            set = clear_name(at) + ": ";
+        else if (at->parent != entry || !is_named(at, "parm"))
             name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
     }
-    return attr_revmap(node->name) != node->name ? attr_revmap(node->name) : prefix_of(node->attr) + name;
+    return set + (attr_revmap(node->name) != node->name ? attr_revmap(node->name) : prefix_of(node->attr) + name);
 }
 
 /// The list as it is made. Configurations are in the canonical layout, null if there is none.
@@ -224,12 +224,13 @@ struct list_maker {
                 std::string was = value_of(proxy, key.c_str()), is = value_of(now, key.c_str());
                 bool by_release = false;
                 for (const program_rec *row = program_tab; row->type; row++)
-                    by_release = by_release || (is == row->exec && was == value_of(other, key.c_str()));
-                if (!was.empty() && was != is && !by_release)
-                    lost.emplace_back(key, format("{}, {}", was, is.empty() ? "gone now" : "now " + is));
+                    by_release = by_release || is == row->exec;
+                if (!was.empty() && was != is && (!by_release || was != value_of(other, key.c_str())))
+                    lost.emplace_back(key, format("{}, {}{}", was, is.empty() ? "gone now" : "now " + is,
+                                                  by_release ? " by the release" : ""));
             }
             if (!lost.empty())
-                enter("lost-value", name, lost, "{} lost values to the initial environment", name);
+                enter("lost-value", name, lost, "{} lost values to the new release", name);
         }
     }
 

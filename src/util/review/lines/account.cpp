@@ -169,7 +169,8 @@ const account_input *accounting::input_of(const upgrade_step &step) const {
 }
 
 std::string turned_text(const account_line &line, const Frag *at) {
-    return format("{}: it stands with another prefix in the result: {}", line.text, decoded_name(place_keys::path(at)));
+    return format("{}: it stands with another prefix in the result: {}", line.text,
+                  decoded_name(fragkeyname(const_cast<Frag *>(at))));
 }
 
 std::string_view accounting::value(const account_line &line) const {

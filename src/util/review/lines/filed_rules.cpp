@@ -24,8 +24,14 @@ void rule_filer::file(filed_attributes &owner, const filed_rule &rule) {
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
         return pass_over(rule, "the first such rule of a proxy stands");
-    long first = is_list_attribute(name) ? 0 : 1;
-    rules[rules.empty() ? first : rule.rule->unit] = rule;
+    if (auto alone = rules.find(ALONE); alone != rules.end()) {
+        rules[1] = alone->second;
+        rules.erase(alone);
+    }
+    long number = !rules.empty() ? rule.rule->unit : is_list_attribute(name) ? 0 : ALONE;
+    if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
+        pass_over(other->second, "a rule of another table with its line's number takes its place");
+    rules[number] = rule;
 }
 
 // A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.
@@ -53,13 +59,13 @@ void rule_filer::read(const filed_rule &rule) {
 // Why a proxy does not keep an attribute of the table; null if it does.
 const char *proxy_reason(const std::string &proxy, const std::string &attribute) {
     if (proxy == "global")
-        return "it is kept for all proxies alone, and not for any of them";
+        return "no proxy takes it over from those for all";
     if (is_removed_proxy(proxy))
         return "the new release has no such proxy";
     if (proxy == "alerts" && attribute != "enable")
         return "nothing but enable is kept of alerts";
     if (is_listed(del_plug_attrs, attribute))
-        return "a port comes from the initial environment";
+        return "no port is taken from a table";
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
         if (attribute == row->attribute && !has_need(proxy, row->need))
             return "the proxy has no use for it";
@@ -93,7 +99,8 @@ void rule_filer::finish(uint32_t input) {
 void rule_filer::add_configuration(const configuration &conf) {
     for (const Frag *proxy : conf.children("def_proxy"))
         for (const Frag *each = proxy->child; each; each = each->next)
-            filed.proxies[clear_name(proxy)][each->name].emplace(is_list_attribute(each->name) ? 0 : 1, filed_rule());
+            filed.proxies[clear_name(proxy)][each->name].emplace(is_list_attribute(each->name) ? 0 : ALONE,
+                                                                 filed_rule());
 }
 
 } // namespace

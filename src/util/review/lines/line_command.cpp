@@ -18,8 +18,11 @@ void review_line(const upgrade_command &command, const std::string &file, long l
         is_input = is_input || names;
         is_table = is_table || (names && step.letter == 'n');
     }
-    if (!text || !is_input || line < 1 || line > std::count(text->begin(), text->end(), '\n') + 1) {
-        tell(data, "trouble", format("{} is no input of this upgrade that can be read", file));
+    bool is_there = text && line >= 1 && line <= std::count(text->begin(), text->end(), '\n') + 1;
+    if (!is_input || !is_there) {
+        tell(data, "trouble",
+             format("{} {}", file,
+                    text && is_input ? "has no such line" : "is no input of this upgrade that can be read"));
         return;
     }
     // All lines of an assignment go together.
@@ -54,6 +57,7 @@ void review_line(const upgrade_command &command, const std::string &file, long l
     auto before = read_configuration(name, std::move(with.output), conf_layout::translated);
     auto after = read_configuration("without it", std::move(without.output), conf_layout::translated);
     // What it is good for is first of all who gets through; groups and policies then have other names and numbers.
+    tell(data, "explain", format("{}: before is with this line, now is without it", said), file, line);
     size_t told = data.findings.size();
     access_side with_it, without_it;
     with_it.set_maps(*before);

@@ -52,6 +52,7 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     const conf_line *there = result.conf.origin(frag);
     bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
     line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
+    line.reason = is_turned ? "with another prefix" : is_same ? "" : "in another shape";
     if (!is_free && !is_turned) {
         line.by = first;
         line.candidate = true;

@@ -32,7 +32,8 @@ void rule_placer::place_hosts() {
             alike[side.maps[each].source].push_back(each);
         std::string_view last_tail;
         bool permits = false;
-        size_t last = NO_LINE, map = 0, count = 0, table = 0; // config sets are counted in each table anew
+        size_t last = NO_LINE, map = 0, last_map = 0, count = 0,
+               table = 0; // config sets are counted in each table anew
         std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners, alike);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
@@ -53,6 +54,11 @@ void rule_placer::place_hosts() {
                  is_same ? format("in map {}", side.maps[map].number) : "as a host equal but for the case of letters");
             if (!is_group)
                 continue;
+            if (last != NO_LINE && map < last_map && result.installed && all.in.before.tables.size() == 1 &&
+                all.inputs.front().table)
+                all.tell_some("unexplained", format("map {} stands in another order", side.maps[map].number),
+                              all.in.result.name, side.maps[map].line);
+            last_map = map;
             if (!maps.empty())
                 maps.erase(maps.begin());
             last = now.source;
@@ -133,7 +139,7 @@ rule_placer::find_partners(const std::string &proxy, const rule_partners &partne
         else if (there && has_map(*there, rule.permit)) // which the comparison leaves out
             pairs.emplace_back(i, best);
         else if (const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr)
-            note(number, address, "in a map that decides otherwise");
+            note(number, address, rule.permit ? "in a map that denies" : "in a map that permits");
         else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
             tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
     }
@@ -159,9 +165,8 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     const Frag *desc = parm ? child_of(parm, "desc") : nullptr;
     // One of several proxies is called by its name.
-    bool is_right =
-        desc && (listed.size() > 1 ? text_of(desc) == map.policy : all.in.before.knows(std::string(text_of(desc))));
-    if (is_right)
+    bool is_own = desc && text_of(desc) == map.policy;
+    if (is_own || (desc && listed.size() < 2 && all.in.before.knows(std::string(text_of(desc)))))
         result.stand(desc, number);
     else if (policy)
         tell_lost(number, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));

@@ -56,6 +56,13 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
 const char *const numbered_families[] = {"map",  "sroute", "dest",       "nat_rule",   "menu_meta",
                                          "link", "key",    "pfedit_lcl", "pfedit_fwd", nullptr};
 
+std::string plain_name(std::string name) {
+    for (const auto &[from, to] : {std::pair("%5F", '_'), std::pair("%25", '%')})
+        for (size_t at = name.find(from); at != name.npos; at = name.find(from, at + 1))
+            name.replace(at, 3, 1, to);
+    return name;
+}
+
 bool is_location(const Frag *list) {
     return is_named(list, "Inside") || is_named(list, "Outside") || is_named(list, "Service");
 }
@@ -158,6 +165,8 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             const std::string shown = prefix_of(bits_of(way[i])) + std::string(way[i]->name);
             bool is_mapped = i + 1 == way.size() && attr_remap(shown.c_str()) != shown;
             made.key += is_mapped ? attr_remap(shown.c_str()) : way[i]->name;
+            if (size_t escape = made.key.rfind("%25"); escape != made.key.npos && i + 1 == way.size())
+                made.key.replace(escape, 3, "%");
             made.bits |= is_mapped ? 0 : bits_of(way[i]);
         }
     }

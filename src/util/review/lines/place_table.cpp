@@ -11,13 +11,9 @@
 
 using fmt::format;
 
-// What stands with an owner, as the index has it. A numbered save makes one name of a list's and a number if there is a
-// `_` in it, and writes a `%` as it is.
-static std::string said_text(std::string name, const std::string &number, long bits, std::string_view text) {
-    for (const auto &[from, to] : {std::pair("%5F", '_'), std::pair("%25", '%')})
-        for (size_t at = name.find(from); at != name.npos; at = name.find(from, at + 1))
-            name.replace(at, 3, 1, to);
-    return name + number + '\n' + prefix_of(bits) + '\n' + std::string(text);
+// What stands with an owner, as the index has it.
+static std::string said_text(const std::string &name, const std::string &number, long bits, std::string_view text) {
+    return plain_name(name) + number + '\n' + prefix_of(bits) + '\n' + std::string(text);
 }
 
 void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
@@ -129,7 +125,7 @@ void rule_placer::place_template(const Frag *set, const filed_attributes &of) {
             if (reason || (is_taken && template_reason(attribute, rule, false, proxy)))
                 all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
             else if (attribute == "destination" && (is_last || is_later_record))
-                place_destinations(place_keys::path(set), clear_name(set), {{number, rule}});
+                place_destinations(place_keys::path(set), clear_name(set), {{ALONE, rule}});
             else
                 place_rule(set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
         }
@@ -160,14 +156,13 @@ const Frag *rule_placer::place_destination(const std::string &owner, const std::
 
 // The numbers of one proxy's records rise from its last rule to its first.
 void rule_placer::place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules) {
-    bool is_alone = rules.size() == 1;
     long last = LONG_MAX;
     for (const auto &[number, rule] : rules) {
         if (!rule.rule)
             continue;
         const Frag *record =
-            is_alone ? place_destination(owner, name, "destination", rule)
-                     : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
+            number == ALONE ? place_destination(owner, name, "destination", rule)
+                            : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
         long there = record ? strtol(record->name, nullptr, 10) : last;
         if (!record && result.installed) // an import leaves it
             all.tell_some("lost", format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text),
@@ -196,11 +191,10 @@ void rule_placer::place_attributes() {
         const Frag *owner = result.conf.record("def_proxy", name);
         for (const auto &[attribute, rules] : attributes)
             for (const auto &[number, rule] : rules) {
-                bool is_alone = rules.size() == 1 && !is_list_attribute(attribute);
-                if (const char *reason = saved_reason(all, name, attribute, is_alone, owner))
+                if (const char *reason = saved_reason(all, name, attribute, number == ALONE, owner))
                     all.filed.reasons.emplace(rule.line, reason);
                 else if (owner && rule.rule)
-                    place_rule(owner, attribute, is_alone ? "" : format("_{}", number), rule);
+                    place_rule(owner, attribute, number == ALONE ? "" : format("_{}", number), rule);
             }
     }
     for (const auto &[name, rules] : all.filed.destinations)

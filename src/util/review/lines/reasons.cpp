@@ -221,7 +221,7 @@ bool is_of_another(const account_line &winner, const account_line &line) {
     if (mark == line.key.end() || !winner.said || !winner.said->node)
         return false;
     if (winner.key.find('#') == std::string::npos)
-        return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
+        return winner.input == line.input && begins(winner.key, "ip_") && is_named(line.said->node, "addr");
     auto depth = static_cast<size_t>(std::count(line.key.begin(), mark, '_'));
     const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
     return winner.input == line.input && entry && other && entry->parent == other->parent &&
@@ -332,6 +332,22 @@ void check_standing(accounting &all, result_places &result) {
                 if (size_t first = result.from.at(now);
                     first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
                     moved.emplace(record, now); // and not what another file says, too
+    }
+    // Of the lines of one key of several files but one has a place.
+    std::unordered_map<std::string, size_t> owners;
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        const account_input &input = all.inputs[line.input];
+        bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
+        if (!is_own || line.key.find('#') == std::string::npos || is_map_line(line) || input.imported ||
+            input.last_step < all.last_import)
+            continue;
+        auto [first, is_new] = owners.emplace(place_keys::path(line.said->node), i);
+        if (!is_new && all.lines[first->second].input != line.input)
+            if (finding *told = all.tell_some(
+                    "unexplained",
+                    std::string(line.text) + ": it stands in the result, and yet a file ahead says its key", line))
+                told->by = {all.inputs[all.lines[first->second].input].name, all.lines[first->second].line};
     }
     // Numbered records keep the order that they have in their file.
     for (const char *const *family = numbered_families; *family; family++) {

@@ -51,11 +51,12 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
         line += !unit.empty() && unit.back() == '\n';
         return unit;
     };
-    while (!left.empty()) {
+    for (bool is_rest = false; !left.empty();) {
         table_rule rule;
         rule.line = line;
         rule.unit = ++units;
         std::string_view unit = take_unit(READ_UNIT), text = unit.substr(0, unit.find('\0'));
+        bool was_rest = std::exchange(is_rest, unit.back() != '\n');
         size_t first = unit.find_first_not_of(" \t\r");
         bool is_blank_unit = first >= text.size();
         if (is_blank_unit && unit[0] != '#' && unit.back() != '\n')
@@ -63,7 +64,7 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
         if (unit[0] == '#' || is_blank_unit || text[first] == '\n')
             continue;
         if (const char *why = take_rule(text.substr(0, text.find_first_of("\r\n", first)), rule))
-            table->dropped.push_back({rule.line, why});
+            table->dropped.push_back({rule.line, was_rest ? "what is behind 8190 bytes of this line is no rule" : why});
         else
             table->rules.push_back(std::move(rule));
     }
