@@ -178,6 +178,9 @@ void origin_finder::find(const conf_line &line) {
         all.data.origins.push_back(made_of);
 }
 
+// Whether a list stands in the place of a value, which is not saved then.
+bool is_list(const Frag *frag) { return frag && frag->child; }
+
 // What the release sets in every result.
 void origin_finder::tell_missing() const {
     const configuration &conf = result.conf;
@@ -195,7 +198,7 @@ void origin_finder::tell_missing() const {
             must_be(format("proxy_{}", row->service), configuration::value(state, "").c_str(), state);
     for (const Frag *proxy : conf.children("def_proxy"))
         if (const char *program = program_of(configuration::value(proxy, "proxy-type"));
-            program && all.data.release != 55)
+            program && all.data.release != 55 && !is_list(find_named(proxy->child, "proxy-exec")))
             must_be(place_keys::path(proxy) + "_proxy-exec", program, proxy);
 }
 

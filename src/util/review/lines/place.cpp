@@ -29,6 +29,12 @@ struct line_placer {
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
     bool place_moved(size_t number);
+    bool place_fields(size_t number);
+    /// Whether another line stands there; of a filter rule, one of its fields.
+    bool is_taken(const Frag *frag) const {
+        return result.valued.at(frag) != NO_LINE ||
+               (at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit") && result.from.at(frag) != NO_LINE);
+    }
     bool is_of_another(const account_line &line, const Frag *frag);
     bool place_name(size_t number);
     bool place_words(size_t number, const char *list);
@@ -85,6 +91,31 @@ bool line_placer::place_by_number(size_t number) {
     if (!frag || !frag->value || text_of(frag) != all.value(line) || (!own && is_of_another(line, frag)))
         return false;
     return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
+}
+
+// The fields of a filter rule's text in a record that nobody else has, where a file that is merged adds others.
+bool line_placer::place_fields(size_t number) {
+    account_line &line = all.lines[number];
+    const Frag *rule = line.said->node, *record = nullptr;
+    bool is_text = begins(line.key, "pfedit_") && rule == at_depth(rule, 2) && rule->child;
+    for (const Frag *each : is_text
+                                ? configuration::children(result.conf.find(place_keys::path(rule->parent).c_str()), "")
+                                : std::vector<Frag *>()) {
+        bool is_it = !record && result.valued.at(each) == NO_LINE;
+        for (const Frag *field = is_it ? rule->child : nullptr; field && is_it; field = field->next)
+            is_it = configuration::value(each, field->name) == text_of(field);
+        record = is_it ? each : record;
+    }
+    if (!record)
+        return false;
+    for (const Frag *field = record->child; field; field = field->next)
+        if (find_named(rule->child, field->name))
+            result.stand(field, number);
+    line.place = record;
+    line.became = fate::reshaped;
+    line.reason = "with fields of another file";
+    result.claim(record, number);
+    return true;
 }
 
 const Frag *line_placer::element_with(const std::string &elements, const std::string &address) const {
@@ -260,7 +291,7 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
             continue;
         bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
         const Frag *&into = fits ? same : turned;
-        if (!into || result.valued.at(into) != NO_LINE)
+        if (!into || is_taken(into))
             into = frag;
     }
     return {same ? same : turned, !same};
@@ -271,10 +302,9 @@ spot line_placer::find_free(const account_line &line) const {
     constexpr int MOST_TWINS = 8;
     spot best = find(line, line.key);
     bool is_entry = line.said->role == line_role::setting && line.key.find('#') != std::string::npos;
-    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || result.valued.at(best.frag) != NO_LINE);
-         later++) {
+    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
         spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
-        if (twin.frag && (!best.frag || result.valued.at(twin.frag) == NO_LINE))
+        if (twin.frag && (!best.frag || !is_taken(twin.frag)))
             best = twin;
     }
     return best.frag || line.other_key.empty() ? best : find(line, line.other_key);
@@ -299,7 +329,7 @@ void line_placer::place(size_t number) {
         best = spot();
     bool found = place_moved(number) ||
                  (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
-                 place_name(number);
+                 place_name(number) || place_fields(number);
     if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
         line.candidate = false;
         return;

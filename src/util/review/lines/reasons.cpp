@@ -244,9 +244,11 @@ size_t reason_finder::winner(const account_line &line) const {
     auto last = imported.find(line.said->key);
     const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
     if (frag) {
-        while (frag->parent && own.from.at(frag) == NO_LINE && line.key.find('#') != std::string::npos)
-            frag = frag->parent; // what came in one line
         size_t there = own.from.at(frag);
+        // Of a numbered record, what came in one line, or a field of it.
+        for (const Frag *above = frag; above && line.key.find('#') != std::string::npos; above = above->parent)
+            for (size_t each : {own.from.at(above), own.valued.at(above)})
+                there = there != NO_LINE && may_win(there, line) ? there : each;
         return by && all.value(*by) == text_of(frag)                       ? last->second
                : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
                                                                            : there;
