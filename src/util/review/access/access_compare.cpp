@@ -267,7 +267,7 @@ struct finding_maker {
             text += ", " + made.lacking(*from.was, *from.is);
         const Frag *proxy = made.after.conf ? made.after.conf->record("def_proxy", made.proxy) : nullptr;
         const char *state = proxy ? fval(const_cast<FragList>(&proxy->child), "state") : nullptr;
-        if (from.how != change::narrower && state && !is_on(state))
+        if (from.how != change::narrower && state && !says_yes(state))
             text += "; the proxy is off";
         const decision &told = is.line != 0 ? is : was;
         finding &found = tell(data, change_ids[static_cast<size_t>(from.how)], std::move(text), told.file, told.line);

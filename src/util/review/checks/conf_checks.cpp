@@ -129,9 +129,13 @@ struct checking {
                 size_t length = 9;
                 for (const char *const *field = pfkeynames; *field; field++)
                     length += value_of(rule, *field).size();
-                if (!is_input && length >= RULE_LIMIT + !conf.numbered)
+                if (!is_input && !conf.numbered && length > RULE_LIMIT)
                     say("cut", rule, "filter rule {} {} has {} characters: a numbered save cuts it at {}", side,
                         clear_name(rule), length, RULE_LIMIT);
+                else if (!is_input && length >= RULE_LIMIT && data.lines.empty()) // else its input's line tells
+                    say("cut", rule,
+                        "filter rule {} {} has {} characters, as many as a numbered save keeps: is it whole?", side,
+                        clear_name(rule), length);
                 if (conf.numbered && value_of(rule, "comment").find('+') != std::string::npos)
                     say("cut", rule, "the comment of filter rule {} {} has a +: an import ends it there", side,
                         clear_name(rule));

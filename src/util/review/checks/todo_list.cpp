@@ -78,9 +78,9 @@ struct list_maker {
         for (const std::string &name : used) {
             std::string key = "def_proxy_" + storedname(name) + "_state";
             const Frag *state = result.find(key.c_str()), *was = old_states ? old_states->find(key.c_str()) : nullptr;
-            if (!state || !is_on(state->value))
+            if (!state || !says_yes(text_of(state)))
                 enter("off", name, {}, "{} was in use{} and {}", name,
-                      was && is_on(was->value) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
+                      was && says_yes(text_of(was)) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
                       !result.record("def_proxy", name) ? "is gone"
                       : state                           ? "is off now"
                                                         : "has no state now");
@@ -99,7 +99,7 @@ struct list_maker {
         for (const char *name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"}) {
             std::string key = format("def_proxy_{}_state", name),
                         was = old_states ? old_states->value(key.c_str()) : "";
-            if (is_on(result.value(key.c_str()).c_str()) && !is_on(was.c_str()))
+            if (says_yes(result.value(key.c_str())) && !says_yes(was))
                 services.emplace_back(name, was.empty() ? "on, had no state" : "on, was " + was);
         }
         if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
@@ -286,12 +286,12 @@ struct list_maker {
 std::set<std::string> switched_on(const configuration &conf) {
     std::set<std::string> proxies;
     for (const Frag *proxy : conf.children("def_proxy"))
-        if (is_on(value_of(proxy, "state").c_str()))
+        if (says_yes(value_of(proxy, "state")))
             proxies.insert(clear_name(proxy));
     const maprec *services = services_of(conf);
     for (const Frag *service : conf.children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
-            row && is_on(service->value) && strcmp(row->proxy, "NOT_DEF") != 0)
+            row && says_yes(text_of(service)) && strcmp(row->proxy, "NOT_DEF") != 0)
             proxies.insert(row->proxy);
     return proxies;
 }

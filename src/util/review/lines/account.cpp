@@ -118,6 +118,9 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
 /// What is told of a line that has not turned, if anything is.
 std::pair<const char *, const char *> notice_of(const account_line &line, bool is_own) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
+    if (line.place && is_named(line.place, "comment") && begins(line.key, "pfedit_") &&
+        text_of(line.place).size() < line.said->value.size())
+        return {"cut", "the comment of a filter rule that has no room for it in the result"};
     if (line.became == fate::unexplained)
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!is_own && !line.place && !line.candidate && line.how == proof::placed)

@@ -61,7 +61,7 @@ void origin_finder::prepare() {
         for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str())) {
             std::string interface = '\n' + configuration::value(each, "interface");
             interfaces.emplace(list + interface, each);
-            if (!is_on(configuration::value(each, "alias").c_str()))
+            if (!says_yes(configuration::value(each, "alias")))
                 located.insert(interface);
         }
 }
@@ -154,6 +154,11 @@ void origin_finder::find(const conf_line &line) {
         std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
         filter_rules.count(value) == 0)
         from = NO_LINE;
+    // The proxy for all is saved as `*`.
+    bool is_global =
+        begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key));
+    if (is_global)
+        from = NO_LINE;
     // The fields of a rule that came in field by field each have a line.
     const Frag *rule = from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") &&
                                at_depth(line.node, 2) == line.node
@@ -166,6 +171,9 @@ void origin_finder::find(const conf_line &line) {
         made_of.from = origin::input;
         made_of.file = all.lines[from].file;
         made_of.input_line = all.lines[from].line;
+    } else if (is_global) {
+        all.tell_some("from-nowhere", format("{}={}: the proxy for all is saved as *", line.key, line.value),
+                      all.in.result.name, line.line);
     } else if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos) {
         made_of.from = origin::layout;
     } else if (line.node && is_release(line)) {
@@ -214,7 +222,7 @@ void origin_finder::check_interfaces() const {
     std::map<std::string, const Frag *> listed;
     std::map<std::string, size_t> met; // one of several of an interface is listed
     for (const auto &[key, element] : interfaces)
-        if (!is_on(configuration::value(element, "alias").c_str()))
+        if (!says_yes(configuration::value(element, "alias")))
             met[lowercase(configuration::value(element, "interface"))]++;
     for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
         std::string name = configuration::value(each, "interface"), location = configuration::value(each, "location");
@@ -222,13 +230,13 @@ void origin_finder::check_interfaces() const {
             tell("from-nowhere", each, "stands twice in the list of all interfaces");
         auto [first, last] = interfaces.equal_range(location + '\n' + name);
         bool is_there = std::any_of(
-            first, last, [](const auto &there) { return !is_on(configuration::value(there.second, "alias").c_str()); });
+            first, last, [](const auto &there) { return !says_yes(configuration::value(there.second, "alias")); });
         if (is_there == (location == "Unknown") || (!is_there && located.count('\n' + name) != 0))
             tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
     }
     for (const auto &[key, element] : interfaces) {
         std::string name = lowercase(configuration::value(element, "interface")), what;
-        if (is_blanks(name.c_str()) || is_on(configuration::value(element, "alias").c_str()))
+        if (is_blanks(name.c_str()) || says_yes(configuration::value(element, "alias")))
             continue;
         auto there = listed.find(name);
         for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})

@@ -219,7 +219,9 @@ const Frag *line_placer::address_field(const account_line &line) const {
                                           {row->flags, "interfaceflags"}}) {
             if (name != from)
                 continue;
-            const Frag *element = element_with(row->elements, conf.value((std::string("ip_") + row->address).c_str()));
+            std::string address = conf.value((std::string("ip_") + row->address).c_str());
+            bool is_none = address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX";
+            const Frag *element = is_none ? nullptr : element_with(row->elements, address);
             const Frag *there = element ? ffind(&const_cast<Frag *>(element)->child, field) : nullptr;
             return there && text_of(there) == line.said->value ? there : nullptr;
         }

@@ -65,11 +65,15 @@ void rule_placer::place_hosts() {
             last_tail = rule.tail;
             permits = rule.permit;
             count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
-            auto set = sets.find(count == 1 ? proxy : format("{}-{}", proxy, count));
+            std::string name = count == 1 ? proxy : format("{}-{}", proxy, count);
+            auto set = sets.find(name);
+            rule_options options = split_options(rule.tail);
+            if (auto known = templated.find({all.lines[number].input, options.policy}); known != templated.end())
+                known->second.push_back({proxy, name, set == sets.end() ? nullptr : set->second});
             if (is_of_table(now))
                 take_map(side.maps[map], now.element, set == sets.end() ? nullptr : set->second, number);
             if (set != sets.end())
-                take_set(set->second, rule.tail, number);
+                take_set(set->second, options, number);
         }
     }
 }
@@ -138,7 +142,8 @@ rule_placer::find_partners(const std::string &proxy, const rule_partners &partne
             pairs.emplace_back(i, best), taken.insert(best);
         else if (there && has_map(*there, rule.permit)) // which the comparison leaves out
             pairs.emplace_back(i, best);
-        else if (const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr)
+        else if (const Frag *address =
+                     there && there->element && rule.unmarked ? child_of(there->element, "addr") : nullptr)
             note(number, address, rule.permit ? "in a map that denies" : "in a map that permits");
         else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
             tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
@@ -181,15 +186,12 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
 }
 
 // A config set has the words of its rules' tail; what stands behind -exec is the program.
-void rule_placer::take_set(const Frag *set, std::string_view tail, size_t number) {
+void rule_placer::take_set(const Frag *set, const rule_options &options, size_t number) {
     std::set<std::string> words, met;
-    rule_options options = split_options(tail);
     for (std::string_view word : options.words)
         words.insert(decoded_name(word.substr(0, word.find('='))) + "=*");
     if (options.exec)
         words.insert("exec=" + *options.exec);
-    if (auto known = templated.find({all.lines[number].input, options.policy}); known != templated.end())
-        known->second.push_back(set);
     result.claim(set, number);
     for (const Frag *parameter = set->child; parameter; parameter = parameter->next)
         for (const Frag *part = parameter; part; part = part->child) {

@@ -133,7 +133,7 @@ std::string place_keys::identity(const Frag *entry, int later) {
 // An alias is saved in the list of its interface, whose name ends at a `:`.
 std::string place_keys::list_name(const Frag *list, const Frag *element) const {
     std::string interface = element && is_location(list) ? configuration::value(element, "interface") : "";
-    if (is_blanks(interface.c_str()) || !is_on(configuration::value(element, "alias").c_str()))
+    if (is_blanks(interface.c_str()) || !says_yes(configuration::value(element, "alias")))
         return list->name;
     return storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
 }

@@ -106,28 +106,32 @@ static const char *template_reason(const std::string &attribute, const filed_rul
 
 // In a config set a list stays one, and all other rules stand side by side, of which the last destination becomes a
 // record.
-void rule_placer::place_template(const Frag *set, const filed_attributes &of) {
-    std::string proxy = clear_name(at_depth(set, 2));
-    for (const auto &[attribute, rules] : of)
+void rule_placer::place_template(const user &of, const filed_attributes &attributes) {
+    const std::string path = format("def_proxy_{}_config-sets_{}", storedname(of.proxy), storedname(of.name));
+    for (const auto &[attribute, rules] : attributes)
         for (const auto &[number, rule] : rules) {
             if (!rule.rule) // of a configuration ahead of the table
                 continue;
             bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
-            const Frag *there = child_of(set, attribute.c_str());
+            const Frag *there = of.set ? child_of(of.set, attribute.c_str()) : nullptr;
             // What the set had already stays: a word of the tail, or what another table gave it.
             bool is_taken = there && text_of(there) != rule.rule->text &&
                             (text_of(there) == "*" || all.in.before.tables.size() > 1);
             // With each further table one more of a set's destinations becomes a record.
-            bool is_later_record =
-                all.in.before.tables.size() > 1 &&
-                records.count(format("{}_{}destination", place_keys::path(set), prefix_of(rule.rule->bits))) != 0;
-            const char *reason = template_reason(attribute, rule, is_first, proxy);
-            if (reason || (is_taken && template_reason(attribute, rule, false, proxy)))
+            bool is_later_record = all.in.before.tables.size() > 1 &&
+                                   records.count(format("{}_{}destination", path, prefix_of(rule.rule->bits))) != 0;
+            const char *reason = template_reason(attribute, rule, is_first, of.proxy);
+            if (reason || (is_taken && template_reason(attribute, rule, false, of.proxy)))
                 all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
             else if (attribute == "destination" && (is_last || is_later_record))
-                place_destinations(place_keys::path(set), clear_name(set), {{ALONE, rule}});
+                place_destinations(path, of.name, {{ALONE, rule}});
+            else if (of.set)
+                place_rule(of.set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+            else if (is_dropped_proxy(of.proxy, all.data.release))
+                all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
             else
-                place_rule(set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+                tell_lost(rule.line,
+                          format("there is no config set {} for {} {}", of.name, rule.rule->word, rule.rule->text));
         }
 }
 
@@ -201,8 +205,8 @@ void rule_placer::place_attributes() {
         place_destinations("def_proxy_" + storedname(name), name, rules);
     for (const auto &[policy, sets] : templated) {
         const filed_attributes &attributes = all.filed.templates[policy];
-        for (const Frag *set : sets)
-            place_template(set, attributes);
+        for (const user &each : sets)
+            place_template(each, attributes);
         for (const auto &[attribute, rules] : attributes)
             for (const auto &[number, rule] : rules)
                 if (sets.empty())

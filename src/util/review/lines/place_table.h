@@ -17,8 +17,13 @@ struct rule_placer {
     using index = std::multimap<std::pair<const Frag *, std::string>, const Frag *>;
     index parameters{};                                 ///< of proxies and config sets, by all that they say
     std::multimap<std::string, const Frag *> records{}; ///< of destinations, by their descriptions
-    /// The config sets that each template of a table went into.
-    std::map<std::pair<uint32_t, std::string>, std::vector<const Frag *>> templated{};
+    /// The config sets that each template of a table went into, with their proxies and names; null for one that the
+    /// result lacks.
+    struct user {
+        std::string proxy, name;
+        const Frag *set;
+    };
+    std::map<std::pair<uint32_t, std::string>, std::vector<user>> templated{};
     std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
 
     /// Takes the parameters of a proxy or config set into the index, those of all, and the records.
@@ -37,11 +42,11 @@ struct rule_placer {
     /// Whether no line of a configuration stands at the map.
     bool is_of_table(const access_rule &now) const;
     void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number);
-    void take_set(const Frag *set, std::string_view tail, size_t number);
+    void take_set(const Frag *set, const rule_options &options, size_t number);
     /// Places the other rules with the owners that have them, and tells what one of these lacks.
     void place_attributes();
     void place_rule(const Frag *owner, const std::string &attribute, const std::string &number, const filed_rule &of);
-    void place_template(const Frag *set, const filed_attributes &of);
+    void place_template(const user &of, const filed_attributes &attributes);
     void place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules);
     const Frag *place_destination(const std::string &owner, const std::string &service, const std::string &key,
                                   const filed_rule &of);

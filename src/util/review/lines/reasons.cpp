@@ -113,9 +113,9 @@ unsigned reason_finder::conditions(const account_line &line) const {
     const account_input &input = all.inputs[line.input];
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
     bool is_served = false;
-    std::string service = begins(line.key, "proxy_") ? line.key.substr(6, line.key.find('_', 6) - 6) : "";
+    std::string service = begins(line.key, "proxy_") ? line.key.substr(6) : "";
     for (const maprec *row = services_of(own.conf); !service.empty() && row->proxy; row++)
-        is_served = is_served || begins(std::string(row->service) + '_', service + '_');
+        is_served = is_served || service == row->service || service.substr(0, service.find('_')) == row->service;
     return of_run | (is_served ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
            (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
 }
@@ -209,23 +209,37 @@ const char *reason_finder::taken_away(const account_line &line) const {
         return reason;
     if (is_map_line(line) && maps.winner(line) != NO_LINE)
         return "a map that is the same stands there already";
+    if ((holds & REMOVED) && line.key == "gui_client" && !line.said->value.empty() && is_below(line.place, "gui") &&
+        all.inputs[line.input].conf->find("netobj_group_fw-admin"))
+        return "an import makes an element of it";
+    // A known service goes; on NT the states of proxies come back as services.
+    std::string service = (holds & REMOVED) && (holds & SERVED) ? line.key.substr(6) : "";
+    bool is_moved = false, comes_back = false;
+    for (const maprec *row = services_of(own.conf); !service.empty() && row->proxy; row++) {
+        is_moved = is_moved || service.substr(0, service.find('_')) == row->service;
+        comes_back = comes_back || ((holds & SERVICES) && (holds & NUMBERED) && service == row->service &&
+                                    own.conf.find((std::string("def_proxy_") + row->proxy + "_state").c_str()));
+    }
+    if (is_moved && !comes_back && all.inputs[line.input].conf->find("def_proxy"))
+        return "its state goes to its proxy, or nowhere";
     if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
         return reason;
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
 }
 
-// Whether a line can't win in an entry of numbered records: it is of another entry of the file, which has a place of
-// its own, or gives an address, which leads to the entry that has it.
+// Whether a line can't win in an entry of numbered records: it is of the same file and says something else in the
+// entry, or is of another entry there, or gives an address, which leads to the entry that has it.
 bool is_of_another(const account_line &winner, const account_line &line) {
     auto mark = std::find(line.key.begin(), line.key.end(), '#');
-    if (mark == line.key.end() || !winner.said || !winner.said->node)
+    if (mark == line.key.end() || winner.input != line.input || !winner.said || !winner.said->node)
         return false;
     if (winner.key.find('#') == std::string::npos)
-        return winner.input == line.input && begins(winner.key, "ip_") && is_named(line.said->node, "addr");
+        return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
     auto depth = static_cast<size_t>(std::count(line.key.begin(), mark, '_'));
     const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
-    return winner.input == line.input && entry && other && entry->parent == other->parent &&
-           !is_named(other, entry->name);
+    bool is_field = entry && entry == other && winner.said->node != entry;
+    return (is_field && winner.said->key != line.said->key) ||
+           (entry && other && entry->parent == other->parent && !is_named(other, entry->name));
 }
 
 // The line that has the place which this one would have.
@@ -341,8 +355,18 @@ void check_standing(accounting &all, result_places &result) {
         const account_line &line = all.lines[i];
         const account_input &input = all.inputs[line.input];
         bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
-        if (!is_own || line.key.find('#') == std::string::npos || is_map_line(line) || input.imported ||
-            input.last_step < all.last_import)
+        if (!is_own || is_map_line(line) || input.imported || input.last_step < all.last_import)
+            continue;
+        // Of a policy that is there nothing is merged; a `_` in its name hides it.
+        const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
+        size_t from = policy && !strstr(policy->name, "%5F") ? result.from.at(policy) : NO_LINE;
+        if (from != NO_LINE && all.lines[from].said && all.lines[from].input != line.input &&
+            all.inputs[all.lines[from].input].step < input.step &&
+            all.inputs[all.lines[from].input].last_step >= all.last_import)
+            all.tell_some("unexplained",
+                          std::string(line.text) + ": it stands in the result, and yet a file ahead has the policy",
+                          line);
+        if (line.key.find('#') == std::string::npos)
             continue;
         auto [first, is_new] = owners.emplace(place_keys::path(line.said->node), i);
         if (!is_new && all.lines[first->second].input != line.input)

@@ -136,6 +136,14 @@ long take_prefixes(const char **name) {
     return bits;
 }
 
+bool says_yes(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    std::string word = lowercase(std::string(text));
+    size_t first = word.find_first_not_of('0');
+    return word == "on" || word == "yes" || word == "true" ||
+           (first != word.npos && is_digit(word[0]) && is_digit(word[first]));
+}
+
 const maprec *services_of(const configuration &conf) {
     std::string system = conf.value("OS_Type");
     for (const os2maprec_row *row = os2maprec; row->os; row++)

@@ -114,6 +114,8 @@ std::string decoded_name(std::string_view stored);
 
 /// Takes from a map's source the mark that its name is that of a group. False if it has none.
 bool take_group_mark(std::string &source);
+/// Whether a switch is on: "on", "yes" or "true" in any case, or a number other than 0.
+bool says_yes(std::string_view text);
 /// The services of the platform that the configuration is of.
 const maprec *services_of(const configuration &conf);
 /// True if the word is in a list that ends in a null.

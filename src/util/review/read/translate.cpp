@@ -245,7 +245,7 @@ struct translator {
             for (Frag *element : children(elements)) {
                 std::string interface = configuration::value(element, "interface").c_str();
                 bool is_plain = !interface.empty() && interface.find_first_of("_=") == std::string::npos &&
-                                !is_on(configuration::value(element, "alias").c_str());
+                                !says_yes(configuration::value(element, "alias"));
                 auto aliases = is_plain ? first_of(interface + "$INTERFACE") : by_name.end();
                 if (aliases == by_name.end())
                     continue;
