@@ -379,7 +379,8 @@ void check_standing(accounting &all, result_places &result) {
     for (const char *const *family = numbered_families; *family; family++) {
         std::unordered_map<const Frag *, size_t> order;
         for (const Frag *record : result.conf.children(*family))
-            order.emplace(record, order.size());
+            if (is_digit(*record->name)) // others are not sorted
+                order.emplace(record, order.size());
         bool are_maps = std::string_view(*family) == "map";
         size_t last = 0;
         for (const account_input &input : all.inputs) {
