@@ -218,5 +218,6 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     }
     find_origins(all, installed);
     check_standing(all, installed);
+    check_records(all, installed);
     tell_lines(all, installed, is_own);
 }

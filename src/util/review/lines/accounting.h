@@ -185,8 +185,10 @@ inline bool is_list_attribute(std::string_view stored) { return stored == "url" 
 bool has_need(std::string_view proxy, int bits);
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
-/// Tells what stands in the result though the release takes it away, and numbered records that stand in another order.
+/// Tells what stands in the result though the release takes it away.
 void check_standing(accounting &all, result_places &result);
+/// Tells records and policies that stand though a file ahead keeps them out, and numbered records in another order.
+void check_records(accounting &all, const result_places &result);
 /// The text with some of its lines blank, by their numbers; a table's lines keep theirs.
 std::string blanked(const std::string &text, const std::vector<bool> &blank);
 /// Runs the upgrade without the candidates, and says of each what came of it.

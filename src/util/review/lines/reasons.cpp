@@ -330,7 +330,6 @@ void check_standing(accounting &all, result_places &result) {
     for (const account_line &line : all.lines)
         if (line.by != NO_LINE)
             repeated[line.by] = true;
-    std::unordered_map<const Frag *, const Frag *> moved; // records of inputs, and what they are in the result
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         if (!line.place || !line.said || !line.said->node)
@@ -342,58 +341,5 @@ void check_standing(accounting &all, result_places &result) {
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
-        for (size_t depth : {1, 2})
-            if (const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
-                !line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos && record)
-                if (size_t first = result.from.at(now);
-                    first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
-                    moved.emplace(record, now); // and not what another file says, too
-    }
-    // Of the lines of one key of several files but one has a place.
-    std::unordered_map<std::string, size_t> owners;
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
-        const account_input &input = all.inputs[line.input];
-        bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
-        if (!is_own || is_map_line(line) || input.imported || input.last_step < all.last_import)
-            continue;
-        // Of a policy that is there nothing is merged; a `_` in its name hides it.
-        const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
-        size_t from = policy && !strstr(policy->name, "%5F") ? result.from.at(policy) : NO_LINE;
-        if (from != NO_LINE && all.lines[from].said && all.lines[from].input != line.input &&
-            all.inputs[all.lines[from].input].step < input.step &&
-            all.inputs[all.lines[from].input].last_step >= all.last_import)
-            all.tell_some("unexplained",
-                          std::string(line.text) + ": it stands in the result, and yet a file ahead has the policy",
-                          line);
-        if (line.key.find('#') == std::string::npos)
-            continue;
-        auto [first, is_new] = owners.emplace(place_keys::path(line.said->node), i);
-        if (!is_new && all.lines[first->second].input != line.input)
-            if (finding *told = all.tell_some(
-                    "unexplained",
-                    std::string(line.text) + ": it stands in the result, and yet a file ahead says its key", line))
-                told->by = {all.inputs[all.lines[first->second].input].name, all.lines[first->second].line};
-    }
-    // Numbered records keep the order that they have in their file.
-    for (const char *const *family = numbered_families; *family; family++) {
-        std::unordered_map<const Frag *, size_t> order;
-        for (const Frag *record : result.conf.children(*family))
-            if (is_digit(*record->name)) // others are not sorted
-                order.emplace(record, order.size());
-        bool are_maps = std::string_view(*family) == "map";
-        size_t last = 0;
-        for (const account_input &input : all.inputs) {
-            last = are_maps ? last : 0; // a later file's maps come behind
-            for (const Frag *record : input.conf ? input.conf->children(*family) : std::vector<Frag *>()) {
-                auto found = moved.find(record);
-                auto at = found == moved.end() ? order.end() : order.find(found->second);
-                if (at != order.end() && at->second < last)
-                    all.tell_some("unexplained",
-                                  std::string("the records of ") + *family + " stand in another order in the result",
-                                  input.name, input.conf->line_of(record));
-                last = at == order.end() ? last : std::max(last, at->second);
-            }
-        }
     }
 }

@@ -1,0 +1,80 @@
+// Whether the records of inputs stand in the order and the place that several files leave them.
+#include "frag_tools.h"
+#include "lines/accounting.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+void tell(accounting &all, const account_line &line, const char *what, const account_line &ahead) {
+    finding *told =
+        all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + what, line);
+    if (told)
+        told->by = {all.inputs[ahead.input].name, ahead.line};
+}
+
+// Of the lines of one key in several files that are merged but one has a place, and of a policy that is there nothing
+// is merged.
+void check_owners(accounting &all, const result_places &result) {
+    std::unordered_map<std::string, size_t> owners; // of keys in numbered records
+    for (size_t i = 0; i < all.lines.size(); i++) {
+        const account_line &line = all.lines[i];
+        const account_input &input = all.inputs[line.input];
+        bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
+        if (!is_own || is_map_line(line) || input.imported || input.last_step < all.last_import)
+            continue;
+        // A `_` in its name hides a policy.
+        const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
+        size_t first = policy && !strstr(policy->name, "%5F") ? result.from.at(policy) : NO_LINE;
+        const account_input *ahead =
+            first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
+        if (ahead && ahead->step < input.step && ahead->last_step >= all.last_import)
+            tell(all, line, "a file ahead has the policy", all.lines[first]);
+        if (line.key.find('#') == std::string::npos)
+            continue;
+        auto [owner, is_new] = owners.emplace(place_keys::path(line.said->node), i);
+        if (!is_new && all.lines[owner->second].input != line.input)
+            tell(all, line, "a file ahead says its key", all.lines[owner->second]);
+    }
+}
+
+// Numbered records keep the order that they have in their file; the maps of a later file come behind.
+void check_order(accounting &all, const result_places &result, const char *family) {
+    std::unordered_map<const Frag *, const Frag *> moved; // records of inputs, and what they are in the result
+    for (const account_line &line : all.lines)
+        if (line.place && !line.candidate && line.other_key.empty() && begins(line.key, family) &&
+            line.key.find('#') != std::string::npos)
+            for (size_t depth : {1, 2})
+                if (const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
+                    record && now) {
+                    size_t first = result.from.at(now);
+                    if (first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
+                        moved.emplace(record, now); // and not what another file says, too
+                }
+    std::unordered_map<const Frag *, size_t> order;
+    for (const Frag *record : result.conf.children(family))
+        if (is_digit(*record->name)) // others are not sorted
+            order.emplace(record, order.size());
+    size_t last = 0;
+    for (const account_input &input : all.inputs) {
+        last = std::string_view(family) == "map" ? last : 0;
+        for (const Frag *record : input.conf ? input.conf->children(family) : std::vector<Frag *>()) {
+            auto found = moved.find(record);
+            auto at = found == moved.end() ? order.end() : order.find(found->second);
+            if (at != order.end() && at->second < last)
+                all.tell_some("unexplained",
+                              std::string("the records of ") + family + " stand in another order in the result",
+                              input.name, input.conf->line_of(record));
+            last = at == order.end() ? last : std::max(last, at->second);
+        }
+    }
+}
+
+} // namespace
+
+void check_records(accounting &all, const result_places &result) {
+    check_owners(all, result);
+    for (const char *const *family = numbered_families; *family; family++)
+        check_order(all, result, *family);
+}
