@@ -169,9 +169,10 @@ void rule_placer::take_map(const access_map &map, const Frag *element, const Fra
     std::vector<Frag *> listed = policy ? configuration::children(policy, "proxy") : std::vector<Frag *>();
     const Frag *parm = policy ? child_of(policy, "parm") : nullptr;
     const Frag *desc = parm ? child_of(parm, "desc") : nullptr;
-    // One of several proxies is called by its name.
-    bool is_own = desc && text_of(desc) == map.policy;
-    if (is_own || (desc && listed.size() < 2 && all.in.before.knows(std::string(text_of(desc)))))
+    // One that was merged is called by its name, any other by its proxy.
+    bool is_merged = listed.size() > 1 || begins(map.policy, "Policy-");
+    if (desc && ((is_merged && text_of(desc) == map.policy) ||
+                 (listed.size() < 2 && all.in.before.knows(std::string(text_of(desc))))))
         result.stand(desc, number);
     else if (policy)
         tell_lost(number, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));
