@@ -267,7 +267,7 @@ size_t reason_finder::winner(const account_line &line) const {
                : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
                                                                            : there;
     }
-    if (by && by->input != line.input && may_win(last->second, line))
+    if (by && (by->input != line.input || by->line > line.line) && may_win(last->second, line))
         return last->second;
     // A rule of a table that was repeated stands as a list, in the place of a value.
     const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
