@@ -231,7 +231,7 @@ void origin_finder::check_interfaces() const {
         std::string name = configuration::value(each, "interface"), location = configuration::value(each, "location");
         if (!listed.emplace(lowercase(name), each).second && !is_blanks(name.c_str()))
             tell("from-nowhere", each, "stands twice in the list of all interfaces");
-        auto [first, last] = interfaces.equal_range(location + '\n' + name);
+        auto [first, last] = interfaces.equal_range(format("{}\n{}", location, name));
         bool is_there = std::any_of(
             first, last, [](const auto &there) { return !says_yes(configuration::value(there.second, "alias")); });
         if (is_there == (location == "Unknown") || (!is_there && located.count('\n' + name) != 0))

@@ -144,7 +144,7 @@ const Frag *rule_placer::place_destination(const std::string &owner, const std::
         if (begins(rule.text, marker))
             text.remove_prefix(marker.size());
     bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
-    for (auto [at, end] = records.equal_range(owner + '_' + prefix_of(rule.bits) + key); at != end; ++at) {
+    for (auto [at, end] = records.equal_range(format("{}_{}{}", owner, prefix_of(rule.bits), key)); at != end; ++at) {
         auto says = [&, record = at->second](const char *field, std::string_view value) {
             return configuration::value(record, field) == value;
         };

@@ -112,8 +112,10 @@ std::string owner_of(const Frag *entry) {
 
 std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 
-static const std::pair<const char *, long> prefixes[] = {
-    {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
+static const struct {
+    const char *text;
+    long bit;
+} prefixes[] = {{"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
 
 const char *prefix_of(long bits) {
     for (const auto &[text, bit] : prefixes)
