@@ -28,14 +28,14 @@ bool ends(std::string_view text, std::string_view with) {
 }
 
 // Whether a numbered save counts such entries, by the beginning of their keys.
-bool is_counted_below(const std::string &entry) {
+bool is_counted_below(std::string_view entry) {
     const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
     return std::any_of(std::begin(families), std::end(families),
                        [&](const char *family) { return covers(family, entry); });
 }
 
 // Whether a numbered save gives such entries the numbers from 1 on.
-bool is_numbered_below(const std::string &entry) {
+bool is_numbered_below(std::string_view entry) {
     const char *const families[] = {
         "def_proxy_",      "cust_proxy_",    "policy_",         "netobj_list_",      "netobj_group_",   "map_",
         "sroute_",         "dest_",          "menu_meta_",      "nat_rule_",         "link_",           "key_",
@@ -47,9 +47,10 @@ bool is_numbered_below(const std::string &entry) {
 // Whether an entry that should have a number begins in the key there.
 bool is_entry_name(std::string_view key, size_t at) {
     const char *const families[] = {"proxy", "policy", "list", "group", "parm", "element", "member", nullptr};
+    if (key[at - 1] != '_' || key.substr(at, 3) == "num")
+        return false;
     std::string_view above = key.substr(0, at - 1);
-    above.remove_prefix(above.rfind('_') + 1);
-    return key[at - 1] == '_' && key.substr(at, 3) != "num" && is_listed(families, above);
+    return is_listed(families, above.substr(above.rfind('_') + 1));
 }
 
 /// One configuration under check.
@@ -145,11 +146,11 @@ struct checking {
     // Counts that say another number than that of the entries; in a result also those that are not there, and numbers
     // that are left out.
     void check_counts() const {
-        std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        std::map<std::string_view, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
                 if (is_digit(line.key[at]) ? !is_digit(line.key[at - 1]) : is_entry_name(line.key, at))
-                    entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
+                    entries[line.key.substr(0, at)].insert(line.key.substr(0, line.key.find('_', at)));
         std::set<std::string, std::less<>> met;
         for (const conf_line &line : conf.lines)
             for (const auto &[count, entry] : counted) {
@@ -159,7 +160,9 @@ struct checking {
                 if (!front.empty() && front.back() != '_')
                     continue;
                 met.emplace(line.key);
-                if (size_t there = entries[front.append(entry)].size(); line.value != std::to_string(there))
+                auto found = entries.find(front.append(entry));
+                if (size_t there = found == entries.end() ? 0 : found->second.size();
+                    line.value != std::to_string(there))
                     tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                          line.line);
             }
@@ -179,7 +182,7 @@ struct checking {
                 need(std::string(*entry) + "_num_proxies");
             for (const auto &[count, entry] : counted) {
                 bool is_entry = entry.empty() ? of == "policy_" : ends(of, entry) && is_counted_below(of);
-                std::string front = is_entry ? of.substr(0, of.size() - entry.size()) : "";
+                std::string front(is_entry ? of.substr(0, of.size() - entry.size()) : "");
                 if (is_entry && (front.empty() || front.back() == '_') && !there.empty())
                     need(front + std::string(count));
             }
