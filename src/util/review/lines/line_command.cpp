@@ -57,7 +57,7 @@ void review_line(const upgrade_command &command, const std::string &file, long l
     auto before = read_configuration(name, std::move(with.output), conf_layout::translated);
     auto after = read_configuration("without it", std::move(without.output), conf_layout::translated);
     // What it is good for is first of all who gets through; groups and policies then have other names and numbers.
-    tell(data, "explain", format("{}: before is with this line, now is without it", said), file, line);
+    tell(data, "explain", format("{}: before is with this line, now is without it", said), file, line).leads = true;
     size_t told = data.findings.size();
     access_side with_it, without_it;
     with_it.set_maps(*before);

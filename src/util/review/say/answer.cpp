@@ -43,7 +43,7 @@ const todo_row todo_names[] = {
     {"brought", "Permits that only the initial environment brought"},
     {"destination", "Destinations in another order, or of no effect"},
     {"port", "Ports to enter again"},
-    {"lost-value", "Values lost to the initial environment"},
+    {"lost-value", "Values lost to the new release"},
     {"policy", "Policies to enter again"},
     {"proxy", "Proxies to enter again"},
     {"maps", "Maps to enter again"},
