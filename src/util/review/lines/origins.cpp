@@ -200,9 +200,6 @@ void origin_finder::tell_missing() const {
     for (const auto &[key, value] : set)
         if (covers("version_*", key) || covers("def_proxy_svcgrd-*_state", key))
             must_be(key, value.c_str(), conf.find(key.c_str()));
-    auto is_name = [](const conf_line &line) { return line.key == "def_proxy_*_name" && line.value == "*"; };
-    if (!conf.numbered && conf.find("def_proxy_global") && std::none_of(conf.lines.begin(), conf.lines.end(), is_name))
-        all.tell_some("lost", "the proxy for all has no name", all.in.result.name, 0);
     const maprec *services = services_of(conf);
     for (const maprec *row = services; all.in.command.numbered() && services == map_nt && row->proxy; row++)
         if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
