@@ -36,10 +36,11 @@ bool is_counted_below(std::string_view entry) {
 
 // Whether a numbered save gives such entries the numbers from 1 on.
 bool is_numbered_below(std::string_view entry) {
-    const char *const families[] = {
-        "def_proxy_",      "cust_proxy_",    "policy_",         "netobj_list_",      "netobj_group_",   "map_",
-        "sroute_",         "dest_",          "menu_meta_",      "nat_rule_",         "link_",           "key_",
-        "*_proxy_*_parm_", "policy_*_parm_", "policy_*_proxy_", "netobj_*_element_", "netobj_*_member_"};
+    const char *const families[] = {"def_proxy_",       "cust_proxy_",    "policy_",         "netobj_list_",
+                                    "netobj_group_",    "map_",           "sroute_",         "dest_",
+                                    "menu_meta_",       "nat_rule_",      "link_",           "key_",
+                                    "*_proxy_*_parm_",  "policy_*_parm_", "policy_*_proxy_", "netobj_*_element_",
+                                    "netobj_*_member_", "pfedit_*_rule"};
     return std::any_of(std::begin(families), std::end(families),
                        [&](const char *family) { return covers(family, entry); });
 }
