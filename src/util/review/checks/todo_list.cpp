@@ -96,11 +96,11 @@ struct list_maker {
                     !decides && conf && !conf->value("network_loginok").empty())
                     decides = conf;
         fields services;
-        for (const char *name : {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind"}) {
-            std::string key = format("def_proxy_{}_state", name),
+        for (const char *const *name = login_services; *name; name++) {
+            std::string key = format("def_proxy_{}_state", *name),
                         was = old_states ? old_states->value(key.c_str()) : "";
             if (says_yes(result.value(key.c_str())) && !says_yes(was))
-                services.emplace_back(name, was.empty() ? "on, had no state" : "on, was " + was);
+                services.emplace_back(*name, was.empty() ? "on, had no state" : "on, was " + was);
         }
         if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
             enter("on", "", services, "network_loginok=enabled in {} switches network login on: is that wanted?",

@@ -177,8 +177,6 @@ private:
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
 /// The program that the release sets for a type of proxy, in any case; null if none.
 const char *program_of(const std::string &type);
-/// The services that `network_loginok` switches on. Ends with a null.
-inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 /// True for attributes whose rules are numbered from the first on.
 inline bool is_list_attribute(std::string_view stored) { return stored == "url" || stored == "sid"; }
 /// Whether a proxy has a use for what one of the bits stands for, by the table of their needs.

@@ -28,7 +28,8 @@ void rule_filer::file(filed_attributes &owner, const filed_rule &rule) {
         rules[1] = alone->second;
         rules.erase(alone);
     }
-    long number = !rules.empty() ? rule.rule->unit : is_list_attribute(name) ? 0 : ALONE;
+    bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
+    long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : ALONE;
     if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
         pass_over(other->second, "a rule of another table with its line's number takes its place");
     rules[number] = rule;
@@ -42,7 +43,8 @@ void rule_filer::read(const filed_rule &rule) {
         is_global = is_global || rule.rule->word == row->word;
     for (const std::string &name : rule.rule->names) {
         bool is_for_all = name[0] == '*';
-        auto [proxy, is_new] = filed.proxies.try_emplace(is_for_all ? "global" : name, global);
+        std::string key = is_for_all ? "global" : name.substr(0, name.find('=')); // a key ends there
+        auto [proxy, is_new] = filed.proxies.try_emplace(std::move(key), global);
         for (const global_word_rec *row = global_word_tab; is_new && row->word; row++)
             if (!row->inherited)
                 proxy->second.erase(storedname(row->word));

@@ -100,8 +100,9 @@ bool origin_finder::is_release(const conf_line &line) const {
     if (auto found = set.find(path); found != set.end())
         return value == found->second;
     if (has_prefix(path.c_str(), "proxy_")) {
-        const maprec *row = find_maprec(services_of(result.conf), &maprec::service, path.c_str() + 6);
-        return row && services_of(result.conf) == map_nt &&
+        const maprec *services = services_of(result.conf),
+                     *row = find_maprec(services, &maprec::service, path.c_str() + 6);
+        return row && services == map_nt &&
                value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
     }
     bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&

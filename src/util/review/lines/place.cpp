@@ -96,15 +96,22 @@ bool line_placer::place_by_number(size_t number) {
 // The fields of a filter rule's text in a record that nobody else has, where a file that is merged adds others.
 bool line_placer::place_fields(size_t number) {
     account_line &line = all.lines[number];
-    const Frag *rule = line.said->node, *record = nullptr;
-    bool is_text = begins(line.key, "pfedit_") && rule == at_depth(rule, 2) && rule->child;
-    for (const Frag *each : is_text
-                                ? configuration::children(result.conf.find(place_keys::path(rule->parent).c_str()), "")
-                                : std::vector<Frag *>()) {
-        bool is_it = !record && result.valued.at(each) == NO_LINE;
-        for (const Frag *field = is_it ? rule->child : nullptr; field && is_it; field = field->next)
-            is_it = configuration::value(each, field->name) == text_of(field);
-        record = is_it ? each : record;
+    const Frag *rule = line.said->node;
+    if (!begins(line.key, "pfedit_") || rule != at_depth(rule, 2) || !rule->child)
+        return false;
+    auto has_fields = [&](const Frag *record) {
+        const Frag *field = rule->child;
+        while (field && configuration::value(record, field->name) == text_of(field))
+            field = field->next;
+        return !field;
+    };
+    // Numbers close up where some are left out.
+    const Frag *record = result.conf.find(place_keys::path(rule).c_str());
+    if (!record || result.valued.at(record) != NO_LINE || !has_fields(record)) {
+        const Frag *family = result.conf.find(place_keys::path(rule->parent).c_str());
+        record = family ? family->child : nullptr;
+        while (record && (is_taken(record) || !has_fields(record)))
+            record = record->next;
     }
     if (!record)
         return false;
@@ -220,8 +227,7 @@ const Frag *line_placer::address_field(const account_line &line) const {
             if (name != from)
                 continue;
             std::string address = conf.value((std::string("ip_") + row->address).c_str());
-            bool is_none = address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX";
-            const Frag *element = is_none ? nullptr : element_with(row->elements, address);
+            const Frag *element = is_placeholder(address) ? nullptr : element_with(row->elements, address);
             const Frag *there = element ? ffind(&const_cast<Frag *>(element)->child, field) : nullptr;
             return there && text_of(there) == line.said->value ? there : nullptr;
         }

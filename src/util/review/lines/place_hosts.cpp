@@ -4,7 +4,6 @@
 #include "netperm.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fmt/format.h>
 #include <set>
 #include <utility>

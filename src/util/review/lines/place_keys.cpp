@@ -56,11 +56,16 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
 const char *const numbered_families[] = {"map",  "sroute", "dest",       "nat_rule",   "menu_meta",
                                          "link", "key",    "pfedit_lcl", "pfedit_fwd", nullptr};
 
-std::string plain_name(std::string name) {
-    for (const auto &[from, to] : {std::pair("%5F", '_'), std::pair("%25", '%')})
-        for (size_t at = name.find(from); at != name.npos; at = name.find(from, at + 1))
-            name.replace(at, 3, 1, to);
+static std::string without_escape(std::string name, const char *escape, char plain) {
+    for (size_t at = name.find(escape); at != name.npos; at = name.find(escape, at + 1))
+        name.replace(at, strlen(escape), 1, plain);
     return name;
+}
+
+std::string plain_name(const std::string &name) { return without_escape(without_escape(name, "%5F", '_'), "%25", '%'); }
+
+bool is_placeholder(std::string_view address) {
+    return address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX";
 }
 
 bool is_location(const Frag *list) {
@@ -161,13 +166,16 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             take_policy_parameter(way, made);
             break;
         } else {
+            std::string name = way[i]->name;
+            long bits = bits_of(way[i]);
             // A name with a prefix can read as one that is mapped.
-            const std::string shown = prefix_of(bits_of(way[i])) + std::string(way[i]->name);
-            bool is_mapped = i + 1 == way.size() && attr_remap(shown.c_str()) != shown;
-            made.key += is_mapped ? attr_remap(shown.c_str()) : way[i]->name;
-            if (size_t escape = made.key.rfind("%25"); escape != made.key.npos && i + 1 == way.size())
-                made.key.replace(escape, 3, "%");
-            made.bits |= is_mapped ? 0 : bits_of(way[i]);
+            const std::string shown = bits == 0 ? "" : prefix_of(bits) + name;
+            if (const char *mapped = attr_remap(shown.c_str()); mapped != shown) {
+                name = mapped;
+                bits = 0;
+            }
+            made.key += without_escape(std::move(name), "%25", '%');
+            made.bits |= bits;
         }
     }
     return made;

@@ -42,7 +42,9 @@ extern const char *const numbered_families[];
 /// The node on the way to `frag` at a depth counted from the top, or null.
 const Frag *at_depth(const Frag *frag, size_t depth);
 /// A stored name with its `_` and `%` as they are, since a numbered save writes them both ways.
-std::string plain_name(std::string name);
+std::string plain_name(const std::string &name);
+/// True for what stands for no address in the flat keys of one.
+bool is_placeholder(std::string_view address);
 /// True for one of the three lists of the firewall's own addresses.
 bool is_location(const Frag *list);
 /// True if two prefixes look the same in a file.

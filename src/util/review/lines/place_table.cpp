@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <fmt/format.h>
 #include <optional>
 #include <utility>
@@ -72,20 +71,20 @@ void rule_placer::place_rule(const Frag *owner, const std::string &attribute, co
     const std::string written = prefix_of(of.rule->bits) + attribute;
     const char *bare = attr_remap(written.c_str());
     long bits = take_prefixes(&bare);
-    auto find = [&](long with) {
-        auto at = parameters.find({owner, said_text(bare, number, bits ^ with, of.rule->text)});
-        return at != parameters.end()
-                   ? at
-                   : parameters.find({owner, said_text(attribute, number, of.rule->bits ^ with, of.rule->text)});
+    auto find = [&](long of_bare, long of_whole) {
+        auto at = parameters.find({owner, said_text(bare, number, of_bare, of.rule->text)});
+        return at != parameters.end() ? at
+                                      : parameters.find({owner, said_text(attribute, number, of_whole, of.rule->text)});
     };
-    if (auto at = find(0); at != parameters.end()) {
+    if (auto at = find(bits, of.rule->bits); at != parameters.end()) {
         note(of.line, at->second, "as " + place_keys::path(at->second));
         if (auto next = std::next(at); next != parameters.end() && next->first == at->first)
             parameters.erase(at); // each rule has a place of its own
         return;
     }
-    for (long other : {1, 2, 3, 4, 5, 6, 8}) // bits that are others
-        if (auto at = find(other); at != parameters.end())
+    const long others[] = {0, ATTR_PERMIT, ATTR_DENY, ATTR_ABSORB, ATTR_ONLYON};
+    for (long other : others)
+        if (auto at = find(other, other); at != parameters.end())
             return void(turned.emplace_back(of.line, at->second));
     tell_lost(of.line, format("{}: {} {} stands nowhere there", clear_name(owner), of.rule->word, of.rule->text));
 }
@@ -126,7 +125,8 @@ void rule_placer::place_template(const user &of, const filed_attributes &attribu
             else if (attribute == "destination" && (is_last || is_later_record))
                 place_destinations(path, of.name, {{ALONE, rule}});
             else if (of.set)
-                place_rule(of.set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+                place_rule(of.set, attribute,
+                           is_list_attribute(attribute) && number != ALONE ? format("_{}", number) : "", rule);
             else if (is_dropped_proxy(of.proxy, all.data.release))
                 all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
             else

@@ -74,6 +74,7 @@ struct reason_finder {
     result_places &own;
     unsigned of_run = ALWAYS; ///< what holds for every line
     merged_maps maps;
+    const maprec *services;                                  ///< of the platform
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     reason_finder(accounting &of, result_places &in);
@@ -87,7 +88,8 @@ struct reason_finder {
     bool may_win(size_t winner, const account_line &line) const;
 };
 
-reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in) {
+reason_finder::reason_finder(accounting &of, result_places &in)
+    : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
     int release = all.data.release;
     const std::pair<bool, unsigned> bits[] = {
         {release >= 40 && release != 55, FROM_40},
@@ -95,7 +97,7 @@ reason_finder::reason_finder(accounting &of, result_places &in) : all(of), own(i
         {all.in.command.numbered(), NUMBERED},
         {all.has_tables, TABLES},
         {all.logs_in, LOGIN},
-        {services_of(own.conf) == map_nt, SERVICES},
+        {services == map_nt, SERVICES},
     };
     for (auto [holds, bit] : bits)
         of_run |= holds ? bit : 0;
@@ -114,7 +116,7 @@ unsigned reason_finder::conditions(const account_line &line) const {
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
     bool is_served = false;
     std::string service = begins(line.key, "proxy_") ? line.key.substr(6) : "";
-    for (const maprec *row = services_of(own.conf); !service.empty() && row->proxy; row++)
+    for (const maprec *row = services; !service.empty() && row->proxy; row++)
         is_served = is_served || service == row->service || service.substr(0, service.find('_')) == row->service;
     return of_run | (is_served ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
            (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
@@ -161,7 +163,7 @@ const char *reason_finder::address_reason(const account_line &line, unsigned hol
             std::string address = configuration::value(there, "");
             if (line.key.substr(3) != name || (!there && name != row->mask))
                 continue;
-            if (address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX")
+            if (is_placeholder(address))
                 return "without an address there is no element for it";
             if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
                 return NO_INTERFACE;
@@ -215,7 +217,7 @@ const char *reason_finder::taken_away(const account_line &line) const {
     // A known service goes; on NT the states of proxies come back as services.
     std::string service = (holds & REMOVED) && (holds & SERVED) ? line.key.substr(6) : "";
     bool is_moved = false, comes_back = false;
-    for (const maprec *row = services_of(own.conf); !service.empty() && row->proxy; row++) {
+    for (const maprec *row = services; !service.empty() && row->proxy; row++) {
         is_moved = is_moved || service.substr(0, service.find('_')) == row->service;
         comes_back = comes_back || ((holds & SERVICES) && (holds & NUMBERED) && service == row->service &&
                                     own.conf.find((std::string("def_proxy_") + row->proxy + "_state").c_str()));
@@ -227,15 +229,20 @@ const char *reason_finder::taken_away(const account_line &line) const {
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
 }
 
+bool is_numbered(const account_line &line) { return line.key.find('#') != std::string::npos; }
+// The depth at which its entry stands.
+size_t entry_depth(const account_line &line) {
+    return static_cast<size_t>(std::count(line.key.begin(), std::find(line.key.begin(), line.key.end(), '#'), '_'));
+}
+
 // Whether a line can't win in an entry of numbered records: it is of the same file and says something else in the
 // entry, or is of another entry there, or gives an address, which leads to the entry that has it.
 bool is_of_another(const account_line &winner, const account_line &line) {
-    auto mark = std::find(line.key.begin(), line.key.end(), '#');
-    if (mark == line.key.end() || winner.input != line.input || !winner.said || !winner.said->node)
+    if (!is_numbered(line) || winner.input != line.input || !winner.said || !winner.said->node)
         return false;
-    if (winner.key.find('#') == std::string::npos)
+    if (!is_numbered(winner))
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
-    auto depth = static_cast<size_t>(std::count(line.key.begin(), mark, '_'));
+    size_t depth = entry_depth(line);
     const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
     bool is_field = entry && entry == other && winner.said->node != entry;
     return (is_field && winner.said->key != line.said->key) ||
@@ -252,7 +259,7 @@ size_t reason_finder::winner(const account_line &line) const {
     const Frag *under = frag || is_map ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
     // Of a list in its place the value is not saved.
     bool is_list = under && under->child && begins(line.key, "def_proxy_");
-    if (line.key.find('#') != std::string::npos || is_list)
+    if (is_numbered(line) || is_list)
         frag = frag ? frag : under;
     // Whatever an import makes of a key, it is no longer what another file said by it.
     auto last = imported.find(line.said->key);
@@ -260,7 +267,9 @@ size_t reason_finder::winner(const account_line &line) const {
     if (frag) {
         size_t there = own.from.at(frag);
         // Of a numbered record, what came in one line, or a field of it.
-        for (const Frag *above = frag; above && line.key.find('#') != std::string::npos; above = above->parent)
+        const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
+        for (const Frag *above = entry ? frag : nullptr; above != (entry ? entry->parent : nullptr);
+             above = above->parent)
             for (size_t each : {own.from.at(above), own.valued.at(above)})
                 there = there != NO_LINE && may_win(there, line) ? there : each;
         return by && all.value(*by) == text_of(frag)                       ? last->second
@@ -298,7 +307,7 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_"))
         return (is_forced && is_init) != (other.line < line.line);
     // An import replaces what is there; of its own lines the last counts.
-    if (of.imported && line.said && !line.said->value.empty() && line.key.find('#') == std::string::npos)
+    if (of.imported && line.said && !line.said->value.empty() && !is_numbered(line))
         return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }

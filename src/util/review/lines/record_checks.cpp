@@ -39,19 +39,24 @@ void check_owners(accounting &all, const result_places &result) {
     }
 }
 
-// Numbered records keep the order that they have in their file; the maps of a later file come behind.
-void check_order(accounting &all, const result_places &result, const char *family) {
-    std::unordered_map<const Frag *, const Frag *> moved; // records of inputs, and what they are in the result
+// The numbered records of inputs, and what they are in the result, but for those that another file or a table says,
+// too.
+std::unordered_map<const Frag *, const Frag *> moved_records(const accounting &all, const result_places &result) {
+    std::unordered_map<const Frag *, const Frag *> moved;
     for (const account_line &line : all.lines)
-        if (line.place && !line.candidate && line.other_key.empty() && begins(line.key, family) &&
-            line.key.find('#') != std::string::npos)
-            for (size_t depth : {1, 2})
-                if (const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
-                    record && now) {
-                    size_t first = result.from.at(now);
-                    if (first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
-                        moved.emplace(record, now); // and not what another file says, too
-                }
+        if (line.place && !line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos)
+            for (size_t depth : {1, 2}) {
+                const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
+                size_t first = record && now ? result.from.at(now) : NO_LINE;
+                if (first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
+                    moved.emplace(record, now);
+            }
+    return moved;
+}
+
+// They keep the order that they have in their file; the maps of a later file come behind.
+void check_order(accounting &all, const result_places &result, const char *family,
+                 const std::unordered_map<const Frag *, const Frag *> &moved) {
     std::unordered_map<const Frag *, size_t> order;
     for (const Frag *record : result.conf.children(family))
         if (is_digit(*record->name)) // others are not sorted
@@ -75,6 +80,7 @@ void check_order(accounting &all, const result_places &result, const char *famil
 
 void check_records(accounting &all, const result_places &result) {
     check_owners(all, result);
+    std::unordered_map<const Frag *, const Frag *> moved = moved_records(all, result);
     for (const char *const *family = numbered_families; *family; family++)
-        check_order(all, result, *family);
+        check_order(all, result, *family, moved);
 }

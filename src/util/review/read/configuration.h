@@ -118,6 +118,8 @@ bool take_group_mark(std::string &source);
 bool says_yes(std::string_view text);
 /// The services of the platform that the configuration is of.
 const maprec *services_of(const configuration &conf);
+/// The services that `network_loginok` switches on. Ends with a null.
+inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 /// True if the word is in a list that ends in a null.
 bool is_listed(const char *const *list, std::string_view word);
 
