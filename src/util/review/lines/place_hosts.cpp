@@ -29,10 +29,8 @@ void rule_placer::place_hosts() {
         maps_by_source alike; // those not yet taken
         for (size_t each : maps_for(side, proxy))
             alike[side.maps[each].source].push_back(each);
-        std::string_view last_tail;
-        bool permits = false;
-        size_t last = NO_LINE, map = 0, last_map = 0, count = 0,
-               table = 0; // config sets are counted in each table anew
+        const access_rule *first = nullptr, *first_now = nullptr; // of the group
+        size_t map = 0, count = 0;                                // config sets are counted in each table anew
         std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners, alike);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
@@ -43,9 +41,9 @@ void rule_placer::place_hosts() {
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
             // The comparison leaves out a source that stands again: each group has a map of it all the same.
             std::vector<size_t> &maps = alike[side.maps[now.source].source];
-            bool is_group =
-                now.source != last || rule.tail != last_tail || rule.table != table || permits != rule.permit;
-            map = !is_group ? map : maps.empty() ? now.source : maps.front();
+            bool is_group = !first || now.source != first_now->source || rule.tail != first->tail ||
+                            rule.table != first->table || rule.permit != first->permit;
+            size_t last_map = std::exchange(map, !is_group ? map : maps.empty() ? now.source : maps.front());
             result.made.insert(side.maps[map].frag);
             const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
             bool is_same = now.pattern == rule.pattern;
@@ -53,17 +51,15 @@ void rule_placer::place_hosts() {
                  is_same ? format("in map {}", side.maps[map].number) : "as a host equal but for the case of letters");
             if (!is_group)
                 continue;
-            if (last != NO_LINE && map < last_map && result.installed && all.in.before.tables.size() == 1 &&
+            if (first && map < last_map && result.installed && all.in.before.tables.size() == 1 &&
                 all.inputs.front().table)
                 all.tell_some("unexplained", format("map {} stands in another order", side.maps[map].number),
                               all.in.result.name, side.maps[map].line);
-            last_map = map;
             if (!maps.empty())
                 maps.erase(maps.begin());
-            last = now.source;
-            last_tail = rule.tail;
-            permits = rule.permit;
-            count = rule.table == std::exchange(table, rule.table) ? count + 1 : 1;
+            count = first && rule.table == first->table ? count + 1 : 1;
+            first = &rule;
+            first_now = &now;
             std::string name = count == 1 ? proxy : format("{}-{}", proxy, count);
             auto set = sets.find(name);
             rule_options options = split_options(rule.tail);
