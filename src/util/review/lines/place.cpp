@@ -326,10 +326,15 @@ void line_placer::place(size_t number) {
         line.candidate = own || line.candidate;
         return;
     }
-    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && all.data.release < 40 &&
-                    all.inputs[line.input].name == all.in.command.old_conf &&
-                    all.inputs[line.input].conf->origin(line.said->node) == line.said;
-    spot best = is_words && all.has_tables ? spot() : find_free(line); // a table takes the value away
+    const account_input &input = all.inputs[line.input];
+    bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
+    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && counts &&
+                    input.name == all.in.command.old_conf && !input.conf->find("def_proxy");
+    bool is_late = !counts && !input.imported && input.name != all.in.command.init_conf &&
+                   line.said->role == line_role::setting && line.key.find('#') == line.key.npos &&
+                   all.value(line) != text_of(line.said->node);
+    // A table takes the value away, and what stands is not said by a line behind the one that counts.
+    spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
     // What an import removed, or a policy that stood already, is not turned by another that says the like.
     const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
     size_t first = policy ? result.from.at(policy) : NO_LINE;
