@@ -30,11 +30,6 @@ struct line_signs {
     sighting cut{"a name of more than 63 bytes: it is cut there, and the rest of the line is its value", "shorten it"};
 };
 
-bool is_rule_line(std::string_view line) {
-    size_t colon = std::min(line.find(':'), line.size() - 1), word = line.find_first_not_of(" \t", colon + 1);
-    return colon && word != line.npos && line.find_first_of(" \t", word) != line.npos && line.find('=') > colon;
-}
-
 line_signs look_at_lines(std::string_view text) {
     line_signs signs;
     for (long number = 1; !text.empty(); number++) {
@@ -47,8 +42,8 @@ line_signs look_at_lines(std::string_view text) {
             signs.returns.see(number);
         if (size_t end = line.find_last_not_of(" \t") + 1; end > 0 && end < line.size())
             signs.blanks.see(number);
-        if (line.find_first_of(":=") != line.npos && line[0] != '#')
-            (is_rule_line(line) ? signs.rules : signs.assignments)++;
+        if (size_t sign = line.find_first_of(":="); sign != line.npos && line[0] != '#')
+            (line[sign] == ':' ? signs.rules : signs.assignments)++;
     }
     return signs;
 }
@@ -109,38 +104,35 @@ struct checking {
                 doubt({name, each->first}, each->advice, "{}", each->text).count = each->count > 1 ? each->count : 0;
     }
 
-    // Takes note of a file. False if it can't be read, which is told once.
-    bool record(const std::string &name, file_role role) const {
-        file_record &made = data.files[file_number(data, name, role)];
+    // Enters the file's size and sum, or tells why it can't be read.
+    void take_note(file_record &file) const {
         struct stat status {};
-        bool there = stat(name.c_str(), &status) == 0 && access(name.c_str(), R_OK) == 0;
-        const std::string *bytes = there ? files.bytes(name) : nullptr;
-        if (!bytes) {
-            const char *why = !there || S_ISREG(status.st_mode) ? strerror(errno)
-                              : S_ISDIR(status.st_mode)         ? "is a directory"
-                                                        : "is no regular file, and can't be read more than once";
-            auto same = [&](const finding &told) { return told.id == "trouble" && told.at.file == name; };
-            if (std::none_of(data.findings.begin(), data.findings.end(), same))
-                doubt({name}, "name a file that can be read", "the {} can't be read: {}", word(role), why).id =
-                    "trouble";
-            return false;
+        bool there = stat(file.name.c_str(), &status) == 0 && access(file.name.c_str(), R_OK) == 0;
+        if (const std::string *bytes = there ? files.bytes(file.name) : nullptr) {
+            char digest[SHA256_DIGEST_STRING_LENGTH];
+            file.size = static_cast<long long>(bytes->size());
+            file.sha256 = SHA256Data(reinterpret_cast<const uint8_t *>(bytes->data()), bytes->size(), digest);
+            return;
         }
-        char digest[SHA256_DIGEST_STRING_LENGTH];
-        made.size = static_cast<long long>(bytes->size());
-        made.sha256 = SHA256Data(reinterpret_cast<const uint8_t *>(bytes->data()), bytes->size(), digest);
-        return true;
+        const char *why = !there || S_ISREG(status.st_mode) ? strerror(errno)
+                          : S_ISDIR(status.st_mode)         ? "is a directory"
+                                                            : "is no regular file, and can't be read more than once";
+        doubt({file.name}, "name a file that can be read", "the {} can't be read: {}", word(file.role), why).id =
+            "trouble";
     }
 
+    // Takes note of a file, and checks the text of an input once for each kind that it is named as. False if it can't
+    // be read.
     bool check(const std::string &name, file_role role) const {
         size_t met = data.files.size();
-        const file_record known = data.files[file_number(data, name, role)];
+        file_record &file = data.files[file_number(data, name, role)];
         bool is_new = data.files.size() > met;
-        if (!is_new && known.role == role)
-            return known.size >= 0;
-        bool is_readable = record(name, role);
-        if (is_readable && (is_new || (known.role == file_role::table) != (role == file_role::table)))
+        if (is_new)
+            take_note(file);
+        bool is_other_kind = (file.role == file_role::table) != (role == file_role::table);
+        if (file.size >= 0 && role != file_role::result && (is_new || is_other_kind))
             check_text(name, role);
-        return is_readable;
+        return file.size >= 0;
     }
 
     void check_output() const {
@@ -154,7 +146,7 @@ struct checking {
             doubt({output}, "name another", "the output can't be written{}: {}", there ? "" : " to " + folder,
                   strerror(errno));
         if (there)
-            record(output, file_role::result);
+            check(output, file_role::result);
     }
 };
 
@@ -181,26 +173,24 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
     return readable;
 }
 
-static int release_of(const configuration &conf) {
-    const Frag *version = conf.find("version_firewall");
-    std::string text = value_of(version);
-    if (!conf.find("def_proxy") || !version)
-        return conf.find("def_proxy") ? 40 : 32;
-    text.erase(0, std::min(text.find_first_of("0123456789"), text.size()));
-    if (text.compare(0, 3, "5.5") == 0 || text.empty())
-        return !version->value ? 0 : text.empty() ? 50 : 55;
-    size_t next = text[1] == '.' ? 2 : 1;
-    return (text[0] - '0') * 10 + (is_digit(text[next]) ? text[next] - '0' : 0);
+// The release that a value of `version_firewall` stands for.
+static int release_of(std::string version) {
+    version.erase(0, std::min(version.find_first_of("0123456789"), version.size()));
+    if (version.empty() || version.compare(0, 3, "5.5") == 0)
+        return version.empty() ? 50 : 55;
+    size_t next = version[1] == '.' ? 2 : 1;
+    return (version[0] - '0') * 10 + (is_digit(version[next]) ? version[next] - '0' : 0);
 }
 
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data) {
     const std::string &file = command.old_conf;
     const configuration *conf = files.conf(file, conf_layout::as_written);
-    data.release = conf ? release_of(*conf) : 32;
+    const Frag *proxies = conf ? conf->find("def_proxy") : nullptr;
+    const Frag *version = conf ? conf->find("version_firewall") : nullptr;
     data.host_name = conf ? conf->value("hostname") : "";
-    data.release_reason = file.empty()                        ? "no old configuration is named"
-                          : !conf || !conf->find("def_proxy") ? "no def_proxy in " + file
-                          : !conf->find("version_firewall")
-                              ? "def_proxy but no version_firewall in " + file
-                              : fmt::format("version_firewall={} in {}", conf->value("version_firewall"), file);
+    data.release = !proxies ? 32 : !version ? 40 : !version->value ? 0 : release_of(value_of(version));
+    data.release_reason = file.empty() ? "no old configuration is named"
+                          : !proxies   ? "no def_proxy in " + file
+                          : !version   ? "def_proxy but no version_firewall in " + file
+                                       : fmt::format("version_firewall={} in {}", value_of(version), file);
 }
