@@ -112,8 +112,7 @@ struct checking {
             doubt(at, "name hosts, or remove the line", "{} names no host: {}", rule.word,
                   hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
         for (std::string_view host : hosts)
-            if (!host.empty() && host[0] != '-')
-                check_host(at, host);
+            check_host(at, host);
     }
 
     // Proxies that nobody knows.
