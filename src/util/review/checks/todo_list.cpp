@@ -40,12 +40,11 @@ std::string describe_source(const configuration &conf, std::string source) {
 // What a node below an entry of an import is called where it is entered, config set in front.
 std::string label_of(const Frag *node, const Frag *entry) {
     std::string name, set;
-    for (const Frag *at = node; at != entry && set.empty(); at = at->parent) {
-        if (at->parent != entry && is_named(at->parent, "config-sets"))
+    for (const Frag *at = node; at != entry && set.empty(); at = at->parent)
+        if (is_named(at->parent, "config-sets"))
             set = clear_name(at) + ": ";
-        else if (at->parent != entry || !is_named(at, "parm"))
+        else if (!is_named(at, "parm"))
             name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
-    }
     return set + (attr_revmap(node->name) != node->name ? attr_revmap(node->name) : prefix_of(node->attr) + name);
 }
 
