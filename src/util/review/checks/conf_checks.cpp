@@ -12,46 +12,25 @@ using fmt::format;
 
 namespace {
 
-// What keys of entries have in front of their numbers, for the ends of the keys of their counts.
-const std::string_view counted[][2] = {{"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
-                                       {"nat_numrules", "nat_rule_"}, {"num_proxies", "proxy_"},
-                                       {"num_entries", ""},           {"num_list", "list_"},
-                                       {"num_group", "group_"},       {"num_parms", "parm_"},
-                                       {"num_elements", "element_"},  {"num_members", "member_"}};
+// The ends of the keys of counts, and what stands in their place in the keys of what they count, up to its number.
+const std::string_view counted[][2] = {
+    {"map_num_entries", "map_"},       {"dest_num_entries", "dest_"}, {"sroute_num_entries", "sroute_"},
+    {"policy_num_entries", "policy_"}, {"lcl_numrules", "lcl_rule"},  {"fwd_numrules", "fwd_rule"},
+    {"nat_numrules", "nat_rule_"},     {"num_proxies", "proxy_"},     {"num_list", "list_"},
+    {"num_group", "group_"},           {"num_parms", "parm_"},        {"num_elements", "element_"},
+    {"num_members", "member_"}};
 
 // The counts of every numbered save.
 const char *const always_counted[] = {"cust_num_proxies",    "dest_num_entries",    "map_num_entries",   "nat_numrules",
                                       "pfedit_fwd_numrules", "pfedit_lcl_numrules", "sroute_num_entries"};
 
-bool ends(std::string_view text, std::string_view with) {
-    return text.size() >= with.size() && text.substr(text.size() - with.size()) == with;
-}
+// The families, apart from the numbered ones, in which a numbered save counts what can be counted.
+const char *const counted_families[] = {"def", "cust", "policy", "netobj", "pfedit", nullptr};
 
-// Whether a numbered save counts such entries, by the beginning of their keys.
-bool is_counted_below(std::string_view entry) {
-    const char *const families[] = {"def_*", "cust_*", "policy_*", "netobj_*", "pfedit_*", "nat_*"};
-    return std::any_of(std::begin(families), std::end(families),
-                       [&](const char *family) { return covers(family, entry); });
-}
-
-// Whether a numbered save gives such entries the numbers from 1 on.
-bool is_numbered_below(std::string_view entry) {
-    const char *const families[] = {"def_proxy_",       "cust_proxy_",    "policy_",         "netobj_list_",
-                                    "netobj_group_",    "map_",           "sroute_",         "dest_",
-                                    "menu_meta_",       "nat_rule_",      "link_",           "key_",
-                                    "*_proxy_*_parm_",  "policy_*_parm_", "policy_*_proxy_", "netobj_*_element_",
-                                    "netobj_*_member_", "pfedit_*_rule"};
-    return std::any_of(std::begin(families), std::end(families),
-                       [&](const char *family) { return covers(family, entry); });
-}
-
-// Whether an entry that should have a number begins in the key there.
-bool is_entry_name(std::string_view key, size_t at) {
-    const char *const families[] = {"proxy", "policy", "list", "group", "parm", "element", "member", nullptr};
-    if (key[at - 1] != '_' || key.substr(at, 3) == "num")
-        return false;
-    std::string_view above = key.substr(0, at - 1);
-    return is_listed(families, above.substr(above.rfind('_') + 1));
+// Whether the key ends so, where a component begins.
+bool ends(std::string_view key, std::string_view with) {
+    size_t front = key.size() - std::min(key.size(), with.size());
+    return key.substr(front) == with && (front == 0 || key[front - 1] == '_');
 }
 
 /// One configuration under check.
@@ -150,47 +129,48 @@ struct checking {
         std::map<std::string_view, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
-                if (is_digit(line.key[at]) ? !is_digit(line.key[at - 1]) : is_entry_name(line.key, at))
+                if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
                     entries[line.key.substr(0, at)].insert(line.key.substr(0, line.key.find('_', at)));
-        std::set<std::string, std::less<>> met, wrong; // counts, and the beginnings of what they count wrongly
+        std::set<std::string> met;
+        std::set<std::string, std::less<>> wrong; // the beginnings of what is counted wrongly
         for (const conf_line &line : conf.lines)
             for (const auto &[count, entry] : counted) {
                 if (!ends(line.key, count))
                     continue;
-                std::string front(line.key.substr(0, line.key.size() - count.size()));
-                if (!front.empty() && front.back() != '_')
-                    continue;
                 met.emplace(line.key);
-                auto found = entries.find(front.append(entry));
+                std::string of(line.key.substr(0, line.key.size() - count.size()));
+                auto found = entries.find(of.append(entry));
                 size_t there = found == entries.end() ? 0 : found->second.size();
                 if (line.value == std::to_string(there))
                     continue;
-                wrong.insert(front);
+                wrong.insert(of);
                 tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                      line.line);
             }
         if (is_input)
             return;
-        auto need = [&](const std::string &key) {
+        auto need = [&](std::string_view of, std::string_view count) {
+            std::string key = std::string(of).append(count);
             if (met.insert(key).second)
                 tell(data, "count", format("{} is not there", key), conf.name);
         };
         for (const char *key : always_counted)
-            need(key);
+            need(key, "");
         for (const auto &[of, there] : entries) {
-            bool has_parameters = of == "def_proxy_" || of == "cust_proxy_" || of == "policy_";
-            for (auto entry = there.begin(); has_parameters && entry != there.end(); ++entry)
-                need(std::string(*entry) + "_num_parms");
-            for (auto entry = there.begin(); of == "policy_" && entry != there.end(); ++entry)
-                need(std::string(*entry) + "_num_proxies");
-            for (const auto &[count, entry] : counted) {
-                bool is_entry = entry.empty() ? of == "policy_" : ends(of, entry) && is_counted_below(of);
-                std::string front(is_entry ? of.substr(0, of.size() - entry.size()) : "");
-                if (is_entry && (front.empty() || front.back() == '_') && !there.empty())
-                    need(front + std::string(count));
+            for (std::string_view entry : there) {
+                if (of == "def_proxy_" || of == "cust_proxy_" || of == "policy_")
+                    need(entry, "_num_parms");
+                if (of == "policy_")
+                    need(entry, "_num_proxies");
             }
+            bool is_numbered = is_listed(numbered_families, of.substr(0, of.size() - 1));
+            for (const auto &[count, entry] : counted)
+                if (ends(of, entry) && is_listed(counted_families, of.substr(0, of.find('_')))) {
+                    need(of.substr(0, of.size() - entry.size()), count);
+                    is_numbered = true;
+                }
             const char *form = of == "link_" || of == "key_" ? "{}{:04}" : "{}{}";
-            size_t last = is_numbered_below(of) && wrong.count(of) == 0 ? there.size() : 0; // else that is told
+            size_t last = is_numbered && wrong.count(of) == 0 ? there.size() : 0; // else that is told
             for (size_t number = 1; number <= last; number++)
                 if (std::string entry = format(fmt::runtime(form), of, number); there.count(entry) == 0) {
                     tell(data, "count", format("{} is not there, though {} such entries are", entry, last), conf.name);
@@ -257,8 +237,7 @@ struct checking {
                     lists.push_back(node->child);
             }
         }
-        if (conf.numbered)
-            say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
+        say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
     }
 };
 
