@@ -2,7 +2,6 @@
 #include "checks/checks.h"
 #include "frag_tools.h"
 #include "say/say.h"
-#include "upgrade.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -53,7 +52,6 @@ void look_at_names(const configuration &conf, line_signs &signs) {
     for (const conf_line &line : conf.lines) {
         std::string_view text = std::string_view(conf.bytes).substr(line.begin, line.end - line.begin);
         text = text.substr(0, line.section_form ? 0 : text.find('='));
-        text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
         if (text.find('\n') != text.npos)
             signs.run_on.see(line.line);
         for (size_t at = 0, end; at < text.size(); at = end + 1)
