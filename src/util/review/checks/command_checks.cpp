@@ -99,13 +99,13 @@ struct checking {
 
     // One option after the other: its place among the others, and the release and layout that it is for.
     void check_options() const {
-        bool read = false, newest = data.release == 55, by_table = data.release < 40 && !tables.empty();
+        bool newest = data.release == 55, by_table = data.release < 40 && !tables.empty();
         std::map<char, strings> ahead; // files of the options so far, by letter
-        const strings &merged = ahead['m'], &met = ahead['n'];
+        const strings &merged = ahead['m'], &met = ahead['n'], &imported = ahead['e'];
         for (const auto &[letter, file, index, attached] : command.steps) {
             const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
             bool numbered = conf && conf->numbered;
-            if (letter == 'R' && read)
+            if (letter == 'R' && !(merged.empty() && met.empty() && imported.empty()))
                 doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
                       file);
             if (letter == 'n' && is_one_of(met, file))
@@ -141,7 +141,6 @@ struct checking {
                       file)
                     .leads = true;
             ahead[letter].push_back(file);
-            read = read || strchr("mne", letter);
         }
     }
 
