@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/ranges.h>
+#include <tuple>
 
 using fmt::format;
 
@@ -240,41 +241,36 @@ struct list_maker {
             if (data.files[line.file].name == import.name && !line.result_line && line.became != fate::kept &&
                 line.reason != said_twice)
                 dropped.insert(line.line);
-        std::vector<const Frag *> order;
-        std::unordered_map<const Frag *, fields> entries;
+        std::unordered_map<const Frag *, long> first_lines;
+        std::map<std::tuple<std::string_view, long, const Frag *>, fields> entries; // by families and these
         for (const conf_line &line : import.lines) {
             const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
-                       *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1), *part = at_depth(node, 2);
-            if (!node || !family || !entry)
+                       *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1);
+            if (!entry)
                 continue;
-            auto [at, fresh] = entries.try_emplace(entry);
-            if (fresh)
-                order.push_back(entry);
-            if (part && part != node && is_named(part, "proxy") && is_named(family, "policy"))
-                at->second.emplace_back(
-                    "proxy",
-                    format("{}, config set {}", node->value ? node->value : "none that is known", clear_name(node)));
+            fields &lost = entries[{family->name, first_lines.try_emplace(entry, line.line).first->second, entry}];
+            if (is_named(family, "policy") && is_named(node->parent, "proxy"))
+                lost.emplace_back("proxy", format("{}, config set {}", node->value ? node->value : "none that is known",
+                                                  clear_name(node)));
             else if (node != entry && line.role == line_role::setting && !is_named(node->parent, "config-sets") &&
                      (node->parent != entry || !is_named(node, "name")))
-                at->second.emplace_back(label_of(node, entry), value_of(node));
+                lost.emplace_back(label_of(node, entry), value_of(node));
         }
         fields maps;
-        for (const char *family : {"def", "policy", "map"})
-            for (const Frag *entry : order) {
-                std::string name = clear_name(entry);
-                bool permits = value_of(entry, "pd") == "P";
-                if (!is_named(at_depth(entry, 0), family))
-                    continue;
-                if (*family == 'd' && !entries[entry].empty())
-                    enter("proxy", name, entries[entry], "enter again what {} had", name == "global" ? "*" : name);
-                else if (*family == 'p')
-                    enter("policy", "", entries[entry], "enter the policy {} again", name);
-                else if (*family == 'm' && is_digit(name[0]))
-                    maps.emplace_back(name, format("{} {} {} {}", permits ? "permit" : "deny",
-                                                   describe_source(import, value_of(entry, "src")),
-                                                   permits ? "by the policy" : "for",
-                                                   value_of(entry, permits ? "policy" : "proxy")));
-            }
+        for (const auto &[key, lost] : entries) {
+            const auto &[family, line, entry] = key;
+            std::string name = clear_name(entry);
+            bool permits = value_of(entry, "pd") == "P";
+            if (family == "def" && !lost.empty())
+                enter("proxy", name, lost, "enter again what {} had", name == "global" ? "*" : name);
+            else if (family == "policy")
+                enter("policy", "", lost, "enter the policy {} again", name);
+            else if (family == "map" && is_digit(name[0]))
+                maps.emplace_back(name, format("{} {} {} {}", permits ? "permit" : "deny",
+                                               describe_source(import, value_of(entry, "src")),
+                                               permits ? "by the policy" : "for",
+                                               value_of(entry, permits ? "policy" : "proxy")));
+        }
         if (!maps.empty())
             enter("maps", "", maps, "enter the maps again, in this order");
     }
