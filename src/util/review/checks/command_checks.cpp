@@ -82,7 +82,7 @@ struct checking {
         inputs.insert(tables.begin(), tables.end());
         for (const std::string &input : inputs) {
             bool is_output = command.has_output && same_file(output, input);
-            const configuration *conf = is_output ? files.conf(input, conf_layout::translated) : nullptr;
+            const configuration *conf = is_output ? files.conf(input) : nullptr;
             bool has_run = conf && conf->numbered && is_new_release(conf->value("version_firewall"));
             if (is_output)
                 doubt({}, has_run ? "take it from its copy, and name another output" : "name another output",
@@ -103,7 +103,7 @@ struct checking {
         std::map<char, strings> ahead; // files of the options so far, by letter
         const strings &merged = ahead['m'], &met = ahead['n'], &imported = ahead['e'];
         for (const auto &[letter, file, index, attached] : command.steps) {
-            const configuration *conf = strchr("me", letter) ? files.conf(file, conf_layout::translated) : nullptr;
+            const configuration *conf = strchr("me", letter) ? files.conf(file) : nullptr;
             bool numbered = conf && conf->numbered;
             if (letter == 'R' && !(merged.empty() && met.empty() && imported.empty()))
                 doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
@@ -155,8 +155,7 @@ struct checking {
 
     // The proxies that were in use, and for which the release has a program, but this environment has none.
     std::set<std::string> without_program() const {
-        const std::string &was = imports.empty() ? command.old_conf : imports[0];
-        const configuration *conf = files.conf(was, conf_layout::translated);
+        const configuration *conf = files.conf(imports.empty() ? command.old_conf : imports[0]);
         std::set<std::string> lacking, used = conf ? switched_on(*conf) : lacking;
         for (const std::string &file : data.release < 40 ? tables : strings())
             for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())

@@ -21,11 +21,6 @@ constexpr size_t MOST_SHOWN = 12; // addresses of one source
 
 std::string joined(const strings &words) { return fmt::to_string(fmt::join(words, ", ")); }
 
-std::string map_meaning(const Frag *map) {
-    return format("{} {} {} {}", value_of(map, "pd"), value_of(map, "src"), value_of(map, "proxy"),
-                  value_of(map, "policy"));
-}
-
 std::string describe_source(const configuration &conf, std::string source) {
     bool bare = false;
     strings addresses;
@@ -57,10 +52,9 @@ struct list_maker {
     const access_side &before;
     review_data &data;
     strings imports = step_files(command, 'e');
-    const configuration *old =
-        files.conf(imports.empty() ? command.old_conf : imports.front(), conf_layout::translated);
+    const configuration *old = files.conf(imports.empty() ? command.old_conf : imports.front());
     const configuration *old_states = data.release >= 40 ? old : nullptr;
-    const configuration *init = data.release == 55 ? nullptr : files.conf(command.init_conf, conf_layout::translated);
+    const configuration *init = data.release == 55 ? nullptr : files.conf(command.init_conf);
 
     template <typename... types>
     void enter(const char *id, const std::string &proxy, const fields &values, fmt::format_string<types...> text,
@@ -180,9 +174,9 @@ struct list_maker {
         std::set<long> wider;
         strings idle;
         for (const Frag *map : init->children("map"))
-            brought.insert(map_meaning(map));
+            brought.insert(record_text(map));
         for (const Frag *map : old ? old->children("map") : std::vector<Frag *>())
-            brought.erase(map_meaning(map));
+            brought.erase(record_text(map));
         bool decided = !data.access.empty();
         for (const access_row &row : data.access)
             decided = decided && row.found != verdict::not_decided;
@@ -191,7 +185,7 @@ struct list_maker {
                 wider.insert(*told.after.map);
         for (const Frag *map : result.children("map")) {
             std::string number = clear_name(map), policy = value_of(map, "policy");
-            if (!is_digit(*map->name) || value_of(map, "pd") != "P" || !brought.count(map_meaning(map)))
+            if (!is_digit(*map->name) || value_of(map, "pd") != "P" || !brought.count(record_text(map)))
                 continue;
             if (decided && !wider.count(decimal(number.c_str()))) {
                 idle.push_back(number);
@@ -307,5 +301,5 @@ void list_todo(const upgrade_command &command, loaded_files &files, const config
     if (list.init && list.old_states && list.imports.empty())
         list.list_lost_values();
     for (const std::string &import : list.imports)
-        list.list_sheet(*files.conf(import, conf_layout::translated));
+        list.list_sheet(*files.conf(import));
 }
