@@ -5,7 +5,6 @@
 #include "nupgrade.h"
 
 #include <algorithm>
-#include <cstring>
 #include <unordered_set>
 
 using fmt::format;

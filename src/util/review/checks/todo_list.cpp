@@ -3,7 +3,6 @@
 #include "frag_tools.h"
 #include "lines/place_keys.h"
 #include "nupgrade.h"
-#include "say/say.h"
 #include "upgrade.h"
 
 #include <algorithm>
@@ -72,9 +71,9 @@ struct list_maker {
         for (const std::string &name : used) {
             std::string key = "def_proxy_" + storedname(name) + "_state";
             const Frag *state = result.find(key.c_str()), *was = old_states ? old_states->find(key.c_str()) : nullptr;
-            if (!state || !says_yes(text_of(state)))
+            if (!says_yes(value_of(state)))
                 enter("off", name, {}, "{} was in use{} and {}", name,
-                      was && says_yes(text_of(was)) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
+                      says_yes(value_of(was)) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
                       !result.record("def_proxy", name) ? "is gone"
                       : state                           ? "is off now"
                                                         : "has no state now");
