@@ -45,10 +45,10 @@ struct checking {
 
     // The words by themselves.
     void check_words() const {
-        for (const auto &[letter, file, index, attached] : command.steps) {
+        for (const auto &[letter, file, index, argument_index] : command.steps) {
             if (letter == 'V' && (file.empty() || file.find_first_not_of("0123456789") != file.npos))
                 doubt({}, "leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
-            if (letter != 'V' && attached)
+            if (letter != 'V' && command.words[index].size() > 2)
                 doubt({}, fmt::format("write -{} alone", letter),
                       "the text behind -{} in {} is ignored: the option takes the next word, {}", letter,
                       command.words[index], file);
@@ -102,7 +102,7 @@ struct checking {
         bool newest = data.release == 55, by_table = data.release < 40 && !tables.empty();
         std::map<char, strings> ahead; // files of the options so far, by letter
         const strings &merged = ahead['m'], &met = ahead['n'], &imported = ahead['e'];
-        for (const auto &[letter, file, index, attached] : command.steps) {
+        for (const auto &[letter, file, index, argument_index] : command.steps) {
             const configuration *conf = strchr("me", letter) ? files.conf(file) : nullptr;
             bool numbered = conf && conf->numbered;
             if (letter == 'R' && !(merged.empty() && met.empty() && imported.empty()))

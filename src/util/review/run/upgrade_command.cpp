@@ -19,26 +19,26 @@ upgrade_command parse_upgrade_command(const std::vector<std::string> &words) {
     size_t at = 0;
     while (at + 1 < words.size()) {
         const std::string &word = words[at];
-        if (word.empty() || word[0] != '-') {
+        if (word[0] != '-') {
             command.passed_over.push_back(at++);
             continue;
         }
-        upgrade_step step{word.size() > 1 ? word[1] : '\0', "", at, word.size() > 2};
-        if (!step.letter || !strchr("VRmne", step.letter)) {
+        const char letter = word[1];
+        if (!letter || !strchr("VRmne", letter)) {
             command.refused = "there is no option " + word;
             return command;
         }
-        if (strchr("Rmn", step.letter) && at + 2 >= words.size()) {
+        if (strchr("Rmn", letter) && at + 2 >= words.size()) {
             command.refused = word + " would take the last word, which is the output's name";
             return command;
         }
-        step.argument = step.argument_index() == at ? word.substr(2) : words[at + 1];
-        if (step.letter == 'V')
-            command.version = decimal(step.argument.c_str());
+        bool is_attached = letter == 'V' && word.size() > 2;
+        command.steps.push_back({letter, is_attached ? word.substr(2) : words[at + 1], at, is_attached ? at : at + 1});
+        if (letter == 'V')
+            command.version = decimal(command.steps.back().argument.c_str());
         if (command.version == 2)
             command.version = 99;
-        at = step.argument_index() + 1;
-        command.steps.push_back(std::move(step));
+        at = command.steps.back().argument_index + 1;
     }
     command.has_output = at < words.size();
     if (command.has_output)

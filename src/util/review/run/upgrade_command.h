@@ -7,12 +7,10 @@
 
 /// One option, in the order in which the upgrade works through them.
 struct upgrade_step {
-    char letter = 0;       ///< V, R, n, m or e
-    std::string argument;  ///< its file; for V the text that is read as a number
-    size_t index = 0;      ///< of the option's word in `words`
-    bool attached = false; ///< text stands behind the letter: V reads it as its argument, all others ignore it
-    /// The index of the word that holds the argument.
-    size_t argument_index() const { return letter == 'V' && attached ? index : index + 1; }
+    char letter = 0;           ///< V, R, n, m or e
+    std::string argument;      ///< its file; for V the text that is read as a number
+    size_t index = 0;          ///< of the option's word in `words`
+    size_t argument_index = 0; ///< of the word that holds the argument: for V the option's own, if text stands in it
 };
 
 /// A whole command line without the program's name.

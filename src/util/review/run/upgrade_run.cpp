@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -18,12 +17,6 @@
 namespace {
 
 using strings = std::vector<std::string>;
-
-std::string bytes_of(const std::string &path) {
-    std::string bytes;
-    read_bytes(path, bytes);
-    return bytes;
-}
 
 /// A file without a name in memory.
 struct memory_file {
@@ -35,8 +28,7 @@ struct memory_file {
     /// A path that leads to it in this process and its children.
     std::string path() const { return "/proc/self/fd/" + std::to_string(file); }
     bool write(const std::string &bytes) const {
-        std::ofstream stream(path(), std::ios::binary);
-        return !!stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush();
+        return !!(std::ofstream(path(), std::ios::binary) << bytes << std::flush);
     }
 };
 
@@ -47,33 +39,24 @@ struct planned_run {
     memory_file output{}, messages{};
 };
 
-// The words that name a report or an input, those that are looked at for the release alone among them.
-std::set<size_t> words_of_files(const upgrade_command &command) {
-    std::set<size_t> places;
-    for (const upgrade_step &step : command.steps)
-        if (step.letter != 'V')
-            places.insert(step.argument_index());
-    for (size_t i = 1; i + 1 < command.words.size(); i++)
-        if (command.words[i - 1] == "-m" && command.words[i][0] != '-') // no option behind a file of that name
-            places.insert(i);
-    return places;
-}
-
 // Puts files in memory in the place of reports and of what `instead` has. A report that is an input empties that for
 // whatever reads it later. False if there is no room.
 bool replace_files(const upgrade_command &command, const replaced_files &instead, planned_run &run) {
     const strings reports = step_files(command, 'R');
-    for (size_t at : words_of_files(command)) {
-        const std::string &name = command.words[at];
+    for (const upgrade_step &step : command.steps) {
+        const std::string &name = step.argument;
         auto other = instead.find(name);
         auto report = std::find_if(reports.begin(), reports.end(),
                                    [&](const std::string &each) { return each == name || same_file(each, name); });
-        if (report == reports.end() && other == instead.end())
+        if (step.letter == 'V' || (report == reports.end() && other == instead.end()))
             continue;
         auto [file, fresh] = run.files.try_emplace(report == reports.end() ? name : *report);
-        if (fresh && !file->second.write(other == instead.end() ? bytes_of(name) : other->second))
+        std::string own;
+        if (other == instead.end())
+            read_bytes(name, own);
+        if (fresh && !file->second.write(other == instead.end() ? own : other->second))
             return false;
-        run.words[at] = file->second.path();
+        run.words[step.argument_index] = file->second.path();
     }
     return true;
 }
@@ -112,16 +95,16 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
     if (command.has_output)
         run.words.back() = run.output.path();
     for (const upgrade_step &step : command.steps)
-        if (no_xml && command.version == 99 && step.letter == 'V' && step.argument != "-m") // which names a file, too
-            run.words[step.argument_index()] = step.attached ? "-V50" : "50";
+        if (no_xml && command.version == 99 && step.letter == 'V')
+            run.words[step.argument_index] = step.argument_index == step.index ? "-V50" : "50";
     fflush(nullptr);
     pid_t parent = getpid(), child = has_room ? fork() : -1;
     if (child == 0)
         run_child(run, parent);
     int status = 0;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR)
-        ;
-    result.messages = bytes_of(run.messages.path());
+    if (child > 0)
+        waitpid(child, &status, 0);
+    read_bytes(run.messages.path(), result.messages);
     replace_all(result.messages, run.output.path(), command.output);
     for (const auto &[name, file] : run.files)
         replace_all(result.messages, file.path(), name);
@@ -132,6 +115,6 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
     else if (status != 0)
         result.trouble = "the upgrade ends with status " + std::to_string(WEXITSTATUS(status));
     else
-        result.output = bytes_of(run.output.path());
+        read_bytes(run.output.path(), result.output);
     return result;
 }
