@@ -67,9 +67,9 @@ void fill(std::string_view text, scopes &inside, std::string &page) {
     page += text;
 }
 
-// As many rows as the page takes, with what is said of the whole: their number, or why there is none.
-json list_of(json rows, const char *one, const char *many, const char *none) {
-    json list{{"count", rows.empty() ? "" : counted(rows.size(), one, many)}, {"none", rows.empty() ? none : ""}};
+// The list with as many rows as the page takes, and what is said of all: their number, or why there is none.
+json list_of(json list, json rows, const char *one, const char *many, const char *none) {
+    list.update({{"count", rows.empty() ? "" : counted(rows.size(), one, many)}, {"none", rows.empty() ? none : ""}});
     if (rows.size() > ROW_LIMIT) {
         list["more"] = format("{} more: the program's text and data have all", rows.size() - ROW_LIMIT);
         rows.erase(rows.begin() + ROW_LIMIT, rows.end());
@@ -81,11 +81,10 @@ json list_of(json rows, const char *one, const char *many, const char *none) {
 // The rules of one side of a proxy in order, as far as there is room on the page.
 json side_values(const char *when, const access_side &side, const std::string &proxy, size_t &room) {
     std::vector<access_rule> all = rules_of(side, proxy);
-    std::string count = all.empty() ? "nobody is let through" : counted(all.size(), "pattern", "patterns");
-    if (all.size() > room) {
-        all.clear();
-        count = "too many for a page, ask moatwall-review explain";
-    }
+    std::string count = all.empty()         ? "nobody is let through"
+                        : all.size() > room ? "too many for a page, ask moatwall-review explain"
+                                            : counted(all.size(), "pattern", "patterns");
+    all.resize(all.size() > room ? 0 : all.size());
     room -= all.size();
     json values{{"when", when}, {"count", count}};
     for (const access_rule &rule : all)
@@ -157,22 +156,20 @@ json line_values(review_session &session) {
 
 // The findings by the part of the page that tells them.
 void sort_findings(json &values, bool is_compared) {
-    std::map<std::string, json> lists;
-    for (json &told : values["findings"]) {
-        bool is_access = told.contains("host") || told["id"] == "not-decided";
-        is_compared = is_compared || is_access;
-        const char *part = is_access ? "access" : "checks";
-        lists[told.contains("leads") ? "causes" : told.contains("follows") ? "followers" : part].push_back(told);
-    }
-    const char *same = !is_compared                 ? unseen
-                       : lists["followers"].empty() ? "No host is treated otherwise than before, at any proxy."
-                                                    : "What there is follows from the cause above.";
-    values["causes"] = lists["causes"];
-    values["followers"] = list_of(lists["followers"], "finding follows", "findings follow", "");
-    values["parts"] = {list_of(lists["access"], "difference", "differences", same),
-                       list_of(lists["checks"], "finding", "findings", "There is nothing else to look at.")};
-    values["parts"][0].update({{"part", "access"}, {"heading", "Who gets through"}});
-    values["parts"][1].update({{"part", "checks"}, {"heading", "Checks"}});
+    json followers, access, checks;
+    for (json &told : values["findings"])
+        if (told.contains("follows"))
+            followers.push_back(told);
+        else if (!told.contains("leads"))
+            (told.contains("host") || told["id"] == "not-decided" ? access : checks).push_back(told);
+    const char *same = !is_compared        ? unseen
+                       : followers.empty() ? "No host is treated otherwise than before, at any proxy."
+                                           : "What there is follows from the cause above.";
+    values["followers"] = list_of({}, followers, "finding follows", "findings follow", "");
+    values["parts"] = {
+        list_of({{"part", "access"}, {"heading", "Who gets through"}}, access, "difference", "differences", same),
+        list_of({{"part", "checks"}, {"heading", "Checks"}}, checks, "finding", "findings",
+                "There is nothing else to look at.")};
 }
 
 } // namespace
@@ -195,7 +192,7 @@ std::string report_page(json values, review_session &session) {
         item["kind"] = heading == last ? "" : heading;
         last = heading;
     }
-    values["sheet"] = list_of(std::move(values["todo"]), "thing", "things",
+    values["sheet"] = list_of({}, std::move(values["todo"]), "thing", "things",
                               session.result ? "Nothing is to be decided or entered again." : unseen);
     values["proxies"] = proxy_values(std::move(values["access"]), session.before, session.after);
     values["fates"] = session.data.lines.empty() ? unseen : fate_counts(session.data);
