@@ -41,12 +41,11 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
     json firewall{{"name", is_folder ? path.parent_path().string() : fs::path(path).replace_extension().string()}};
     try {
         json data = json::parse(std::ifstream(answer), skip_lines);
-        grade_of(data);
-        firewall["status"] = std::clamp(data.at("status").get<int>(), 0, 2);
-        firewall["release"] = data.at("release").get<int>();
-        for (const char *key : {"grade", "verdict"})
-            firewall[key] = data.at(key).get<std::string>();
-        firewall["host_name"] = data.value("host_name", "");
+        firewall.update({{"status", std::clamp(data.at("status").get<int>(), 0, 2)},
+                         {"release", data.at("release").get<int>()},
+                         {"grade", word(grade_of(data))},
+                         {"verdict", data.at("verdict").get<std::string>()},
+                         {"host_name", data.value("host_name", "")}});
     } catch (const std::exception &) {
         firewall.update({{"status", 2}, {"release", 0}, {"grade", word(grade::wrong)}, {"host_name", ""}});
         firewall["verdict"] = "Trouble: the answer can't be read.";
@@ -61,7 +60,6 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
 } // namespace
 
 json sum_up_fleet(review_session &session) {
-    session.taken = session.words;
     json rows = json::array(), alike = rows; // alike: those with one verdict, which stand together
     for (const std::string &answer : session.words)
         rows.push_back(firewall_of(answer, fs::path("." / fs::path(session.html)).parent_path()));
@@ -76,12 +74,11 @@ json sum_up_fleet(review_session &session) {
         alike.back()["firewalls"].push_back(each["name"]);
         counts[grade_of(each)]++;
     }
-    std::vector<std::string> parts;
-    parts.reserve(counts.size());
-    for (auto [weight, number] : counts)
-        parts.push_back(format("{} {}", number, weight == grade::none ? "with nothing to look at" : word(weight)));
     session.subject = counted(rows.size(), "firewall", "firewalls");
-    std::string verdict = format("{}: {}", session.subject, fmt::join(parts, ", "));
+    std::string verdict = session.subject;
+    for (auto [weight, number] : counts)
+        verdict += format("{} {} {}", weight == counts.begin()->first ? ":" : ",", number,
+                          weight == grade::none ? "with nothing to look at" : word(weight));
     return {{"status", rows[0]["status"]},
             {"grade", word(counts.begin()->first)},
             {"verdict", verdict},
