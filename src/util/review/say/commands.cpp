@@ -25,14 +25,13 @@ bool is_read(const std::string &path, file_role role, review_session &session) {
 
 // Both sides of the first line that differs.
 std::string first_difference(const std::string &is, const std::string &should_be) {
-    auto at = std::mismatch(is.begin(), is.end(), should_be.begin(), should_be.end()).first;
-    size_t begin = at == is.begin() ? 0 : is.rfind('\n', static_cast<size_t>(at - is.begin()) - 1) + 1;
-    auto line_of = [begin](const std::string &text) {
-        std::string line = text.substr(std::min(begin, text.size()), 80);
-        return begin < text.size() ? '"' + line.substr(0, line.find('\n')) + '"' : "not there";
+    std::string same(is.begin(), std::mismatch(is.begin(), is.end(), should_be.begin(), should_be.end()).first);
+    auto line_of = [begin = same.rfind('\n') + 1](const std::string &text) {
+        std::string line = text.substr(begin, 80);
+        return line.empty() ? "not there" : '"' + line.substr(0, line.find('\n')) + '"';
     };
-    return format("line {} is {}, and the upgrade writes {}", std::count(is.begin(), at, '\n') + 1, line_of(is),
-                  line_of(should_be));
+    return format("line {} is {}, and the upgrade writes {}", std::count(same.begin(), same.end(), '\n') + 1,
+                  line_of(is), line_of(should_be));
 }
 
 // An input that was changed after the result was made; empty for none.
@@ -81,28 +80,21 @@ void compare_bytes(const upgrade_command &command, const std::string &should_be,
 bool read_before(const upgrade_command &command, review_session &session) {
     bool is_old = session.data.release < 40;
     std::vector<std::string> tables = step_files(command, 'n'), imports = step_files(command, 'e');
-    if (is_old && !tables.empty()) {
-        for (const std::string &table : tables)
-            session.before.add_table(*session.files.table(table));
-        return true;
-    }
+    for (const std::string &table : is_old ? tables : std::vector<std::string>())
+        session.before.add_table(*session.files.table(table));
     imports.push_back("");
     const configuration *conf = session.files.conf(is_old ? imports.front() : command.old_conf);
-    if (conf)
+    if (conf && session.before.tables.empty())
         session.before.set_maps(*conf);
-    return conf != nullptr;
+    return conf || !session.before.tables.empty();
 }
 
 void compare(const configuration *init, const configuration *own, review_session &session) {
     const std::string &only = session.proxy;
     if (!only.empty() && !session.before.knows(only) && !session.after.knows(only))
         return trouble(session, format("no proxy {} is known there", only));
-    access_options options;
-    options.only_proxy = only;
-    options.progress = [&](const std::string &proxy) { session.progress("comparing who gets through " + proxy); };
-    options.initial_environment = init;
-    options.own_result = own;
-    compare_access(session.before, session.after, options, session.data);
+    auto progress = [&](const std::string &proxy) { session.progress("comparing who gets through " + proxy); };
+    compare_access(session.before, session.after, {only, init, own, progress}, session.data);
 }
 
 // Each configuration of the command line once, as far as it says something by itself.
@@ -158,8 +150,6 @@ void review_upgrade(review_session &session) {
     if (!session.words.empty() && line < 1)
         throw std::runtime_error(place + " is no place: FILE:N is one");
     upgrade_command command = parse_upgrade_command(session.upgrade_words);
-    session.taken = step_files(command, 'R');
-    session.taken.push_back(command.output);
     session.subject = command.has_output ? command.output : "standard output";
     review_data &data = session.data;
     loaded_files &files = session.files;
@@ -201,14 +191,12 @@ void explain_host(review_session &session) {
         (!session.table.empty() && !is_read(session.table, file_role::table, session)))
         return;
     session.after.set_maps(*session.files.conf(conf));
-    bool is_named = session.after.knows(proxy);
     const netperm_table *table = session.files.table(session.table);
-    for (const table_rule &rule : table ? table->rules : std::vector<table_rule>()) // names that are no proxy, too
-        is_named = is_named || std::count(rule.names.begin(), rule.names.end(), proxy);
-    if (!is_named)
-        return trouble(session, format("no proxy {} is known there", proxy));
     if (table)
         session.before.add_table(*table);
+    bool is_named = table && session.before.filed[0].count(proxy) != 0; // also one that is no proxy
+    if (!is_named && !session.after.knows(proxy))
+        return trouble(session, format("no proxy {} is known there", proxy));
     decision now = decide(session.after, proxy, host), was = table ? decide(session.before, proxy, host) : now;
     int gain = (now.made == ruling::permit) - (was.made == ruling::permit);
     const char *id = !table ? "explain" : gain == 0 ? "same" : gain > 0 ? "wider" : "narrower";
