@@ -23,18 +23,17 @@ namespace {
 /// The commands for single questions, with their words. Ends with the review of an upgrade, which has no name.
 const struct command_row {
     const char *id, *words;
-    int least, most; // of them
+    int count; // of them, -1 for one or more
     const char *help, *title;
     void (*ask)(review_session &session); // null for a fleet
 } commands[] = {
-    {"explain", "CONF PROXY HOST", 3, 3, "why a host gets its answer from a configuration", "Explain", explain_host},
-    {"line", "FILE:N", 1, 1, "what would be another without a line: FILE:N, then the upgrade's words", "Upgrade review",
+    {"explain", "CONF PROXY HOST", 3, "why a host gets its answer from a configuration", "Explain", explain_host},
+    {"line", "FILE:N", 1, "what would be another without a line: FILE:N, then the upgrade's words", "Upgrade review",
      review_upgrade},
-    {"diff", "BEFORE AFTER", 2, 2, "two configurations by meaning, in whatever layout each is", "Diff", review_diff},
-    {"check", "CONF", 1, 1, "what in a configuration hangs in the air", "Check", review_check},
-    {"fleet", "ANSWER...", 1, 1 << 20, "many answers, made with --json, in one list, the worst first", "Fleet",
-     nullptr},
-    {nullptr, "", 0, 0, "", "Upgrade review", review_upgrade},
+    {"diff", "BEFORE AFTER", 2, "two configurations by meaning, in whatever layout each is", "Diff", review_diff},
+    {"check", "CONF", 1, "what in a configuration hangs in the air", "Check", review_check},
+    {"fleet", "ANSWER...", -1, "many answers, made with --json, in one list, the worst first", "Fleet", nullptr},
+    {nullptr, "", 0, "", "Upgrade review", review_upgrade},
 };
 
 pid_t program; // whose exit counts, 0 when main came to its end
@@ -55,7 +54,10 @@ void write_answer(const std::string &page, const std::string &text, const review
     const std::string &html = session.html;
     if (isatty(STDERR_FILENO))
         fputs("\r\033[K", stderr); // the progress line ends
-    for (const std::string &name : session.taken)
+    std::vector<std::string> taken = session.words;
+    taken.insert(taken.end(), session.upgrade_words.begin(), session.upgrade_words.end());
+    taken.push_back(session.table);
+    for (const std::string &name : taken)
         if (!html.empty() && (html == name || same_file(html, name)))
             throw std::runtime_error(html + " is an input or output of what the page is about and is not overwritten");
     if (!html.empty() && !(std::ofstream(html) << page << std::flush))
@@ -87,7 +89,7 @@ void add_options(CLI::App &app, review_session &session) {
         app.add_subcommand(row->id, row->help)
             ->add_option("words", session.words)
             ->option_text(row->words)
-            ->expected(row->least, row->most)
+            ->expected(row->count)
             ->required();
     app.get_subcommand("explain")->add_option("--netperm", session.table, "what this netperm table says to it");
 }
@@ -100,15 +102,14 @@ const command_row &parse_words(const std::vector<std::string> &words, CLI::App &
         const CLI::Option *option = app.get_option_no_throw(words[mine]);
         mine = std::min(words.size(), mine + (option && option->get_expected_min() > 0 ? 2 : 1));
     }
-    bool ended = mine < words.size() && words[mine] == "--"; // what stands behind it is the upgrade's
-    const command_row *command = find_row(commands, ended || mine == words.size() ? "" : words[mine]);
+    std::string first = mine < words.size() ? words[mine] : ""; // what stands behind `--` is the upgrade's
+    const command_row *command = find_row(commands, first);
     if (command->id) // a line's place belongs to the program, what follows to the upgrade
         mine = command->ask == review_upgrade ? std::min(mine + 2, words.size()) : words.size();
     auto end = words.begin() + static_cast<long>(mine);
-    session.upgrade_words.assign(end + ended, words.end());
-    std::vector<std::string> own_words(words.begin(), end);
-    std::reverse(own_words.begin(), own_words.end());
-    app.parse(own_words);
+    session.upgrade_words.assign(end + (first == "--"), words.end());
+    std::vector<std::string> reversed(std::make_reverse_iterator(end), words.rend());
+    app.parse(reversed);
     if (!command->id && session.upgrade_words.empty()) {
         fputs(app.help().c_str(), stderr);
         throw CLI::RuntimeError(2);
@@ -116,16 +117,10 @@ const command_row &parse_words(const std::vector<std::string> &words, CLI::App &
     return *command;
 }
 
-int run(const std::vector<std::string> &words) {
+int run(const std::vector<std::string> &words, CLI::App &app) {
     static review_session &session = *new review_session; // the process frees nothing at its end
-    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
     add_options(app, session);
-    const command_row *command = nullptr;
-    try {
-        command = &parse_words(words, app, session);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    const command_row &command = parse_words(words, app, session);
     winsize terminal{};
     if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &terminal) == 0)
         session.width = terminal.ws_col;
@@ -133,14 +128,12 @@ int run(const std::vector<std::string> &words) {
         session.progress = [](const std::string &what) {
             fprintf(stderr, "\r\033[K%s ...", shown(what.substr(0, 100)).c_str());
         };
-    session.title = command->title;
+    session.title = command.title;
     session.subject = fmt::format("{}", fmt::join(session.words, " "));
-    bool is_fleet = !command->ask;
+    bool is_fleet = !command.ask;
     if (!is_fleet)
-        command->ask(session);
+        command.ask(session);
     json answer = is_fleet ? sum_up_fleet(session) : answer_object(session.data);
-    for (const file_record &file : session.data.files)
-        session.taken.push_back(file.name);
     std::string text = is_fleet ? fleet_text(answer, session) : report_text(answer, session), page;
     if (!session.html.empty())
         page = is_fleet ? fleet_page(answer, session) : report_page(answer, session);
@@ -154,9 +147,12 @@ int main(int argc, char **argv) {
     prepare_heap(argc, argv, 3);
     signal(SIGXFSZ, SIG_IGN);       // a limit is told by whoever writes
     setlocale(LC_CTYPE, "C.UTF-8"); // characters are shown, else every byte above 127 is escaped
+    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
     int status = 2;
     try {
-        status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
+        status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc), app);
+    } catch (const CLI::ParseError &error) {
+        status = app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception &error) {
         fprintf(stderr, "moatwall-review: %s\n", error.what());
     }

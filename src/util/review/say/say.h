@@ -50,7 +50,6 @@ struct review_session {
     std::string title, subject;    ///< the page's heading
 
     loaded_files files;
-    std::vector<std::string> taken;        ///< names of files that the page must not overwrite
     std::unique_ptr<configuration> own;    ///< what the upgrade writes, in a layout that a reader takes back
     const configuration *result = nullptr; ///< what is looked at as the result
     access_side before, after;
