@@ -143,25 +143,6 @@ json origin_object(const review_data &data, const line_origin &each) {
     return object;
 }
 
-grade grade_of(const finding &told, const review_data &data) {
-    bool is_preview = told.id == "not-written" && data.result == written::absent;
-    return is_preview ? grade::know : find_row(finding_names, told.id)->weight;
-}
-
-// How much there is of each name and to be done, in words, by grade; the worst first.
-std::map<grade, std::vector<std::string>> count_by_grade(const review_data &data) {
-    std::map<std::pair<const finding_row *, grade>, size_t> counts;
-    for (const finding &told : data.findings)
-        counts[{find_row(finding_names, told.id), grade_of(told, data)}]++;
-    std::map<grade, std::vector<std::string>> texts;
-    for (const auto &[name, count] : counts)
-        if (name.second != grade::none)
-            texts[name.second].push_back(counted(count, name.first->one, name.first->many));
-    if (!data.todo.empty())
-        texts[grade::decide].push_back(counted(data.todo.size(), "thing to do", "things to do"));
-    return texts;
-}
-
 } // namespace
 
 finding &tell(review_data &data, const char *id, std::string text, std::string file, long line) {
@@ -194,9 +175,14 @@ json answer_object(review_data &data) {
                      [key](const finding &a, const finding &b) { return key(a) < key(b); });
     bool in_trouble = false;
     json files = json::array(), findings = files, access = files, todo = files;
+    std::map<std::pair<grade, const finding_row *>, size_t> counts; // the worst first
     for (const finding &told : data.findings) {
+        bool is_preview = told.id == "not-written" && data.result == written::absent;
+        const finding_row *row = find_row(finding_names, told.id);
+        grade weight = is_preview ? grade::know : row->weight;
         in_trouble = in_trouble || told.id == "trouble" || told.id == "not-decided";
-        findings.push_back(finding_object(told, grade_of(told, data)));
+        findings.push_back(finding_object(told, weight));
+        counts[{weight, row}]++;
     }
     for (const file_record &file : data.files)
         files.push_back(object_of("role", word(file.role), "name", file.name, "size",
@@ -206,12 +192,17 @@ json answer_object(review_data &data) {
                                    json(row.before_rules), "after_maps", json(row.after_maps)));
     for (const todo_item &item : data.todo)
         todo.push_back(todo_object(item));
-    auto counts = count_by_grade(data);
-    grade worst = counts.empty() ? grade::none : counts.begin()->first;
+    std::map<grade, std::vector<std::string>> totals; // in words
+    for (const auto &[name, count] : counts)
+        if (name.first != grade::none)
+            totals[name.first].push_back(counted(count, name.second->one, name.second->many));
+    if (!data.todo.empty())
+        totals[grade::decide].push_back(counted(data.todo.size(), "thing to do", "things to do"));
+    grade worst = totals.empty() ? grade::none : totals.begin()->first;
     json object{{"status", in_trouble ? 2 : worst != grade::none}, {"grade", word(worst)}};
     const char *heads[] = {in_trouble ? "Trouble" : "Wrong", "To decide", "To know"};
-    std::string verdict = counts.empty() ? "Nothing to look at. " : "";
-    for (const auto &[weight, parts] : counts)
+    std::string verdict = totals.empty() ? "Nothing to look at. " : "";
+    for (const auto &[weight, parts] : totals)
         verdict += format("{}: {}. ", heads[static_cast<size_t>(weight)], fmt::join(parts, ", "));
     bool is_whole = !data.command.empty() && data.result == written::same;
     verdict = is_whole ? verdict + "The result is written, whole." : verdict.substr(0, verdict.size() - 1);
