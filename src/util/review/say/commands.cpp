@@ -169,7 +169,6 @@ void review_upgrade(review_session &session) {
     compare_bytes(command, *bytes.held, session);
     bool is_own = data.result != written::different || command.version == 99;
     const configuration &result = is_own ? *session.own : *files.conf(command.output);
-    session.result = &result;
     session.after.set_maps(result);
     if (read_before(command, session))
         compare(data.release == 55 ? nullptr : files.conf(command.init_conf), is_own ? nullptr : &*session.own,
@@ -184,7 +183,7 @@ void review_upgrade(review_session &session) {
 }
 
 void explain_host(review_session &session) {
-    const std::string &conf = session.words[0], &proxy = session.proxy = session.words[1], &host = session.words[2];
+    const std::string &conf = session.words[0], &proxy = session.words[1], &host = session.words[2];
     if (host.empty() || host.find_first_of("* \t") != std::string::npos)
         return trouble(session, format("{} is no host: a host is a word without *", host));
     if (!is_read(conf, file_role::configuration, session) ||

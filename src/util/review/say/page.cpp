@@ -136,7 +136,7 @@ json line_values(review_session &session) {
         fate became = lines[0]->became;
         bool is_alarm = became == fate::unexplained, is_short = lines.size() <= PRINT_LIMIT;
         const std::string &file = data.files[key.second].name;
-        auto reason_of = [&data](const line_fate *line) { return line_reason(data, {line}); };
+        auto reason_of = [&data](const line_fate *line) { return line_reason(data, *line, true); };
         groups.push_back(group_values(word(became), file, *session.files.bytes(file), lines, reason_of));
         groups.back()["opens"] = is_alarm;
         groups.back()["prints"] = is_alarm || (became == fate::without_effect && is_short);
@@ -149,7 +149,7 @@ json line_values(review_session &session) {
         auto place_of = [&data](const line_origin *line) {
             return line->from == origin::input ? place_text(data.files[line->file].name, line->input_line) : "";
         };
-        groups.push_back(group_values(name, result_name(data), session.result->bytes, lines, place_of));
+        groups.push_back(group_values(name, result_name(data), session.after.conf->bytes, lines, place_of));
     }
     return groups;
 }
@@ -193,7 +193,7 @@ std::string report_page(json values, review_session &session) {
         last = heading;
     }
     values["sheet"] = list_of({}, std::move(values["todo"]), "thing", "things",
-                              session.result ? "Nothing is to be decided or entered again." : unseen);
+                              session.own ? "Nothing is to be decided or entered again." : unseen);
     values["proxies"] = proxy_values(std::move(values["access"]), session.before, session.after);
     values["fates"] = session.data.lines.empty() ? unseen : fate_counts(session.data);
     values["groups"] = line_values(session);

@@ -50,8 +50,7 @@ struct review_session {
     std::string title, subject;    ///< the page's heading
 
     loaded_files files;
-    std::unique_ptr<configuration> own;    ///< what the upgrade writes, in a layout that a reader takes back
-    const configuration *result = nullptr; ///< what is looked at as the result
+    std::unique_ptr<configuration> own; ///< what the upgrade writes, in a layout that a reader takes back
     access_side before, after;
     review_data data;
 };
@@ -97,8 +96,8 @@ using line_group = std::vector<const line_fate *>;
 /// All groups, the worst fate first, then by file, the file of the winner, whether it was tried, and the reason.
 using line_groups = std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, line_group>;
 line_groups group_lines(const review_data &data);
-/// Where a line went, such as "by init.conf:12: the same service"; of a group what all of it have in common.
-std::string line_reason(const review_data &data, const line_group &group);
+/// Where a line went, such as "by init.conf:12: the same service", or what all of its group have in common.
+std::string line_reason(const review_data &data, const line_fate &line, bool is_alone);
 /// How many lines had which fate: "12 kept, 3 reshaped".
 std::string fate_counts(const review_data &data);
 /// The name of the file that the upgrade writes.

@@ -77,14 +77,14 @@ void write_lines(report &out) {
     });
     if (has_proof)
         out.line("without all lines that are overridden or without effect the result is the same, byte for byte");
-    auto write = [&](const line_group &group) {
-        std::string at = place_text(data.files[group[0]->file].name, group[0]->line),
-                    count = group.size() > 1 ? format(" ({} lines)", group.size()) : "";
-        out.line(format("[{}] {}: {}{}", word(group[0]->became), at, line_reason(data, group), count));
+    auto write = [&](const line_fate &line, size_t alike) {
+        std::string reason = line_reason(data, line, alike == 1);
+        reason += alike > 1 ? format(" ({} lines)", alike) : "";
+        out.line(format("[{}] {}:{}: {}", word(line.became), data.files[line.file].name, line.line, reason));
     };
     if (out.session.all) {
         for (const line_fate &line : data.lines)
-            write({&line});
+            write(line, 1);
         for (const line_origin &each : data.origins) {
             std::string from = word(each.from);
             if (each.from == origin::input)
@@ -94,7 +94,7 @@ void write_lines(report &out) {
     } else if (out.session.lines) {
         for (const auto &[key, group] : group_lines(data))
             if (group[0]->became != fate::kept)
-                write(group);
+                write(*group[0], group.size());
     }
 }
 
@@ -138,14 +138,12 @@ line_groups group_lines(const review_data &data) {
     return groups;
 }
 
-std::string line_reason(const review_data &data, const line_group &group) {
-    const line_fate &line = *group.front();
-    bool is_one = group.size() == 1;
+std::string line_reason(const review_data &data, const line_fate &line, bool is_alone) {
     std::vector<std::string> parts;
-    if (line.result_line && is_one && line.became <= fate::reshaped)
+    if (line.result_line && is_alone && line.became <= fate::reshaped)
         parts.push_back(place_text(result_name(data), line.result_line));
     if (line.by_line)
-        parts.push_back("by " + place_text(data.files[line.by_file].name, is_one ? line.by_line : 0));
+        parts.push_back("by " + place_text(data.files[line.by_file].name, is_alone ? line.by_line : 0));
     if (!line.reason.empty())
         parts.push_back(line.reason);
     if (line.how == proof::not_tried)
