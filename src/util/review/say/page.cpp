@@ -84,7 +84,8 @@ json side_values(const char *when, const access_side &side, const std::string &p
     std::string count = all.empty()         ? "nobody is let through"
                         : all.size() > room ? "too many for a page, ask moatwall-review explain"
                                             : counted(all.size(), "pattern", "patterns");
-    all.resize(all.size() > room ? 0 : all.size());
+    if (all.size() > room)
+        all.clear();
     room -= all.size();
     json values{{"when", when}, {"count", count}};
     for (const access_rule &rule : all)
