@@ -102,8 +102,8 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
     if (child == 0)
         run_child(run, parent);
     int status = 0;
-    if (child > 0)
-        waitpid(child, &status, 0);
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR)
+        ;
     read_bytes(run.messages.path(), result.messages);
     replace_all(result.messages, run.output.path(), command.output);
     for (const auto &[name, file] : run.files)
