@@ -18,9 +18,9 @@ std::string_view first_word(const Frag *frag, const char *key) {
 /// A walk through network objects. A list that was met before holds nobody who is not decided about; one that is
 /// missing ends the walk at every level.
 struct source_walk {
-    const configuration &conf;
-    std::unordered_set<const Frag *> &met_lists;
-    std::vector<const Frag *> elements{};
+    const configuration *conf;
+    std::vector<const Frag *> elements{}; ///< of the last source
+    std::unordered_set<const Frag *> met_lists{};
 
     bool add_list(const Frag *list) {
         const Frag *holder = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
@@ -32,35 +32,34 @@ struct source_walk {
 
     void add_group(Frag *group) {
         std::unordered_set<const Frag *> met; // a group that was walked to its end adds nothing
-        std::vector<Frag *> next;             // member of each group on the way
+        std::vector<Frag *> ahead;            // members of the groups on the way, the next one last
         for (;;) {
             if (group && met.insert(group).second) {
-                Frag *members = ffind(&group->child, "member");
-                if (!members)
+                Frag *holder = ffind(&group->child, "member");
+                if (!holder)
                     return;
-                next.push_back(members->child);
+                std::vector<Frag *> members = configuration::children(holder, "");
+                ahead.insert(ahead.end(), members.rbegin(), members.rend());
             }
-            while (!next.empty() && !next.back())
-                next.pop_back();
-            if (next.empty())
+            if (ahead.empty())
                 return;
-            Frag *member = next.back();
-            next.back() = member->next;
-            const char *type = fval(&member->child, "type"), *name = fval(&member->child, "name");
-            if (type && *type == 'L' && !(name && add_list(conf.record("netobj_list", name))))
+            Frag *member = ahead.back();
+            ahead.pop_back();
+            std::string type = configuration::value(member, "type"), name = configuration::value(member, "name");
+            if (type[0] == 'L' && !add_list(conf->record("netobj_list", name)))
                 return;
-            group = type && *type == 'G' && name ? conf.record("netobj_group", name) : nullptr;
+            group = type[0] == 'G' ? conf->record("netobj_group", name) : nullptr;
         }
     }
 
     /// False if the source is no object.
-    bool add_source(const std::string &source) {
-        std::string name = source;
+    bool add_source(std::string name) {
+        elements.clear();
         bool is_group = take_group_mark(name);
-        Frag *object = conf.record(is_group ? "netobj_group" : "netobj_list", name);
-        if (is_group && object)
+        Frag *object = conf->record(is_group ? "netobj_group" : "netobj_list", name);
+        if (is_group)
             add_group(object);
-        else if (object)
+        else
             add_list(object);
         return is_group || object;
     }
@@ -71,7 +70,6 @@ std::set<std::string> proxies_of(const configuration &conf, const std::string &p
     std::set<std::string> listed;
     for (const Frag *entry : configuration::children(conf.record("policy", policy), "proxy"))
         listed.insert(owner_of(entry));
-    listed.erase("");
     return listed;
 }
 
@@ -105,8 +103,8 @@ void add_table_rules(const access_side &side, size_t index, const std::string &p
     // Rules for all proxies reach it, those for `global` only if they stand in front of the first that names it.
     for (auto [name, end] : {std::pair("*", SIZE_MAX), std::pair("global", own->second.first)})
         if (auto common = filed.find(name); common != filed.end())
-            std::copy_if(common->second.hosts.begin(), common->second.hosts.end(), std::back_inserter(reached),
-                         [last = end](size_t rule) { return rule < last; });
+            for (size_t i = 0; i < common->second.hosts.size() && common->second.hosts[i] < end; i++)
+                reached.push_back(common->second.hosts[i]);
     std::sort(reached.begin(), reached.end());
     // A first rule with a `=` behind the attribute stands as a value until a second makes a list of the two.
     if (reached.size() == 1 && table.rules[reached[0]].word.find('=') != std::string_view::npos)
@@ -159,10 +157,9 @@ void access_side::set_maps(const configuration &from) {
             auto [policy, added] = listed.try_emplace(map.policy);
             if (added)
                 policy->second = proxies_of(from, map.policy);
-            bool has_policy = ffind(const_cast<FragList>(&frag->child), "policy") != nullptr;
-            if (map.proxy == "*" && has_policy)
+            if (map.proxy == "*")
                 concerned = policy->second;
-            else if (!has_policy || policy->second.count(map.proxy) == 0)
+            else if (policy->second.count(map.proxy) == 0)
                 concerned.clear();
         }
         for (const std::string &proxy : concerned) {
@@ -174,21 +171,18 @@ void access_side::set_maps(const configuration &from) {
 }
 
 std::vector<size_t> maps_for(const access_side &side, const std::string &proxy) {
-    auto all = side.maps_of.find("*"), own = side.maps_of.find(proxy);
-    std::vector<size_t> merged = all == side.maps_of.end() ? std::vector<size_t>() : all->second;
-    if (own != side.maps_of.end() && own != all)
-        merged.insert(merged.end(), own->second.begin(), own->second.end());
+    std::vector<size_t> merged;
+    for (const std::string &name : {std::string("*"), proxy})
+        if (auto maps = side.maps_of.find(name); maps != side.maps_of.end())
+            merged.insert(merged.end(), maps->second.begin(), maps->second.end());
     std::sort(merged.begin(), merged.end());
     merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
     return merged;
 }
 
 std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare) {
-    std::unordered_set<const Frag *> met_lists;
-    source_walk walk{conf, met_lists};
-    bool is_object = walk.add_source(source);
-    if (bare)
-        *bare = !is_object;
+    source_walk walk{&conf};
+    *bare = !walk.add_source(source);
     return std::move(walk.elements);
 }
 
@@ -197,7 +191,7 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
     for (size_t i = 0; i < side.tables.size(); i++)
         add_table_rules(side, i, proxy, rules);
     std::unordered_set<std::string_view> met_sources;
-    std::unordered_set<const Frag *> met_lists;
+    source_walk walk{side.conf};
     for (size_t i : maps_for(side, proxy)) {
         const access_map &map = side.maps[i];
         if (!met_sources.insert(map.source).second)
@@ -207,7 +201,6 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
         rule.is_map = true;
         rule.line = map.line;
         rule.source = i;
-        source_walk walk{*side.conf, met_lists};
         if (!walk.add_source(map.source)) {
             rule.pattern = first_word(map.frag, "src");
             rules.push_back(rule);
@@ -222,16 +215,12 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
 }
 
 decision decision_of(const access_side &side, const access_rule *rule) {
-    decision made;
     if (!rule)
-        return made;
-    made.made = rule->permit ? ruling::permit : ruling::deny;
-    made.file = rule->is_map ? side.conf->name : side.tables[rule->table]->name;
-    made.line = rule->line;
-    if (rule->is_map)
-        made.map = side.maps[rule->source].number;
-    made.pattern = rule->pattern;
-    return made;
+        return {};
+    ruling made = rule->permit ? ruling::permit : ruling::deny;
+    if (!rule->is_map)
+        return {made, side.tables[rule->table]->name, rule->line, std::nullopt, std::string(rule->pattern)};
+    return {made, side.conf->name, rule->line, side.maps[rule->source].number, std::string(rule->pattern)};
 }
 
 std::string decision_text(const decision &made) {

@@ -73,7 +73,7 @@ std::vector<size_t> maps_for(const access_side &side, const std::string &proxy);
 /// The elements that a source leads to, as an enumeration of network objects finds them: the members of a group in
 /// order, lists and groups by their types; a missing list ends its group. `bare` is set where the source is no object,
 /// but stands for itself as a host.
-std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare = nullptr);
+std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare);
 /// What a rule of the side, or null for none, comes to as a decision.
 decision decision_of(const access_side &side, const access_rule *rule);
 /// "permitted by 10.* (new.conf:812, map 94)", or denied, or "refused": the one wording of who decides.

@@ -15,8 +15,7 @@
 
 namespace {
 
-constexpr size_t MOST_RULES = size_t{1} << 20; // of a proxy on one side
-constexpr size_t MOST_BYTES = size_t{1} << 22; // of the patterns of a proxy
+constexpr size_t MOST_BYTES = size_t{1} << 22; // of the patterns of a proxy, one more for each
 
 bool has_star(std::string_view pattern) { return pattern.find('*') != std::string_view::npos; }
 
@@ -65,7 +64,6 @@ struct proxy_comparison {
     std::array<compared_list, 2> lists{};
     pattern_automaton automaton{};
     std::map<rule_pair, difference> differences{}; // by the deciding rules
-    bool is_decided = true;
     std::map<std::tuple<size_t, size_t, size_t>, std::string> known_lacking{};
 
     // What the rule before demands that the rule after does not, in words. All rules of one line, and of one map, have
@@ -81,27 +79,27 @@ struct proxy_comparison {
     bool read() {
         size_t bytes = 0;
         for (size_t list = 0; list < 2; list++) {
-            lists[list].rules = rules_of(list == 0 ? before : after, proxy);
-            for (const access_rule &rule : lists[list].rules)
+            compared_list &made = lists[list];
+            made.rules = rules_of(list == 0 ? before : after, proxy);
+            for (const access_rule &rule : made.rules)
                 bytes += rule.pattern.size() + 1;
-            if (lists[list].rules.size() > MOST_RULES || bytes > MOST_BYTES)
+            if (bytes > MOST_BYTES)
                 return false;
+            made.partners.assign(made.rules.size() + 1, NO_RULE);
+            for (uint32_t i = 0; i <= made.rules.size(); i++)
+                made.ends.push_back(automaton.add(made.pattern(i), list, i));
         }
-        for (size_t list = 0; list < 2; list++)
-            for (uint32_t i = 0; i <= lists[list].rules.size(); i++)
-                lists[list].ends.push_back(automaton.add(lists[list].pattern(i), list, i));
         automaton.finish();
-        for (size_t list = 0; list < 2; list++) {
-            lists[list].partners.assign(lists[list].ends.size(), NO_RULE);
+        for (size_t list = 0; list < 2; list++)
             for (uint32_t i = 0; i < lists[list].ends.size(); i++) {
                 uint32_t &first = automaton.nodes[lists[list].ends[i]].rule[list];
-                std::string_view pattern = lists[list].pattern(i);
-                if (first == i && (pattern.empty() || automaton.is_covered(pattern, list, i, budget)))
+                if (first != i)
+                    continue;
+                if (lists[list].pattern(i).empty() || automaton.is_covered(lists[list].pattern(i), list, i, budget))
                     first = NO_RULE;
-                else if (first == i)
+                else
                     lists[list].kept.push_back(i);
             }
-        }
         automaton.finish();
         return true;
     }
@@ -165,13 +163,18 @@ struct proxy_comparison {
         return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
     }
 
+    // The rules of both sides that decide about a word.
+    rule_pair decided(std::string_view word, work_budget &by) const {
+        return automaton.accepted(automaton.walk(word, {NO_RULE, NO_RULE}, by));
+    }
+
     // Notes all rules of the other side that decide about some words that this one decides, as far as they are wanted.
     // False if the budget ended it.
     bool search(size_t list, uint32_t place) {
         const compared_list &own = lists[list], &others = lists[1 - list];
         std::string_view pattern = own.pattern(place);
         std::string word = shortest_word(pattern);
-        rule_pair deciding = automaton.accepted(automaton.walk(word, {NO_RULE, NO_RULE}, budget));
+        rule_pair deciding = decided(word, budget);
         if (deciding[list] == place)
             note(deciding, word);
         if (!has_star(pattern))
@@ -203,18 +206,18 @@ struct proxy_comparison {
         return is_whole;
     }
 
-    // Finds all differences, unless it says that it is not decided.
-    void run() {
-        is_decided = budget.left != 0 && read();
-        if (!is_decided)
-            return;
+    // Finds all differences. False if some may be left.
+    bool run() {
+        if (budget.left == 0 || !read())
+            return false;
         align(false);
         for (size_t list = 0; list < 2; list++)
             for (uint32_t i : lists[list].kept)
                 if (uint32_t partner = lists[list].partners[i];
-                    is_decided && (partner == NO_RULE || (list == 0 && change_of({i, partner}) != change::none)))
-                    is_decided = search(list, i);
-        is_decided = is_decided && budget.left != 0;
+                    partner == NO_RULE || (list == 0 && change_of({i, partner}) != change::none))
+                    if (!search(list, i))
+                        return false;
+        return budget.left != 0;
     }
 };
 
@@ -224,34 +227,27 @@ std::string map_text(const access_map &map) {
 
 /// Turns the differences of a proxy into findings: one for each rule's line and map, with the shortest host.
 struct finding_maker {
-    using spellings = std::set<std::pair<std::string, std::string_view>>; // patterns, in lower case and as they are
+    using spellings = std::map<std::string, std::set<std::string_view>>; // patterns, by how they are in lower case
 
     proxy_comparison &made;
     const access_side &own;                    // what the upgrade writes, without maps where that is what stands there
     const std::set<std::string> &initial_maps; // those of the initial environment that were not there before
     review_data &data;
     std::array<spellings, 2> spelled{};
-    std::vector<access_rule> own_rules{};
-    pattern_automaton own_automaton{};
+    work_budget budget{access_options().work_limit};
+    proxy_comparison theirs{made.before, own, made.proxy, budget}; // with what the upgrade writes, if that is known
 
     bool is_spelled_otherwise(const access_rule *rule, const spellings &others) const {
-        std::pair<std::string, std::string_view> key(rule ? lowercase(rule->pattern) : "", "");
-        auto like = others.lower_bound(key);
-        return rule && like != others.end() && like->first == key.first && !others.count({key.first, rule->pattern});
+        auto alike = rule ? others.find(lowercase(rule->pattern)) : others.end();
+        return alike != others.end() && alike->second.count(rule->pattern) == 0;
     }
 
     /// Empty if none is known.
-    std::string cause(const difference &from) const {
-        if (own.conf) {
-            work_budget enough{UINT64_MAX};
-            uint32_t at = own_automaton.accepted(own_automaton.walk(from.word, {NO_RULE, NO_RULE}, enough))[0];
-            bool permits = at != NO_RULE && own_rules[at].permit;
-            if (permits != (from.is && from.is->permit) ||
-                (from.how == change::options && lacking_options(options_of(made.before, *from.was, made.proxy),
-                                                                options_of(own, own_rules[at], made.proxy))
-                                                    .empty()))
-                return "the output is not the upgrade's own";
-        }
+    std::string cause(const difference &from) {
+        work_budget enough{UINT64_MAX};
+        bool is_known = !theirs.lists[1].ends.empty();
+        if (is_known && theirs.change_of(theirs.decided(from.word, enough)) != from.how)
+            return "the output is not the upgrade's own";
         if (from.is && initial_maps.count(map_text(made.after.maps[from.is->source])) != 0)
             return "by the initial environment";
         if (from.was && from.was->unmarked && from.is && from.was->pattern == from.is->pattern && !from.is->permit)
@@ -265,9 +261,8 @@ struct finding_maker {
         std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
         if (from.how == change::options)
             text += ", " + made.lacking(*from.was, *from.is);
-        const Frag *proxy = made.after.conf ? made.after.conf->record("def_proxy", made.proxy) : nullptr;
-        const char *state = proxy ? fval(const_cast<FragList>(&proxy->child), "state") : nullptr;
-        if (from.how != change::narrower && state && !says_yes(state))
+        std::string state = configuration::value(made.after.conf->record("def_proxy", made.proxy), "state");
+        if (from.how != change::narrower && !state.empty() && !says_yes(state))
             text += "; the proxy is off";
         const decision &told = is.line != 0 ? is : was;
         finding &found = tell(data, change_ids[static_cast<size_t>(from.how)], std::move(text), told.file, told.line);
@@ -284,11 +279,9 @@ struct finding_maker {
             return;
         for (size_t list = 0; list < 2; list++)
             for (const access_rule &rule : made.lists[list].rules)
-                spelled[list].emplace(lowercase(rule.pattern), rule.pattern);
-        own_rules = rules_of(own, made.proxy);
-        for (uint32_t i = 0; i < own_rules.size(); i++)
-            own_automaton.add(own_rules[i].pattern, 0, i);
-        own_automaton.finish();
+                spelled[list][lowercase(rule.pattern)].insert(rule.pattern);
+        if (own.conf)
+            theirs.read();
         using folded_place = std::tuple<change, size_t, size_t, size_t, std::string>;
         std::map<folded_place, std::pair<const difference *, long>> folded; // the shortest, and how many there are
         for (const auto &[places, each] : made.differences) {
@@ -331,14 +324,14 @@ void compare_access(const access_side &before, const access_side &after, const a
         uint64_t given = is_alone ? left : left / 2;
         work_budget budget{given};
         proxy_comparison made{before, after, proxy, budget};
-        made.run();
+        bool is_decided = made.run();
         left -= given - budget.left;
         finding_maker{made, own, initial_maps, data}.add_all();
-        verdict found = !made.is_decided           ? verdict::not_decided
+        verdict found = !is_decided                ? verdict::not_decided
                         : made.differences.empty() ? verdict::same
                                                    : verdict::different;
         data.access.push_back({proxy, found, made.lists[0].rules.size(), maps_for(after, proxy).size()});
-        if (!made.is_decided) {
+        if (!is_decided) {
             finding &open =
                 tell(data, "not-decided",
                      "its patterns take more steps than are taken; some hosts may be treated otherwise unseen");

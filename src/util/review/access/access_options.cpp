@@ -7,12 +7,12 @@
 
 namespace {
 
-/// A word of a rule's tail as the parameter that it names: a key path, which ends at a `=` and is read with prefixes.
-std::string name_of_word(std::string_view word) {
+/// The parameter that a key path names: its prefixes in front of all names. It ends at a `=`.
+std::string parameter_name(std::string_view path) {
     std::string prefixes, name;
-    word = word.substr(0, word.find('='));
-    for (size_t at = 0; at <= word.size();) {
-        std::string part(word.substr(at, word.find('_', at) - at));
+    path = path.substr(0, path.find('='));
+    for (size_t at = 0; at <= path.size();) {
+        std::string part(path.substr(at, path.find('_', at) - at));
         const char *bare = attr_remap(part.c_str());
         prefixes += prefix_of(take_prefixes(&bare));
         name += (at > 0 ? "_" : "") + decoded_name(attr_revmap(bare));
@@ -21,22 +21,18 @@ std::string name_of_word(std::string_view word) {
     return prefixes + name;
 }
 
-// All that has a value below a node, by its path; of several sets each value, in whatever order they stand.
+// All that has a value below a node; of several sets each value, in whatever order they stand.
 void add_parameters(const Frag *top, option_set &options) {
-    struct step {
-        const Frag *frag;
-        std::string prefixes, path;
-    };
-    std::vector<step> pending = {{top, "", ""}};
+    std::vector<std::pair<const Frag *, std::string>> pending = {
+        {top, ""}}; // with what stands in front of what is below
     while (top && !pending.empty()) {
-        step at = std::move(pending.back());
+        auto [at, front] = std::move(pending.back());
         pending.pop_back();
-        for (const Frag *frag = at.frag->child; frag; frag = frag->next) {
-            std::string prefixes = at.prefixes + prefix_of(frag->attr),
-                        path = at.path + decoded_name(attr_revmap(frag->name));
+        for (const Frag *frag = at->child; frag; frag = frag->next) {
+            std::string path = front + prefix_of(frag->attr) + frag->name;
             if (frag->value)
-                options[prefixes + path].insert(configuration::value(frag, ""));
-            pending.push_back({frag, prefixes, path + "_"});
+                options[parameter_name(path)].insert(configuration::value(frag, ""));
+            pending.emplace_back(frag, path + "_");
         }
     }
 }
@@ -47,7 +43,7 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
     option_set options;
     rule_options split = split_options(rule.tail); // nothing for a map
     for (std::string_view word : split.words)
-        options[name_of_word(word)].insert("*");
+        options[parameter_name(word)].insert("*");
     if (split.exec)
         options["exec"].insert(*split.exec);
     if (!rule.is_map)

@@ -6,13 +6,14 @@
 #include "read/configuration.h"
 
 #include <algorithm>
+#include <utility>
+
+using namespace std::string_view_literals;
 
 namespace {
 
 constexpr size_t NAME_LIMIT = FRAGNAME_SIZE - 1;
 constexpr size_t KEY_LIMIT = 1020; // a component that would bring a key beyond it is left out, as in a rendered key
-
-bool is_space(char byte) { return is_blank(byte) || byte == '\r' || byte == '\n'; }
 
 struct line_reader {
     configuration &conf;
@@ -24,10 +25,9 @@ struct line_reader {
     size_t counted = 0; // the bytes whose line ends are in `line`
     uint32_t line = 1;
     bool sections = false; // from the first `[` to the end of the file
-    bool below = false;    // the next component belongs below `path`, on the same line
     std::string path{};    // the components in front of the one that is read, each with its `_`
     Frag *node = nullptr;  // of the last of them, and of the whole key at last
-    std::string name{}, value{};
+    std::string name{};
     long name_bits = 0;
     conf_line current{};
 
@@ -44,46 +44,37 @@ struct line_reader {
         return there == text ? there : std::string_view(conf.keep(text), text.size());
     }
 
-    void begin_name() {
-        while (!at_end() && is_space(bytes[at]))
-            at++;
-        if (!at_end() && bytes[at] == '[') {
-            at++;
-            path.clear();
-            node = nullptr;
-            below = false;
-            // Blanks are passed over behind the bracket that begins the form, not behind a later one.
-            if (!sections) {
-                sections = true;
-                return begin_name();
-            }
-        }
-        if (!below) {
-            if (!sections) {
-                path.clear();
-                node = nullptr;
-            }
-            current = {};
-            current.begin = at;
-            current.line = line_here();
-        }
+    void go_top() {
+        path.clear();
+        node = nullptr;
     }
 
-    // Takes the bytes up to one of `ends`; those that are more than the limit are left out, or end it in the flat form.
-    // False if the file ends in it.
-    bool take_name(std::string_view ends) {
+    // Goes to the next component. True if a bracket leads it back to the top.
+    bool begin_name() {
+        at = std::min(bytes.find_first_not_of(" \t\r\n", at), bytes.size());
+        if (at_end() || bytes[at] != '[')
+            return false;
+        at++;
+        go_top();
+        // Blanks are passed over behind the bracket that begins the form, not behind a later one.
+        if (!std::exchange(sections, true))
+            begin_name();
+        return true;
+    }
+
+    // Takes the bytes up to the end of a component; those that are more than the limit are left out, or end it in the
+    // flat form. False if the file ends in it.
+    bool take_name() {
         std::string_view rest = bytes.substr(at, sections ? bytes.npos : NAME_LIMIT);
-        size_t stop = std::min(rest.find_first_of(ends), rest.size());
-        name = rest.substr(0, std::min(stop, NAME_LIMIT));
-        at += stop;
+        rest = rest.substr(0, rest.find_first_of(sections ? "\0\\]=_"sv : "\0_="sv));
+        name = rest.substr(0, NAME_LIMIT);
+        at += rest.size();
         name_bits = 0;
-        if (!sections && name.find('-') != std::string::npos) { // else it has no prefix and is not mapped
+        if (!sections && name.find('-') != name.npos) { // else it has no prefix and is not mapped
             const char *text = attr_remap(name.c_str());
             name_bits = take_prefixes(&text);
             name = std::string(text);
         }
-        if (path.size() + name.size() > KEY_LIMIT)
-            name.clear();
         return !at_end();
     }
 
@@ -100,9 +91,15 @@ struct line_reader {
 
     // Takes the components up to the one that ends the key. False if the file ends in them.
     bool take_key() {
-        for (;;) {
-            begin_name();
-            if (!take_name(sections ? std::string_view("\0\\]=_", 5) : std::string_view("\0_=", 3)))
+        if (!sections)
+            go_top();
+        for (bool begins = true;;) {
+            if (begin_name() || begins) {
+                current = {};
+                current.begin = at;
+                current.line = line_here();
+            }
+            if (!take_name())
                 return false;
             char delimiter = bytes[at++];
             current.bits = static_cast<uint8_t>(current.bits | name_bits);
@@ -110,18 +107,18 @@ struct line_reader {
                 current.key = view_of(path + name, current.begin);
                 return true;
             }
-            if (path.size() < KEY_LIMIT) {
+            if (path.size() + name.size() < KEY_LIMIT) {
                 go_down();
                 path += name + '_';
             }
-            below = delimiter != ']';
+            begins = delimiter == ']';
         }
     }
 
     // False for an empty value that the file's end cuts off, which doesn't stand.
     bool take_value() {
         size_t from = at;
-        value.clear();
+        std::string value;
         for (;;) {
             size_t stop = std::min(sections ? bytes.find_first_of("\n\\", at) : bytes.find('\n', at), bytes.size());
             value += bytes.substr(at, stop - at);
@@ -129,25 +126,24 @@ struct line_reader {
             if (at_end() || bytes[at] == '\n')
                 break;
             // The rest of a continued line goes, and the blanks in front of the next.
-            at = std::min(bytes.find_first_of(std::string_view("\0\n", 2), at), bytes.size() - 1) + 1;
-            while (!at_end() && is_blank(bytes[at]))
-                at++;
+            at = std::min(bytes.find_first_of("\0\n"sv, at), bytes.size() - 1) + 1;
+            at = std::min(bytes.find_first_not_of(" \t", at), bytes.size());
         }
         value.erase(std::remove(value.begin(), value.end(), '\r'), value.end());
         current.value = view_of(value, from);
         current.end_line = line_here();
-        bool is_cut = at_end();
-        at += is_cut ? 0 : 1;
-        current.end = at;
+        if (at_end() && value.empty())
+            return false;
+        current.end = at = std::min(at + 1, bytes.size());
         current.section_form = sections;
-        return !is_cut || !value.empty();
+        return true;
     }
 
     void set_value() {
         Frag *section = node;
         go_down();
-        if (!node->value || (!keep && !value.empty())) {
-            conf.set_value(node, keep ? "" : value);
+        if (!node->value || (!keep && !current.value.empty())) {
+            conf.set_value(node, keep ? "" : current.value);
             node->attr = bits_of(node) | number() << 4;
         }
         keep = merged;
@@ -159,11 +155,9 @@ struct line_reader {
     void read() {
         conf.lines.reserve(static_cast<size_t>(
             std::min(std::count(bytes.begin(), bytes.end(), '\n'), std::count(bytes.begin(), bytes.end(), '='))));
-        while (take_key()) {
+        while (take_key())
             if (take_value())
                 set_value();
-            below = false;
-        }
     }
 };
 

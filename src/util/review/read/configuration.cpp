@@ -2,8 +2,8 @@
 #include "read/configuration.h"
 
 #include "frag_tools.h"
+#include <algorithm>
 #include <cstring>
-#include <strings.h>
 
 char *configuration::keep(std::string_view text) {
     char *kept = static_cast<char *>(texts.allocate(text.size() + 1, 1));
@@ -52,10 +52,8 @@ Frag *configuration::record(const char *family, const std::string &clear) const 
     found = found ? found : indexes.find_key(&top->child, clear.c_str());
     const char *bare = attr_remap(clear.c_str());
     long bits = take_prefixes(&bare);
-    if (found || bare == clear.c_str())
-        return found;
-    found = indexes.find(&top->child, storedname(bare));
-    return found && bits_of(found) == bits ? found : nullptr;
+    Frag *prefixed = found ? nullptr : indexes.find(&top->child, storedname(bare));
+    return prefixed && bits_of(prefixed) == bits ? prefixed : found;
 }
 
 std::vector<Frag *> configuration::children(const Frag *frag, const char *key) {
@@ -126,30 +124,27 @@ const char *prefix_of(long bits) {
 
 long take_prefixes(const char **name) {
     long bits = 0;
-    for (bool found = true; found;) {
-        found = false;
-        for (const auto &[text, bit] : prefixes)
-            if (!found && (**name | 0x20) == *text && strncasecmp(*name, text, strlen(text)) == 0) {
-                bits |= bit;
-                *name += strlen(text);
-                found = true;
-            }
+    for (size_t i = 0; i < std::size(prefixes);) {
+        const auto &[text, bit] = prefixes[i++];
+        if ((**name | 0x20) == *text && has_prefix_nocase(*name, text)) {
+            bits |= bit;
+            *name += strlen(text);
+            i = 0;
+        }
     }
     return bits;
 }
 
 bool says_yes(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    std::string word = lowercase(std::string(text));
-    size_t first = word.find_first_not_of('0');
-    return word == "on" || word == "yes" || word == "true" ||
-           (first != word.npos && is_digit(word[0]) && is_digit(word[first]));
+    std::string word = lowercase(text);
+    return word == "on" || word == "yes" || word == "true" || (is_digit(word[0]) && decimal(word.c_str()) != 0);
 }
 
 const maprec *services_of(const configuration &conf) {
     std::string system = conf.value("OS_Type");
     for (const os2maprec_row *row = os2maprec; row->os; row++)
-        if (system.compare(0, strlen(row->os), row->os) == 0)
+        if (has_prefix(system.c_str(), row->os))
             return row->table;
     return map_unix;
 }

@@ -39,9 +39,8 @@ struct conf_line {
 
 /// The bytes of a file, kept by all who have views of them.
 struct file_bytes {
-    file_bytes(std::string from = {}) : held(std::make_shared<const std::string>(std::move(from))), text(*held) {}
+    file_bytes(std::string from = {}) : held(std::make_shared<const std::string>(std::move(from))) {}
     std::shared_ptr<const std::string> held;
-    std::string_view text;
 };
 
 /// How a file is looked at: `as_written` where its keys enter a database without translation, `merged` where what is
@@ -53,7 +52,7 @@ enum class conf_layout { translated, as_written, merged };
 struct configuration {
     std::string name; ///< of the file, for messages
     file_bytes file;
-    std::string_view bytes = file.text;
+    std::string_view bytes = *file.held;
     std::vector<conf_line> lines;
     bool numbered = false; ///< the file is in the numbered layout
     Frag *tree = nullptr;  ///< the canonical layout; children that are numbers stand in their order

@@ -26,7 +26,7 @@ struct dropped_line {
 struct netperm_table {
     std::string name; ///< of the file
     file_bytes file;
-    std::string_view bytes = file.text; ///< all of it; the rules' texts are views into it
+    std::string_view bytes = *file.held; ///< all of it; the rules' texts are views into it
     std::vector<table_rule> rules{};
     std::vector<dropped_line> dropped{}; ///< no comments and no blank lines
 };

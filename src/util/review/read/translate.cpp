@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 
 namespace {
 
@@ -52,7 +51,12 @@ void drop_bare(FragList list, const char *key) {
 }
 
 long line_number(const Frag *frag) { return frag->attr >> 4; }
-void set_origin(Frag *frag, long bits, const Frag *from) { frag->attr = bits | (from->attr & ~15L); }
+void set_origin(Frag *frag, const Frag *from) { frag->attr = bits_of(frag) | (from->attr & ~15L); }
+void take_value(Frag *frag, const Frag *from) {
+    frag->value = from->value;
+    frag->vlen = from->vlen;
+    set_origin(frag, from);
+}
 
 struct translator {
     configuration &conf;
@@ -101,9 +105,8 @@ struct translator {
             conf.make(known, owner, std::string(rest, part), line_number(name))->value = nullptr;
         Frag *made = part && !is_list ? conf.add(known, owner, storedname(rest), 0)
                                       : conf.make(known, owner, rest, line_number(name));
-        made->value = value->value;
-        made->vlen = value->vlen;
-        set_origin(made, bits, value);
+        made->attr = bits;
+        take_value(made, value);
         // The rest of a long name stands below the value.
         for (Frag *below : nodes_of(value->child))
             successors.erase(below);
@@ -125,7 +128,7 @@ struct translator {
         for (Frag *address : children(addresses)) {
             if (auto [name, value] = take_texts(address, "access", "url"); name && value->value) {
                 conf.set_value(address, std::string(name->value) + " " + value->value);
-                set_origin(address, bits_of(address), value);
+                set_origin(address, value);
             }
             for (Frag *other : take_children(address))
                 lose(other, line_role::dropped);
@@ -142,7 +145,6 @@ struct translator {
     void name_records() {
         bool is_counted = true;
         list_indexes owners;
-        std::vector<Frag *> with_parameters;
         for (const family_row &row : families) {
             if (row.count && !(is_counted = is_counted && take(db, row.count, line_role::count)))
                 continue;
@@ -154,13 +156,11 @@ struct translator {
                     take(&record->child, count, line_role::count);
                 drop_bare(&record->child, "num");
                 if (row.count)
-                    with_parameters.push_back(record);
+                    take_parameters(record);
                 if (row.owner)
                     move_set(record, owner, owners);
             }
         }
-        for (Frag *record : with_parameters)
-            take_parameters(record);
     }
 
     // A policy's parameters keep their names whole. An entry has the name of the first proxy that owns a config set of
@@ -180,9 +180,7 @@ struct translator {
             for (Frag *parameter : children(policy, "parm"))
                 if (auto [name, value] = take_texts(parameter, "name", "value"); name && value->value) {
                     rename(parameter, name->value);
-                    parameter->value = value->value;
-                    parameter->vlen = value->vlen;
-                    set_origin(parameter, bits_of(parameter), value);
+                    take_value(parameter, value);
                 }
         }
     }
@@ -209,7 +207,7 @@ struct translator {
                     continue;
                 Frag *made = conf.make(known, rule, *key, 0);
                 conf.set_value(made, field);
-                set_origin(made, bits_of(made), rule);
+                set_origin(made, rule);
             }
             rule->value = nullptr;
         }
@@ -229,32 +227,24 @@ struct translator {
 
     // The lists that are left are turned around: of those of one name the first that is read is found.
     void fold_aliases(Frag *lists) {
-        std::vector<Frag *> all = take_children(lists);
-        std::multimap<std::string_view, Frag *> by_name; // those of one name in their order
-        for (Frag *list : all)
-            by_name.emplace(list->name, list);
-        auto first_of = [&](const std::string &name) {
-            auto [first, last] = by_name.equal_range(name);
-            return first == last ? by_name.end() : first;
-        };
+        name_index by_name(&lists->child);
         std::unordered_map<const Frag *, Frag *> folded; // lists of aliases, and the interfaces that bear them
         list_indexes known;
         for (const char *location : {"Inside", "Outside", "Service"}) {
-            auto list = first_of(location);
-            Frag *elements = list == by_name.end() ? nullptr : ffind(&list->second->child, "element");
+            const Frag *list = by_name.find(location);
+            Frag *elements = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
             for (Frag *element : children(elements)) {
-                std::string interface = configuration::value(element, "interface").c_str();
-                bool is_plain = !interface.empty() && interface.find_first_of("_=") == std::string::npos &&
-                                !says_yes(configuration::value(element, "alias"));
-                auto aliases = is_plain ? first_of(interface + "$INTERFACE") : by_name.end();
-                if (aliases == by_name.end())
+                std::string interface = configuration::value(element, "interface");
+                bool is_plain = !interface.empty() && !says_yes(configuration::value(element, "alias"));
+                Frag *aliases = is_plain ? by_name.find(interface + "$INTERFACE") : nullptr;
+                if (!aliases)
                     continue;
-                fold_list(aliases->second, elements, known);
-                folded.emplace(aliases->second, element);
-                by_name.erase(aliases);
+                fold_list(aliases, elements, known);
+                folded.emplace(aliases, element);
+                by_name.remove(aliases);
             }
         }
-        for (Frag *list : all)
+        for (Frag *list : take_children(lists))
             if (auto bearer = folded.find(list); bearer == folded.end())
                 pushfrag(&lists->child, list, lists);
             else if (list->value)
