@@ -104,15 +104,14 @@ struct proxy_comparison {
         return true;
     }
 
-    // Makes partners of the longest sequence of equal patterns that stand in the same order on both sides, if told so
-    // only of rules that both permit or both deny. No pattern is left twice on one side.
-    void align(bool of_one_ruling) {
+    // Makes partners of the longest sequence of equal patterns that stand in the same order on both sides. No pattern
+    // is left twice on one side.
+    void align() {
         std::vector<uint32_t> last; // for each length, the rule that ends a sequence of that length earliest
         std::vector<uint32_t> in_front(lists[0].ends.size(), NO_RULE);
         auto twin = [&](uint32_t i) { return automaton.nodes[lists[0].ends[i]].rule[1]; };
         for (uint32_t i : lists[0].kept) {
-            const access_rule *was = lists[0].rule(i), *is = lists[1].rule(twin(i));
-            if (twin(i) == NO_RULE || (of_one_ruling && !(was && is && was->permit == is->permit)))
+            if (twin(i) == NO_RULE)
                 continue;
             auto at = std::lower_bound(last.begin(), last.end(), i,
                                        [&](uint32_t a, uint32_t b) { return twin(a) < twin(b); });
@@ -210,7 +209,7 @@ struct proxy_comparison {
     bool run() {
         if (budget.left == 0 || !read())
             return false;
-        align(false);
+        align();
         for (size_t list = 0; list < 2; list++)
             for (uint32_t i : lists[list].kept)
                 if (uint32_t partner = lists[list].partners[i];
@@ -339,19 +338,4 @@ void compare_access(const access_side &before, const access_side &after, const a
             open.text += is_alone ? "" : "; more are taken for it alone: --proxy " + proxy;
         }
     }
-}
-
-rule_partners align_rules(const access_side &before, const access_side &after, const std::string &proxy) {
-    work_budget budget{access_options().work_limit};
-    proxy_comparison made{before, after, proxy, budget};
-    rule_partners partners;
-    if (!made.read())
-        return partners;
-    made.align(true);
-    for (uint32_t i = 0; i < made.lists[0].rules.size(); i++)
-        if (made.lists[0].partners[i] != NO_RULE)
-            partners.pairs.emplace_back(i, made.lists[0].partners[i]);
-    partners.before = std::move(made.lists[0].rules);
-    partners.after = std::move(made.lists[1].rules);
-    return partners;
 }

@@ -19,13 +19,4 @@ struct access_options {
 void compare_access(const access_side &before, const access_side &after, const access_options &options,
                     review_data &data);
 
-/// Two rules of one proxy, one of each side, that say the same of the same host word and stand in the same order: the
-/// longest such sequence.
-struct rule_partners {
-    std::vector<access_rule> before, after;
-    std::vector<std::pair<size_t, size_t>> pairs; ///< indexes in both, ascending
-};
-/// The partners of a proxy. Rules that an earlier one covers word for word have none.
-rule_partners align_rules(const access_side &before, const access_side &after, const std::string &proxy);
-
 #endif

@@ -25,19 +25,18 @@ void rule_placer::place_hosts() {
     for (const std::string &proxy : all.in.before.proxies) {
         if (is_removed_proxy(proxy)) // its rules go before they are translated
             continue;
-        rule_partners partners = align_rules(all.in.before, side, proxy);
+        const std::vector<access_rule> before = rules_of(all.in.before, proxy), after = rules_of(side, proxy);
         maps_by_source alike; // those not yet taken
         for (size_t each : maps_for(side, proxy))
             alike[side.maps[each].source].push_back(each);
         const access_rule *first = nullptr, *first_now = nullptr; // of the group
         size_t map = 0, count = 0;                                // config sets are counted in each table anew
-        std::vector<std::pair<size_t, size_t>> pairs = find_partners(proxy, partners, alike);
         const Frag *owner = result.conf.record("def_proxy", proxy);
         std::unordered_map<std::string, const Frag *> sets;
         for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
             sets.emplace(clear_name(set), set);
-        for (auto [was, is] : pairs) {
-            const access_rule &rule = partners.before[was], &now = partners.after[is];
+        for (auto [was, is] : find_partners(proxy, before, after, alike)) {
+            const access_rule &rule = before[was], &now = after[is];
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
             // The comparison leaves out a source that stands again: each group has a map of it all the same.
             std::vector<size_t> &maps = alike[side.maps[now.source].source];
@@ -78,70 +77,59 @@ bool rule_placer::is_of_table(const access_rule &now) const {
     return from == NO_LINE || !all.lines[from].said;
 }
 
-// A host without a partner is covered by an earlier rule of its table, the same word or a pattern with a star, of which
-// the first two hundred are tried; or it stands there by another ruling, or in another place, by which the partners
-// that are returned are more; or it is lost.
-std::vector<std::pair<size_t, size_t>>
-rule_placer::find_partners(const std::string &proxy, const rule_partners &partners, const maps_by_source &alike) {
+// What stands for a host is an element that says the same, rather one of a table's maps, by the same ruling, that
+// stands for no other host, and in the same case; none but in a map by the same ruling. Any other host is covered by an
+// earlier rule of its table, the same word or a pattern with a star, of which the first two hundred are tried; or it
+// stands there by another ruling, or it is lost.
+std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::string &proxy,
+                                                                  const std::vector<access_rule> &before,
+                                                                  const std::vector<access_rule> &after,
+                                                                  const maps_by_source &alike) {
     constexpr size_t MOST_PATTERNS = 200;
     std::unordered_map<std::string_view, long> words;
     std::vector<std::pair<std::string_view, long>> patterns;
     std::unordered_map<std::string, std::vector<size_t>> standing;
-    const std::vector<size_t> none;
-    std::unordered_set<size_t> taken;
-    for (auto [was, is] : partners.pairs)
-        taken.insert(is);
+    std::vector<bool> taken(after.size());
     std::vector<std::pair<size_t, size_t>> pairs;
-    for (size_t i = 0; i < partners.after.size(); i++)
-        standing[lowercase(partners.after[i].pattern)].push_back(i);
+    for (size_t i = 0; i < after.size(); i++)
+        standing[lowercase(after[i].pattern)].push_back(i);
     auto has_map = [&](const access_rule &there, bool permit) {
         const std::vector<size_t> &maps = alike.at(side.maps[there.source].source);
         return std::any_of(maps.begin(), maps.end(), [&](size_t each) { return side.maps[each].permit == permit; });
     };
-    auto pair = partners.pairs.begin();
-    for (size_t i = 0, table = 0; i < partners.before.size(); i++) {
-        const access_rule &rule = partners.before[i];
+    for (size_t i = 0, table = 0; i < before.size(); i++) {
+        const access_rule &rule = before[i];
         if (std::exchange(table, rule.table) != rule.table)
             words.clear(), patterns.clear();
-        bool has_partner = pair != partners.pairs.end() && pair->first == i,
-             has_star = rule.pattern.find('*') != rule.pattern.npos;
-        auto [same, is_new] = words.emplace(rule.pattern, rule.line);
-        long by = is_new ? 0 : same->second;
-        for (size_t p = 0; by == 0 && !has_partner && p < patterns.size(); p++)
+        auto fitness = [&](size_t each) {
+            return 8 * is_of_table(after[each]) + 4 * (after[each].permit == rule.permit) + 2 * !taken[each] +
+                   (after[each].pattern == rule.pattern);
+        };
+        size_t best = NO_LINE;
+        if (auto same = standing.find(lowercase(rule.pattern)); same != standing.end())
+            best = *std::max_element(same->second.begin(), same->second.end(),
+                                     [&](size_t a, size_t b) { return fitness(a) < fitness(b); });
+        const access_rule *there = best == NO_LINE ? nullptr : &after[best];
+        bool has_star = rule.pattern.find('*') != rule.pattern.npos;
+        auto [word, is_new] = words.emplace(rule.pattern, rule.line);
+        long by = is_new ? 0 : word->second;
+        for (size_t p = 0; by == 0 && p < patterns.size(); p++)
             if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
                 by = patterns[p].second;
         if (by == 0 && has_star && patterns.size() < MOST_PATTERNS) // what is dropped drops nothing
             patterns.emplace_back(rule.pattern, rule.line);
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
-        // Of several that say the same, rather one of a table's maps, by the same ruling, without a partner.
-        bool is_foreign = has_partner && !is_of_table(partners.after[pair->second]);
-        auto other = (has_partner && !is_foreign) || by != 0 ? standing.end() : standing.find(lowercase(rule.pattern));
-        auto fitness = [&](size_t each) {
-            const access_rule &after = partners.after[each];
-            return 8 * is_of_table(after) + 4 * (after.permit == rule.permit) + 2 * (taken.count(each) == 0) +
-                   (after.pattern == rule.pattern);
-        };
-        size_t best = NO_LINE;
-        for (size_t each : other == standing.end() ? none : other->second)
-            best = best == NO_LINE || fitness(each) > fitness(best) ? each : best;
-        const access_rule *there = best == NO_LINE ? nullptr : &partners.after[best];
-        if (is_foreign && there && is_of_table(*there)) {
-            has_partner = false;
-            ++pair;
-        }
-        if (has_partner)
-            pairs.push_back(*pair++);
-        else if (by != 0)
+        const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr;
+        if (by != 0) {
             all.covered.emplace(number, by);
-        else if (there && there->permit == rule.permit)
-            pairs.emplace_back(i, best), taken.insert(best);
-        else if (there && has_map(*there, rule.permit)) // which the comparison leaves out
+        } else if (there && has_map(*there, rule.permit)) { // the comparison leaves out a map of the same source
             pairs.emplace_back(i, best);
-        else if (const Frag *address =
-                     there && there->element && rule.unmarked ? child_of(there->element, "addr") : nullptr)
+            taken[best] = true;
+        } else if (address && rule.unmarked) {
             note(number, address, rule.permit ? "in a map that denies" : "in a map that permits");
-        else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release))
+        } else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release)) {
             tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
+        }
     }
     return pairs;
 }

@@ -2,7 +2,6 @@
 #ifndef REVIEW_PLACE_TABLE_H
 #define REVIEW_PLACE_TABLE_H
 
-#include "access/access_compare.h"
 #include "frag_tools.h"
 #include "lines/accounting.h"
 
@@ -37,7 +36,9 @@ struct rule_placer {
     /// config set with the words of the tail.
     void place_hosts();
     using maps_by_source = std::unordered_map<std::string_view, std::vector<size_t>>;
-    std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy, const rule_partners &partners,
+    std::vector<std::pair<size_t, size_t>> find_partners(const std::string &proxy,
+                                                         const std::vector<access_rule> &before,
+                                                         const std::vector<access_rule> &after,
                                                          const maps_by_source &alike);
     /// Whether no line of a configuration stands at the map.
     bool is_of_table(const access_rule &now) const;
