@@ -95,9 +95,8 @@ struct filed_rule {
     size_t line = NO_LINE;            ///< in the accounting's `lines`
     const table_rule *rule = nullptr; ///< null for what a configuration ahead of the table says
 };
-/// The rules of one owner for an attribute by the numbers under which they stand; one that is alone, unless the
-/// attribute is one that `is_list_attribute`, stands under none, here `ALONE`.
-constexpr long ALONE = -1;
+/// The rules of one owner for an attribute by the numbers under which they stand; one that is alone stands under none,
+/// unless the attribute is one that `is_list_attribute`.
 using numbered_rules = std::map<long, filed_rule>;
 /// All of one owner but those for hosts, by the stored names of their attributes.
 using filed_attributes = std::map<std::string, numbered_rules>;

@@ -24,12 +24,7 @@ void rule_filer::file(filed_attributes &owner, const filed_rule &rule) {
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
         return pass_over(rule, "the first such rule of a proxy stands");
-    if (auto alone = rules.find(ALONE); alone != rules.end()) {
-        rules[1] = alone->second;
-        rules.erase(alone);
-    }
-    bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
-    long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : ALONE;
+    long number = !rules.empty() ? rule.rule->unit : is_list_attribute(name) ? 0 : 1;
     if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
         pass_over(other->second, "a rule of another table with its line's number takes its place");
     rules[number] = rule;
@@ -101,8 +96,7 @@ void rule_filer::finish(uint32_t input) {
 void rule_filer::add_configuration(const configuration &conf) {
     for (const Frag *proxy : conf.children("def_proxy"))
         for (const Frag *each = proxy->child; each; each = each->next)
-            filed.proxies[clear_name(proxy)][each->name].emplace(is_list_attribute(each->name) ? 0 : ALONE,
-                                                                 filed_rule());
+            filed.proxies[clear_name(proxy)][each->name].emplace(1, filed_rule());
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <fmt/format.h>
-#include <optional>
 #include <utility>
 
 using fmt::format;
@@ -114,8 +113,8 @@ void rule_placer::place_template(const user &of, const filed_attributes &attribu
             bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
             const Frag *there = of.set ? child_of(of.set, attribute.c_str()) : nullptr;
             // What the set had already stays: a word of the tail, or what another table gave it.
-            bool is_taken = there && text_of(there) != rule.rule->text &&
-                            (text_of(there) == "*" || all.in.before.tables.size() > 1);
+            size_t by = there ? result.valued.at(there) : NO_LINE;
+            bool is_taken = by != NO_LINE && by != rule.line;
             // With each further table one more of a set's destinations becomes a record.
             bool is_later_record = all.in.before.tables.size() > 1 &&
                                    records.count(format("{}_{}destination", path, prefix_of(rule.rule->bits))) != 0;
@@ -123,10 +122,9 @@ void rule_placer::place_template(const user &of, const filed_attributes &attribu
             if (reason || (is_taken && template_reason(attribute, rule, false, of.proxy)))
                 all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
             else if (attribute == "destination" && (is_last || is_later_record))
-                place_destinations(path, of.name, {{ALONE, rule}});
+                place_destinations(path, of.name, {{number, rule}});
             else if (of.set)
-                place_rule(of.set, attribute,
-                           is_list_attribute(attribute) && number != ALONE ? format("_{}", number) : "", rule);
+                place_rule(of.set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
             else if (is_dropped_proxy(of.proxy, all.data.release))
                 all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
             else
@@ -165,8 +163,8 @@ void rule_placer::place_destinations(const std::string &owner, const std::string
         if (!rule.rule)
             continue;
         const Frag *record =
-            number == ALONE ? place_destination(owner, name, "destination", rule)
-                            : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
+            rules.size() == 1 ? place_destination(owner, name, "destination", rule)
+                              : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
         long there = record ? strtol(record->name, nullptr, 10) : last;
         if (!record && result.installed) // an import leaves it
             all.tell_some("lost", format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text),
@@ -195,10 +193,11 @@ void rule_placer::place_attributes() {
         const Frag *owner = result.conf.record("def_proxy", name);
         for (const auto &[attribute, rules] : attributes)
             for (const auto &[number, rule] : rules) {
-                if (const char *reason = saved_reason(all, name, attribute, number == ALONE, owner))
+                bool is_alone = rules.size() == 1 && !is_list_attribute(attribute);
+                if (const char *reason = saved_reason(all, name, attribute, is_alone, owner))
                     all.filed.reasons.emplace(rule.line, reason);
                 else if (owner && rule.rule)
-                    place_rule(owner, attribute, number == ALONE ? "" : format("_{}", number), rule);
+                    place_rule(owner, attribute, is_alone ? "" : format("_{}", number), rule);
             }
     }
     for (const auto &[name, rules] : all.filed.destinations)
@@ -252,27 +251,23 @@ void rule_placer::take_turned() {
 
 // The maps of a proxy that the release removes are left, and a numbered result does not say whose their config sets
 // were: the names of these tell.
-static std::optional<access_side> with_removed(const accounting &all, const access_side &side) {
-    std::vector<std::string> removed;
+static access_side with_removed(const accounting &all, access_side side) {
+    std::multimap<std::string, size_t> maps; // that permit, by their policies
+    for (size_t i = 0; i < side.maps.size(); i++)
+        if (side.maps[i].permit)
+            maps.emplace(side.maps[i].policy, i);
     for (const std::string &proxy : all.in.before.proxies)
-        if (is_dropped_proxy(proxy, all.data.release) && all.in.command.numbered())
-            removed.push_back(proxy);
-    std::multimap<std::string, std::string> owners; // of config sets that a policy lists, by the policy
-    for (const Frag *policy : removed.empty() ? std::vector<Frag *>() : side.conf->children("policy"))
-        for (const Frag *entry : configuration::children(policy, "proxy"))
-            for (const std::string &proxy : removed)
+        for (const Frag *policy :
+             is_dropped_proxy(proxy, all.data.release) ? side.conf->children("policy") : std::vector<Frag *>())
+            for (const Frag *entry : configuration::children(policy, "proxy"))
                 if (owner_of(entry).empty() && (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-')))
-                    owners.emplace(clear_name(policy), proxy);
-    std::optional<access_side> made;
-    for (size_t i = 0; !owners.empty() && i < side.maps.size(); i++)
-        for (auto [at, end] = owners.equal_range(side.maps[i].policy); side.maps[i].permit && at != end; ++at)
-            (made ? *made : made.emplace(side)).maps_of[at->second].push_back(i);
-    return made;
+                    for (auto [at, end] = maps.equal_range(clear_name(policy)); at != end; ++at)
+                        side.maps_of[proxy].push_back(at->second);
+    return side;
 }
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    std::optional<access_side> more = with_removed(all, side);
-    rule_placer placer{all, result, more ? *more : side, own};
+    rule_placer placer{all, result, with_removed(all, side), own};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;
