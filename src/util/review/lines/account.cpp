@@ -23,15 +23,14 @@ void collect_inputs(accounting &all) {
         auto known = std::find_if(all.inputs.begin(), all.inputs.end(), [&](const account_input &input) {
             return input.name == step.argument && (input.table != nullptr) == is_table;
         });
-        account_input input;
-        if (known == all.inputs.end()) {
+        bool is_new = known == all.inputs.end();
+        account_input &input = is_new ? all.inputs.emplace_back() : *known;
+        if (is_new) {
             input.name = step.argument;
             input.step = i;
             input.unread = true;
             input.table = is_table ? all.in.files.table(step.argument) : nullptr;
             input.number = file_number(all.data, step.argument, is_table ? file_role::table : file_role::merged);
-        } else {
-            input = *known;
         }
         bool is_first = is_import || (!is_table && merges++ == 0);
         bool is_read = all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first;
@@ -45,10 +44,8 @@ void collect_inputs(accounting &all) {
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
         for (account_input &ahead : all.inputs)
             ahead.translated = ahead.translated || is_table;
-        if (known != all.inputs.end())
-            *known = input;
-        else if (input.table || input.conf)
-            all.inputs.push_back(input);
+        if (!input.table && !input.conf)
+            all.inputs.pop_back();
     }
 }
 

@@ -104,7 +104,7 @@ struct filed_rules {
     std::map<std::string, filed_attributes> proxies{};                        ///< those that the tables leave
     std::map<std::pair<uint32_t, std::string>, filed_attributes> templates{}; ///< by the input and the name
     std::vector<std::pair<std::string, numbered_rules>> destinations{};       ///< of proxies, each of one table
-    std::unordered_map<size_t, const char *> reasons{};                       ///< of lines that an owner is without
+    std::unordered_map<size_t, std::string> reasons{}; ///< of lines that have no place with an owner
 };
 
 struct accounting {
@@ -112,11 +112,10 @@ struct accounting {
     review_data &data;
     std::vector<account_input> inputs;
     std::vector<account_line> lines;
-    std::unordered_set<std::string> records{};  ///< place keys of those that the lines of configurations speak of
-    size_t last_import = 0;                     ///< behind the last -e; 0 without one
-    bool has_tables = false;                    ///< tables decide
-    bool logs_in = false;                       ///< the setting that wins switches network login on
-    std::unordered_map<size_t, long> covered{}; ///< lines of hosts, and those of tables that cover one of them
+    std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
+    size_t last_import = 0;                    ///< behind the last -e; 0 without one
+    bool has_tables = false;                   ///< tables decide
+    bool logs_in = false;                      ///< the setting that wins switches network login on
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
     filed_rules filed{};
 

@@ -8,30 +8,19 @@
 
 namespace {
 
-/// What is read of one table after the other.
-struct rule_filer {
-    filed_rules &filed;
-
-    void pass_over(const filed_rule &rule, const char *why) { filed.reasons.emplace(rule.line, why); }
-    void file(filed_attributes &owner, const filed_rule &rule);
-    void read(const filed_rule &rule);
-    void finish(uint32_t input);
-    void add_configuration(const configuration &conf);
-};
-
-void rule_filer::file(filed_attributes &owner, const filed_rule &rule) {
+void file_rule(filed_rules &filed, filed_attributes &owner, const filed_rule &rule) {
     std::string name = storedname(rule.rule->attribute).substr(0, FRAGNAME_SIZE - 1);
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
-        return pass_over(rule, "the first such rule of a proxy stands");
+        return void(filed.reasons.emplace(rule.line, "the first such rule of a proxy stands"));
     long number = !rules.empty() ? rule.rule->unit : is_list_attribute(name) ? 0 : 1;
     if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
-        pass_over(other->second, "a rule of another table with its line's number takes its place");
+        filed.reasons.emplace(other->second.line, "a rule of another table with its line's number takes its place");
     rules[number] = rule;
 }
 
 // A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.
-void rule_filer::read(const filed_rule &rule) {
+void read_rule(filed_rules &filed, const filed_rule &rule) {
     filed_attributes &global = filed.proxies["global"];
     bool is_global = false, is_attribute = rule.rule->attribute != "hosts";
     for (const global_word_rec *row = global_word_tab; row->word; row++)
@@ -48,8 +37,8 @@ void rule_filer::read(const filed_rule &rule) {
         for (auto other = is_for_all && !is_global ? filed.proxies.begin() : filed.proxies.end();
              other != filed.proxies.end(); ++other)
             if (other != proxy)
-                file(other->second, rule);
-        file(proxy->second, rule);
+                file_rule(filed, other->second, rule);
+        file_rule(filed, proxy->second, rule);
     }
 }
 
@@ -70,7 +59,7 @@ const char *proxy_reason(const std::string &proxy, const std::string &attribute)
 }
 
 // What the pass for a table leaves: templates have gone into config sets, and destinations into records.
-void rule_filer::finish(uint32_t input) {
+void finish_table(filed_rules &filed, uint32_t input) {
     for (auto proxy = filed.proxies.begin(); proxy != filed.proxies.end();) {
         auto &[name, attributes] = *proxy;
         bool is_template = begins(name, "policy-");
@@ -79,7 +68,7 @@ void rule_filer::finish(uint32_t input) {
             const char *reason = proxy_reason(name, attribute);
             for (const auto &[number, rule] : rules)
                 if (reason)
-                    pass_over(rule, reason);
+                    filed.reasons.emplace(rule.line, reason);
             bool is_record = !reason && attribute == "destination" && !is_template;
             if (is_record)
                 filed.destinations.emplace_back(name, std::move(rules));
@@ -93,7 +82,7 @@ void rule_filer::finish(uint32_t input) {
 }
 
 // What stands there ahead of a table is no copy of `global`, and the first of its attribute.
-void rule_filer::add_configuration(const configuration &conf) {
+void add_configuration(filed_rules &filed, const configuration &conf) {
     for (const Frag *proxy : conf.children("def_proxy"))
         for (const Frag *each = proxy->child; each; each = each->next)
             filed.proxies[clear_name(proxy)][each->name].emplace(1, filed_rule());
@@ -116,16 +105,15 @@ const char *program_of(const std::string &type) {
 }
 
 void file_rules(accounting &all) {
-    rule_filer filer{all.filed};
     for (const upgrade_step &step : all.in.command.steps) {
         const account_input *input = all.input_of(step);
         if (input && input->conf && input->translated)
-            filer.add_configuration(*input->conf);
+            add_configuration(all.filed, *input->conf);
         if (!input || !input->table)
             continue;
         for (size_t i = 0; i < input->table->rules.size(); i++)
-            filer.read({all.rule_lines[input->table][i], &input->table->rules[i]});
-        filer.finish(static_cast<uint32_t>(input - all.inputs.data()));
+            read_rule(all.filed, {all.rule_lines[input->table][i], &input->table->rules[i]});
+        finish_table(all.filed, static_cast<uint32_t>(input - all.inputs.data()));
     }
 }
 
@@ -143,15 +131,10 @@ std::string table_reason(const accounting &all, size_t number) {
     const table_rule &rule = all.rule(line);
     if (input.last_step < all.last_import && rule.attribute != "destination")
         return "-e removes all proxies that are there";
-    auto known = all.filed.reasons.find(number);
-    if (rule.attribute != "hosts")
-        return known == all.filed.reasons.end() ? "" : known->second;
-    if (std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
+    if (rule.attribute == "hosts" && std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
             return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);
         }))
         return "it lets nobody through a proxy of the new release";
-    auto found = all.covered.find(number);
-    return found == all.covered.end()
-               ? ""
-               : "an earlier rule covers its hosts, such as line " + std::to_string(found->second);
+    auto known = all.filed.reasons.find(number);
+    return known == all.filed.reasons.end() ? "" : known->second;
 }

@@ -112,7 +112,7 @@ bool origin_finder::is_release(const conf_line &line) const {
 }
 
 bool origin_finder::is_layout(const conf_line &line) const {
-    if (line.role == line_role::count || line.key == "nat_numrules" || line.key == "cust_num_proxies")
+    if (line.key == "nat_numrules" || line.key == "cust_num_proxies")
         return true;
     const Frag *record = at_depth(line.node, 2), *element = at_depth(line.node, 4);
     if (!record || !all.in.command.numbered())

@@ -31,10 +31,6 @@ void rule_placer::place_hosts() {
             alike[side.maps[each].source].push_back(each);
         const access_rule *first = nullptr, *first_now = nullptr; // of the group
         size_t map = 0, count = 0;                                // config sets are counted in each table anew
-        const Frag *owner = result.conf.record("def_proxy", proxy);
-        std::unordered_map<std::string, const Frag *> sets;
-        for (const Frag *set : owner ? configuration::children(owner, "config-sets") : std::vector<Frag *>())
-            sets.emplace(clear_name(set), set);
         for (auto [was, is] : find_partners(proxy, before, after, alike)) {
             const access_rule &rule = before[was], &now = after[is];
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
@@ -60,14 +56,13 @@ void rule_placer::place_hosts() {
             first = &rule;
             first_now = &now;
             std::string name = count == 1 ? proxy : format("{}-{}", proxy, count);
-            auto set = sets.find(name);
+            const Frag *set = result.conf.find(set_path(proxy, name).c_str());
             rule_options options = split_options(rule.tail);
-            if (auto known = templated.find({all.lines[number].input, options.policy}); known != templated.end())
-                known->second.push_back({proxy, name, set == sets.end() ? nullptr : set->second});
+            templated[{all.lines[number].input, options.policy}].emplace_back(proxy, name);
             if (is_of_table(now))
-                take_map(side.maps[map], now.element, set == sets.end() ? nullptr : set->second, number);
-            if (set != sets.end())
-                take_set(set->second, options, number);
+                take_map(side.maps[map], now.element, set, number);
+            if (set)
+                take_set(set, options, number);
         }
     }
 }
@@ -121,7 +116,7 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
         const Frag *address = there && there->element ? child_of(there->element, "addr") : nullptr;
         if (by != 0) {
-            all.covered.emplace(number, by);
+            all.filed.reasons.emplace(number, format("an earlier rule covers its hosts, such as line {}", by));
         } else if (there && has_map(*there, rule.permit)) { // the comparison leaves out a map of the same source
             pairs.emplace_back(i, best);
             taken[best] = true;

@@ -45,8 +45,6 @@ void rule_placer::index_parameters(const Frag *entry) {
 }
 
 void rule_placer::index_result() {
-    for (const auto &[policy, attributes] : all.filed.templates)
-        templated[policy];
     for (const Frag *proxy : result.conf.children("def_proxy")) {
         index_parameters(proxy);
         for (const Frag *set : configuration::children(proxy, "config-sets"))
@@ -104,32 +102,34 @@ static const char *template_reason(const std::string &attribute, const filed_rul
 
 // In a config set a list stays one, and all other rules stand side by side, of which the last destination becomes a
 // record.
-void rule_placer::place_template(const user &of, const filed_attributes &attributes) {
-    const std::string path = format("def_proxy_{}_config-sets_{}", storedname(of.proxy), storedname(of.name));
+void rule_placer::place_template(const std::string &proxy, const std::string &name,
+                                 const filed_attributes &attributes) {
+    const std::string path = set_path(proxy, name);
+    const Frag *set = result.conf.find(path.c_str());
     for (const auto &[attribute, rules] : attributes)
         for (const auto &[number, rule] : rules) {
             if (!rule.rule) // of a configuration ahead of the table
                 continue;
             bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
-            const Frag *there = of.set ? child_of(of.set, attribute.c_str()) : nullptr;
+            const Frag *there = set ? child_of(set, attribute.c_str()) : nullptr;
             // What the set had already stays: a word of the tail, or what another table gave it.
             size_t by = there ? result.valued.at(there) : NO_LINE;
             bool is_taken = by != NO_LINE && by != rule.line;
             // With each further table one more of a set's destinations becomes a record.
             bool is_later_record = all.in.before.tables.size() > 1 &&
                                    records.count(format("{}_{}destination", path, prefix_of(rule.rule->bits))) != 0;
-            const char *reason = template_reason(attribute, rule, is_first, of.proxy);
-            if (reason || (is_taken && template_reason(attribute, rule, false, of.proxy)))
+            const char *reason = template_reason(attribute, rule, is_first, proxy);
+            if (reason || (is_taken && template_reason(attribute, rule, false, proxy)))
                 all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
             else if (attribute == "destination" && (is_last || is_later_record))
-                place_destinations(path, of.name, {{number, rule}});
-            else if (of.set)
-                place_rule(of.set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
-            else if (is_dropped_proxy(of.proxy, all.data.release))
+                place_destinations(path, name, {{number, rule}});
+            else if (set)
+                place_rule(set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+            else if (is_dropped_proxy(proxy, all.data.release))
                 all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
             else
                 tell_lost(rule.line,
-                          format("there is no config set {} for {} {}", of.name, rule.rule->word, rule.rule->text));
+                          format("there is no config set {} for {} {}", name, rule.rule->word, rule.rule->text));
         }
 }
 
@@ -202,10 +202,10 @@ void rule_placer::place_attributes() {
     }
     for (const auto &[name, rules] : all.filed.destinations)
         place_destinations("def_proxy_" + storedname(name), name, rules);
-    for (const auto &[policy, sets] : templated) {
-        const filed_attributes &attributes = all.filed.templates[policy];
-        for (const user &each : sets)
-            place_template(each, attributes);
+    for (const auto &[policy, attributes] : all.filed.templates) {
+        const auto &sets = templated[policy];
+        for (const auto &[proxy, name] : sets)
+            place_template(proxy, name, attributes);
         for (const auto &[attribute, rules] : attributes)
             for (const auto &[number, rule] : rules)
                 if (sets.empty())
@@ -260,7 +260,7 @@ static access_side with_removed(const accounting &all, access_side side) {
         for (const Frag *policy :
              is_dropped_proxy(proxy, all.data.release) ? side.conf->children("policy") : std::vector<Frag *>())
             for (const Frag *entry : configuration::children(policy, "proxy"))
-                if (owner_of(entry).empty() && (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-')))
+                if (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-'))
                     for (auto [at, end] = maps.equal_range(clear_name(policy)); at != end; ++at)
                         side.maps_of[proxy].push_back(at->second);
     return side;

@@ -5,6 +5,7 @@
 #include "frag_tools.h"
 #include "lines/accounting.h"
 
+#include <fmt/format.h>
 #include <map>
 
 /// Places rules by what they say.
@@ -16,13 +17,8 @@ struct rule_placer {
     using index = std::multimap<std::pair<const Frag *, std::string>, const Frag *>;
     index parameters{};                                 ///< of proxies and config sets, by all that they say
     std::multimap<std::string, const Frag *> records{}; ///< of destinations, by their descriptions
-    /// The config sets that each template of a table went into, with their proxies and names; null for one that the
-    /// result lacks.
-    struct user {
-        std::string proxy, name;
-        const Frag *set;
-    };
-    std::map<std::pair<uint32_t, std::string>, std::vector<user>> templated{};
+    /// The proxies and names of the config sets that each template of a table went into.
+    std::map<std::pair<uint32_t, std::string>, std::vector<std::pair<std::string, std::string>>> templated{};
     std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
 
     /// Takes the parameters of a proxy or config set into the index, those of all, and the records.
@@ -47,7 +43,7 @@ struct rule_placer {
     /// Places the other rules with the owners that have them, and tells what one of these lacks.
     void place_attributes();
     void place_rule(const Frag *owner, const std::string &attribute, const std::string &number, const filed_rule &of);
-    void place_template(const user &of, const filed_attributes &attributes);
+    void place_template(const std::string &proxy, const std::string &name, const filed_attributes &attributes);
     void place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules);
     const Frag *place_destination(const std::string &owner, const std::string &service, const std::string &key,
                                   const filed_rule &of);
@@ -55,6 +51,10 @@ struct rule_placer {
     void take_turned();
 };
 
+/// Where a proxy's config set of that name stands.
+inline std::string set_path(const std::string &proxy, const std::string &name) {
+    return fmt::format("def_proxy_{}_config-sets_{}", storedname(proxy), storedname(name));
+}
 /// A child by its name, or null.
 inline const Frag *child_of(const Frag *frag, const char *name) { return find_named(frag->child, name); }
 

@@ -11,6 +11,19 @@ namespace {
 constexpr size_t MOST_WORK = size_t{24} << 20;
 constexpr size_t MOST_RUNS = 400;
 
+// What was not proved: it has its place after all, or the result is another without it, or nobody knows.
+void say(accounting &all, const std::vector<size_t> &asked, proof how) {
+    for (size_t i : asked) {
+        account_line &line = all.lines[i];
+        bool stands = line.place && line.by != NO_LINE;
+        line.how = stands ? proof::placed : how;
+        if (stands)
+            line.reason.clear();
+        else
+            line.became = fate::reshaped;
+    }
+}
+
 /// The candidates under test.
 struct prover {
     accounting &all;
@@ -20,7 +33,6 @@ struct prover {
 
     bool same_without(const std::vector<size_t> &left_out);
     void prove(const std::vector<size_t> &asked);
-    void say(const std::vector<size_t> &asked, proof how);
 };
 
 bool prover::same_without(const std::vector<size_t> &left_out) {
@@ -46,7 +58,7 @@ void prover::prove(const std::vector<size_t> &asked) {
     if (asked.empty())
         return;
     if (runs_left == 0 || failed)
-        return say(asked, proof::not_tried);
+        return say(all, asked, proof::not_tried);
     std::vector<size_t> together = proved;
     together.insert(together.end(), asked.begin(), asked.end());
     if (same_without(together)) {
@@ -54,23 +66,10 @@ void prover::prove(const std::vector<size_t> &asked) {
         return;
     }
     if (asked.size() == 1)
-        return say(asked, proof::run);
+        return say(all, asked, proof::run);
     auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
     prove({asked.begin(), middle});
     prove({middle, asked.end()});
-}
-
-// What was not proved: it has its place after all, or the result is another without it, or nobody knows.
-void prover::say(const std::vector<size_t> &asked, proof how) {
-    for (size_t i : asked) {
-        account_line &line = all.lines[i];
-        bool stands = line.place && line.by != NO_LINE;
-        line.how = stands ? proof::placed : how;
-        if (stands)
-            line.reason.clear();
-        else
-            line.became = fate::reshaped;
-    }
 }
 
 } // namespace
