@@ -45,7 +45,7 @@ struct account_line : line_fate {
 
 /// Lines of inputs by nodes of a result: in a table where a node has a line of the result to itself, as most have.
 struct node_notes {
-    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size(), NO_NOTE) {}
+    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size(), NO_LINE) {}
     /// The line at a node, `NO_LINE` for none.
     size_t at(const Frag *frag) const;
     void set(const Frag *frag, size_t line);
@@ -53,10 +53,9 @@ struct node_notes {
     bool add(const Frag *frag, size_t line);
 
 private:
-    static constexpr uint32_t NO_NOTE = UINT32_MAX;
     const configuration &conf;
-    std::vector<uint32_t> by_line;
-    std::unordered_map<const Frag *, uint32_t> others{};
+    std::vector<size_t> by_line;
+    std::unordered_map<const Frag *, size_t> others{};
 
     const conf_line *own_line(const Frag *frag) const;
 };
@@ -73,7 +72,6 @@ struct result_places {
     /// The interfaces whose lists of aliases have such a name.
     std::unordered_map<std::string_view, const Frag *> alias_lists;
 
-    std::unordered_set<const Frag *> made; ///< maps that rules of tables lead to
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
@@ -95,9 +93,10 @@ struct filed_rule {
     size_t line = NO_LINE;            ///< in the accounting's `lines`
     const table_rule *rule = nullptr; ///< null for what a configuration ahead of the table says
 };
-/// The rules of one owner for an attribute by the numbers under which they stand; one that is alone stands under none,
-/// unless the attribute is one that `is_list_attribute`.
+/// The rules of one owner for an attribute by the numbers under which they stand; one that is alone stands under none
+/// in a result, unless it is the first of a list, 0.
 using numbered_rules = std::map<long, filed_rule>;
+inline bool is_alone(const numbered_rules &rules) { return rules.size() == 1 && rules.count(1) != 0; }
 /// All of one owner but those for hosts, by the stored names of their attributes.
 using filed_attributes = std::map<std::string, numbered_rules>;
 struct filed_rules {
@@ -158,6 +157,8 @@ void place_table_lines(accounting &all, result_places &result, const access_side
 void file_rules(accounting &all);
 /// Why a line of a table has no place, empty if no reason is known.
 std::string table_reason(const accounting &all, size_t number);
+/// Whether a line is about an entry of numbered records.
+inline bool is_numbered(const account_line &line) { return line.key.find('#') != std::string::npos; }
 /// A count is a map to a merge, too, and one without a decision.
 inline bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
 /// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all

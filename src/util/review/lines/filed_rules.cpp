@@ -13,7 +13,8 @@ void file_rule(filed_rules &filed, filed_attributes &owner, const filed_rule &ru
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
         return void(filed.reasons.emplace(rule.line, "the first such rule of a proxy stands"));
-    long number = !rules.empty() ? rule.rule->unit : is_list_attribute(name) ? 0 : 1;
+    bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
+    long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : 1;
     if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
         filed.reasons.emplace(other->second.line, "a rule of another table with its line's number takes its place");
     rules[number] = rule;

@@ -42,10 +42,7 @@ struct standing_maps {
         std::vector<std::string> said = texts(map);
         for (const std::string &text : said)
             known.emplace(text, map);
-        if (said.size() < 5)
-            known.emplace('\1' + said.back(), map);
-        else if (std::string listed = sets(map); !listed.empty())
-            known.emplace(listed + said[3], map);
+        known.emplace(said.size() < 5 ? '\1' + said.back() : sets(map) + said[3], map);
     }
 
     // Two maps are the same up to what the first or the second lacks, or by policies that list the same config sets.
@@ -71,15 +68,10 @@ merged_maps::merged_maps(const accounting &all, const result_places &own) {
     std::vector<const Frag *> stand;
     std::set<const configuration *> merged; // once more they bring nothing
     bool has_maps = false;
-    for (const upgrade_step &step : all.in.command.steps) {
-        const account_input *input = all.input_of(step);
-        if (step.letter == 'e') {
-            stand.clear();
-            merged.clear();
-            same.clear();
-            has_maps = false;
-        }
-        if (!strchr("nm", step.letter) || !input)
+    for (size_t i = all.last_import; i < all.in.command.steps.size(); i++) {
+        const upgrade_step &step = all.in.command.steps[i];
+        const account_input *input = strchr("nm", step.letter) ? all.input_of(step) : nullptr;
+        if (!input)
             continue;
         has_maps = has_maps || !stand.empty();
         if (input->table) {

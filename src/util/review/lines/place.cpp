@@ -28,6 +28,7 @@ struct line_placer {
     spot find_free(const account_line &line) const;
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
+    bool is_of_another(const account_line &line, const Frag *frag);
     bool place_moved(size_t number);
     bool place_fields(size_t number);
     /// Whether another line stands there; of a filter rule, one of its fields.
@@ -35,7 +36,6 @@ struct line_placer {
         return result.valued.at(frag) != NO_LINE ||
                (at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit") && result.from.at(frag) != NO_LINE);
     }
-    bool is_of_another(const account_line &line, const Frag *frag);
     bool place_name(size_t number);
     bool place_words(size_t number, const char *list);
     const Frag *element_with(const std::string &elements, const std::string &address) const;
@@ -68,14 +68,15 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
 
 // Whether the file of a line of an element has the address that the number leads to in another element of the list.
 bool line_placer::is_of_another(const account_line &line, const Frag *frag) {
-    const Frag *own_element = at_depth(line.said->node, 4), *there = at_depth(frag, 4);
-    if (!there || !is_named(there->parent, "element") || configuration::value(own_element, "addr").empty())
+    const Frag *element = at_depth(line.said->node, 4);
+    std::string address = configuration::value(element, "addr"),
+                there = configuration::value(at_depth(frag, 4), "addr");
+    if (address.empty() || address == there)
         return false;
-    auto [known, is_new] = addresses.try_emplace(own_element->parent);
-    for (const Frag *each = is_new ? own_element->parent->child : nullptr; each; each = each->next)
+    auto [known, is_new] = addresses.try_emplace(element->parent);
+    for (const Frag *each = is_new ? element->parent->child : nullptr; each; each = each->next)
         known->second.insert(configuration::value(each, "addr"));
-    std::string address = configuration::value(there, "addr");
-    return known->second.count(address) != 0 && configuration::value(own_element, "addr") != address;
+    return known->second.count(there) != 0;
 }
 
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
@@ -105,14 +106,11 @@ bool line_placer::place_fields(size_t number) {
             field = field->next;
         return !field;
     };
-    // Numbers close up where some are left out.
-    const Frag *record = result.conf.find(place_keys::path(rule).c_str());
-    if (!record || result.valued.at(record) != NO_LINE || !has_fields(record)) {
-        const Frag *family = result.conf.find(place_keys::path(rule->parent).c_str());
-        record = family ? family->child : nullptr;
-        while (record && (is_taken(record) || !has_fields(record)))
-            record = record->next;
-    }
+    // Its number can be another now, since numbers close up where some are left out.
+    const Frag *family = result.conf.find(place_keys::path(rule->parent).c_str());
+    const Frag *record = family ? family->child : nullptr;
+    while (record && (is_taken(record) || !has_fields(record)))
+        record = record->next;
     if (!record)
         return false;
     for (const Frag *field = record->child; field; field = field->next)
@@ -138,34 +136,29 @@ std::vector<std::string> network_words(std::string_view text, std::string &unfin
     std::vector<std::string> words;
     std::string plain;
     auto digit = [&](size_t at) {
-        char byte = at < text.size() ? text[at] : '\0';
-        return is_digit(byte) ? byte - '0' : byte >= 'A' && byte <= 'F' ? byte - 'A' + 10 : -1;
+        return at < text.size() ? std::string_view("0123456789ABCDEF").find(text[at]) : text.npos;
     };
     for (size_t i = 0; i < text.size(); i++) {
         if (text[i] != '%') {
             plain += text[i];
-        } else if (int high = digit(i + 1); high >= 0) {
-            int low = digit(i + 2);
-            plain += static_cast<char>(high * 16 + std::max(low, 0));
-            i += low >= 0 ? 2 : 1;
+        } else if (size_t high = digit(i + 1), low = digit(i + 2); high != text.npos) {
+            plain += static_cast<char>(high * 16 + (low != text.npos ? low : 0));
+            i += low != text.npos ? 2 : 1;
         }
     }
-    bool at_start = true, in_comment = false;
-    for (char byte : plain) {
-        bool ends = byte == '\n' || byte == '\r', blank = is_blank(byte);
-        if (in_comment) {
-            in_comment = byte != '\n';
-            at_start = !in_comment;
-        } else if (at_start && byte == '#') {
-            in_comment = true;
-        } else if (!ends && !blank) {
-            unfinished += byte;
-            at_start = false;
-        } else {
-            at_start = ends && !unfinished.empty();
-            if (!unfinished.empty())
-                words.push_back(std::exchange(unfinished, {}));
+    bool at_start = true;
+    for (size_t at = 0; at < plain.size();) {
+        bool is_comment = at_start && plain[at] == '#';
+        size_t begin = is_comment ? at : plain.find_first_not_of(" \t\r\n", at);
+        size_t end = plain.find_first_of(is_comment ? "\n" : " \t\r\n", begin);
+        if (end == plain.npos) {
+            unfinished = is_comment || begin == plain.npos ? "" : plain.substr(begin);
+            break;
         }
+        if (!is_comment)
+            words.push_back(plain.substr(begin, end - begin));
+        at_start = !is_blank(plain[end]);
+        at = end + 1;
     }
     return words;
 }
@@ -193,7 +186,7 @@ bool line_placer::place_words(size_t number, const char *list) {
         if (!find_named(found.front()->child, "name"))
             missing.push_back(word);
         for (const Frag *field = found.front()->child; field; field = field->next)
-            if (word.c_str() == std::string(field->value ? field->value : ""))
+            if (text_of(field) == word.c_str())
                 result.stand(field, number);
         found.erase(found.begin());
     }
@@ -217,21 +210,11 @@ bool line_placer::place_words(size_t number, const char *list) {
 // The field of a location list's element that an address key of an imported file became.
 const Frag *line_placer::address_field(const account_line &line) const {
     const configuration &conf = *all.inputs[line.input].conf;
-    std::string_view name = std::string_view(line.key).substr(strlen("ip_"));
-    for (const ip_var_rec *row = ip_var_tab; row->address; row++)
-        for (const auto &[from, field] : {std::pair{row->address, "addr"},
-                                          {row->mask, "netmask"},
-                                          {row->broadcast, "broadcast"},
-                                          {row->interface, "interface"},
-                                          {row->flags, "interfaceflags"}}) {
-            if (name != from)
-                continue;
-            std::string address = conf.value((std::string("ip_") + row->address).c_str());
-            const Frag *element = is_placeholder(address) ? nullptr : element_with(row->elements, address);
-            const Frag *there = element ? ffind(&const_cast<Frag *>(element)->child, field) : nullptr;
-            return there && text_of(there) == line.said->value ? there : nullptr;
-        }
-    return nullptr;
+    auto [row, field] = find_address_key(line.key);
+    std::string address = row ? conf.value((std::string("ip_") + row->address).c_str()) : "";
+    const Frag *element = is_placeholder(address) ? nullptr : element_with(row->elements, address);
+    const Frag *there = element ? find_named(element->child, field) : nullptr;
+    return there && text_of(there) == line.said->value ? there : nullptr;
 }
 
 // In the canonical layout a name stands in the keys of what it names. The list of an interface's aliases is read as
@@ -257,14 +240,10 @@ bool line_placer::place_moved(size_t number) {
     account_line &line = all.lines[number];
     const std::string &key = line.key;
     const Frag *element = nullptr;
-    bool is_imported = all.inputs[line.input].last_step < all.last_import; // or there when a file is
-    if (is_imported && key == "gui_client")
-        element = element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value));
-    if (element && configuration::value(element, "name") != key)
-        element = nullptr; // one of the list's own
-    if (is_imported && has_prefix(key.c_str(), "ip_"))
-        element = address_field(line);
-    if (!element)
+    if (all.inputs[line.input].last_step < all.last_import) // it is imported, or there when a file is
+        element = key == "gui_client" ? element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value))
+                                      : address_field(line);
+    if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
         return false;
     line.place = element;
     line.became = fate::reshaped;
@@ -309,8 +288,7 @@ spot line_placer::find(const account_line &line, const std::string &key) const {
 spot line_placer::find_free(const account_line &line) const {
     constexpr int MOST_TWINS = 8;
     spot best = find(line, line.key);
-    bool is_entry = line.said->role == line_role::setting && line.key.find('#') != std::string::npos;
-    for (int later = 1; is_entry && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
+    for (int later = 1; is_numbered(line) && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
         spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
         if (twin.frag && (!best.frag || !is_taken(twin.frag)))
             best = twin;
@@ -330,8 +308,7 @@ void line_placer::place(size_t number) {
     bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && counts &&
                     input.name == all.in.command.old_conf && !input.conf->find("def_proxy");
-    bool is_late = !counts && !input.imported && input.name != all.in.command.init_conf &&
-                   line.said->role == line_role::setting && line.key.find('#') == line.key.npos &&
+    bool is_late = !counts && !input.imported && input.name != all.in.command.init_conf && !is_numbered(line) &&
                    all.value(line) != text_of(line.said->node);
     // A table takes the value away, and what stands is not said by a line behind the one that counts.
     spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);

@@ -39,7 +39,6 @@ void rule_placer::place_hosts() {
             bool is_group = !first || now.source != first_now->source || rule.tail != first->tail ||
                             rule.table != first->table || rule.permit != first->permit;
             size_t last_map = std::exchange(map, !is_group ? map : maps.empty() ? now.source : maps.front());
-            result.made.insert(side.maps[map].frag);
             const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
             bool is_same = now.pattern == rule.pattern;
             note(number, at ? at : side.maps[map].frag,

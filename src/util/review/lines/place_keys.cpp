@@ -64,6 +64,18 @@ static std::string without_escape(std::string name, const char *escape, char pla
 
 std::string plain_name(const std::string &name) { return without_escape(without_escape(name, "%5F", '_'), "%25", '%'); }
 
+std::pair<const ip_var_rec *, const char *> find_address_key(std::string_view key) {
+    for (const ip_var_rec *row = ip_var_tab; row->address; row++)
+        for (const auto &[from, field] : {std::pair{row->address, "addr"},
+                                          {row->mask, "netmask"},
+                                          {row->broadcast, "broadcast"},
+                                          {row->interface, "interface"},
+                                          {row->flags, "interfaceflags"}})
+            if (key == std::string("ip_") + from)
+                return {row, field};
+    return {};
+}
+
 bool is_placeholder(std::string_view address) {
     return address.empty() || address == "none" || address == "XXX.XXX.XXX.XXX";
 }

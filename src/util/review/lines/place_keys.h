@@ -7,6 +7,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 /// The place keys of one configuration. In them an element stands for its number by its address, a member by type and
 /// name, a map or another numbered record by all that it says, and an alias stands in the list of its interface.
@@ -43,7 +44,10 @@ extern const char *const numbered_families[];
 const Frag *at_depth(const Frag *frag, size_t depth);
 /// A stored name with its `_` and `%` as they are, since a numbered save writes them both ways.
 std::string plain_name(const std::string &name);
-/// True for what stands for no address in the flat keys of one.
+/// The interface that a flat key of an address is about, and the field of an element that an import makes of it; nulls
+/// for any other key.
+std::pair<const ip_var_rec *, const char *> find_address_key(std::string_view key);
+/// True for what stands for no address there.
 bool is_placeholder(std::string_view address);
 /// True for one of the three lists of the firewall's own addresses.
 bool is_location(const Frag *list);

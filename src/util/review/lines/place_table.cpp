@@ -124,7 +124,8 @@ void rule_placer::place_template(const std::string &proxy, const std::string &na
             else if (attribute == "destination" && (is_last || is_later_record))
                 place_destinations(path, name, {{number, rule}});
             else if (set)
-                place_rule(set, attribute, is_list_attribute(attribute) ? format("_{}", number) : "", rule);
+                place_rule(set, attribute,
+                           is_list_attribute(attribute) && !is_alone(rules) ? format("_{}", number) : "", rule);
             else if (is_dropped_proxy(proxy, all.data.release))
                 all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
             else
@@ -193,11 +194,10 @@ void rule_placer::place_attributes() {
         const Frag *owner = result.conf.record("def_proxy", name);
         for (const auto &[attribute, rules] : attributes)
             for (const auto &[number, rule] : rules) {
-                bool is_alone = rules.size() == 1 && !is_list_attribute(attribute);
-                if (const char *reason = saved_reason(all, name, attribute, is_alone, owner))
+                if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner))
                     all.filed.reasons.emplace(rule.line, reason);
                 else if (owner && rule.rule)
-                    place_rule(owner, attribute, is_alone ? "" : format("_{}", number), rule);
+                    place_rule(owner, attribute, is_alone(rules) ? "" : format("_{}", number), rule);
             }
     }
     for (const auto &[name, rules] : all.filed.destinations)

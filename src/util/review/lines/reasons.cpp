@@ -78,7 +78,7 @@ struct reason_finder {
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     reason_finder(accounting &of, result_places &in);
-    void index_winners();
+    const maprec *service_of(const account_line &line) const;
     unsigned conditions(const account_line &line) const;
     const char *conf_reason(const account_line &line) const;
     const char *address_reason(const account_line &line, unsigned holds) const;
@@ -91,19 +91,9 @@ struct reason_finder {
 reason_finder::reason_finder(accounting &of, result_places &in)
     : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
     int release = all.data.release;
-    const std::pair<bool, unsigned> bits[] = {
-        {release >= 40 && release != 55, FROM_40},
-        {release != 55, NOT_55},
-        {all.in.command.numbered(), NUMBERED},
-        {all.has_tables, TABLES},
-        {all.logs_in, LOGIN},
-        {services == map_nt, SERVICES},
-    };
-    for (auto [holds, bit] : bits)
-        of_run |= holds ? bit : 0;
-}
-
-void reason_finder::index_winners() {
+    of_run = (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
+             (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) | (all.logs_in ? LOGIN : 0U) |
+             (services == map_nt ? SERVICES : 0U);
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
@@ -111,14 +101,16 @@ void reason_finder::index_winners() {
     }
 }
 
+// The service whose state the line says; null if it says none.
+const maprec *reason_finder::service_of(const account_line &line) const {
+    return begins(line.key, "proxy_") ? find_maprec(services, &maprec::service, line.key.c_str() + strlen("proxy_"))
+                                      : nullptr;
+}
+
 unsigned reason_finder::conditions(const account_line &line) const {
     const account_input &input = all.inputs[line.input];
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-    bool is_served = false;
-    std::string service = begins(line.key, "proxy_") ? line.key.substr(6) : "";
-    for (const maprec *row = services; !service.empty() && row->proxy; row++)
-        is_served = is_served || service == row->service || service.substr(0, service.find('_')) == row->service;
-    return of_run | (is_served ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
+    return of_run | (service_of(line) ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
            (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
 }
 
@@ -156,20 +148,18 @@ bool is_below(const Frag *frag, const char *family) { return frag && is_named(at
 
 // What an import says of the flat keys of an address: they become an element, or nothing. Null if it is none of them.
 const char *reason_finder::address_reason(const account_line &line, unsigned holds) const {
+    auto [row, field] = find_address_key(line.key);
+    if (!row || !(holds & REMOVED))
+        return nullptr;
     const configuration &conf = *all.inputs[line.input].conf;
-    for (const ip_var_rec *row = ip_var_tab; (holds & REMOVED) && begins(line.key, "ip_") && row->address; row++)
-        for (const char *name : {row->address, row->mask, row->broadcast, row->interface, row->flags}) {
-            const Frag *there = conf.find((std::string("ip_") + row->address).c_str());
-            std::string address = configuration::value(there, "");
-            if (line.key.substr(3) != name || (!there && name != row->mask))
-                continue;
-            if (is_placeholder(address))
-                return "without an address there is no element for it";
-            if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
-                return NO_INTERFACE;
-            return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
-        }
-    return nullptr;
+    const Frag *address = conf.find((std::string("ip_") + row->address).c_str());
+    if (!address && strcmp(field, "netmask") != 0) // of these the mask alone goes
+        return nullptr;
+    if (is_placeholder(configuration::value(address, "")))
+        return "without an address there is no element for it";
+    if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
+        return NO_INTERFACE;
+    return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
 }
 
 const char *reason_finder::conf_reason(const account_line &line) const {
@@ -215,21 +205,16 @@ const char *reason_finder::taken_away(const account_line &line) const {
         all.inputs[line.input].conf->find("netobj_group_fw-admin"))
         return "an import makes an element of it";
     // A known service goes; on NT the states of proxies come back as services.
-    std::string service = (holds & REMOVED) && (holds & SERVED) ? line.key.substr(6) : "";
-    bool is_moved = false, comes_back = false;
-    for (const maprec *row = services; !service.empty() && row->proxy; row++) {
-        is_moved = is_moved || service.substr(0, service.find('_')) == row->service;
-        comes_back = comes_back || ((holds & SERVICES) && (holds & NUMBERED) && service == row->service &&
-                                    own.conf.find((std::string("def_proxy_") + row->proxy + "_state").c_str()));
-    }
-    if (is_moved && !comes_back && all.inputs[line.input].conf->find("def_proxy"))
+    const maprec *service = (holds & REMOVED) ? service_of(line) : nullptr;
+    bool comes_back = service && (holds & SERVICES) && (holds & NUMBERED) &&
+                      own.conf.find((std::string("def_proxy_") + service->proxy + "_state").c_str());
+    if (service && !comes_back && !strchr(service->service, '_') && all.inputs[line.input].conf->find("def_proxy"))
         return "its state goes to its proxy, or nowhere";
     if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
         return reason;
     return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
 }
 
-bool is_numbered(const account_line &line) { return line.key.find('#') != std::string::npos; }
 // The depth at which its entry stands.
 size_t entry_depth(const account_line &line) {
     return static_cast<size_t>(std::count(line.key.begin(), std::find(line.key.begin(), line.key.end(), '#'), '_'));
@@ -244,9 +229,8 @@ bool is_of_another(const account_line &winner, const account_line &line) {
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
     size_t depth = entry_depth(line);
     const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
-    bool is_field = entry && entry == other && winner.said->node != entry;
-    return (is_field && winner.said->key != line.said->key) ||
-           (entry && other && entry->parent == other->parent && !is_named(other, entry->name));
+    return entry == other ? entry && winner.said->node != entry && winner.said->key != line.said->key
+                          : entry && other && entry->parent == other->parent;
 }
 
 // The line that has the place which this one would have.
@@ -256,11 +240,8 @@ size_t reason_finder::winner(const account_line &line) const {
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
     bool is_map = is_map_line(line);
-    const Frag *under = frag || is_map ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
-    // Of a list in its place the value is not saved.
-    bool is_list = under && under->child && begins(line.key, "def_proxy_");
-    if (is_numbered(line) || is_list)
-        frag = frag ? frag : under;
+    if (!frag && !is_map)
+        frag = own.conf.find(place_keys::path(line.said->node).c_str());
     // Whatever an import makes of a key, it is no longer what another file said by it.
     auto last = imported.find(line.said->key);
     const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
@@ -275,7 +256,7 @@ size_t reason_finder::winner(const account_line &line) const {
                : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
                                                                            : there;
     }
-    if (by && (by->input != line.input || by->line > line.line) && may_win(last->second, line))
+    if (by)
         return last->second;
     // A rule of a table that was repeated stands as a list, in the place of a value.
     const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
@@ -296,17 +277,12 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     const account_line &other = all.lines[number];
     bool is_init = by.name == all.in.command.init_conf;
     const conf_line *forced = (is_init ? other : line).said;
-    bool is_forced = begins(line.key, "def_proxy_") && (conditions(line) & FROM_40) && line.said && line.said->node &&
-                     is_listed(force_list, line.said->node->name);
+    bool is_forced =
+        begins(line.key, "def_proxy_") && (of_run & FROM_40) && is_listed(force_list, line.said->node->name);
     if (is_init != (of.name == all.in.command.init_conf) && is_forced && forced && !forced->value.empty())
         return is_init;
-    // Of the lines of one key a merge takes the first, and what is forced is the last; the lists of the old
-    // configuration are read ahead of all merges.
-    bool is_same = other.input == line.input && other.said && line.said && other.said->key == line.said->key;
-    if (is_same && !line.key.empty() && of.step == of.last_step && !of.imported && !begins(line.key, "netobj_"))
-        return (is_forced && is_init) != (other.line < line.line);
     // An import replaces what is there; of its own lines the last counts.
-    if (of.imported && line.said && !line.said->value.empty() && !is_numbered(line))
+    if (of.imported && !line.said->value.empty() && !is_numbered(line))
         return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
     return by.step <= of.step || (by.imported && by.import_step > of.step);
 }
@@ -315,17 +291,16 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
 
 void find_reasons(accounting &all, result_places &own) {
     reason_finder finder(all, own);
-    finder.index_winners();
     for (size_t i = 0; i < all.lines.size(); i++) {
         account_line &line = all.lines[i];
         if (!line.candidate)
             continue;
-        bool is_table = all.inputs[line.input].table != nullptr;
-        if (line.by != NO_LINE)
+        if (line.by != NO_LINE) {
             line.reason = said_twice;
-        else
-            line.reason = is_table ? table_reason(all, i) : finder.conf_reason(line);
-        size_t by = is_table || line.by != NO_LINE || !line.reason.empty() ? NO_LINE : finder.winner(line);
+            continue;
+        }
+        line.reason = all.inputs[line.input].table ? table_reason(all, i) : finder.conf_reason(line);
+        size_t by = line.reason.empty() ? finder.winner(line) : NO_LINE;
         if (by != NO_LINE && by != i && finder.may_win(by, line))
             line.by = by;
     }
@@ -333,7 +308,6 @@ void find_reasons(accounting &all, result_places &own) {
 
 void check_standing(accounting &all, result_places &result) {
     reason_finder finder(all, result);
-    finder.index_winners();
     std::vector<bool> repeated(all.lines.size()); // another line says it, too
     for (const account_line &line : all.lines)
         if (line.by != NO_LINE)

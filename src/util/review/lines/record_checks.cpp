@@ -22,7 +22,7 @@ void check_owners(accounting &all, const result_places &result) {
         const account_line &line = all.lines[i];
         const account_input &input = all.inputs[line.input];
         bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
-        if (!is_own || is_map_line(line) || input.imported || input.last_step < all.last_import)
+        if (!is_own || is_map_line(line) || input.imported)
             continue;
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
@@ -31,7 +31,7 @@ void check_owners(accounting &all, const result_places &result) {
             first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
         if (ahead && ahead->step < input.step && ahead->last_step >= all.last_import)
             tell(all, line, "a file ahead has the policy", all.lines[first]);
-        if (line.key.find('#') == std::string::npos)
+        if (!is_numbered(line))
             continue;
         auto [owner, is_new] = owners.emplace(place_keys::path(line.said->node), i);
         if (!is_new && all.lines[owner->second].input != line.input)
@@ -44,11 +44,11 @@ void check_owners(accounting &all, const result_places &result) {
 std::unordered_map<const Frag *, const Frag *> moved_records(const accounting &all, const result_places &result) {
     std::unordered_map<const Frag *, const Frag *> moved;
     for (const account_line &line : all.lines)
-        if (line.place && !line.candidate && line.other_key.empty() && line.key.find('#') != std::string::npos)
+        if (line.place && !line.candidate && line.other_key.empty() && is_numbered(line))
             for (size_t depth : {1, 2}) {
                 const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
                 size_t first = record && now ? result.from.at(now) : NO_LINE;
-                if (first != NO_LINE && all.lines[first].input == line.input && result.made.count(now) == 0)
+                if (first != NO_LINE && all.lines[first].input == line.input)
                     moved.emplace(record, now);
             }
     return moved;

@@ -11,17 +11,15 @@ const conf_line *node_notes::own_line(const Frag *frag) const {
 }
 
 size_t node_notes::at(const Frag *frag) const {
-    const conf_line *own = own_line(frag);
-    auto other = own ? others.end() : others.find(frag);
-    uint32_t note = own                     ? by_line[static_cast<size_t>(own - conf.lines.data())]
-                    : other != others.end() ? other->second
-                                            : NO_NOTE;
-    return note == NO_NOTE ? NO_LINE : note;
+    if (const conf_line *own = own_line(frag))
+        return by_line[static_cast<size_t>(own - conf.lines.data())];
+    auto other = others.find(frag);
+    return other == others.end() ? NO_LINE : other->second;
 }
 
 void node_notes::set(const Frag *frag, size_t line) {
     const conf_line *own = own_line(frag);
-    (own ? by_line[static_cast<size_t>(own - conf.lines.data())] : others[frag]) = static_cast<uint32_t>(line);
+    (own ? by_line[static_cast<size_t>(own - conf.lines.data())] : others[frag]) = line;
 }
 
 bool node_notes::add(const Frag *frag, size_t line) {
@@ -72,7 +70,7 @@ result_places::result_places(const configuration &result, bool is_installed, con
             continue;
         if (line.role == line_role::name)
             add(name_key(keys.find(line.node).key), line.node);
-        if (!line.node->value && !is_named(line.node->parent ? line.node->parent : line.node, "lcl"))
+        if (!line.node->value)
             add(keys.find(line.node).key, line.node);
     }
 }
@@ -98,9 +96,9 @@ void result_places::stand(const Frag *frag, size_t line) {
 }
 
 long result_places::number_of(const Frag *frag, const account_line &line) const {
-    auto name = line.said && line.said->role == line_role::name ? name_lines.find(frag) : name_lines.end();
-    if (name != name_lines.end())
-        return name->second;
+    if (line.said && line.said->role == line_role::name)
+        if (auto name = name_lines.find(frag); name != name_lines.end())
+            return name->second;
     const conf_line *there = conf.origin(frag);
     if (!there && frag->parent) // what the layout says by the list that an entry stands in
         there = conf.origin(frag->parent);

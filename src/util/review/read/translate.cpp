@@ -233,6 +233,8 @@ struct translator {
         for (const char *location : {"Inside", "Outside", "Service"}) {
             const Frag *list = by_name.find(location);
             Frag *elements = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
+            if (!elements)
+                continue;
             for (Frag *element : children(elements)) {
                 std::string interface = configuration::value(element, "interface");
                 bool is_plain = !interface.empty() && !says_yes(configuration::value(element, "alias"));

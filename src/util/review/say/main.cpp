@@ -117,10 +117,16 @@ const command_row &parse_words(const std::vector<std::string> &words, CLI::App &
     return *command;
 }
 
-int run(const std::vector<std::string> &words, CLI::App &app) {
+int run(const std::vector<std::string> &words) {
     static review_session &session = *new review_session; // the process frees nothing at its end
+    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
     add_options(app, session);
-    const command_row &command = parse_words(words, app, session);
+    const command_row *command = nullptr;
+    try {
+        command = &parse_words(words, app, session);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
     winsize terminal{};
     if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &terminal) == 0)
         session.width = terminal.ws_col;
@@ -128,11 +134,11 @@ int run(const std::vector<std::string> &words, CLI::App &app) {
         session.progress = [](const std::string &what) {
             fprintf(stderr, "\r\033[K%s ...", shown(what.substr(0, 100)).c_str());
         };
-    session.title = command.title;
+    session.title = command->title;
     session.subject = fmt::format("{}", fmt::join(session.words, " "));
-    bool is_fleet = !command.ask;
+    bool is_fleet = !command->ask;
     if (!is_fleet)
-        command.ask(session);
+        command->ask(session);
     json answer = is_fleet ? sum_up_fleet(session) : answer_object(session.data);
     std::string text = is_fleet ? fleet_text(answer, session) : report_text(answer, session), page;
     if (!session.html.empty())
@@ -147,12 +153,9 @@ int main(int argc, char **argv) {
     prepare_heap(argc, argv, 3);
     signal(SIGXFSZ, SIG_IGN);       // a limit is told by whoever writes
     setlocale(LC_CTYPE, "C.UTF-8"); // characters are shown, else every byte above 127 is escaped
-    CLI::App app("Reviews an upgrade: the same words as for the upgrade, with this name in front.", "moatwall-review");
     int status = 2;
     try {
-        status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc), app);
-    } catch (const CLI::ParseError &error) {
-        status = app.exit(error) == 0 ? 0 : 2;
+        status = run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
     } catch (const std::exception &error) {
         fprintf(stderr, "moatwall-review: %s\n", error.what());
     }
