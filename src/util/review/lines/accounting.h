@@ -45,7 +45,7 @@ struct account_line : line_fate {
 
 /// Lines of inputs by nodes of a result: in a table where a node has a line of the result to itself, as most have.
 struct node_notes {
-    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size(), NO_LINE) {}
+    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size()) {}
     /// The line at a node, `NO_LINE` for none.
     size_t at(const Frag *frag) const;
     void set(const Frag *frag, size_t line);
@@ -54,7 +54,7 @@ struct node_notes {
 
 private:
     const configuration &conf;
-    std::vector<size_t> by_line;
+    std::vector<uint32_t> by_line; ///< one more than the line, 0 for none
     std::unordered_map<const Frag *, size_t> others{};
 
     const conf_line *own_line(const Frag *frag) const;

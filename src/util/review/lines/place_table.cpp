@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <fmt/format.h>
+#include <optional>
 #include <utility>
 
 using fmt::format;
@@ -251,23 +252,29 @@ void rule_placer::take_turned() {
 
 // The maps of a proxy that the release removes are left, and a numbered result does not say whose their config sets
 // were: the names of these tell.
-static access_side with_removed(const accounting &all, access_side side) {
+static std::optional<access_side> with_removed(const accounting &all, const access_side &side) {
+    std::optional<access_side> made;
     std::multimap<std::string, size_t> maps; // that permit, by their policies
-    for (size_t i = 0; i < side.maps.size(); i++)
-        if (side.maps[i].permit)
-            maps.emplace(side.maps[i].policy, i);
-    for (const std::string &proxy : all.in.before.proxies)
-        for (const Frag *policy :
-             is_dropped_proxy(proxy, all.data.release) ? side.conf->children("policy") : std::vector<Frag *>())
+    for (const std::string &proxy : all.in.before.proxies) {
+        if (!is_dropped_proxy(proxy, all.data.release))
+            continue;
+        for (size_t i = 0; !made && i < side.maps.size(); i++)
+            if (side.maps[i].permit)
+                maps.emplace(side.maps[i].policy, i);
+        if (!made)
+            made = side;
+        for (const Frag *policy : side.conf->children("policy"))
             for (const Frag *entry : configuration::children(policy, "proxy"))
                 if (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-'))
                     for (auto [at, end] = maps.equal_range(clear_name(policy)); at != end; ++at)
-                        side.maps_of[proxy].push_back(at->second);
-    return side;
+                        made->maps_of[proxy].push_back(at->second);
+    }
+    return made;
 }
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
-    rule_placer placer{all, result, with_removed(all, side), own};
+    std::optional<access_side> more = with_removed(all, side);
+    rule_placer placer{all, result, more ? *more : side, own};
     for (account_line &line : all.lines) {
         if (all.inputs[line.input].table) {
             line.place = nullptr;

@@ -12,7 +12,7 @@
 struct rule_placer {
     accounting &all;
     result_places &result;
-    access_side side;
+    const access_side &side;
     bool own;
     using index = std::multimap<std::pair<const Frag *, std::string>, const Frag *>;
     index parameters{};                                 ///< of proxies and config sets, by all that they say

@@ -11,15 +11,19 @@ const conf_line *node_notes::own_line(const Frag *frag) const {
 }
 
 size_t node_notes::at(const Frag *frag) const {
-    if (const conf_line *own = own_line(frag))
-        return by_line[static_cast<size_t>(own - conf.lines.data())];
+    if (const conf_line *own = own_line(frag)) {
+        uint32_t note = by_line[static_cast<size_t>(own - conf.lines.data())];
+        return note == 0 ? NO_LINE : note - 1;
+    }
     auto other = others.find(frag);
     return other == others.end() ? NO_LINE : other->second;
 }
 
 void node_notes::set(const Frag *frag, size_t line) {
-    const conf_line *own = own_line(frag);
-    (own ? by_line[static_cast<size_t>(own - conf.lines.data())] : others[frag]) = line;
+    if (const conf_line *own = own_line(frag))
+        by_line[static_cast<size_t>(own - conf.lines.data())] = static_cast<uint32_t>(line + 1);
+    else
+        others[frag] = line;
 }
 
 bool node_notes::add(const Frag *frag, size_t line) {
