@@ -99,17 +99,17 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
             return 8 * is_of_table(after[each]) + 4 * (after[each].permit == rule.permit) + 2 * !taken[each] +
                    (after[each].pattern == rule.pattern);
         };
-        size_t best = NO_LINE;
-        if (auto same = standing.find(lowercase(rule.pattern)); same != standing.end())
-            best = *std::max_element(same->second.begin(), same->second.end(),
-                                     [&](size_t a, size_t b) { return fitness(a) < fitness(b); });
-        const access_rule *there = best == NO_LINE ? nullptr : &after[best];
-        bool has_star = rule.pattern.find('*') != rule.pattern.npos;
         auto [word, is_new] = words.emplace(rule.pattern, rule.line);
         long by = is_new ? 0 : word->second;
+        bool has_star = rule.pattern.find('*') != rule.pattern.npos;
         for (size_t p = 0; by == 0 && p < patterns.size(); p++)
             if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
                 by = patterns[p].second;
+        size_t best = NO_LINE;
+        if (auto same = standing.find(lowercase(rule.pattern)); by == 0 && same != standing.end())
+            best = *std::max_element(same->second.begin(), same->second.end(),
+                                     [&](size_t a, size_t b) { return fitness(a) < fitness(b); });
+        const access_rule *there = best == NO_LINE ? nullptr : &after[best];
         if (by == 0 && has_star && patterns.size() < MOST_PATTERNS) // what is dropped drops nothing
             patterns.emplace_back(rule.pattern, rule.line);
         size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];

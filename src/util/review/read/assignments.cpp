@@ -13,7 +13,7 @@ using namespace std::string_view_literals;
 namespace {
 
 constexpr size_t NAME_LIMIT = FRAGNAME_SIZE - 1;
-constexpr size_t KEY_LIMIT = 1020; // a component that would bring a key beyond it is left out, as in a rendered key
+constexpr size_t KEY_LIMIT = 1020; // a component that would bring those in front of the last beyond it is left out
 
 struct line_reader {
     configuration &conf;
