@@ -1,6 +1,7 @@
 // The accounting as a sequence of steps, the lines that it is about, and what is told of them.
 #include "frag_tools.h"
 #include "lines/accounting.h"
+#include "upgrade.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,6 +21,8 @@ void collect_inputs(accounting &all) {
         bool is_table = step.letter == 'n', is_import = step.letter == 'e';
         if (!is_table && !is_import && step.letter != 'm')
             continue;
+        for (account_input &ahead : all.inputs)
+            ahead.translated = ahead.translated || is_table;
         auto known = std::find_if(all.inputs.begin(), all.inputs.end(), [&](const account_input &input) {
             return input.name == step.argument && (input.table != nullptr) == is_table;
         });
@@ -42,8 +45,6 @@ void collect_inputs(accounting &all) {
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
-        for (account_input &ahead : all.inputs)
-            ahead.translated = ahead.translated || is_table;
         if (!input.table && !input.conf)
             all.inputs.pop_back();
     }
@@ -171,6 +172,11 @@ const account_input *accounting::input_of(const upgrade_step &step) const {
 std::string turned_text(const account_line &line, const Frag *at) {
     return format("{}: it stands with another prefix in the result: {}", line.text,
                   decoded_name(fragkeyname(const_cast<Frag *>(at))));
+}
+
+bool accounting::is_forced(const account_line &line) const {
+    return begins(line.key, "def_proxy_") && data.release >= 40 && data.release != 55 &&
+           is_listed(force_list, line.said->node->name);
 }
 
 std::string_view accounting::value(const account_line &line) const {

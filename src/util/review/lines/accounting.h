@@ -134,6 +134,8 @@ struct accounting {
         return inputs[line.input].last_step < last_import &&
                (begins(line.key, "def_proxy_") || begins(line.key, "policy_") || begins(line.key, "map_"));
     }
+    /// Whether the initial environment forces the value of the line's key.
+    bool is_forced(const account_line &line) const;
     /// The value of a line, and whether it says one at all.
     std::string_view value(const account_line &line) const;
     const table_rule &rule(const account_line &line, size_t number = 0) const {

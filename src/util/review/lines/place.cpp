@@ -308,8 +308,9 @@ void line_placer::place(size_t number) {
     bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && counts &&
                     input.name == all.in.command.old_conf && !input.conf->find("def_proxy");
-    bool is_late = !counts && !input.imported && input.name != all.in.command.init_conf && !is_numbered(line) &&
-                   all.value(line) != text_of(line.said->node);
+    bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
+    bool is_late =
+        !counts && !input.imported && !is_forced && !is_numbered(line) && all.value(line) != text_of(line.said->node);
     // A table takes the value away, and what stands is not said by a line behind the one that counts.
     spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
     // What an import removed, or a policy that stood already, is not turned by another that says the like.

@@ -240,8 +240,10 @@ size_t reason_finder::winner(const account_line &line) const {
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
     bool is_map = is_map_line(line);
-    if (!frag && !is_map)
-        frag = own.conf.find(place_keys::path(line.said->node).c_str());
+    const Frag *under = frag || is_map ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
+    // Of a list in its place the value is not saved; whatever else stands below a key takes no value away.
+    if (under && (is_numbered(line) || (under->child && begins(line.key, "def_proxy_"))))
+        frag = under;
     // Whatever an import makes of a key, it is no longer what another file said by it.
     auto last = imported.find(line.said->key);
     const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
@@ -277,9 +279,7 @@ bool reason_finder::may_win(size_t number, const account_line &line) const {
     const account_line &other = all.lines[number];
     bool is_init = by.name == all.in.command.init_conf;
     const conf_line *forced = (is_init ? other : line).said;
-    bool is_forced =
-        begins(line.key, "def_proxy_") && (of_run & FROM_40) && is_listed(force_list, line.said->node->name);
-    if (is_init != (of.name == all.in.command.init_conf) && is_forced && forced && !forced->value.empty())
+    if (is_init != (of.name == all.in.command.init_conf) && all.is_forced(line) && forced && !forced->value.empty())
         return is_init;
     // An import replaces what is there; of its own lines the last counts.
     if (of.imported && !line.said->value.empty() && !is_numbered(line))
