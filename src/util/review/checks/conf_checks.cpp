@@ -212,11 +212,10 @@ struct checking {
     }
 
     void check_doubles() {
-        std::unordered_map<const Frag *, const conf_line *> setters;
         for (const conf_line &line : conf.lines)
-            if (line.role == line_role::setting)
-                if (auto [first, fresh] = setters.emplace(line.node, &line); !fresh)
-                    say_double(line.node, conf.origin(line.node) == &line ? first->second : &line);
+            if (const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
+                found && found != &line && found->node == line.node)
+                say_double(line.node, &line);
         std::unordered_map<std::string_view, const conf_line *> names; // which say no value of their own
         for (const conf_line &line : conf.lines)
             if (line.role != line_role::setting)
@@ -226,14 +225,14 @@ struct checking {
                                 first->second->line, line.value),
                          conf.name, line.line)
                         .by = {conf.name, first->second->line};
-        for (std::vector<Frag *> lists{conf.tree}; !lists.empty();) {
-            Frag *node = lists.back();
-            std::unordered_map<std::string_view, Frag *> siblings;
-            for (lists.pop_back(); node; node = node->next) {
-                if (auto [known, fresh] = siblings.emplace(node->name, node); !fresh)
-                    say_double(known->second, conf.origin(node));
+        for (std::vector<FragList> lists{conf.db()}; !lists.empty();) {
+            FragList list = lists.back();
+            lists.pop_back();
+            for (Frag *node = *list; node; node = node->next) {
+                if (Frag *found = conf.indexes.find(list, node->name); found != node)
+                    say_double(found, conf.origin(node));
                 if (node->child)
-                    lists.push_back(node->child);
+                    lists.push_back(&node->child);
             }
         }
         say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
