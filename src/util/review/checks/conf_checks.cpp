@@ -214,7 +214,7 @@ struct checking {
     void check_doubles() {
         for (const conf_line &line : conf.lines)
             if (const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
-                found && found != &line && found->node == line.node)
+                found && found != &line && found->node == line.node && found->role == line.role)
                 say_double(line.node, &line);
         std::unordered_map<std::string_view, const conf_line *> names; // which say no value of their own
         for (const conf_line &line : conf.lines)
