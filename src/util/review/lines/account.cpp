@@ -113,16 +113,16 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
     }
 }
 
+constexpr char LACKING[] = "the upgrade writes it, and the result lacks it";
+
 /// What is told of a line that has not turned, if anything is.
-std::pair<const char *, const char *> notice_of(const account_line &line, bool is_own) {
+std::pair<const char *, const char *> notice_of(const account_line &line) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
     if (line.place && is_named(line.place, "comment") && begins(line.key, "pfedit_") &&
         text_of(line.place).size() < line.said->value.size())
         return {"cut", "the comment of a filter rule that has no room for it in the result"};
     if (line.became == fate::unexplained)
         return {"unexplained", "nothing comes of it, and no reason is known"};
-    if (!is_own && !line.place && !line.candidate && line.how == proof::placed)
-        return {"lost", "the upgrade writes it, and the result lacks it"};
     if (!line.place && line.reason == NO_INTERFACE && (covers("ip_*addr", line.key) || covers("*_addr", line.key)))
         return {"left-out", "it has no interface, so that a numbered save drops it"};
     if (!line.place && has_no_place && line.reason.empty())
@@ -130,23 +130,37 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
     return {nullptr, nullptr};
 }
 
-void tell_lines(accounting &all, const result_places &installed, bool is_own) {
+void tell_lines(accounting &all, const result_places &own) {
     for (account_line &line : all.lines) {
-        auto [id, text] = notice_of(line, is_own);
-        finding *found = line.turned ? all.tell_some("turned", turned_text(line, line.place), line)
-                         : id        ? all.tell_some(id, format("{}: {}", line.text, text), line)
-                                     : nullptr;
+        const conf_line *written = line.place ? own.line_at(line.place, line) : nullptr;
+        written_line stands =
+            written ? all.written[static_cast<size_t>(written - own.conf.lines.data())] : written_line();
+        auto [id, text] = notice_of(line);
+        finding *found = nullptr;
+        if (line.turned && (!written || stands.there))
+            found = all.tell_some("turned", turned_text(line, line.place), line);
+        else if (id)
+            found = all.tell_some(id, format("{}: {}", line.text, text), line);
+        else if (line.lost)
+            found = all.tell_some("lost",
+                                  line.rules == 0 && !stands.there
+                                      ? format("{}: {}", line.text, LACKING)
+                                      : format("{}: the upgrade writes {}={} for it, and the result lacks that",
+                                               line.text, line.lost->key, line.lost->value),
+                                  line);
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;
         }
         if (found && line.by != NO_LINE)
             found->by = {all.data.files[line.by_file].name, line.by_line};
-        if (found && line.place)
-            found->result = {all.in.result.name, all.in.result.line_of(line.place)};
-        if (line.became == fate::kept && !line.place) // in a result that is not the upgrade's own
-            std::tie(line.became, line.how) = std::pair(fate::unexplained, proof::not_tried);
-        line.result_line = line.place ? installed.number_of(line.place, line) : 0;
+        if (found && stands.there && !line.lost)
+            found->result = {all.in.result.name, stands.there->line};
+        line.result_line = stands.there ? stands.there->end_line : 0;
+        if (written && !stands.there && line.became <= fate::reshaped) {
+            line.became = fate::unexplained;
+            line.reason = LACKING;
+        }
     }
     for (const account_line &line : all.lines)
         for (long at = line.line; at <= line.end_line; at++)
@@ -199,28 +213,20 @@ void account_lines(const account_inputs &inputs, review_data &data) {
         collect_input(all, i, has_login);
     if (all.has_tables)
         file_rules(all);
-    bool is_own = &inputs.result == &inputs.own;
-    result_places installed(inputs.result, true, all.records);
-    std::optional<result_places> own;
+    result_places own(inputs.own, all.records);
     access_side own_side;
-    if (!is_own) {
-        own.emplace(inputs.own, false, all.records);
+    bool is_own = &inputs.result == &inputs.own;
+    if (!is_own)
         own_side.set_maps(inputs.own);
-    }
-    result_places &written = is_own ? installed : *own;
-    place_conf_lines(all, written, true);
+    place_conf_lines(all, own);
     if (all.has_tables)
-        place_table_lines(all, written, is_own ? inputs.after : own_side, true);
-    find_reasons(all, written);
+        place_table_lines(all, own, is_own ? inputs.after : own_side);
+    find_reasons(all, own);
     inputs.progress("leaving out what has no place");
     prove_candidates(all);
-    if (!is_own) {
-        place_conf_lines(all, installed, false);
-        if (all.has_tables)
-            place_table_lines(all, installed, inputs.after, false);
-    }
-    find_origins(all, installed);
-    check_standing(all, installed);
-    check_records(all, installed);
-    tell_lines(all, installed, is_own);
+    find_origins(all, own);
+    match_installed(all);
+    check_standing(all, own);
+    check_records(all, own);
+    tell_lines(all, own);
 }

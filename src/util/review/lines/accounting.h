@@ -37,10 +37,11 @@ struct account_line : line_fate {
     std::string key;                 ///< of a configuration: where it says what it says
     std::string other_key;           ///< of a count of maps: as a map; of what a filter rule's text says: the rule's
     long bits = 0;
-    bool candidate = false;      ///< it has no place of its own in what the upgrade writes
-    const Frag *place = nullptr; ///< in the result as it stands
-    bool turned = false;         ///< it stands there with another prefix
-    size_t by = NO_LINE;         ///< the line that says the same, or that overrides it
+    bool candidate = false;          ///< it has no place of its own in what the upgrade writes
+    const Frag *place = nullptr;     ///< in what the upgrade writes
+    bool turned = false;             ///< it stands there with another prefix
+    const conf_line *lost = nullptr; ///< of what the upgrade writes for it, a line that the installed file lacks
+    size_t by = NO_LINE;             ///< the line that says the same, or that overrides it
 };
 
 /// Lines of inputs by nodes of a result: in a table where a node has a line of the result to itself, as most have.
@@ -60,15 +61,14 @@ private:
     const conf_line *own_line(const Frag *frag) const;
 };
 
-/// A result in which lines are looked for.
+/// What the upgrade writes, in which lines are looked for.
 struct result_places {
     const configuration &conf;
-    bool installed; ///< it is the one that is reviewed, and what it lacks is told
     place_keys keys;
     std::unordered_multimap<size_t, const Frag *> index; ///< by the hashes of place keys
     node_notes valued, named;                            ///< the line that gives a node its value, or its name
     node_notes from;                                     ///< the line that stands at a node, or first below it
-    std::unordered_map<const Frag *, long> name_lines;   ///< where in the result a node is named
+    std::unordered_map<const Frag *, const conf_line *> name_lines; ///< where in the result a node is named
     /// The interfaces whose lists of aliases have such a name.
     std::unordered_map<std::string_view, const Frag *> alias_lists;
 
@@ -76,7 +76,7 @@ struct result_places {
     std::unordered_map<const conf_line *, Frag> doubles;
 
     /// Only what is below records that inputs speak of can be found by its key.
-    result_places(const configuration &result, bool is_installed, const std::unordered_set<std::string> &spoken_of);
+    result_places(const configuration &result, const std::unordered_set<std::string> &spoken_of);
     void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
     /// The nodes of that place key.
     std::vector<const Frag *> at(const std::string &key);
@@ -84,8 +84,8 @@ struct result_places {
     void claim(const Frag *frag, size_t line);
     /// The same for a value that no other line stands for.
     void stand(const Frag *frag, size_t line);
-    /// Where in the result a line stands that was placed at the node.
-    long number_of(const Frag *frag, const account_line &line) const;
+    /// The line of the result by which a line of an input stands there that was placed at the node.
+    const conf_line *line_at(const Frag *frag, const account_line &line) const;
 };
 
 /// A rule of a table as one owner has it: a proxy, or the template of a policy.
@@ -106,6 +106,14 @@ struct filed_rules {
     std::unordered_map<size_t, std::string> reasons{}; ///< of lines that have no place with an owner
 };
 
+/// One line of what the upgrade writes: where it comes from, and where it stands in the installed file.
+struct written_line {
+    origin from = origin::nowhere;
+    size_t of = NO_LINE;              ///< of an input, in the accounting's `lines`
+    const conf_line *there = nullptr; ///< null if the file lacks it
+    bool turned = false;              ///< it stands there with another prefix
+};
+
 struct accounting {
     const account_inputs &in;
     review_data &data;
@@ -118,6 +126,7 @@ struct accounting {
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
     filed_rules filed{};
 
+    std::vector<written_line> written{};  ///< for each line of what the upgrade writes
     std::map<std::string, size_t> told{}; ///< findings by their names
 
     accounting(const account_inputs &from, review_data &into) : in(from), data(into) {}
@@ -151,10 +160,9 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 
 // The steps, in their order.
 
-/// Looks for the place of every line in a result. With `own` it is what the upgrade writes, and decides which lines are
-/// candidates; else only their places are noted.
-void place_conf_lines(accounting &all, result_places &result, bool own);
-void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own);
+/// Looks for the place of every line in what the upgrade writes; those without one are candidates.
+void place_conf_lines(accounting &all, result_places &result);
+void place_table_lines(accounting &all, result_places &result, const access_side &side);
 /// Files the rules of all tables under their proxies.
 void file_rules(accounting &all);
 /// Why a line of a table has no place, empty if no reason is known.
@@ -192,7 +200,10 @@ void check_records(accounting &all, const result_places &result);
 std::string blanked(const std::string &text, const std::vector<bool> &blank);
 /// Runs the upgrade without the candidates, and says of each what came of it.
 void prove_candidates(accounting &all);
-/// Fills `data.origins` for each line of the result and tells of those that come from nowhere.
+/// Finds where each line of what the upgrade writes comes from, and tells what the release sets and is not there.
 void find_origins(accounting &all, result_places &result);
+/// Looks for each line of what the upgrade writes in the installed file, which may have been changed. Fills
+/// `data.origins` for each line of that file, and tells of those that come from nowhere.
+void match_installed(accounting &all);
 
 #endif

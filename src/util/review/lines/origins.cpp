@@ -29,7 +29,7 @@ struct origin_finder {
     size_t input_line(const conf_line &line) const;
     bool is_release(const conf_line &line) const;
     bool is_layout(const conf_line &line) const;
-    void find(const conf_line &line);
+    written_line find(const conf_line &line) const;
     void tell_missing() const;
     void check_interfaces() const;
 };
@@ -141,9 +141,7 @@ bool origin_finder::is_layout(const conf_line &line) const {
     });
 }
 
-void origin_finder::find(const conf_line &line) {
-    line_origin made_of;
-    made_of.line = line.line;
+written_line origin_finder::find(const conf_line &line) const {
     bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
     // A name that begins like a prefix is written otherwise than it is stored.
     std::string value(line.value);
@@ -168,23 +166,13 @@ void origin_finder::find(const conf_line &line) {
     for (bool is_whole = rule && result.valued.at(line.node) != NO_LINE; rule && !is_whole; rule = rule->next)
         if (result.valued.at(rule) == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
             from = NO_LINE;
-    if (from != NO_LINE) {
-        made_of.from = origin::input;
-        made_of.file = all.lines[from].file;
-        made_of.input_line = all.lines[from].line;
-    } else if (is_global) {
-        all.tell_some("from-nowhere", format("{}={}: the proxy for all is saved as *", line.key, line.value),
-                      all.in.result.name, line.line);
-    } else if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos) {
-        made_of.from = origin::layout;
-    } else if (line.node && is_release(line)) {
-        made_of.from = origin::release;
-    } else {
-        all.tell_some("from-nowhere", format("{}={}: no input says it, nor does the release", line.key, line.value),
-                      all.in.result.name, line.line);
-    }
-    for (; made_of.line <= line.end_line; made_of.line++)
-        all.data.origins.push_back(made_of);
+    if (from != NO_LINE)
+        return {origin::input, from};
+    if (is_global)
+        return {};
+    if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos)
+        return {origin::layout};
+    return {line.node && is_release(line) ? origin::release : origin::nowhere};
 }
 
 // Whether a list stands in the place of a value, which is not saved then.
@@ -256,7 +244,7 @@ void find_origins(accounting &all, result_places &result) {
     origin_finder finder{all, result};
     finder.prepare();
     for (const conf_line &line : result.conf.lines)
-        finder.find(line);
+        all.written.push_back(finder.find(line));
     finder.tell_missing();
     if (all.in.command.numbered())
         finder.check_interfaces();

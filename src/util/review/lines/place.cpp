@@ -19,16 +19,12 @@ struct spot {
 struct line_placer {
     accounting &all;
     result_places &result;
-    bool own;
-    /// The addresses of an input's list of elements, once they are asked for.
-    std::unordered_map<const Frag *, std::unordered_set<std::string>> addresses{};
 
     void place(size_t number);
     spot find(const account_line &line, const std::string &key) const;
     spot find_free(const account_line &line) const;
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
-    bool is_of_another(const account_line &line, const Frag *frag);
     bool place_moved(size_t number);
     bool place_fields(size_t number);
     /// Whether another line stands there; of a filter rule, one of its fields.
@@ -52,8 +48,6 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     bool is_free = standing.add(frag, number);
     if (is_free)
         result.claim(frag, number);
-    if (!own)
-        return true;
     // What the result's own line says otherwise, or not at all, is in another shape.
     const conf_line *there = result.conf.origin(frag);
     bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
@@ -66,19 +60,6 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     return true;
 }
 
-// Whether the file of a line of an element has the address that the number leads to in another element of the list.
-bool line_placer::is_of_another(const account_line &line, const Frag *frag) {
-    const Frag *element = at_depth(line.said->node, 4);
-    std::string address = configuration::value(element, "addr"),
-                there = configuration::value(at_depth(frag, 4), "addr");
-    if (address.empty() || address == there)
-        return false;
-    auto [known, is_new] = addresses.try_emplace(element->parent);
-    for (const Frag *each = is_new ? element->parent->child : nullptr; each; each = each->next)
-        known->second.insert(configuration::value(each, "addr"));
-    return known->second.count(there) != 0;
-}
-
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
 // still the same.
 bool line_placer::place_by_number(size_t number) {
@@ -89,7 +70,7 @@ bool line_placer::place_by_number(size_t number) {
         path.compare(0, numbered, line.key, 0, numbered) != 0)
         return false;
     const Frag *frag = result.conf.find(path.c_str());
-    if (!frag || !frag->value || text_of(frag) != all.value(line) || (!own && is_of_another(line, frag)))
+    if (!frag || !frag->value || text_of(frag) != all.value(line))
         return false;
     return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
 }
@@ -202,8 +183,7 @@ bool line_placer::place_words(size_t number, const char *list) {
         result.stand(key, number);
     }
     for (const std::string &word : missing)
-        if (result.installed)
-            all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
+        all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
     return true;
 }
 
@@ -231,7 +211,7 @@ bool line_placer::place_name(size_t number) {
     if (!frag || (frag->value && text_of(frag) != all.value(line)))
         return false;
     place_at(number, frag, false);
-    line.became = own && !result.conf.numbered ? fate::reshaped : line.became;
+    line.became = result.conf.numbered ? line.became : fate::reshaped;
     return true;
 }
 
@@ -298,10 +278,8 @@ spot line_placer::find_free(const account_line &line) const {
 
 void line_placer::place(size_t number) {
     account_line &line = all.lines[number];
-    line.place = nullptr;
-    line.turned = false;
     if (!line.said || !line.said->node || is_renamed(*line.said)) {
-        line.candidate = own || line.candidate;
+        line.candidate = true;
         return;
     }
     const account_input &input = all.inputs[line.input];
@@ -329,20 +307,19 @@ void line_placer::place(size_t number) {
     const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
     if (bare && bare->value && bare->vlen == 0 && bare->child)
         result.stand(bare, number);
-    if (own && !found)
-        line.candidate = true;
+    line.candidate = !found || line.candidate;
 }
 
 } // namespace
 
-void place_conf_lines(accounting &all, result_places &result, bool own) {
-    line_placer placer{all, result, own};
+void place_conf_lines(accounting &all, result_places &result) {
+    line_placer placer{all, result};
     for (bool removed : {false, true}) // what goes has the place that others leave
         for (size_t i = 0; i < all.lines.size(); i++) {
             account_line &line = all.lines[i];
             const account_input &input = all.inputs[line.input];
             if (input.conf && !input.unread && all.is_removed(line) == removed)
                 placer.place(i);
-            line.candidate = line.candidate || (own && input.unread);
+            line.candidate = line.candidate || input.unread;
         }
 }

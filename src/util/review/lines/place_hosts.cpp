@@ -45,8 +45,7 @@ void rule_placer::place_hosts() {
                  is_same ? format("in map {}", side.maps[map].number) : "as a host equal but for the case of letters");
             if (!is_group)
                 continue;
-            if (first && map < last_map && result.installed && all.in.before.tables.size() == 1 &&
-                all.inputs.front().table)
+            if (first && map < last_map && all.in.before.tables.size() == 1 && all.inputs.front().table)
                 all.tell_some("unexplained", format("map {} stands in another order", side.maps[map].number),
                               all.in.result.name, side.maps[map].line);
             if (!maps.empty())

@@ -19,12 +19,9 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
     account_line &line = all.lines[number];
     if (!line.place) {
         line.place = frag;
-        line.turned = false;
-        if (own) {
-            line.became = fate::reshaped;
-            line.candidate = false;
-            line.reason = std::move(reason);
-        }
+        line.became = fate::reshaped;
+        line.candidate = false;
+        line.reason = std::move(reason);
     }
     result.valued.add(frag, number);
     if (result.from.at(frag) == NO_LINE)
@@ -58,7 +55,7 @@ void rule_placer::index_result() {
 }
 
 void rule_placer::tell_lost(size_t number, std::string text) {
-    if (result.installed && all.inputs[all.lines[number].input].last_step >= all.last_import)
+    if (all.inputs[all.lines[number].input].last_step >= all.last_import)
         all.tell_some("lost", std::move(text), all.lines[number]);
 }
 
@@ -168,10 +165,10 @@ void rule_placer::place_destinations(const std::string &owner, const std::string
             rules.size() == 1 ? place_destination(owner, name, "destination", rule)
                               : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
         long there = record ? strtol(record->name, nullptr, 10) : last;
-        if (!record && result.installed) // an import leaves it
+        if (!record) // an import leaves it
             all.tell_some("lost", format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text),
                           all.lines[rule.line]);
-        else if (std::exchange(last, there) < there && result.installed)
+        else if (std::exchange(last, there) < there)
             all.tell_some("unexplained", format("record {} of dest stands in another order", there), all.in.result.name,
                           result.conf.line_of(record));
     }
@@ -243,8 +240,7 @@ void rule_placer::take_turned() {
         bool is_placed = line.place != nullptr;
         note(number, frag, "with another prefix");
         line.turned = line.turned || !is_placed;
-        finding *told =
-            is_placed && result.installed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr;
+        finding *told = is_placed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr;
         if (told)
             told->result = {all.in.result.name, result.conf.line_of(frag)};
     }
@@ -272,16 +268,11 @@ static std::optional<access_side> with_removed(const accounting &all, const acce
     return made;
 }
 
-void place_table_lines(accounting &all, result_places &result, const access_side &side, bool own) {
+void place_table_lines(accounting &all, result_places &result, const access_side &side) {
     std::optional<access_side> more = with_removed(all, side);
-    rule_placer placer{all, result, more ? *more : side, own};
-    for (account_line &line : all.lines) {
-        if (all.inputs[line.input].table) {
-            line.place = nullptr;
-            line.turned = false;
-            line.candidate = own || line.candidate;
-        }
-    }
+    rule_placer placer{all, result, more ? *more : side};
+    for (account_line &line : all.lines)
+        line.candidate = line.candidate || all.inputs[line.input].table;
     placer.index_result();
     placer.place_hosts();
     placer.place_attributes();

@@ -13,7 +13,6 @@ struct rule_placer {
     accounting &all;
     result_places &result;
     const access_side &side;
-    bool own;
     using index = std::multimap<std::pair<const Frag *, std::string>, const Frag *>;
     index parameters{};                                 ///< of proxies and config sets, by all that they say
     std::multimap<std::string, const Frag *> records{}; ///< of destinations, by their descriptions
@@ -26,7 +25,7 @@ struct rule_placer {
     void index_result();
     /// Notes that a rule, the line with that number, stands at `frag`; as the line's place if it has none yet.
     void note(size_t number, const Frag *frag, std::string reason);
-    /// Tells a loss, unless the result is not the installed one.
+    /// Tells a loss, unless an import takes the line away.
     void tell_lost(size_t number, std::string text);
     /// Places the rules for hosts with what is made of them: partners by index, before and after; the map, and the
     /// config set with the words of the tail.

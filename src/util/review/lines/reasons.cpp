@@ -317,8 +317,7 @@ void check_standing(accounting &all, result_places &result) {
         if (!line.place || !line.said || !line.said->node)
             continue;
         // The layout makes names anew.
-        bool is_left = line.candidate && result.valued.at(line.place) == i; // in a result that is not the upgrade's
-        bool is_own = line.said->role == line_role::setting && line.said->node->value && (!line.candidate || is_left) &&
+        bool is_own = line.said->role == line_role::setting && line.said->node->value && !line.candidate &&
                       !repeated[i] && !is_named(line.said->node, "name");
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)

@@ -39,10 +39,11 @@ void check_owners(accounting &all, const result_places &result) {
     }
 }
 
-// The numbered records of inputs, and what they are in the result, but for those that another file or a table says,
-// too.
-std::unordered_map<const Frag *, const Frag *> moved_records(const accounting &all, const result_places &result) {
-    std::unordered_map<const Frag *, const Frag *> moved;
+using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in the result
+
+// The numbered records of inputs, but for those that another file or a table says, too.
+moved_records records_of_inputs(const accounting &all, const result_places &result) {
+    moved_records moved;
     for (const account_line &line : all.lines)
         if (line.place && !line.candidate && line.other_key.empty() && is_numbered(line))
             for (size_t depth : {1, 2}) {
@@ -54,25 +55,26 @@ std::unordered_map<const Frag *, const Frag *> moved_records(const accounting &a
     return moved;
 }
 
-// They keep the order that they have in their file; the maps of a later file come behind.
-void check_order(accounting &all, const result_places &result, const char *family,
-                 const std::unordered_map<const Frag *, const Frag *> &moved) {
+// The records of a family, and which of them stands in which place.
+std::unordered_map<const Frag *, size_t> order_of(const configuration &result, const char *family) {
     std::unordered_map<const Frag *, size_t> order;
-    for (const Frag *record : result.conf.children(family))
+    for (const Frag *record : result.children(family))
         if (is_digit(*record->name)) // others are not sorted
             order.emplace(record, order.size());
-    size_t last = 0;
-    for (const account_input &input : all.inputs) {
-        last = std::string_view(family) == "map" ? last : 0;
-        for (const Frag *record : input.conf ? input.conf->children(family) : std::vector<Frag *>()) {
-            auto found = moved.find(record);
-            auto at = found == moved.end() ? order.end() : order.find(found->second);
-            if (at != order.end() && at->second < last)
-                all.tell_some("unexplained",
-                              std::string("the records of ") + family + " stand in another order in the result",
-                              input.name, input.conf->line_of(record));
-            last = at == order.end() ? last : std::max(last, at->second);
-        }
+    return order;
+}
+
+// Whether they keep the order that they have in a file behind those up to `last`, which grows.
+void check_order(accounting &all, const configuration &file, const char *family, const moved_records &moved,
+                 const std::unordered_map<const Frag *, size_t> &order, size_t &last) {
+    for (const Frag *record : file.children(family)) {
+        auto found = moved.find(record);
+        auto at = found == moved.end() ? order.end() : order.find(found->second);
+        if (at != order.end() && at->second < last)
+            all.tell_some("unexplained",
+                          std::string("the records of ") + family + " stand in another order in the result", file.name,
+                          file.line_of(record));
+        last = at == order.end() ? last : std::max(last, at->second);
     }
 }
 
@@ -80,7 +82,20 @@ void check_order(accounting &all, const result_places &result, const char *famil
 
 void check_records(accounting &all, const result_places &result) {
     check_owners(all, result);
-    std::unordered_map<const Frag *, const Frag *> moved = moved_records(all, result);
-    for (const char *const *family = numbered_families; *family; family++)
-        check_order(all, result, *family, moved);
+    moved_records moved = records_of_inputs(all, result), installed;
+    for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++)
+        if (const conf_line &was = all.in.own.lines[i], *is = all.written[i].there; is && was.node)
+            for (size_t depth : {1, 2})
+                installed.emplace(at_depth(was.node, depth), at_depth(is->node, depth));
+    for (const char *const *family = numbered_families; *family; family++) {
+        auto order = order_of(result.conf, *family);
+        size_t last = 0;
+        for (const account_input &input : all.inputs) {
+            last = std::string_view(*family) == "map" ? last : 0; // those of a later file come behind
+            if (input.conf)
+                check_order(all, *input.conf, *family, moved, order, last);
+        }
+        last = 0;
+        check_order(all, result.conf, *family, installed, order_of(all.in.result, *family), last);
+    }
 }

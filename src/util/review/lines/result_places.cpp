@@ -33,8 +33,8 @@ bool node_notes::add(const Frag *frag, size_t line) {
     return is_free;
 }
 
-result_places::result_places(const configuration &result, bool is_installed, const std::unordered_set<std::string> &of)
-    : conf(result), installed(is_installed), keys(result), valued(result), named(result), from(result) {
+result_places::result_places(const configuration &result, const std::unordered_set<std::string> &of)
+    : conf(result), keys(result), valued(result), named(result), from(result) {
     std::unordered_set<const Frag *> looked_at;
     std::vector<std::pair<const Frag *, size_t>> pending = {{result.tree, 0}}; // with their depths
     while (!pending.empty()) {
@@ -66,7 +66,7 @@ result_places::result_places(const configuration &result, bool is_installed, con
             add(keys.find(&twin).key, &twin);
         }
         if (line.node && line.role == line_role::name) {
-            name_lines.emplace(line.node, line.line);
+            name_lines.emplace(line.node, &line);
             if (covers("*$INTERFACE", line.value))
                 alias_lists.insert_or_assign(line.value, line.node);
         }
@@ -99,12 +99,12 @@ void result_places::stand(const Frag *frag, size_t line) {
         claim(frag, line);
 }
 
-long result_places::number_of(const Frag *frag, const account_line &line) const {
+const conf_line *result_places::line_at(const Frag *frag, const account_line &line) const {
     if (line.said && line.said->role == line_role::name)
         if (auto name = name_lines.find(frag); name != name_lines.end())
             return name->second;
     const conf_line *there = conf.origin(frag);
     if (!there && frag->parent) // what the layout says by the list that an entry stands in
         there = conf.origin(frag->parent);
-    return there ? there->end_line : 0;
+    return there;
 }
