@@ -64,7 +64,7 @@ struct checking {
             doubt({}, "leave it out", "{} is passed over: it belongs to no option and is not the last word",
                   command.words[index]);
         if (!command.refused.empty())
-            doubt({}, "name the result last", "the upgrade refuses this command line: {}", command.refused);
+            doubt({}, "correct the word", "the upgrade refuses this command line: {}", command.refused);
         else if (!command.has_output)
             doubt({}, "name the output last", "-{} took the last word, {}: the result goes to standard output",
                   command.steps.back().letter, command.words.back());
@@ -108,8 +108,8 @@ struct checking {
             if (letter == 'R' && !(merged.empty() && met.empty() && imported.empty()))
                 doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
                       file);
-            if (letter == 'n' && is_one_of(met, file))
-                doubt({}, "name it once", "{} is named twice by -n: its rules are translated twice", file);
+            if (strchr("ne", letter) && is_one_of(ahead[letter], file))
+                doubt({}, "name it once", "{} is named twice by -{}: what it says is taken in twice", file, letter);
             if (letter == 'n' && data.release >= 40)
                 doubt({}, "leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
                       newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
@@ -136,7 +136,8 @@ struct checking {
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
                     .leads = true;
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt({}, by_table ? "take it in the canonical layout" : "name it by -e, too",
+                doubt({},
+                      file == command.old_conf && !by_table ? "name it by -e, too" : "take it in the canonical layout",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file)
                     .leads = true;

@@ -39,9 +39,11 @@ line_signs look_at_lines(std::string_view text) {
             signs.zeros.see(number);
         if (line.find('\r') != line.npos)
             signs.returns.see(number);
-        if (size_t end = line.find_last_not_of(" \t") + 1; end > 0 && end < line.size())
+        size_t sign = line.find_first_of(":=");
+        bool is_hosts = sign < line.find("hosts") && line[sign] == ':'; // which blanks separate
+        if (size_t end = line.find_last_not_of(" \t") + 1; end > 0 && end < line.size() && !is_hosts)
             signs.blanks.see(number);
-        if (size_t sign = line.find_first_of(":="); sign != line.npos && line[0] != '#')
+        if (sign != line.npos && line[0] != '#')
             (line[sign] == ':' ? signs.rules : signs.assignments)++;
     }
     return signs;

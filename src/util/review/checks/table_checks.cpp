@@ -71,7 +71,7 @@ struct host_row {
 const host_row host_rows[] = {
     {[](std::string_view host) { return host.find(',') != host.npos; },
      "{} is one word with a comma, and no host has it", "hosts stand apart by blanks"},
-    {[](std::string_view host) { return host.find_first_of("?[]!\"'") != host.npos; },
+    {[](std::string_view host) { return host.find_first_of("?[]!\"'#\\") != host.npos; },
      "{} stands for itself alone: * is the one sign that means others", "write hosts, and patterns with *"},
     {is_range, "{} is compared as text and covers no address in it", "write hosts, and patterns with *"},
     {is_no_address, "{} is no address: its numbers are four, and none above 255", "write the address"},
@@ -83,6 +83,7 @@ struct checking {
     review_data &data;
     adviser doubt{data, "file"};
     std::vector<std::string_view> words{}; // all hosts, sorted
+    std::set<std::string> templates{};     // those that the table has, and those that were told
 
     void check_host(const place &at, std::string_view host) const {
         for (const auto &[fits, text, advice] : host_rows)
@@ -97,7 +98,7 @@ struct checking {
             doubt(at, network + " is meant?", "{} stands for itself alone, and nothing else names its network", host);
     }
 
-    void check_rule(const table_rule &rule) const {
+    void check_rule(const table_rule &rule) {
         place at{table.name, rule.line};
         if (rule.names[0][0] == '#')
             return void(doubt(at, "move the # to the start",
@@ -107,12 +108,16 @@ struct checking {
                 doubt(at, format("{} is meant?", meant), "{} means nothing", rule.word);
             return;
         }
-        std::vector<std::string_view> hosts = split_hosts(rule.text).hosts;
+        rule_hosts split = split_hosts(rule.text);
+        const std::vector<std::string_view> &hosts = split.hosts;
         if (hosts[0].empty() || hosts[0][0] == '-')
             doubt(at, "name hosts, or remove the line", "{} names no host: {}", rule.word,
                   hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
         for (std::string_view host : hosts)
             check_host(at, host);
+        if (std::string policy = split_options(split.tail).policy; !policy.empty() && templates.insert(policy).second)
+            doubt(at, "name one that the table has", "no rule of the table is for {}: the hosts get nothing from it",
+                  policy);
     }
 
     // Proxies that nobody knows.
@@ -173,10 +178,12 @@ std::string network_pattern(std::string_view word) {
 void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data) {
     size_t before = data.findings.size();
     checking check{table, data};
-    for (const table_rule &rule : table.rules)
+    for (const table_rule &rule : table.rules) {
+        check.templates.insert(rule.names.begin(), rule.names.end());
         if (rule.attribute == "hosts")
             for (std::string_view host : split_hosts(rule.text).hosts)
                 check.words.push_back(host);
+    }
     std::sort(check.words.begin(), check.words.end());
     if (old)
         check.check_site(*old);

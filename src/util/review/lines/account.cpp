@@ -116,10 +116,11 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
 constexpr char LACKING[] = "the upgrade writes it, and the result lacks it";
 
 /// What is told of a line that has not turned, if anything is.
-std::pair<const char *, const char *> notice_of(const account_line &line) {
+std::pair<const char *, const char *> notice_of(const account_line &line, bool is_numbered) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
-    if (line.place && is_named(line.place, "comment") && begins(line.key, "pfedit_") &&
-        text_of(line.place).size() < line.said->value.size())
+    bool is_rule = line.place && begins(line.key, "pfedit_");
+    if (is_rule && (is_named(line.place, "comment") ? text_of(line.place).size() < line.said->value.size()
+                                                    : is_numbered && line.said->value.size() > RULE_LIMIT))
         return {"cut", "the comment of a filter rule that has no room for it in the result"};
     if (line.became == fate::unexplained)
         return {"unexplained", "nothing comes of it, and no reason is known"};
@@ -135,7 +136,7 @@ void tell_lines(accounting &all, const result_places &own) {
         const conf_line *written = line.place ? own.line_at(line.place, line) : nullptr;
         written_line stands =
             written ? all.written[static_cast<size_t>(written - own.conf.lines.data())] : written_line();
-        auto [id, text] = notice_of(line);
+        auto [id, text] = notice_of(line, own.conf.numbered);
         finding *found = nullptr;
         if (line.turned && (!written || stands.there))
             found = all.tell_some("turned", turned_text(line, line.place), line);

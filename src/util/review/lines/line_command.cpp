@@ -4,20 +4,23 @@
 #include "lines/accounting.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fmt/format.h>
 #include <tuple>
 
 using fmt::format;
 
-void review_line(const upgrade_command &command, const std::string &file, long line, loaded_files &files,
+void review_line(const upgrade_command &command, const std::string &path, long line, loaded_files &files,
                  review_data &data) {
-    const std::string *text = files.bytes(file);
     bool is_table = false, is_input = false;
-    for (const upgrade_step &step : command.steps) {
-        bool names = step.letter != 'V' && step.letter != 'R' && step.argument == file;
-        is_input = is_input || names;
-        is_table = is_table || (names && step.letter == 'n');
-    }
+    std::string file = path; // as the command names it
+    for (const upgrade_step &step : command.steps)
+        if (strchr("nme", step.letter) && (step.argument == path || same_file(step.argument, path))) {
+            is_input = true;
+            is_table = is_table || step.letter == 'n';
+            file = step.argument;
+        }
+    const std::string *text = files.bytes(file);
     bool is_there = text && line >= 1 && line <= std::count(text->begin(), text->end(), '\n') + 1;
     if (!is_input || !is_there) {
         tell(data, "trouble",

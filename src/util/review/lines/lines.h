@@ -27,7 +27,7 @@ void account_lines(const account_inputs &inputs, review_data &data);
 
 /// What would be another without one line of an input: runs the upgrade without it and fills `data.findings` with the
 /// differences by meaning, both sides with their lines. `line` is as an editor counts.
-void review_line(const upgrade_command &command, const std::string &file, long line, loaded_files &files,
+void review_line(const upgrade_command &command, const std::string &path, long line, loaded_files &files,
                  review_data &data);
 
 #endif

@@ -39,6 +39,26 @@ void check_owners(accounting &all, const result_places &result) {
     }
 }
 
+// Tells records whose fields are of several files, since these merge by number: as it stands nobody wrote the record.
+void check_mixed(accounting &all, const result_places &result, const char *family) {
+    for (const Frag *record : result.conf.children(family)) {
+        size_t first = NO_LINE, last = 0;
+        for (const Frag *field = record->child; field; field = field->next)
+            if (size_t of = result.valued.at(field); of != NO_LINE && all.lines[of].said) {
+                first = std::min(first, of);
+                last = std::max(last, of);
+            }
+        if (first == NO_LINE || all.lines[first].input == all.lines[last].input)
+            continue;
+        const account_line &line = all.lines[first], &other = all.lines[last];
+        std::string text =
+            std::string("record ") + clear_name(record) + " of " + family + " is of fields of two files: ";
+        finding *told = all.tell_some("mixed", text.append(line.text).append(" and ").append(other.text), line);
+        if (told)
+            told->by = {all.inputs[other.input].name, other.line};
+    }
+}
+
 using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in the result
 
 // The numbered records of inputs, but for those that another file or a table says, too.
@@ -88,6 +108,7 @@ void check_records(accounting &all, const result_places &result) {
             for (size_t depth : {1, 2})
                 installed.emplace(at_depth(was.node, depth), at_depth(is->node, depth));
     for (const char *const *family = numbered_families; *family; family++) {
+        check_mixed(all, result, *family);
         auto order = order_of(result.conf, *family);
         size_t last = 0;
         for (const account_input &input : all.inputs) {

@@ -20,6 +20,7 @@ const finding_row finding_names[] = {
     {"wider", grade::decide, "way in that was closed before", "ways in that were closed before"},
     {"narrower", grade::decide, "way in that is closed now", "ways in that are closed now"},
     {"options", grade::decide, "rule whose options are others", "rules whose options are others"},
+    {"mixed", grade::decide, "record of two files", "records of two files"},
     {"lost", grade::decide, "value lost", "values lost"},
     {"unexplained", grade::wrong, "line unexplained", "lines unexplained"},
     {"from-nowhere", grade::wrong, "line from nowhere", "lines from nowhere"},
