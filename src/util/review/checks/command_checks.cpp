@@ -157,7 +157,7 @@ struct checking {
     // The proxies that were in use, and for which the release has a program, but this environment has none.
     std::set<std::string> without_program() const {
         const configuration *conf = files.conf(imports.empty() ? command.old_conf : imports[0]);
-        std::set<std::string> lacking, used = conf ? switched_on(*conf) : lacking;
+        std::set<std::string> lacking, used = conf ? switched(*conf, true) : lacking;
         for (const std::string &file : data.release < 40 ? tables : strings())
             for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())
                 if (rule.attribute == "hosts")

@@ -19,7 +19,11 @@ const std::string_view counted[][2] = {
     {"num_group", "group_"},           {"num_parms", "parm_"},        {"num_elements", "element_"},
     {"num_members", "member_"}};
 
-// The counts of every numbered save.
+// The counts without which the entries of their families are not read.
+const char *const family_counts[] = {"def_num_proxies", "cust_num_proxies", "policy_num_entries",
+                                     "netobj_num_list", "netobj_num_group", nullptr};
+
+// The counts of every numbered save of the new release.
 const char *const always_counted[] = {"cust_num_proxies",    "dest_num_entries",    "map_num_entries",   "nat_numrules",
                                       "pfedit_fwd_numrules", "pfedit_lcl_numrules", "sroute_num_entries"};
 
@@ -122,8 +126,8 @@ struct checking {
             }
     }
 
-    // Counts that say another number than that of the entries; in a result also those that are not there, and numbers
-    // that are left out.
+    // Counts that say another number than that of the entries, and those of families that are not there; in a result
+    // also others that are not there, and numbers that are left out.
     void check_counts() const {
         std::map<std::string_view, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
@@ -146,15 +150,14 @@ struct checking {
                 tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
                      line.line);
             }
-        if (is_input)
-            return;
         auto need = [&](std::string_view of, std::string_view count) {
             std::string key = std::string(of).append(count);
-            if (met.insert(key).second)
+            if ((!is_input || is_listed(family_counts, key)) && met.insert(key).second)
                 tell(data, "count", format("{} is not there", key), conf.name);
         };
         for (const char *key : always_counted)
-            need(key, "");
+            if (conf.value("version_firewall") == "5.5")
+                need(key, "");
         for (const auto &[of, there] : entries) {
             for (std::string_view entry : there) {
                 if (of == "def_proxy_" || of == "cust_proxy_" || of == "policy_")
@@ -169,7 +172,7 @@ struct checking {
                     is_numbered = true;
                 }
             const char *form = of == "link_" || of == "key_" ? "{}{:04}" : "{}{}";
-            size_t last = is_numbered && wrong.count(of) == 0 ? there.size() : 0; // else that is told
+            size_t last = is_numbered && !is_input && wrong.count(of) == 0 ? there.size() : 0; // else that is told
             for (size_t number = 1; number <= last; number++)
                 if (std::string entry = format(fmt::runtime(form), of, number); there.count(entry) == 0) {
                     tell(data, "count", format("{} is not there, though {} such entries are", entry, last), conf.name);

@@ -63,7 +63,7 @@ struct list_maker {
 
     // Proxies that were switched on, or that tables let somebody into.
     void list_off() {
-        std::set<std::string> used = old_states ? switched_on(*old_states) : std::set<std::string>();
+        std::set<std::string> used = old_states ? switched(*old_states, true) : std::set<std::string>();
         for (const std::string &proxy : before.tables.empty() ? strings() : before.proxies)
             for (const access_rule &rule : rules_of(before, proxy))
                 if (rule.permit && !is_removed_proxy(proxy))
@@ -98,6 +98,10 @@ struct list_maker {
         if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
             enter("on", "", services, "network_loginok=enabled in {} switches network login on: is that wanted?",
                   decides->name);
+        for (const std::string &name : old_states ? switched(*old_states, false) : std::set<std::string>())
+            if (says_yes(result.value(("def_proxy_" + storedname(name) + "_state").c_str())) &&
+                !is_listed(login_services, name) && switched(*old_states, true).count(name) == 0)
+                enter("on", name, {}, "{} was off in {} and is on now: is that wanted?", name, old->name);
     }
 
     // Who may administer the firewall, as the tables told it by proxies that are gone.
@@ -271,15 +275,15 @@ struct list_maker {
 
 } // namespace
 
-std::set<std::string> switched_on(const configuration &conf) {
+std::set<std::string> switched(const configuration &conf, bool on) {
     std::set<std::string> proxies;
     for (const Frag *proxy : conf.children("def_proxy"))
-        if (says_yes(value_of(proxy, "state")))
+        if (std::string state = value_of(proxy, "state"); !state.empty() && says_yes(state) == on)
             proxies.insert(clear_name(proxy));
     const maprec *services = services_of(conf);
     for (const Frag *service : conf.children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
-            row && says_yes(text_of(service)) && strcmp(row->proxy, "NOT_DEF") != 0)
+            row && says_yes(text_of(service)) == on && strcmp(row->proxy, "NOT_DEF") != 0)
             proxies.insert(row->proxy);
     return proxies;
 }

@@ -69,5 +69,7 @@ void review_line(const upgrade_command &command, const std::string &path, long l
     if (data.findings.size() == told)
         diff_configurations(*before, *after, data);
     if (data.findings.size() == told)
-        tell(data, "setting", format("{}: without it the result says the same in another order", said), file, line);
+        tell(data, "setting",
+             format("{}: without it the result has other lines, but nothing that is found in it is another", said),
+             file, line);
 }

@@ -72,6 +72,8 @@ bool line_placer::place_by_number(size_t number) {
     const Frag *frag = result.conf.find(path.c_str());
     if (!frag || !frag->value || text_of(frag) != all.value(line))
         return false;
+    if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
+        return false; // a table's destination
     return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
 }
 

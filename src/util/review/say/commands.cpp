@@ -183,7 +183,8 @@ void review_upgrade(review_session &session) {
 }
 
 void explain_host(review_session &session) {
-    const std::string &conf = session.words[0], &proxy = session.words[1], &host = session.words[2];
+    const std::string &conf = session.words[0], &host = session.words[2];
+    std::string proxy = session.words[1];
     if (host.empty() || host.find_first_of("* \t") != std::string::npos)
         return trouble(session, format("{} is no host: a host is a word without *", host));
     if (!is_read(conf, file_role::configuration, session) ||
@@ -193,6 +194,8 @@ void explain_host(review_session &session) {
     const netperm_table *table = session.files.table(session.table);
     if (table)
         session.before.add_table(*table);
+    if (table && !session.after.knows(proxy)) // a table writes it either way
+        std::replace(proxy.begin(), proxy.end(), '_', '-');
     bool is_named = table && session.before.filed[0].count(proxy) != 0; // also one that is no proxy
     if (!is_named && !session.after.knows(proxy))
         return trouble(session, format("no proxy {} is known there", proxy));
