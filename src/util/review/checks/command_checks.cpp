@@ -109,13 +109,15 @@ struct checking {
                 doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
                       file);
             if (strchr("ne", letter) && is_one_of(ahead[letter], file))
-                doubt({}, "name it once", "{} is named twice by -{}: what it says is taken in twice", file, letter);
+                doubt({}, "name it once", "{} is named twice by -{}: what it says is taken in twice", file, letter)
+                    .leads = letter == 'e';
             if (letter == 'n' && data.release >= 40)
                 doubt({}, "leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
                       newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
             else if (letter == 'n' && !merged.empty())
                 doubt({}, "put -n first", "-n {} stands behind -m {}: the maps of what was merged decide ahead of it",
-                      file, merged.back());
+                      file, merged.back())
+                    .leads = merged.size() > 1; // what the initial environment says of all goes into each proxy
             if (letter == 'e' && merged.empty() && !merges.empty())
                 doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
