@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <sstream>
 #include <utility>
 
@@ -37,7 +38,8 @@ bool is_near(std::string_view one, std::string_view other) {
 const char *meant_word(const table_rule &rule) {
     std::string word(rule.word);
     for (const char *meant : {"hosts", "permit-hosts", "deny-hosts", "absorb-hosts"})
-        if (is_near(word, meant) || (rule.text.substr(0, 5) == "hosts" && is_near(word + "hosts", meant)))
+        if (is_near(word, meant) || word.compare(0, strlen(meant), meant) == 0 ||
+            (rule.text.substr(0, 5) == "hosts" && is_near(word + "hosts", meant)))
             return meant;
     return nullptr;
 }
