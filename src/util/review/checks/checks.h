@@ -43,6 +43,8 @@ struct adviser {
 inline std::string value_of(const Frag *frag, const char *key = "") { return configuration::value(frag, key); }
 /// The pattern of the network that an address such as 10.1.0.0 or 10.1 looks like; empty for all other words.
 std::string network_pattern(std::string_view word);
+/// The release that a value of `version_firewall` stands for, such as 41.
+int release_of(std::string version);
 /// The proxies that a configuration switches on, or off, by themselves or as a service of 4.1.
 std::set<std::string> switched(const configuration &conf, bool on);
 

@@ -22,12 +22,6 @@ std::string name_it(const char *advice, const std::string &word) {
     return access(word.c_str(), F_OK) ? advice : fmt::format("{}; a stray file is there: rm ./{}", advice, word);
 }
 
-// True if a value of `version_firewall` stands for the release that the upgrade leads to.
-bool is_new_release(const std::string &version) {
-    size_t digit = version.find_first_of("0123456789");
-    return digit != version.npos && version.compare(digit, 3, "5.5") == 0;
-}
-
 bool has_own_name(const configuration &conf) {
     std::string name = conf.value("hostname");
     return !name.empty() && !has_prefix_nocase(name.c_str(), "localhost");
@@ -83,7 +77,7 @@ struct checking {
         for (const std::string &input : inputs) {
             bool is_output = command.has_output && same_file(output, input);
             const configuration *conf = is_output ? files.conf(input) : nullptr;
-            bool has_run = conf && conf->numbered && is_new_release(conf->value("version_firewall"));
+            bool has_run = conf && conf->numbered && release_of(conf->value("version_firewall")) == 55;
             if (is_output)
                 doubt({}, has_run ? "take it from its copy, and name another output" : "name another output",
                       "the output {} is the input {}: {}", output, input,
@@ -175,7 +169,7 @@ struct checking {
 
     void check_environment() const {
         const Frag *version = init->find("version_firewall"), *host = init->find("hostname");
-        if (!value_of(version).empty() && !is_new_release(value_of(version)))
+        if (!value_of(version).empty() && release_of(value_of(version)) != 55)
             doubt_file({init->name, init->line_of(version)}, "take that of the new release",
                        "is of release {}, and the new one is 5.5: is it an initial environment?", value_of(version));
         if (has_own_name(*init))
@@ -198,11 +192,11 @@ struct checking {
     void check_places() const {
         std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
         bool unversioned = old && old->find("def_proxy") && !old->find("version_firewall");
-        bool is_own = init && !is.empty() && (!is_new_release(is) || has_own_name(*init));
+        bool is_own = init && !is.empty() && (release_of(is) != 55 || has_own_name(*init));
         if (old && init && same_file(old->name, init->name)) {
             doubt({}, "name the new release's environment by the second -m",
                   "{} is named as the old configuration and as the initial environment", old->name);
-        } else if (old && is_own && (unversioned || (is_new_release(was) && !is_new_release(is)))) {
+        } else if (old && is_own && (unversioned || (release_of(was) == 55 && release_of(is) != 55))) {
             doubt({}, "put the old configuration's -m first",
                   "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
                   old->name, unversioned ? "no version_firewall" : was, init->name, is)

@@ -113,10 +113,10 @@ struct checking {
                 size_t length = 9;
                 for (const char *const *field = pfkeynames; *field; field++)
                     length += value_of(rule, *field).size();
-                if (!is_input && !conf.numbered && length > RULE_LIMIT)
+                if (!is_input && length > RULE_LIMIT)
                     say("cut", rule, "filter rule {} {} has {} characters: a numbered save cuts it at {}", side,
                         clear_name(rule), length, RULE_LIMIT);
-                else if (!is_input && length >= RULE_LIMIT && data.lines.empty()) // else its input's line tells
+                else if (!is_input && length == RULE_LIMIT && data.lines.empty()) // else its input's line tells
                     say("cut", rule,
                         "filter rule {} {} has {} characters, as many as a numbered save keeps: is it whole?", side,
                         clear_name(rule), length);
@@ -156,7 +156,7 @@ struct checking {
                 tell(data, "count", format("{} is not there", key), conf.name);
         };
         for (const char *key : always_counted)
-            if (conf.value("version_firewall") == "5.5")
+            if (release_of(conf.value("version_firewall")) == 55)
                 need(key, "");
         for (const auto &[of, there] : entries) {
             for (std::string_view entry : there) {

@@ -173,8 +173,7 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
     return readable;
 }
 
-// The release that a value of `version_firewall` stands for.
-static int release_of(std::string version) {
+int release_of(std::string version) {
     version.erase(0, std::min(version.find_first_of("0123456789"), version.size()));
     if (version.empty() || version.compare(0, 3, "5.5") == 0)
         return version.empty() ? 50 : 55;

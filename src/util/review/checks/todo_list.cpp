@@ -86,7 +86,7 @@ struct list_maker {
         for (char letter : {'e', 'm'})
             for (const std::string &file : step_files(command, letter))
                 if (const configuration *conf = files.conf(file, conf_layout::as_written);
-                    !decides && conf && !conf->value("network_loginok").empty())
+                    conf && (!decides || letter == 'e') && !conf->value("network_loginok").empty())
                     decides = conf;
         fields services;
         for (const char *const *name = login_services; *name; name++) {

@@ -45,8 +45,6 @@ void collect_inputs(accounting &all) {
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
-        if (!input.table && !input.conf)
-            all.inputs.pop_back();
     }
 }
 
@@ -168,7 +166,7 @@ void tell_lines(accounting &all, const result_places &own) {
             all.data.lines.emplace_back(line).line = at;
     for (const auto &[id, count] : all.told)
         if (count > MOST_TOLD)
-            tell(all.data, id.c_str(), format("{} more such lines; --json has them all", count - MOST_TOLD));
+            tell(all.data, id.c_str(), format("{} more such lines", count - MOST_TOLD));
 }
 
 } // namespace
@@ -195,8 +193,6 @@ bool accounting::is_forced(const account_line &line) const {
 }
 
 std::string_view accounting::value(const account_line &line) const {
-    if (!line.said)
-        return {};
     const Frag *node = line.said->node;
     // The name of a parameter says nothing without its value.
     bool composed = node && node->value &&

@@ -132,8 +132,13 @@ std::string table_reason(const accounting &all, size_t number) {
     const table_rule &rule = all.rule(line);
     if (input.last_step < all.last_import && rule.attribute != "destination")
         return "-e removes all proxies that are there";
+    auto is_gone = [&](const std::string &name) {
+        return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);
+    };
+    const std::vector<std::string> &proxies = all.in.before.proxies;
+    bool reaches_none = std::all_of(proxies.begin(), proxies.end(), is_gone);
     if (rule.attribute == "hosts" && std::all_of(rule.names.begin(), rule.names.end(), [&](const std::string &name) {
-            return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);
+            return name[0] == '*' ? reaches_none : is_gone(name);
         }))
         return "it lets nobody through a proxy of the new release";
     auto known = all.filed.reasons.find(number);

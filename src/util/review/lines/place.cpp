@@ -286,8 +286,12 @@ void line_placer::place(size_t number) {
     }
     const account_input &input = all.inputs[line.input];
     bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
-    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") && counts &&
+    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") &&
                     input.name == all.in.command.old_conf && !input.conf->find("def_proxy");
+    if (is_words) { // these are taken of the last line of a key
+        const configuration *scanned = all.in.files.conf(input.name, conf_layout::as_written);
+        is_words = scanned->line_of(scanned->find(line.key.c_str())) == line.line;
+    }
     bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
     bool is_late =
         !counts && !input.imported && !is_forced && !is_numbered(line) && all.value(line) != text_of(line.said->node);

@@ -1,5 +1,6 @@
 // Where the rules for hosts stand: as elements of the sources of maps, with the groups, policies and config sets of
 // these.
+#include "access/pattern_automaton.h"
 #include "lines/place_table.h"
 #include "netperm.h"
 
@@ -30,14 +31,15 @@ void rule_placer::place_hosts() {
         for (size_t each : maps_for(side, proxy))
             alike[side.maps[each].source].push_back(each);
         const access_rule *first = nullptr, *first_now = nullptr; // of the group
-        size_t map = 0, count = 0;                                // config sets are counted in each table anew
+        size_t map = 0, count = 0, last_is = NO_LINE;             // config sets are counted in each table anew
         for (auto [was, is] : find_partners(proxy, before, after, alike)) {
             const access_rule &rule = before[was], &now = after[is];
             size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
             // The comparison leaves out a source that stands again: each group has a map of it all the same.
             std::vector<size_t> &maps = alike[side.maps[now.source].source];
             bool is_group = !first || now.source != first_now->source || rule.tail != first->tail ||
-                            rule.table != first->table || rule.permit != first->permit;
+                            rule.table != first->table || rule.permit != first->permit || is == last_is;
+            last_is = is;
             size_t last_map = std::exchange(map, !is_group ? map : maps.empty() ? now.source : maps.front());
             const Frag *at = now.element ? child_of(now.element, "addr") : nullptr;
             bool is_same = now.pattern == rule.pattern;
@@ -86,6 +88,14 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
     std::vector<std::pair<size_t, size_t>> pairs;
     for (size_t i = 0; i < after.size(); i++)
         standing[lowercase(after[i].pattern)].push_back(i);
+    // For a host without a star the first that covers it, by table.
+    std::map<size_t, pattern_automaton> covering;
+    for (uint32_t i = 0; i < before.size(); i++)
+        if (before[i].pattern.find('*') != std::string_view::npos)
+            covering[before[i].table].add(before[i].pattern, 0, i);
+    for (auto &[of, made] : covering)
+        made.finish();
+    work_budget budget{UINT64_MAX};
     auto has_map = [&](const access_rule &there, bool permit) {
         const std::vector<size_t> &maps = alike.at(side.maps[there.source].source);
         return std::any_of(maps.begin(), maps.end(), [&](size_t each) { return side.maps[each].permit == permit; });
@@ -101,7 +111,11 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
         auto [word, is_new] = words.emplace(rule.pattern, rule.line);
         long by = is_new ? 0 : word->second;
         bool has_star = rule.pattern.find('*') != rule.pattern.npos;
-        for (size_t p = 0; by == 0 && p < patterns.size(); p++)
+        if (auto of = covering.find(rule.table); by == 0 && !has_star && of != covering.end())
+            if (uint32_t first = of->second.accepted(of->second.walk(rule.pattern, {NO_RULE, NO_RULE}, budget))[0];
+                first < i)
+                by = before[first].line;
+        for (size_t p = 0; by == 0 && has_star && p < patterns.size(); p++)
             if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
                 by = patterns[p].second;
         size_t best = NO_LINE;
@@ -120,7 +134,7 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
             taken[best] = true;
         } else if (address && rule.unmarked) {
             note(number, address, rule.permit ? "in a map that denies" : "in a map that permits");
-        } else if (patterns.size() < MOST_PATTERNS && !is_dropped_proxy(proxy, all.data.release)) {
+        } else if ((!has_star || patterns.size() < MOST_PATTERNS) && !is_dropped_proxy(proxy, all.data.release)) {
             tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
         }
     }

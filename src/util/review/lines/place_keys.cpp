@@ -155,6 +155,12 @@ std::string place_keys::list_name(const Frag *list, const Frag *element) const {
     return storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
 }
 
+// A record that was named by a line has its prefix in that name.
+static std::string record_prefix(const Frag *record) {
+    const char *prefix = prefix_of(bits_of(record));
+    return has_prefix(record->name, prefix) ? "" : prefix;
+}
+
 place_keys::key_of place_keys::find(const Frag *frag, int later) {
     key_of made;
     std::vector<const Frag *> way = way_to(frag);
@@ -165,10 +171,11 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
         bool is_set = family->record == 2 && i == 4 && is_named(way[3], "config-sets");
         bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
         if (family->record != 0 && family->numbered != 0 && i == 2) {
-            made.key += list_name(way[2], way.size() > 4 ? way[4] : nullptr);
+            made.key += record_prefix(way[2]) + list_name(way[2], way.size() > 4 ? way[4] : nullptr);
+            made.record_bits |= bits_of(way[2]);
         } else if ((family->record != 0 && i == family->record) || is_set || is_entry) {
             bool is_all = family->record == 2 && i == 2 && is_named(way[i], "*");
-            made.key += prefix_of(bits_of(way[i])) + std::string(is_all ? "global" : way[i]->name);
+            made.key += record_prefix(way[i]) + std::string(is_all ? "global" : way[i]->name);
             made.record_bits |= bits_of(way[i]);
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||

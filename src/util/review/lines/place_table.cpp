@@ -208,10 +208,11 @@ void rule_placer::place_attributes() {
             for (const auto &[number, rule] : rules)
                 if (sets.empty())
                     all.filed.reasons.emplace(rule.line, "no rule that is left names this policy");
+    }
+    for (const auto &[policy, attributes] : all.filed.templates)
         if (auto destination = attributes.find("destination");
             destination != attributes.end() && destination->second.rbegin()->second.rule)
             place_removed(destination->second.rbegin()->second);
-    }
     take_turned();
 }
 

@@ -197,6 +197,8 @@ const char *reason_finder::conf_reason(const account_line &line) const {
 // Why a line can't stand in the result, though it does; empty if it can.
 const char *reason_finder::taken_away(const account_line &line) const {
     unsigned holds = conditions(line);
+    if (all.logs_in && covers("def_proxy_svcgrd-*_state", line.key) && line.place && text_of(line.place) == "on")
+        return ""; // network_loginok brings it back
     if (const char *reason = row_reason(line.key, holds | MUST, MUST))
         return reason;
     if (is_map_line(line) && maps.winner(line) != NO_LINE)
@@ -260,11 +262,6 @@ size_t reason_finder::winner(const account_line &line) const {
     }
     if (by)
         return last->second;
-    // A rule of a table that was repeated stands as a list, in the place of a value.
-    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
-    if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
-        if (auto rules = filed->second.find(line.said->node->name); rules != filed->second.end())
-            return rules->second.begin()->second.line;
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;

@@ -149,7 +149,10 @@ const maprec *services_of(const configuration &conf) {
     return map_unix;
 }
 
-std::string shown_name(const Frag *frag) { return prefix_of(frag->attr) + clear_name(frag); }
+std::string shown_name(const Frag *frag) {
+    std::string clear = clear_name(frag), prefix = prefix_of(frag->attr);
+    return has_prefix(clear.c_str(), prefix) ? clear : prefix + clear;
+}
 
 // Sorts the children that are numbers, but for records that names lead to.
 static void sort_numbers(configuration &conf) {
