@@ -74,26 +74,24 @@ bool rule_placer::is_of_table(const access_rule &now) const {
 
 // What stands for a host is an element that says the same, rather one of a table's maps, by the same ruling, that
 // stands for no other host, and in the same case; none but in a map by the same ruling. Any other host is covered by an
-// earlier rule of its table, the same word or a pattern with a star, of which the first two hundred are tried; or it
-// stands there by another ruling, or it is lost.
+// earlier rule of its table, where for a host with a star two hundred that have one are tried; or it stands there by
+// another ruling, or it is lost.
 std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::string &proxy,
                                                                   const std::vector<access_rule> &before,
                                                                   const std::vector<access_rule> &after,
                                                                   const maps_by_source &alike) {
     constexpr size_t MOST_PATTERNS = 200;
-    std::unordered_map<std::string_view, long> words;
     std::vector<std::pair<std::string_view, long>> patterns;
     std::unordered_map<std::string, std::vector<size_t>> standing;
     std::vector<bool> taken(after.size());
     std::vector<std::pair<size_t, size_t>> pairs;
     for (size_t i = 0; i < after.size(); i++)
         standing[lowercase(after[i].pattern)].push_back(i);
-    // For a host without a star the first that covers it, by table.
-    std::map<size_t, pattern_automaton> covering;
+    std::map<size_t, pattern_automaton> of_tables;
+    std::vector<uint32_t> ends; // of the rules, in those
     for (uint32_t i = 0; i < before.size(); i++)
-        if (before[i].pattern.find('*') != std::string_view::npos)
-            covering[before[i].table].add(before[i].pattern, 0, i);
-    for (auto &[of, made] : covering)
+        ends.push_back(of_tables[before[i].table].add(before[i].pattern, 0, i));
+    for (auto &[of, made] : of_tables)
         made.finish();
     work_budget budget{UINT64_MAX};
     auto has_map = [&](const access_rule &there, bool permit) {
@@ -103,20 +101,18 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
     for (size_t i = 0, table = 0; i < before.size(); i++) {
         const access_rule &rule = before[i];
         if (std::exchange(table, rule.table) != rule.table)
-            words.clear(), patterns.clear();
+            patterns.clear();
         auto fitness = [&](size_t each) {
             return 8 * is_of_table(after[each]) + 4 * (after[each].permit == rule.permit) + 2 * !taken[each] +
                    (after[each].pattern == rule.pattern);
         };
-        auto [word, is_new] = words.emplace(rule.pattern, rule.line);
-        long by = is_new ? 0 : word->second;
         bool has_star = rule.pattern.find('*') != rule.pattern.npos;
-        if (auto of = covering.find(rule.table); by == 0 && !has_star && of != covering.end())
-            if (uint32_t first = of->second.accepted(of->second.walk(rule.pattern, {NO_RULE, NO_RULE}, budget))[0];
-                first < i)
-                by = before[first].line;
+        const pattern_automaton &own = of_tables[rule.table];
+        uint32_t first =
+            has_star ? own.nodes[ends[i]].rule[0] : own.accepted(own.walk(rule.pattern, {NO_RULE, NO_RULE}, budget))[0];
+        long by = first < i ? before[first].line : 0;
         for (size_t p = 0; by == 0 && has_star && p < patterns.size(); p++)
-            if (covers(patterns[p].first, rule.pattern) && (!has_star || drops(patterns[p].first, rule.pattern)))
+            if (covers(patterns[p].first, rule.pattern) && drops(patterns[p].first, rule.pattern))
                 by = patterns[p].second;
         size_t best = NO_LINE;
         if (auto same = standing.find(lowercase(rule.pattern)); by == 0 && same != standing.end())
