@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
-#include <optional>
-#include <tuple>
 #include <utility>
 
 using fmt::format;

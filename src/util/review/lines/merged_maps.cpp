@@ -2,7 +2,6 @@
 #include "frag_tools.h"
 #include "lines/accounting.h"
 
-#include <algorithm>
 #include <cstring>
 #include <set>
 

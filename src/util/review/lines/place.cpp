@@ -3,10 +3,6 @@
 #include "lines/accounting.h"
 #include "nupgrade.h"
 
-#include <algorithm>
-#include <cstring>
-#include <utility>
-
 namespace {
 
 /// Where a line stands, and whether with another prefix.

@@ -2,7 +2,6 @@
 #include "lines/place_table.h"
 #include "netperm.h"
 
-#include <algorithm>
 #include <climits>
 #include <fmt/format.h>
 #include <optional>
