@@ -69,8 +69,11 @@ struct list_maker {
                 if (rule.permit && !is_removed_proxy(proxy))
                     used.insert(proxy);
         for (const std::string &name : used) {
-            std::string key = "def_proxy_" + storedname(name) + "_state";
-            const Frag *state = result.find(key.c_str()), *was = old_states ? old_states->find(key.c_str()) : nullptr;
+            auto state_in = [&name](const configuration *conf) -> const Frag * {
+                const Frag *proxy = conf ? conf->record("def_proxy", name) : nullptr;
+                return proxy ? find_named(proxy->child, "state") : nullptr;
+            };
+            const Frag *state = state_in(&result), *was = state_in(old_states);
             if (!says_yes(value_of(state)))
                 enter("off", name, {}, "{} was in use{} and {}", name,
                       says_yes(value_of(was)) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
@@ -214,7 +217,7 @@ struct list_maker {
         for (const char *const *key = force_list; *key; key++)
             keys.push_back(*key);
         for (const Frag *proxy : old->children("def_proxy")) {
-            std::string name = clear_name(proxy);
+            std::string name = shown_name(proxy);
             const Frag *now = result.record("def_proxy", name), *other = init->record("def_proxy", name);
             fields lost;
             for (const std::string &key : now &&other ? keys : strings()) {
@@ -279,7 +282,7 @@ std::set<std::string> switched(const configuration &conf, bool on) {
     std::set<std::string> proxies;
     for (const Frag *proxy : conf.children("def_proxy"))
         if (std::string state = value_of(proxy, "state"); !state.empty() && says_yes(state) == on)
-            proxies.insert(clear_name(proxy));
+            proxies.insert(shown_name(proxy));
     const maprec *services = services_of(conf);
     for (const Frag *service : conf.children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <set>
 #include <utility>
 
 using fmt::format;
@@ -46,6 +47,18 @@ void collect_inputs(accounting &all) {
     }
 }
 
+void collect_numbers(accounting &all) {
+    for (const char *const *family = numbered_families; all.in.command.numbered() && *family; family++) {
+        std::set<long> numbers;
+        for (const account_input &input : all.inputs)
+            for (const Frag *each : input.conf && !input.unread ? input.conf->children(*family) : std::vector<Frag *>())
+                if (is_digit(*each->name))
+                    numbers.insert(strtol(each->name, nullptr, 10));
+        if (std::string_view(*family) != "map") // which merge behind each other
+            all.numbers[*family].assign(numbers.begin(), numbers.end());
+    }
+}
+
 void collect_input(accounting &all, uint32_t number, bool &has_login) {
     const configuration *conf = all.inputs[number].conf;
     const netperm_table *table = all.inputs[number].table;
@@ -71,7 +84,7 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
             if (line.said->node) {
                 place_keys::key_of place = keys->find(line.said->node);
                 line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
-                line.bits = place.named ? place.bits : line.said->bits & ~place.record_bits;
+                line.bits = place.named ? place.bits : line.said->bits;
                 for (size_t depth : place_keys::RECORD_DEPTHS)
                     if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
                         all.records.insert(keys->find(record, place_keys::FIRST).key);
@@ -185,9 +198,22 @@ std::string turned_text(const account_line &line, const Frag *at) {
                   decoded_name(fragkeyname(const_cast<Frag *>(at))));
 }
 
+std::string accounting::saved_path(const Frag *node) const {
+    std::string path = place_keys::path(node);
+    for (const auto &[family, known] : numbers) {
+        size_t front = family.size() + 1, end = std::min(path.find('_', front), path.size());
+        if (!begins(path, family + '_') || !is_digit(path[front]))
+            continue;
+        auto number = std::lower_bound(known.begin(), known.end(), strtol(path.c_str() + front, nullptr, 10));
+        const char *form = family == "link" || family == "key" ? "{:04}" : "{}";
+        return path.replace(front, end - front, format(fmt::runtime(form), number - known.begin() + 1));
+    }
+    return path;
+}
+
 bool accounting::is_forced(const account_line &line) const {
     return begins(line.key, "def_proxy_") && data.release >= 40 && data.release != 55 &&
-           is_listed(force_list, line.said->node->name);
+           is_listed(force_list, line.said->node->name) && bits_of(at_depth(line.said->node, 2)) == 0;
 }
 
 std::string_view accounting::value(const account_line &line) const {
@@ -206,6 +232,7 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     bool has_login = false;
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i, has_login);
+    collect_numbers(all);
     if (all.has_tables)
         file_rules(all);
     result_places own(inputs.own, all.records);

@@ -122,7 +122,9 @@ struct accounting {
     std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
     size_t last_import = 0;                    ///< behind the last -e; 0 without one
     bool has_tables = false;                   ///< tables decide
-    bool logs_in = false;                      ///< the setting that wins switches network login on
+    /// The numbers of the records that merge by these, in order, by their families.
+    std::map<std::string, std::vector<long>> numbers{};
+    bool logs_in = false; ///< the setting that wins switches network login on
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
     filed_rules filed{};
 
@@ -143,6 +145,8 @@ struct accounting {
         return inputs[line.input].last_step < last_import &&
                (begins(line.key, "def_proxy_") || begins(line.key, "policy_") || begins(line.key, "map_"));
     }
+    /// The path of an input's node in a result: a numbered save closes up the numbers of records.
+    std::string saved_path(const Frag *node) const;
     /// Whether the initial environment forces the value of the line's key.
     bool is_forced(const account_line &line) const;
     /// The value of a line, and whether it says one at all.

@@ -65,7 +65,7 @@ bool line_placer::place_by_number(size_t number) {
     if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
         path.compare(0, numbered, line.key, 0, numbered) != 0)
         return false;
-    const Frag *frag = result.conf.find(path.c_str());
+    const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
     if (!frag || !frag->value || text_of(frag) != all.value(line))
         return false;
     if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))

@@ -135,7 +135,8 @@ const char *reason_finder::proxy_reason(const account_line &line, unsigned holds
     if (!proxy || (proxy != line.said->node && !is_named(proxy, "authenticate")))
         return "";
     std::string key = place_keys::path(proxy->parent);
-    if ((holds & NOT_55) && is_named(proxy, "proxy-exec") && program_of(own.conf.value((key + "_proxy-type").c_str())))
+    if ((holds & NOT_55) && is_named(proxy, "proxy-exec") &&
+        program_of(configuration::value(own.conf.record("def_proxy", shown_name(proxy->parent)), "proxy-type")))
         return "the release sets the program of this type of proxy";
     bool is_replaced = (holds & FROM_40) && is_named(proxy, "authenticate");
     const configuration *init =
@@ -242,7 +243,7 @@ size_t reason_finder::winner(const account_line &line) const {
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
     bool is_map = is_map_line(line);
-    const Frag *under = frag || is_map ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
+    const Frag *under = frag || is_map ? nullptr : own.conf.find(all.saved_path(line.said->node).c_str());
     // Of a list in its place the value is not saved; whatever else stands below a key takes no value away.
     if (under && (is_numbered(line) || (under->child && begins(line.key, "def_proxy_"))))
         frag = under;
@@ -262,9 +263,14 @@ size_t reason_finder::winner(const account_line &line) const {
     }
     if (by)
         return last->second;
+    // A rule of a table that was repeated stands as a list, in the place of a value.
+    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
+    if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
+        if (auto rules = filed->second.find(line.said->node->name); rules != filed->second.end())
+            return rules->second.begin()->second.line;
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
-    const Frag *there = policy ? own.conf.record("policy", clear_name(policy)) : nullptr;
+    const Frag *there = policy ? own.conf.record("policy", shown_name(policy)) : nullptr;
     if (size_t first = there ? own.from.at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
         return first;
     return is_map ? maps.winner(line) : NO_LINE;

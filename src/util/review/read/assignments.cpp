@@ -89,6 +89,18 @@ struct line_reader {
             node->attr = (node->attr & ~15L) | name_bits;
     }
 
+    // Whether the component behind the path names a record, whose prefix is part of that name.
+    bool is_record() const {
+        auto starts = [this](std::string_view with) { return path.compare(0, with.size(), with) == 0; };
+        auto ends = [this](std::string_view with) {
+            return path.size() >= with.size() && path.compare(path.size() - with.size(), with.size(), with) == 0;
+        };
+        auto depth = std::count(path.begin(), path.end(), '_');
+        return (depth == 2 && (starts("def_proxy_") || starts("netobj_list_") || starts("netobj_group_"))) ||
+               (depth == 4 && starts("def_proxy_") && ends("_config-sets_")) || path == "policy_" ||
+               (depth == 3 && starts("policy_") && ends("_proxy_"));
+    }
+
     // Takes the components up to the one that ends the key. False if the file ends in them.
     bool take_key() {
         if (!sections)
@@ -102,7 +114,8 @@ struct line_reader {
             if (!take_name())
                 return false;
             char delimiter = bytes[at++];
-            current.bits = static_cast<uint8_t>(current.bits | name_bits);
+            if (!is_record())
+                current.bits = static_cast<uint8_t>(current.bits | name_bits);
             if (delimiter != '_' && (!sections || (delimiter != '\\' && delimiter != ']'))) {
                 current.key = view_of(path + name, current.begin);
                 return true;
