@@ -143,9 +143,10 @@ bool origin_finder::is_layout(const conf_line &line) const {
 
 written_line origin_finder::find(const conf_line &line) const {
     bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
-    // A name that begins like a prefix is written otherwise than it is stored.
+    // A parameter's name that begins like a prefix is written otherwise than it is stored.
     std::string value(line.value);
-    is_stamp = is_stamp || (line.role == line_role::name && attr_revmap(value.c_str()) != value);
+    is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
+                            attr_revmap(value.c_str()) != value);
     auto field = line.node ? filter_fields.end() : filter_fields.find(format("{}={}", line.key, line.value));
     size_t from = field != filter_fields.end() ? field->second : line.node && !is_stamp ? input_line(line) : NO_LINE;
     // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is.
