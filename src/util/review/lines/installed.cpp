@@ -4,18 +4,39 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <tuple>
 
 using fmt::format;
 
 namespace {
 
-/// What two lines have in common that are a pair: the path, or else the place key; the prefix; and the value, which
-/// only a ruling can have otherwise. In the order in which pairs are looked for.
+/// What two lines have in common that are a pair: the path, the place key without the count of equals, the prefix, and
+/// the value, which only a ruling can have otherwise; or the bytes, where the two files are read otherwise. In the
+/// order in which pairs are looked for.
 struct likeness {
-    bool path, prefix, value;
+    bool path, key, prefix, value, bytes;
 };
-constexpr likeness likenesses[] = {
-    {false, true, true}, {true, true, true}, {false, false, true}, {true, false, true}, {true, true, false}};
+constexpr likeness likenesses[] = {{true, true, true, true, false},   {false, true, true, true, false},
+                                   {true, false, true, true, false},  {false, true, false, true, false},
+                                   {true, false, false, true, false}, {true, false, true, false, false},
+                                   {false, false, true, true, true}};
+
+/// A line that is left: the hash of what it has in common with others, the number of its entry, and its own number.
+using left_line = std::tuple<size_t, long, size_t>;
+
+// A line as it stands in its file; in the section form with what stands in front of it.
+std::string text_of_line(const configuration &conf, const conf_line &line) {
+    if (line.section_form)
+        return format("{}={}", line.key, line.value);
+    std::string_view text = conf.bytes.substr(line.begin, line.end - line.begin);
+    return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+}
+
+long entry_number(const Frag *node) {
+    while (node && !is_digit(node->name[0]))
+        node = node->parent;
+    return node ? decimal(node->name) : 0;
+}
 
 /// One of two files, and which of its lines have none in the other yet.
 struct matched_file {
@@ -24,32 +45,35 @@ struct matched_file {
     std::vector<bool> is_left = std::vector<bool>(conf.lines.size(), true);
     std::unordered_set<const Frag *> found{}; ///< what the lines that are not left stand in
 
-    /// The hashes of what the lines that are left have in common with others, with their numbers.
-    std::vector<std::pair<size_t, size_t>> left(likeness by);
+    /// The lines that are left, those of the last entries first. `is_file` of the file that is installed.
+    std::vector<left_line> left(likeness by, bool is_file);
 };
 
-std::vector<std::pair<size_t, size_t>> matched_file::left(likeness by) {
-    std::vector<std::pair<size_t, size_t>> hashes;
+std::vector<left_line> matched_file::left(likeness by, bool is_file) {
+    std::vector<left_line> hashes;
     for (size_t i = 0; i < conf.lines.size(); i++) {
         const conf_line &line = conf.lines[i];
         if (!is_left[i] || (!by.value && !(line.node && is_named(line.node, "pd"))))
             continue;
         // A number leads to an entry that says something else now, unless that stands under another.
-        if (by.path && line.node && found.count(line.node->parent) != 0)
+        bool is_name = line.role == line_role::name;
+        if (((by.path && !by.key) || (by.bytes && is_file && !is_name)) && line.node &&
+            found.count(line.node->parent) != 0)
             continue;
         std::string text(line.key);
-        if (line.node) {
-            place_keys::key_of place = keys.find(line.node);
-            text = by.path ? place_keys::path(line.node) : place.key;
-            text += format("\n{}", by.prefix ? prefix_of(place.bits | line.bits) : "");
+        if (line.node && !by.bytes) {
+            place_keys::key_of place = keys.find(line.node, place_keys::FIRST);
+            text = by.path ? place_keys::path(line.node) : "";
+            text += by.key ? '\n' + place.key : "";
+            text += format("\n{}", by.prefix ? prefix_of(place.named ? place.bits : line.bits) : "");
         }
-        if (line.role == line_role::name)
+        if (is_name && !by.bytes)
             text = name_key(text);
         else if (by.value)
             text.append("\n").append(line.value);
-        hashes.emplace_back(std::hash<std::string>()(text), i);
+        hashes.emplace_back(std::hash<std::string>()(text), entry_number(line.node), i);
     }
-    std::sort(hashes.begin(), hashes.end());
+    std::sort(hashes.begin(), hashes.end(), std::greater<>()); // an entry that goes lets those behind it move up
     return hashes;
 }
 
@@ -68,15 +92,16 @@ void match_installed(accounting &all) {
     for (size_t i = 0; &own.conf == &file.conf && i < lines.size(); i++)
         match(i, i, likenesses[0]);
     for (likeness by : likenesses) {
-        auto was = own.left(by), is = file.left(by);
+        auto was = own.left(by, false), is = file.left(by, true);
         for (auto a = was.begin(), b = is.begin(); a != was.end() && b != is.end();) {
-            bool is_pair = a->first == b->first;
+            const auto &[a_hash, a_number, i] = *a;
+            const auto &[b_hash, b_number, j] = *b;
+            bool is_pair = a_hash == b_hash, is_behind = b_hash > a_hash;
             if (is_pair)
-                match(a->second, b->second, by);
-            for (auto [of, line] : {std::pair(&own, a->second), {&file, b->second}})
-                if (const Frag *node = is_pair && !by.path ? of->conf.lines[line].node : nullptr)
-                    of->found.insert(node->parent);
-            bool is_behind = b->first < a->first;
+                match(i, j, by);
+            for (auto [of, line] : {std::pair(&own, &lines[i]), {&file, &there[j]}})
+                if (is_pair && by.key && line->node)
+                    of->found.insert(line->node->parent);
             a += !is_behind;
             b += is_pair || is_behind;
         }
@@ -91,9 +116,9 @@ void match_installed(accounting &all) {
             continue;
         }
         std::string text =
-            at ? format("the upgrade writes {}={}, and {}={} stands in the result", lines[i].key, lines[i].value,
-                        at->key, at->value)
-               : format("{}={}: the upgrade writes it, and the result lacks it", lines[i].key, lines[i].value);
+            at ? format("the upgrade writes {}, and {} stands in the result", text_of_line(own.conf, lines[i]),
+                        text_of_line(file.conf, *at))
+               : format("{}: the upgrade writes it, and the result lacks it", text_of_line(own.conf, lines[i]));
         finding *told = said ? all.tell_some("turned", format("{}: {}", said->text, text), *said)
                              : all.tell_some(at ? "turned" : "lost", text, file.conf.name, at ? at->line : 0);
         if (told && said)
@@ -108,7 +133,8 @@ void match_installed(accounting &all) {
         const char *why =
             written[j] == NO_LINE ? "the upgrade does not write it" : "no input says it, nor does the release";
         if (made.from == origin::nowhere)
-            all.tell_some("from-nowhere", format("{}={}: {}", line.key, line.value, why), file.conf.name, line.line);
+            all.tell_some("from-nowhere", format("{}: {}", text_of_line(file.conf, line), why), file.conf.name,
+                          line.line);
         for (long at = line.line; at <= line.end_line; at++)
             all.data.origins.push_back(
                 made.of == NO_LINE ? line_origin{at, made.from}
