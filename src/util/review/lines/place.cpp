@@ -15,12 +15,15 @@ struct spot {
 struct line_placer {
     accounting &all;
     result_places &result;
+    /// The addresses of an input's list of elements, once they are asked for.
+    std::unordered_map<const Frag *, std::unordered_set<std::string>> addresses{};
 
     void place(size_t number);
     spot find(const account_line &line, const std::string &key) const;
     spot find_free(const account_line &line) const;
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
+    bool is_of_another(const account_line &line, const Frag *frag);
     bool place_moved(size_t number);
     bool place_fields(size_t number);
     /// Whether another line stands there; of a filter rule, one of its fields.
@@ -56,6 +59,19 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     return true;
 }
 
+// Whether the file of a line of an element has the address that the number leads to in another element of the list.
+bool line_placer::is_of_another(const account_line &line, const Frag *frag) {
+    const Frag *element = at_depth(line.said->node, 4);
+    std::string address = configuration::value(element, "addr"),
+                there = configuration::value(at_depth(frag, 4), "addr");
+    if (address.empty() || address == there)
+        return false;
+    auto [known, is_new] = addresses.try_emplace(element->parent);
+    for (const Frag *each = is_new ? element->parent->child : nullptr; each; each = each->next)
+        known->second.insert(configuration::value(each, "addr"));
+    return known->second.count(there) != 0;
+}
+
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
 // still the same.
 bool line_placer::place_by_number(size_t number) {
@@ -66,7 +82,7 @@ bool line_placer::place_by_number(size_t number) {
         path.compare(0, numbered, line.key, 0, numbered) != 0)
         return false;
     const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
-    if (!frag || !frag->value || text_of(frag) != all.value(line))
+    if (!frag || !frag->value || text_of(frag) != all.value(line) || is_of_another(line, frag))
         return false;
     if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
         return false; // a table's destination
