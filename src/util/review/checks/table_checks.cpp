@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <sstream>
 #include <utility>
 
@@ -38,7 +37,7 @@ bool is_near(std::string_view one, std::string_view other) {
 const char *meant_word(const table_rule &rule) {
     std::string word(rule.word);
     for (const char *meant : {"hosts", "permit-hosts", "deny-hosts", "absorb-hosts"})
-        if (is_near(word, meant) || word.compare(0, strlen(meant), meant) == 0 ||
+        if (is_near(word, meant) || has_prefix(word.c_str(), meant) ||
             (rule.text.substr(0, 5) == "hosts" && is_near(word + "hosts", meant)))
             return meant;
     return nullptr;

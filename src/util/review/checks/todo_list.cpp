@@ -101,9 +101,12 @@ struct list_maker {
         if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
             enter("on", "", services, "network_loginok=enabled in {} switches network login on: is that wanted?",
                   decides->name);
-        for (const std::string &name : old_states ? switched(*old_states, false) : std::set<std::string>())
+        std::set<std::string> on, off;
+        if (old_states)
+            on = switched(*old_states, true), off = switched(*old_states, false);
+        for (const std::string &name : off)
             if (says_yes(result.value(("def_proxy_" + storedname(name) + "_state").c_str())) &&
-                !is_listed(login_services, name) && switched(*old_states, true).count(name) == 0)
+                !is_listed(login_services, name) && on.count(name) == 0)
                 enter("on", name, {}, "{} was off in {} and is on now: is that wanted?", name, old->name);
     }
 

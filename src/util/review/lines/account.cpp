@@ -49,13 +49,14 @@ void collect_inputs(accounting &all) {
 
 void collect_numbers(accounting &all) {
     for (const char *const *family = numbered_families; all.in.command.numbered() && *family; family++) {
+        if (std::string_view(*family) == "map") // which merge behind each other
+            continue;
         std::set<long> numbers;
         for (const account_input &input : all.inputs)
             for (const Frag *each : input.conf && !input.unread ? input.conf->children(*family) : std::vector<Frag *>())
                 if (is_digit(*each->name))
                     numbers.insert(strtol(each->name, nullptr, 10));
-        if (std::string_view(*family) != "map") // which merge behind each other
-            all.numbers[*family].assign(numbers.begin(), numbers.end());
+        all.numbers[*family].assign(numbers.begin(), numbers.end());
     }
 }
 
@@ -122,8 +123,6 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
     }
 }
 
-constexpr char LACKING[] = "the upgrade writes it, and the result lacks it";
-
 /// What is told of a line that has not turned, if anything is.
 std::pair<const char *, const char *> notice_of(const account_line &line, bool is_numbered) {
     bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
@@ -155,8 +154,8 @@ void tell_lines(accounting &all, const result_places &own) {
             found = all.tell_some("lost",
                                   line.rules == 0 && !stands.there
                                       ? format("{}: {}", line.text, LACKING)
-                                      : format("{}: the upgrade writes {}={} for it, and the result lacks that",
-                                               line.text, line.lost->key, line.lost->value),
+                                      : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
+                                               text_of_line(own.conf, *line.lost)),
                                   line);
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
@@ -236,13 +235,14 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     if (all.has_tables)
         file_rules(all);
     result_places own(inputs.own, all.records);
-    access_side own_side;
-    bool is_own = &inputs.result == &inputs.own;
-    if (!is_own)
-        own_side.set_maps(inputs.own);
     place_conf_lines(all, own);
-    if (all.has_tables)
+    if (all.has_tables) {
+        access_side own_side;
+        bool is_own = &inputs.result == &inputs.own;
+        if (!is_own)
+            own_side.set_maps(inputs.own);
         place_table_lines(all, own, is_own ? inputs.after : own_side);
+    }
     find_reasons(all, own);
     inputs.progress("leaving out what has no place");
     prove_candidates(all);

@@ -156,6 +156,10 @@ struct accounting {
     }
 };
 
+/// What is told of a line that the installed file lacks.
+constexpr char LACKING[] = "the upgrade writes it, and the result lacks it";
+/// A line as it stands in its file; in the section form with what stands in front of it.
+std::string text_of_line(const configuration &conf, const conf_line &line);
 /// What is told of a line that stands with another prefix at a node.
 std::string turned_text(const account_line &line, const Frag *at);
 

@@ -24,14 +24,6 @@ constexpr likeness likenesses[] = {{true, true, true, true, false},   {false, tr
 /// A line that is left: the hash of what it has in common with others, the number of its entry, and its own number.
 using left_line = std::tuple<size_t, long, size_t>;
 
-// A line as it stands in its file; in the section form with what stands in front of it.
-std::string text_of_line(const configuration &conf, const conf_line &line) {
-    if (line.section_form)
-        return format("{}={}", line.key, line.value);
-    std::string_view text = conf.bytes.substr(line.begin, line.end - line.begin);
-    return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
-}
-
 long entry_number(const Frag *node) {
     while (node && !is_digit(node->name[0]))
         node = node->parent;
@@ -79,6 +71,13 @@ std::vector<left_line> matched_file::left(likeness by, bool is_file) {
 
 } // namespace
 
+std::string text_of_line(const configuration &conf, const conf_line &line) {
+    if (line.section_form)
+        return format("{}={}", line.key, line.value);
+    std::string_view text = conf.bytes.substr(line.begin, line.end - line.begin);
+    return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+}
+
 void match_installed(accounting &all) {
     matched_file own{all.in.own}, file{all.in.result};
     const std::vector<conf_line> &lines = own.conf.lines, &there = file.conf.lines;
@@ -115,10 +114,9 @@ void match_installed(accounting &all) {
             said->lost = said->lost ? said->lost : &lines[i];
             continue;
         }
-        std::string text =
-            at ? format("the upgrade writes {}, and {} stands in the result", text_of_line(own.conf, lines[i]),
-                        text_of_line(file.conf, *at))
-               : format("{}: the upgrade writes it, and the result lacks it", text_of_line(own.conf, lines[i]));
+        std::string text = at ? format("the upgrade writes {}, and {} stands in the result",
+                                       text_of_line(own.conf, lines[i]), text_of_line(file.conf, *at))
+                              : format("{}: {}", text_of_line(own.conf, lines[i]), LACKING);
         finding *told = said ? all.tell_some("turned", format("{}: {}", said->text, text), *said)
                              : all.tell_some(at ? "turned" : "lost", text, file.conf.name, at ? at->line : 0);
         if (told && said)

@@ -59,7 +59,7 @@ void check_mixed(accounting &all, const result_places &result, const char *famil
     }
 }
 
-using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in the result
+using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in what the upgrade writes
 
 // The numbered records of inputs, but for those that another file or a table says, too.
 moved_records records_of_inputs(const accounting &all, const result_places &result) {
@@ -73,15 +73,6 @@ moved_records records_of_inputs(const accounting &all, const result_places &resu
                     moved.emplace(record, now);
             }
     return moved;
-}
-
-// The records of a family, and which of them stands in which place.
-std::unordered_map<const Frag *, size_t> order_of(const configuration &result, const char *family) {
-    std::unordered_map<const Frag *, size_t> order;
-    for (const Frag *record : result.children(family))
-        if (is_digit(*record->name)) // others are not sorted
-            order.emplace(record, order.size());
-    return order;
 }
 
 // Whether they keep the order that they have in a file behind those up to `last`, which grows.
@@ -106,10 +97,13 @@ void check_records(accounting &all, const result_places &result) {
     for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++)
         if (const conf_line &was = all.in.own.lines[i], *is = all.written[i].there; is && was.node)
             for (size_t depth : {1, 2})
-                installed.emplace(at_depth(was.node, depth), at_depth(is->node, depth));
+                installed.emplace(at_depth(is->node, depth), at_depth(was.node, depth));
     for (const char *const *family = numbered_families; *family; family++) {
         check_mixed(all, result, *family);
-        auto order = order_of(result.conf, *family);
+        std::unordered_map<const Frag *, size_t> order;
+        for (const Frag *record : result.conf.children(*family))
+            if (is_digit(*record->name)) // others are not sorted
+                order.emplace(record, order.size());
         size_t last = 0;
         for (const account_input &input : all.inputs) {
             last = std::string_view(*family) == "map" ? last : 0; // those of a later file come behind
@@ -117,6 +111,6 @@ void check_records(accounting &all, const result_places &result) {
                 check_order(all, *input.conf, *family, moved, order, last);
         }
         last = 0;
-        check_order(all, result.conf, *family, installed, order_of(all.in.result, *family), last);
+        check_order(all, all.in.result, *family, installed, order, last);
     }
 }

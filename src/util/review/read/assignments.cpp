@@ -91,7 +91,7 @@ struct line_reader {
 
     // Whether the component behind the path names a record, whose prefix is part of that name.
     bool is_record() const {
-        auto starts = [this](std::string_view with) { return path.compare(0, with.size(), with) == 0; };
+        auto starts = [this](std::string_view with) { return has_prefix(path.c_str(), with); };
         auto ends = [this](std::string_view with) {
             return path.size() >= with.size() && path.compare(path.size() - with.size(), with.size(), with) == 0;
         };
@@ -114,7 +114,7 @@ struct line_reader {
             if (!take_name())
                 return false;
             char delimiter = bytes[at++];
-            if (!is_record())
+            if (name_bits != 0 && !is_record())
                 current.bits = static_cast<uint8_t>(current.bits | name_bits);
             if (delimiter != '_' && (!sections || (delimiter != '\\' && delimiter != ']'))) {
                 current.key = view_of(path + name, current.begin);
