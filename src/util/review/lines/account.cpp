@@ -48,7 +48,7 @@ void collect_inputs(accounting &all) {
 }
 
 void collect_numbers(accounting &all) {
-    for (const char *const *family = numbered_families; all.in.command.numbered() && *family; family++) {
+    for (const char *const *family = numbered_families; *family; family++) {
         if (std::string_view(*family) == "map") // which merge behind each other
             continue;
         std::set<long> numbers;
@@ -201,7 +201,7 @@ std::string accounting::saved_path(const Frag *node) const {
     std::string path = place_keys::path(node);
     for (const auto &[family, known] : numbers) {
         size_t front = family.size() + 1, end = std::min(path.find('_', front), path.size());
-        if (!begins(path, family + '_') || !is_digit(path[front]))
+        if (!in.command.numbered() || !begins(path, family + '_') || !is_digit(path[front]))
             continue;
         auto number = std::lower_bound(known.begin(), known.end(), strtol(path.c_str() + front, nullptr, 10));
         const char *form = family == "link" || family == "key" ? "{:04}" : "{}";

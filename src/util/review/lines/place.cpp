@@ -314,7 +314,8 @@ void line_placer::place(size_t number) {
     size_t first = policy ? result.from.at(policy) : NO_LINE;
     if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
         best = spot();
-    bool found = place_moved(number) ||
+    bool merges = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0; // by its number
+    bool found = place_moved(number) || (merges && place_by_number(number)) ||
                  (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
                  place_name(number) || place_fields(number);
     if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
