@@ -139,7 +139,7 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
     return {nullptr, nullptr};
 }
 
-void tell_lines(accounting &all, const result_places &own) {
+void tell_lines(accounting &all, result_places &own) {
     for (account_line &line : all.lines) {
         const conf_line *written = line.place ? own.line_at(line.place, line) : nullptr;
         written_line stands =

@@ -8,7 +8,7 @@
 #include <map>
 #include <unordered_set>
 
-constexpr size_t NO_LINE = SIZE_MAX;
+constexpr size_t NO_LINE = UINT32_MAX;
 constexpr size_t MOST_TOLD = 100; ///< findings of one name
 
 inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
@@ -44,30 +44,23 @@ struct account_line : line_fate {
     size_t by = NO_LINE;             ///< the line that says the same, or that overrides it
 };
 
-/// Lines of inputs by nodes of a result: in a table where a node has a line of the result to itself, as most have.
+/// The lines of inputs that stand at a node of a result, `NO_LINE` for none.
 struct node_notes {
-    explicit node_notes(const configuration &of) : conf(of), by_line(of.lines.size()) {}
-    /// The line at a node, `NO_LINE` for none.
-    size_t at(const Frag *frag) const;
-    void set(const Frag *frag, size_t line);
-    /// Notes the line if none is there. False if one is.
-    bool add(const Frag *frag, size_t line);
-
-private:
-    const configuration &conf;
-    std::vector<uint32_t> by_line; ///< one more than the line, 0 for none
-    std::unordered_map<const Frag *, size_t> others{};
-
-    const conf_line *own_line(const Frag *frag) const;
+    uint32_t valued = NO_LINE, named = NO_LINE; ///< the one that gives the node its value, or its name
+    uint32_t from = NO_LINE;                    ///< the one that stands at the node, or first below it
 };
+/// Notes the line if none is noted. False if one is.
+inline bool note_line(uint32_t &note, size_t line) {
+    bool is_free = note == NO_LINE;
+    note = is_free ? static_cast<uint32_t>(line) : note;
+    return is_free;
+}
 
 /// What the upgrade writes, in which lines are looked for.
 struct result_places {
     const configuration &conf;
     place_keys keys;
-    std::unordered_multimap<size_t, const Frag *> index; ///< by the hashes of place keys
-    node_notes valued, named;                            ///< the line that gives a node its value, or its name
-    node_notes from;                                     ///< the line that stands at a node, or first below it
+    std::unordered_multimap<size_t, const Frag *> index;            ///< by the hashes of place keys
     std::unordered_map<const Frag *, const conf_line *> name_lines; ///< where in the result a node is named
     /// The interfaces whose lists of aliases have such a name.
     std::unordered_map<std::string_view, const Frag *> alias_lists;
@@ -78,6 +71,8 @@ struct result_places {
     /// Only what is below records that inputs speak of can be found by its key.
     result_places(const configuration &result, const std::unordered_set<std::string> &spoken_of);
     void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
+    /// What is noted of a node: in a table where it has a line of the result to itself, as most have.
+    node_notes &notes(const Frag *frag);
     /// The nodes of that place key.
     std::vector<const Frag *> at(const std::string &key);
     /// Takes note that a line stands there; what is above it has its first line by it.
@@ -86,6 +81,10 @@ struct result_places {
     void stand(const Frag *frag, size_t line);
     /// The line of the result by which a line of an input stands there that was placed at the node.
     const conf_line *line_at(const Frag *frag, const account_line &line) const;
+
+private:
+    std::vector<node_notes> by_line;
+    std::unordered_map<const Frag *, node_notes> others{};
 };
 
 /// A rule of a table as one owner has it: a proxy, or the template of a policy.
@@ -182,7 +181,7 @@ inline bool is_map_line(const account_line &line) { return begins(line.key, "map
 /// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
 /// of its own, and an import removes what stands.
 struct merged_maps {
-    merged_maps(const accounting &all, const result_places &own);
+    merged_maps(const accounting &all, result_places &own);
     /// The first line of the map that stands in the way of a line's; `NO_LINE` if there is none.
     size_t winner(const account_line &line) const;
 
@@ -203,7 +202,7 @@ void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away.
 void check_standing(accounting &all, result_places &result);
 /// Tells records and policies that stand though a file ahead keeps them out, and numbered records in another order.
-void check_records(accounting &all, const result_places &result);
+void check_records(accounting &all, result_places &result);
 /// The text with some of its lines blank, by their numbers; a table's lines keep theirs.
 std::string blanked(const std::string &text, const std::vector<bool> &blank);
 /// Runs the upgrade without the candidates, and says of each what came of it.

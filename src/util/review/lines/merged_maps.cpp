@@ -60,7 +60,7 @@ struct standing_maps {
 
 } // namespace
 
-merged_maps::merged_maps(const accounting &all, const result_places &own) {
+merged_maps::merged_maps(const accounting &all, result_places &own) {
     for (size_t i = 0; i < all.lines.size(); i++)
         if (is_map_line(all.lines[i]))
             first_lines.emplace(at_depth(all.lines[i].said->node, 1), i);
@@ -75,7 +75,7 @@ merged_maps::merged_maps(const accounting &all, const result_places &own) {
         has_maps = has_maps || !stand.empty();
         if (input->table) {
             for (const Frag *map : own.conf.children("map"))
-                if (size_t line = own.from.at(map); line != NO_LINE && !all.lines[line].said) {
+                if (size_t line = own.notes(map).from; line != NO_LINE && !all.lines[line].said) {
                     first_lines.emplace(map, line);
                     stand.push_back(map);
                 }

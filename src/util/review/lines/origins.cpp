@@ -13,11 +13,18 @@ using fmt::format;
 
 namespace {
 
+/// What the release sets at a key.
+struct release_value {
+    std::string value;
+    bool always = false;        ///< every such result has it
+    const Frag *near = nullptr; ///< where in the result one looks for it
+};
+
 /// The whole of the result, line by line.
 struct origin_finder {
     accounting &all;
     result_places &result;
-    std::map<std::string, std::string> set{}; ///< keys that the release sets, with their values
+    std::map<std::string, release_value> set{};
     /// The elements of the location lists by list and interface.
     std::multimap<std::string, const Frag *> interfaces{};
     std::set<std::string> located{}; ///< the interfaces that stand there and are no aliases, a line end in front
@@ -26,24 +33,44 @@ struct origin_finder {
     std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
 
     void prepare();
+    void prepare_release();
     size_t input_line(const conf_line &line) const;
-    bool is_release(const conf_line &line) const;
     bool is_layout(const conf_line &line) const;
     written_line find(const conf_line &line) const;
     void tell_missing() const;
     void check_interfaces() const;
 };
 
-void origin_finder::prepare() {
+void origin_finder::prepare_release() {
+    const configuration &conf = result.conf;
     int release = all.data.release, version = all.in.command.version;
-    set["version_moatwall.conf"] = format("{:03}", version == 99 ? 50 : version);
-    set["def_proxy_global_name"] = "*";
-    if (release != 55)
-        set.insert({{"version_firewall", "5.5"}, {"version_upgraded", release < 40 ? "PRE 4.0" : "POST 4.0"}});
+    set["version_moatwall.conf"] = {format("{:03}", version == 99 ? 50 : version), true};
+    set["def_proxy_global_name"] = {"*"};
+    if (release != 55) {
+        set["version_firewall"] = {"5.5", true};
+        set["version_upgraded"] = {release < 40 ? "PRE 4.0" : "POST 4.0", true};
+    }
     if (all.has_tables) // a table takes the value, and the key stays
-        set.insert({{"trusted_networks", ""}, {"untrusted_networks", ""}});
-    for (const char *const *name = login_services; all.logs_in && *name; name++)
-        set.insert({{format("def_proxy_{}", *name), *name}, {format("def_proxy_{}_state", *name), "on"}});
+        set["trusted_networks"] = set["untrusted_networks"] = {};
+    for (const char *const *name = login_services; all.logs_in && *name; name++) {
+        set[format("def_proxy_{}", *name)] = {*name};
+        set[format("def_proxy_{}_state", *name)] = {"on", true};
+    }
+    for (auto &[key, made] : set)
+        made.near = conf.find(key.c_str());
+    for (const maprec *row = services_of(conf) == map_nt ? map_nt : nullptr; row && row->proxy; row++)
+        if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
+            set[format("proxy_{}", row->service)] = {configuration::value(state, ""), all.in.command.numbered(), state};
+    for (const Frag *proxy : conf.children("def_proxy")) {
+        const char *program = program_of(configuration::value(proxy, "proxy-type"));
+        const Frag *there = find_named(proxy->child, "proxy-exec");
+        if (program && release != 55) // a list stands in the place of a value, which is not saved then
+            set[place_keys::path(proxy) + "_proxy-exec"] = {program, !there || !there->child, proxy};
+    }
+}
+
+void origin_finder::prepare() {
+    prepare_release();
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
@@ -67,20 +94,20 @@ void origin_finder::prepare() {
 }
 
 size_t origin_finder::input_line(const conf_line &line) const {
-    const auto &direct = line.role == line_role::name ? result.named : result.valued;
     auto twin = result.doubles.find(&line);
-    if (size_t from = direct.at(twin == result.doubles.end() ? line.node : &twin->second); from != NO_LINE)
-        return from;
+    const node_notes &notes = result.notes(twin == result.doubles.end() ? line.node : &twin->second);
+    if (size_t direct = line.role == line_role::name ? notes.named : notes.valued; direct != NO_LINE)
+        return direct;
     // The name of a parameter comes with its value, that of a record with what stands in it.
     if (line.role == line_role::name || !line.node->value)
-        if (size_t first = result.from.at(line.node); first != NO_LINE)
+        if (size_t first = result.notes(line.node).from; first != NO_LINE)
             return first;
     // Some lines make a whole record.
     for (size_t depth : {1, 2})
-        if (size_t record = result.valued.at(at_depth(line.node, depth)); record != NO_LINE)
+        if (size_t record = result.notes(at_depth(line.node, depth)).valued; record != NO_LINE)
             return record;
     if (is_named(line.node, "alias"))
-        return result.from.at(line.node->parent);
+        return result.notes(line.node->parent).from;
     // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of it.
     bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
                     is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
@@ -92,23 +119,6 @@ size_t origin_finder::input_line(const conf_line &line) const {
     std::string name = clear_name(line.node), digits = "-0123456789"; // tn-px, tn-px-2, tn-px-3
     bool is_made = begins(name, rule->first) && name.find_first_not_of(digits, rule->first.size()) == name.npos;
     return is_proxy || is_made ? rule->second : NO_LINE;
-}
-
-bool origin_finder::is_release(const conf_line &line) const {
-    std::string path = place_keys::path(line.node);
-    const std::string value(line.role == line_role::name && line.node->value ? line.node->value : line.value);
-    if (auto found = set.find(path); found != set.end())
-        return value == found->second;
-    if (has_prefix(path.c_str(), "proxy_")) {
-        const maprec *services = services_of(result.conf),
-                     *row = find_maprec(services, &maprec::service, path.c_str() + 6);
-        return row && services == map_nt &&
-               value == result.conf.value((std::string("def_proxy_") + row->proxy + "_state").c_str());
-    }
-    bool is_program = all.data.release != 55 && has_prefix(path.c_str(), "def_proxy_") && at_depth(line.node, 3) &&
-                      line.node->parent == at_depth(line.node, 2) && is_named(line.node, "proxy-exec");
-    const char *program = is_program ? program_of(configuration::value(line.node->parent, "proxy-type")) : nullptr;
-    return program && value == program;
 }
 
 bool origin_finder::is_layout(const conf_line &line) const {
@@ -164,8 +174,8 @@ written_line origin_finder::find(const conf_line &line) const {
                                at_depth(line.node, 2) == line.node
                            ? line.node->child
                            : nullptr;
-    for (bool is_whole = rule && result.valued.at(line.node) != NO_LINE; rule && !is_whole; rule = rule->next)
-        if (result.valued.at(rule) == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
+    for (bool is_whole = rule && result.notes(line.node).valued != NO_LINE; rule && !is_whole; rule = rule->next)
+        if (result.notes(rule).valued == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
             from = NO_LINE;
     if (from != NO_LINE)
         return {origin::input, from};
@@ -173,31 +183,18 @@ written_line origin_finder::find(const conf_line &line) const {
         return {};
     if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos)
         return {origin::layout};
-    return {line.node && is_release(line) ? origin::release : origin::nowhere};
+    auto made = line.node ? set.find(place_keys::path(line.node)) : set.end();
+    bool has_name = line.role == line_role::name && line.node->value;
+    return {made != set.end() && made->second.value == (has_name ? line.node->value : line.value) ? origin::release
+                                                                                                  : origin::nowhere};
 }
-
-// Whether a list stands in the place of a value, which is not saved then.
-bool is_list(const Frag *frag) { return frag && frag->child; }
 
 // What the release sets in every result.
 void origin_finder::tell_missing() const {
-    const configuration &conf = result.conf;
-    auto must_be = [&](const std::string &key, const char *value, const Frag *near) {
-        if (conf.value(key.c_str()) != value)
-            all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, value),
-                          all.in.result.name, near ? conf.line_of(near) : 0);
-    };
-    for (const auto &[key, value] : set)
-        if (covers("version_*", key) || covers("def_proxy_svcgrd-*_state", key))
-            must_be(key, value.c_str(), conf.find(key.c_str()));
-    const maprec *services = services_of(conf);
-    for (const maprec *row = services; all.in.command.numbered() && services == map_nt && row->proxy; row++)
-        if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
-            must_be(format("proxy_{}", row->service), configuration::value(state, "").c_str(), state);
-    for (const Frag *proxy : conf.children("def_proxy"))
-        if (const char *program = program_of(configuration::value(proxy, "proxy-type"));
-            program && all.data.release != 55 && !is_list(find_named(proxy->child, "proxy-exec")))
-            must_be(place_keys::path(proxy) + "_proxy-exec", program, proxy);
+    for (const auto &[key, made] : set)
+        if (made.always && result.conf.value(key.c_str()) != made.value)
+            all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
+                          all.in.result.name, made.near ? result.conf.line_of(made.near) : 0);
 }
 
 // The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.

@@ -28,8 +28,9 @@ struct line_placer {
     bool place_fields(size_t number);
     /// Whether another line stands there; of a filter rule, one of its fields.
     bool is_taken(const Frag *frag) const {
-        return result.valued.at(frag) != NO_LINE ||
-               (at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit") && result.from.at(frag) != NO_LINE);
+        return result.notes(frag).valued != NO_LINE ||
+               (at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit") &&
+                result.notes(frag).from != NO_LINE);
     }
     bool place_name(size_t number);
     bool place_words(size_t number, const char *list);
@@ -42,9 +43,10 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
     account_line &line = all.lines[number];
     line.place = frag;
     line.turned = is_turned;
-    auto &standing = line.said->role == line_role::name ? result.named : result.valued;
-    size_t first = standing.at(frag);
-    bool is_free = standing.add(frag, number);
+    node_notes &notes = result.notes(frag);
+    uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
+    size_t first = standing;
+    bool is_free = note_line(standing, number);
     if (is_free)
         result.claim(frag, number);
     // What the result's own line says otherwise, or not at all, is in another shape.
@@ -311,7 +313,7 @@ void line_placer::place(size_t number) {
     spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
     // What an import removed, or a policy that stood already, is not turned by another that says the like.
     const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
-    size_t first = policy ? result.from.at(policy) : NO_LINE;
+    size_t first = policy ? result.notes(policy).from : NO_LINE;
     if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
         best = spot();
     bool merges = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0; // by its number

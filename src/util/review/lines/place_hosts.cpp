@@ -68,7 +68,7 @@ void rule_placer::place_hosts() {
 }
 
 bool rule_placer::is_of_table(const access_rule &now) const {
-    size_t from = result.from.at(side.maps[now.source].frag);
+    size_t from = result.notes(side.maps[now.source].frag).from;
     return from == NO_LINE || !all.lines[from].said;
 }
 

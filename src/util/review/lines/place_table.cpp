@@ -22,8 +22,8 @@ void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
         line.candidate = false;
         line.reason = std::move(reason);
     }
-    result.valued.add(frag, number);
-    if (result.from.at(frag) == NO_LINE)
+    note_line(result.notes(frag).valued, number);
+    if (result.notes(frag).from == NO_LINE)
         result.claim(frag, number);
 }
 
@@ -110,7 +110,7 @@ void rule_placer::place_template(const std::string &proxy, const std::string &na
             bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
             const Frag *there = set ? child_of(set, attribute.c_str()) : nullptr;
             // What the set had already stays: a word of the tail, or what another table gave it.
-            size_t by = there ? result.valued.at(there) : NO_LINE;
+            size_t by = there ? result.notes(there).valued : NO_LINE;
             bool is_taken = by != NO_LINE && by != rule.line;
             // With each further table one more of a set's destinations becomes a record.
             bool is_later_record = all.in.before.tables.size() > 1 &&
@@ -230,7 +230,7 @@ void rule_placer::place_removed(const filed_rule &of) {
 void rule_placer::take_turned() {
     for (auto [number, frag] : turned) {
         account_line &line = all.lines[number];
-        size_t by = result.valued.at(frag);
+        size_t by = result.notes(frag).valued;
         if (by != NO_LINE && !all.lines[by].said) {
             tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
             continue;

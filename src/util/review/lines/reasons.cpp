@@ -251,11 +251,11 @@ size_t reason_finder::winner(const account_line &line) const {
     auto last = imported.find(line.said->key);
     const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
     if (frag) {
-        size_t there = own.from.at(frag);
+        size_t there = own.notes(frag).from;
         // Of a numbered record, what came in one line, or a field of it.
         const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
         for (const Frag *above = entry ? frag : nullptr; above; above = above == entry ? nullptr : above->parent)
-            for (size_t each : {own.from.at(above), own.valued.at(above)})
+            for (size_t each : {own.notes(above).from, own.notes(above).valued})
                 there = there != NO_LINE && may_win(there, line) ? there : each;
         return by && all.value(*by) == text_of(frag)                       ? last->second
                : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
@@ -271,7 +271,8 @@ size_t reason_finder::winner(const account_line &line) const {
     // Of a policy that is there already nothing is merged.
     const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
     const Frag *there = policy ? own.conf.record("policy", shown_name(policy)) : nullptr;
-    if (size_t first = there ? own.from.at(there) : NO_LINE; first != NO_LINE && all.lines[first].input != line.input)
+    if (size_t first = there ? own.notes(there).from : NO_LINE;
+        first != NO_LINE && all.lines[first].input != line.input)
         return first;
     return is_map ? maps.winner(line) : NO_LINE;
 }

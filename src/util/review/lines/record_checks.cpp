@@ -16,17 +16,17 @@ void tell(accounting &all, const account_line &line, const char *what, const acc
 
 // Of the lines of one key in several files that are merged but one has a place, and of a policy that is there nothing
 // is merged.
-void check_owners(accounting &all, const result_places &result) {
+void check_owners(accounting &all, result_places &result) {
     std::unordered_map<std::string, size_t> owners; // of keys in numbered records
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         const account_input &input = all.inputs[line.input];
-        bool is_own = line.place && line.said && line.said->node && result.valued.at(line.place) == i;
+        bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == i;
         if (!is_own || is_map_line(line) || input.imported)
             continue;
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
-        size_t first = policy && !strstr(policy->name, "%5F") ? result.from.at(policy) : NO_LINE;
+        size_t first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : NO_LINE;
         const account_input *ahead =
             first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
         if (ahead && ahead->step < input.step && ahead->last_step >= all.last_import)
@@ -40,11 +40,11 @@ void check_owners(accounting &all, const result_places &result) {
 }
 
 // Tells records whose fields are of several files, since these merge by number: as it stands nobody wrote the record.
-void check_mixed(accounting &all, const result_places &result, const char *family) {
+void check_mixed(accounting &all, result_places &result, const char *family) {
     for (const Frag *record : result.conf.children(family)) {
         size_t first = NO_LINE, last = 0;
         for (const Frag *field = record->child; field; field = field->next)
-            if (size_t of = result.valued.at(field); of != NO_LINE && all.lines[of].said) {
+            if (size_t of = result.notes(field).valued; of != NO_LINE && all.lines[of].said) {
                 first = std::min(first, of);
                 last = std::max(last, of);
             }
@@ -62,13 +62,13 @@ void check_mixed(accounting &all, const result_places &result, const char *famil
 using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in what the upgrade writes
 
 // The numbered records of inputs, but for those that another file or a table says, too.
-moved_records records_of_inputs(const accounting &all, const result_places &result) {
+moved_records records_of_inputs(const accounting &all, result_places &result) {
     moved_records moved;
     for (const account_line &line : all.lines)
         if (line.place && !line.candidate && line.other_key.empty() && is_numbered(line))
             for (size_t depth : {1, 2}) {
                 const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
-                size_t first = record && now ? result.from.at(now) : NO_LINE;
+                size_t first = record && now ? result.notes(now).from : NO_LINE;
                 if (first != NO_LINE && all.lines[first].input == line.input)
                     moved.emplace(record, now);
             }
@@ -91,7 +91,7 @@ void check_order(accounting &all, const configuration &file, const char *family,
 
 } // namespace
 
-void check_records(accounting &all, const result_places &result) {
+void check_records(accounting &all, result_places &result) {
     check_owners(all, result);
     moved_records moved = records_of_inputs(all, result), installed;
     for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++)

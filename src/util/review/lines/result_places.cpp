@@ -5,36 +5,13 @@
 #include <algorithm>
 #include <utility>
 
-const conf_line *node_notes::own_line(const Frag *frag) const {
+node_notes &result_places::notes(const Frag *frag) {
     const conf_line *line = conf.origin(frag);
-    return line && line->node == frag ? line : nullptr;
-}
-
-size_t node_notes::at(const Frag *frag) const {
-    if (const conf_line *own = own_line(frag)) {
-        uint32_t note = by_line[static_cast<size_t>(own - conf.lines.data())];
-        return note == 0 ? NO_LINE : note - 1;
-    }
-    auto other = others.find(frag);
-    return other == others.end() ? NO_LINE : other->second;
-}
-
-void node_notes::set(const Frag *frag, size_t line) {
-    if (const conf_line *own = own_line(frag))
-        by_line[static_cast<size_t>(own - conf.lines.data())] = static_cast<uint32_t>(line + 1);
-    else
-        others[frag] = line;
-}
-
-bool node_notes::add(const Frag *frag, size_t line) {
-    bool is_free = at(frag) == NO_LINE;
-    if (is_free)
-        set(frag, line);
-    return is_free;
+    return line && line->node == frag ? by_line[static_cast<size_t>(line - conf.lines.data())] : others[frag];
 }
 
 result_places::result_places(const configuration &result, const std::unordered_set<std::string> &of)
-    : conf(result), keys(result), valued(result), named(result), from(result) {
+    : conf(result), keys(result), by_line(result.lines.size()) {
     std::unordered_set<const Frag *> looked_at;
     std::vector<std::pair<const Frag *, size_t>> pending = {{result.tree, 0}}; // with their depths
     while (!pending.empty()) {
@@ -89,13 +66,13 @@ std::vector<const Frag *> result_places::at(const std::string &key) {
 }
 
 void result_places::claim(const Frag *frag, size_t line) {
-    from.set(frag, line);
-    for (frag = frag->parent; frag && from.add(frag, line); frag = frag->parent)
+    notes(frag).from = static_cast<uint32_t>(line);
+    for (frag = frag->parent; frag && note_line(notes(frag).from, line); frag = frag->parent)
         ;
 }
 
 void result_places::stand(const Frag *frag, size_t line) {
-    if (valued.add(frag, line))
+    if (note_line(notes(frag).valued, line))
         claim(frag, line);
 }
 
