@@ -20,42 +20,32 @@ void review_line(const upgrade_command &command, const std::string &path, long l
             is_table = is_table || step.letter == 'n';
             file = step.argument;
         }
-    const std::string *text = files.bytes(file);
-    bool is_there = text && line >= 1 && line <= std::count(text->begin(), text->end(), '\n') + 1;
-    if (!is_input || !is_there) {
-        tell(data, "trouble",
-             format("{} {}", file,
-                    text && is_input ? "has no such line" : "is no input of this upgrade that can be read"));
-        return;
-    }
+    const std::string *text = is_input ? files.bytes(file) : nullptr;
+    if (!text || line > std::count(text->begin(), text->end(), '\n') + 1)
+        return void(tell(data, "trouble",
+                         file + (text ? " has no such line" : " is no input of this upgrade that can be read")));
     // All lines of an assignment go together.
     long first = line, last = line;
     if (!is_table)
         for (const conf_line &each : files.conf(file, conf_layout::as_written)->lines)
             if (each.line <= line && line <= each.end_line)
                 std::tie(first, last) = std::pair(each.line, each.end_line);
-    std::vector<bool> blank(static_cast<size_t>(last) + 1);
-    std::fill(blank.begin() + first, blank.end(), true);
-    std::string rest = blanked(*text, blank);
     std::string_view said = *text;
     for (long at = 1; at < first; at++)
         said.remove_prefix(std::min(said.size(), said.find('\n') + 1));
     said = said.substr(0, said.find_first_of("\r\n"));
-    if (said.find_first_not_of(" \t") == said.npos || (is_table && said[0] == '#')) {
-        tell(data, "trouble", "this line says nothing", file, line);
-        return;
-    }
-    upgrade_result with = run_upgrade(command, {}, true), without = run_upgrade(command, {{file, rest}}, true);
-    if (!with.good() || !without.good()) {
-        tell(data, "trouble",
-             !with.good() ? "the upgrade fails: " + with.trouble
-                          : "without this line the upgrade fails: " + without.trouble);
-        return;
-    }
-    if (with.output == without.output) {
-        tell(data, "same", format("{}: without it the result is the same, byte for byte", said), file, line);
-        return;
-    }
+    if (said.find_first_not_of(" \t") == said.npos || (is_table && said[0] == '#'))
+        return void(tell(data, "trouble", "this line says nothing", file, line));
+    std::vector<bool> blank(static_cast<size_t>(first));
+    blank.resize(static_cast<size_t>(last) + 1, true);
+    upgrade_result with = run_upgrade(command, {}, true),
+                   without = run_upgrade(command, {{file, blanked(*text, blank)}}, true);
+    for (const auto &[run, when] : {std::pair(&with, ""), {&without, "without this line "}})
+        if (!run->good())
+            return void(tell(data, "trouble", format("{}the upgrade fails: {}", when, run->trouble)));
+    if (with.output == without.output)
+        return void(
+            tell(data, "same", format("{}: without it the result is the same, byte for byte", said), file, line));
     std::string name = command.has_output ? command.output : "standard output";
     auto before = read_configuration(name, std::move(with.output), conf_layout::translated);
     auto after = read_configuration("without it", std::move(without.output), conf_layout::translated);
