@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
 #include <utility>
 
 namespace {
@@ -15,79 +14,21 @@ std::string_view first_word(const Frag *frag, const char *key) {
     return text.substr(0, text.find_first_of(" \t"));
 }
 
-/// A walk through network objects. A list that was met before holds nobody who is not decided about; one that is
-/// missing ends the walk at every level.
-struct source_walk {
-    const configuration *conf;
-    std::vector<const Frag *> elements{}; ///< of the last source
-    std::unordered_set<const Frag *> met_lists{};
-
-    bool add_list(const Frag *list) {
-        const Frag *holder = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
-        if (holder && met_lists.insert(list).second)
-            for (const Frag *element = holder->child; element; element = element->next)
-                elements.push_back(element);
-        return holder != nullptr;
-    }
-
-    void add_group(Frag *group) {
-        std::unordered_set<const Frag *> met; // a group that was walked to its end adds nothing
-        std::vector<Frag *> ahead;            // members of the groups on the way, the next one last
-        for (;;) {
-            if (group && met.insert(group).second) {
-                Frag *holder = ffind(&group->child, "member");
-                if (!holder)
-                    return;
-                std::vector<Frag *> members = configuration::children(holder, "");
-                ahead.insert(ahead.end(), members.rbegin(), members.rend());
-            }
-            if (ahead.empty())
-                return;
-            Frag *member = ahead.back();
-            ahead.pop_back();
-            std::string type = configuration::value(member, "type"), name = configuration::value(member, "name");
-            if (type[0] == 'L' && !add_list(conf->record("netobj_list", name)))
-                return;
-            group = type[0] == 'G' ? conf->record("netobj_group", name) : nullptr;
-        }
-    }
-
-    /// False if the source is no object.
-    bool add_source(std::string name) {
-        elements.clear();
-        bool is_group = take_group_mark(name);
-        Frag *object = conf->record(is_group ? "netobj_group" : "netobj_list", name);
-        if (is_group)
-            add_group(object);
-        else
-            add_list(object);
-        return is_group || object;
-    }
-};
-
-/// The proxies whose config sets a policy lists.
-std::set<std::string> proxies_of(const configuration &conf, const std::string &policy) {
-    std::set<std::string> listed;
-    for (const Frag *entry : configuration::children(conf.record("policy", policy), "proxy"))
-        listed.insert(owner_of(entry));
-    return listed;
-}
-
 void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access_rule> &into) {
     rule_hosts split = split_hosts(from.text);
+    bool is_deny = (from.bits & ATTR_DENY) != 0;
     rule.line = from.line;
     rule.tail = split.tail;
     for (size_t i = 0; i < split.hosts.size(); i++) {
         rule.pattern = split.hosts[i];
-        rule.permit = (from.bits & ATTR_DENY) == 0;
         std::string_view marker = split.marker;
         // A further host of a rule without a class stands for itself, and a marker counts there too.
-        if (i > 0 && marker.empty() && rule.permit) {
+        if (i > 0 && marker.empty() && !is_deny) {
             marker = split_hosts(rule.pattern).marker;
             rule.pattern.remove_prefix(marker.size());
         }
         rule.unmarked = marker.empty() && (from.bits & (ATTR_DENY | ATTR_PERMIT)) == 0;
-        rule.permit = marker.empty() ? rule.permit : marker == "%-permit%";
+        rule.permit = marker.empty() ? !is_deny : marker == "%-permit%";
         into.push_back(rule);
     }
 }
@@ -111,7 +52,6 @@ void add_table_rules(const access_side &side, size_t index, const std::string &p
         return;
     access_rule rule;
     rule.table = index;
-    rule.source = SIZE_MAX;
     for (size_t each : reached)
         if (each != std::exchange(rule.source, each)) // a line can name a proxy twice
             add_rule_hosts(table.rules[each], rule, into);
@@ -144,7 +84,7 @@ void access_side::set_maps(const configuration &from) {
     conf = &from;
     for (const Frag *proxy : from.children("def_proxy"))
         add_proxy(shown_name(proxy));
-    std::unordered_map<std::string, std::set<std::string>> listed; // proxies, by policy
+    std::unordered_map<std::string, std::set<std::string>> listed; // the owners of the config sets, by policy
     for (const Frag *frag : from.children("map")) {
         auto text = [frag](const char *key) { return configuration::value(frag, key); };
         std::string pd = text("pd");
@@ -154,9 +94,10 @@ void access_side::set_maps(const configuration &from) {
         access_map map{frag, number, from.line_of(frag), pd == "P", text("src"), text("policy"), text("proxy")};
         std::set<std::string> concerned = {map.proxy};
         if (map.permit) {
-            auto [policy, added] = listed.try_emplace(map.policy);
-            if (added)
-                policy->second = proxies_of(from, map.policy);
+            auto [policy, is_new] = listed.try_emplace(map.policy);
+            if (is_new)
+                for (const Frag *entry : configuration::children(from.record("policy", map.policy), "proxy"))
+                    policy->second.insert(owner_of(entry));
             if (map.proxy == "*")
                 concerned = policy->second;
             else if (policy->second.count(map.proxy) == 0)
@@ -170,20 +111,39 @@ void access_side::set_maps(const configuration &from) {
     }
 }
 
-std::vector<size_t> maps_for(const access_side &side, const std::string &proxy) {
-    std::vector<size_t> merged;
+std::set<size_t> maps_for(const access_side &side, const std::string &proxy) {
+    std::set<size_t> concerned;
     for (const std::string &name : {std::string("*"), proxy})
         if (auto maps = side.maps_of.find(name); maps != side.maps_of.end())
-            merged.insert(merged.end(), maps->second.begin(), maps->second.end());
-    std::sort(merged.begin(), merged.end());
-    merged.erase(std::unique(merged.begin(), merged.end()), merged.end());
-    return merged;
+            concerned.insert(maps->second.begin(), maps->second.end());
+    return concerned;
 }
 
-std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare) {
-    source_walk walk{&conf};
-    *bare = !walk.add_source(source);
-    return std::move(walk.elements);
+std::vector<const Frag *> source_elements(const configuration &conf, std::string source,
+                                          std::unordered_set<const Frag *> &met_lists) {
+    bool is_group = take_group_mark(source);
+    if (!is_group && !conf.record("netobj_list", source))
+        return {nullptr};
+    std::vector<const Frag *> elements;
+    std::unordered_set<const Frag *> met_groups; // one that was walked adds nothing
+    std::vector<std::pair<char, std::string>> ahead = {{is_group ? 'G' : 'L', source}}; // the next one last
+    while (!ahead.empty()) {
+        auto [type, name] = std::move(ahead.back());
+        ahead.pop_back();
+        bool is_list = type == 'L';
+        Frag *object = is_list || type == 'G' ? conf.record(is_list ? "netobj_list" : "netobj_group", name) : nullptr;
+        Frag *holder = object ? ffind(&object->child, is_list ? "element" : "member") : nullptr;
+        if (!holder && (is_list || object))
+            break;
+        if (!holder || !(is_list ? met_lists : met_groups).insert(object).second)
+            continue;
+        std::vector<Frag *> below = configuration::children(holder, "");
+        if (is_list)
+            elements.insert(elements.end(), below.begin(), below.end());
+        for (auto member = below.rbegin(); !is_list && member != below.rend(); ++member)
+            ahead.emplace_back(configuration::value(*member, "type")[0], configuration::value(*member, "name"));
+    }
+    return elements;
 }
 
 std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy) {
@@ -191,7 +151,7 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
     for (size_t i = 0; i < side.tables.size(); i++)
         add_table_rules(side, i, proxy, rules);
     std::unordered_set<std::string_view> met_sources;
-    source_walk walk{side.conf};
+    std::unordered_set<const Frag *> met_lists;
     for (size_t i : maps_for(side, proxy)) {
         const access_map &map = side.maps[i];
         if (!met_sources.insert(map.source).second)
@@ -201,12 +161,8 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
         rule.is_map = true;
         rule.line = map.line;
         rule.source = i;
-        if (!walk.add_source(map.source)) {
-            rule.pattern = first_word(map.frag, "src");
-            rules.push_back(rule);
-        }
-        for (const Frag *element : walk.elements) {
-            rule.pattern = first_word(element, "addr");
+        for (const Frag *element : source_elements(*side.conf, map.source, met_lists)) {
+            rule.pattern = element ? first_word(element, "addr") : first_word(map.frag, "src");
             rule.element = element;
             rules.push_back(rule);
         }
@@ -214,13 +170,13 @@ std::vector<access_rule> rules_of(const access_side &side, const std::string &pr
     return rules;
 }
 
-decision decision_of(const access_side &side, const access_rule *rule) {
-    if (!rule)
+decision decision_of(const access_side &side, const access_rule &rule) {
+    if (rule.source == SIZE_MAX)
         return {};
-    ruling made = rule->permit ? ruling::permit : ruling::deny;
-    if (!rule->is_map)
-        return {made, side.tables[rule->table]->name, rule->line, std::nullopt, std::string(rule->pattern)};
-    return {made, side.conf->name, rule->line, side.maps[rule->source].number, std::string(rule->pattern)};
+    ruling made = rule.permit ? ruling::permit : ruling::deny;
+    if (!rule.is_map)
+        return {made, side.tables[rule.table]->name, rule.line, std::nullopt, std::string(rule.pattern)};
+    return {made, side.conf->name, rule.line, side.maps[rule.source].number, std::string(rule.pattern)};
 }
 
 std::string decision_text(const decision &made) {
@@ -238,8 +194,6 @@ bool covers(std::string_view pattern, std::string_view host) {
         if (at < pattern.size() && pattern[at] == '*') {
             star = ++at;
             begin = byte;
-            if (at == pattern.size())
-                return true;
         } else if (at < pattern.size() && pattern[at] == host[byte]) {
             at++;
             byte++;
@@ -256,6 +210,6 @@ bool covers(std::string_view pattern, std::string_view host) {
 decision decide(const access_side &side, const std::string &proxy, const std::string &host) {
     for (const access_rule &rule : rules_of(side, proxy))
         if (covers(rule.pattern, host))
-            return decision_of(side, &rule);
+            return decision_of(side, rule);
     return {};
 }

@@ -6,7 +6,6 @@
 #include "read/netperm_table.h"
 #include "review.h"
 
-#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -23,7 +22,7 @@ struct access_rule {
     bool is_map = false;           ///< it is not a table's
     long line = 0;                 ///< of the rule, or the first of the map
     const Frag *element = nullptr; ///< the element that holds the pattern, if it is of a list
-    size_t source = 0;             ///< index of the rule in the table, or in the side's `maps`
+    size_t source = SIZE_MAX;      ///< index of the rule in the table, or in the side's `maps`; of a refusal none
     size_t table = 0;              ///< index in the side's `tables`, for a rule of one
 };
 
@@ -62,30 +61,28 @@ struct access_side {
     std::unordered_set<std::string> known;
 };
 
-/// Parameters by their clear names, prefix in front, with their values.
-using option_set = std::map<std::string, std::set<std::string>>;
-
 /// The rules of a proxy in the order in which they are tried; a source that stands again behind itself is left out,
 /// since it decides about nobody.
 std::vector<access_rule> rules_of(const access_side &side, const std::string &proxy);
 /// The maps that concern a proxy, as indexes in the order in which they are tried.
-std::vector<size_t> maps_for(const access_side &side, const std::string &proxy);
+std::set<size_t> maps_for(const access_side &side, const std::string &proxy);
 /// The elements that a source leads to, as an enumeration of network objects finds them: the members of a group in
-/// order, lists and groups by their types; a missing list ends its group. `bare` is set where the source is no object,
-/// but stands for itself as a host.
-std::vector<const Frag *> source_elements(const configuration &conf, const std::string &source, bool *bare);
-/// What a rule of the side, or null for none, comes to as a decision.
-decision decision_of(const access_side &side, const access_rule *rule);
+/// order, lists and groups by their types; a list that is missing ends the walk, and one that was met before adds
+/// nothing. A null alone where the source is no object, but stands for itself as a host.
+std::vector<const Frag *> source_elements(const configuration &conf, std::string source,
+                                          std::unordered_set<const Frag *> &met_lists);
+/// What a rule of the side comes to as a decision.
+decision decision_of(const access_side &side, const access_rule &rule);
 /// "permitted by 10.* (new.conf:812, map 94)", or denied, or "refused": the one wording of who decides.
 std::string decision_text(const decision &made);
 /// Who decides about the host, a word without blanks, at that proxy.
 decision decide(const access_side &side, const std::string &proxy, const std::string &host);
 /// Whether the word's pattern covers the host: the comparison's own matcher, apart from the upgrade's.
 bool covers(std::string_view pattern, std::string_view host);
-/// The options under which a permit rule or map lets a host into the proxy: words of a rule's tail; of a map the
-/// parameters of its policy and of the config sets that the policy lists for the proxy.
-option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy);
-/// The options that the rule before has and the rule after lacks, in words; empty if there are none.
-std::string lacking_options(const option_set &was, const option_set &is);
+/// The options under which the permit rule or map before lets a host into the proxy, and the one after does not, in
+/// words; empty if there are none. They are the words of a rule's tail; of a map the parameters of its policy and of
+/// the config sets that the policy lists for the proxy.
+std::string lacking_options(const access_side &before, const access_rule &was, const access_side &after,
+                            const access_rule &is, const std::string &proxy);
 
 #endif

@@ -21,10 +21,10 @@ bool has_star(std::string_view pattern) { return pattern.find('*') != std::strin
 
 /// False if surely no word is accepted by both: they differ in front of a star of either, or behind.
 bool can_meet(std::string_view a, std::string_view b) {
-    auto agree = [](auto at, auto end, auto other, auto other_end) {
-        for (; at != end && other != other_end && *at == *other && *at != '*'; ++at)
-            ++other;
-        return at == end || other == other_end || *at == *other || *at == '*' || *other == '*';
+    auto agree = [](auto begin, auto end, auto other, auto other_end) {
+        auto same = [](char of_a, char of_b) { return of_a == of_b && of_a != '*'; };
+        auto [at, at_other] = std::mismatch(begin, end, other, other_end, same);
+        return at == end || at_other == other_end || *at == '*' || *at_other == '*';
     };
     return agree(a.begin(), a.end(), b.begin(), b.end()) && agree(a.rbegin(), a.rend(), b.rbegin(), b.rend());
 }
@@ -36,15 +36,12 @@ std::string shortest_word(std::string_view pattern) {
     return word.empty() || (pattern.size() > 1 && pattern.substr(pattern.size() - 2) == "**") ? word + '0' : word;
 }
 
-/// The rules of one side. The place behind the last is the refusal of whom no rule covers.
+/// The rules of one side, and last the refusal of whom no rule covers.
 struct compared_list {
     std::vector<access_rule> rules{};
-    std::vector<uint32_t> ends{};     // for each place its node
-    std::vector<uint32_t> partners{}; // for each place that of the other list, or none
-    std::vector<uint32_t> kept{};     // the places of rules that decide something
-
-    const access_rule *rule(uint32_t place) const { return place < rules.size() ? &rules[place] : nullptr; }
-    std::string_view pattern(uint32_t place) const { return place < rules.size() ? rules[place].pattern : "*"; }
+    std::vector<uint32_t> ends{};     // for each rule its node
+    std::vector<uint32_t> partners{}; // for each rule that of the other list, or none
+    std::vector<uint32_t> kept{};     // the rules that decide something
 };
 
 /// How a host is treated otherwise, worst first, and the names of the findings.
@@ -53,14 +50,14 @@ constexpr const char *change_ids[] = {"wider", "narrower", "options"};
 
 struct difference {
     change how;
-    const access_rule *was, *is;
+    const access_rule &was, &is;
     std::string word; // the shortest that they decide
 };
 
 struct proxy_comparison {
     const access_side &before, &after;
     const std::string &proxy;
-    work_budget &budget;
+    work_budget budget;
     std::array<compared_list, 2> lists{};
     pattern_automaton automaton{};
     std::map<rule_pair, difference> differences{}; // by the deciding rules
@@ -71,36 +68,33 @@ struct proxy_comparison {
     const std::string &lacking(const access_rule &was, const access_rule &is) {
         auto [known, is_new] = known_lacking.try_emplace({was.table, was.source, is.source});
         if (is_new)
-            known->second = lacking_options(options_of(before, was, proxy), options_of(after, is, proxy));
+            known->second = lacking_options(before, was, after, is, proxy);
         return known->second;
     }
 
-    // Takes the rules of both sides and drops those that decide nothing. False if there are too many.
+    // Takes the rules of both sides but for those that decide nothing. False if there are too many.
     bool read() {
         size_t bytes = 0;
         for (size_t list = 0; list < 2; list++) {
-            compared_list &made = lists[list];
-            made.rules = rules_of(list == 0 ? before : after, proxy);
-            for (const access_rule &rule : made.rules)
+            auto &[rules, ends, partners, kept] = lists[list];
+            rules = rules_of(list == 0 ? before : after, proxy);
+            rules.emplace_back().pattern = "*";
+            for (const access_rule &rule : rules)
                 bytes += rule.pattern.size() + 1;
             if (bytes > MOST_BYTES)
                 return false;
-            made.partners.assign(made.rules.size() + 1, NO_RULE);
-            for (uint32_t i = 0; i <= made.rules.size(); i++)
-                made.ends.push_back(automaton.add(made.pattern(i), list, i));
-        }
-        automaton.finish();
-        for (size_t list = 0; list < 2; list++)
-            for (uint32_t i = 0; i < lists[list].ends.size(); i++) {
-                uint32_t &first = automaton.nodes[lists[list].ends[i]].rule[list];
+            partners.assign(rules.size(), NO_RULE);
+            for (uint32_t i = 0; i < rules.size(); i++) {
+                ends.push_back(automaton.add(rules[i].pattern, list, i));
+                uint32_t &first = automaton.nodes[ends[i]].rule[list];
                 if (first != i)
                     continue;
-                if (lists[list].pattern(i).empty() || automaton.is_covered(lists[list].pattern(i), list, i, budget))
+                if (rules[i].pattern.empty() || automaton.is_covered(rules[i].pattern, list, i, budget))
                     first = NO_RULE;
                 else
-                    lists[list].kept.push_back(i);
+                    kept.push_back(i);
             }
-        automaton.finish();
+        }
         return true;
     }
 
@@ -134,16 +128,15 @@ struct proxy_comparison {
 
     // What becomes of a host that is decided by these two rules.
     change change_of(rule_pair rules) {
-        const access_rule *was = lists[0].rule(rules[0]), *is = lists[1].rule(rules[1]);
-        bool was_permitted = was && was->permit, is_permitted = is && is->permit;
-        if (was_permitted != is_permitted)
-            return is_permitted ? change::wider : change::narrower;
-        return was_permitted && !lacking(*was, *is).empty() ? change::options : change::none;
+        const access_rule &was = lists[0].rules[rules[0]], &is = lists[1].rules[rules[1]];
+        if (was.permit != is.permit)
+            return is.permit ? change::wider : change::narrower;
+        return was.permit && !lacking(was, is).empty() ? change::options : change::none;
     }
 
     void note(rule_pair rules, const std::string &word) {
         if (change how = change_of(rules); how != change::none)
-            differences.try_emplace(rules, difference{how, lists[0].rule(rules[0]), lists[1].rule(rules[1]), word});
+            differences.try_emplace(rules, difference{how, lists[0].rules[rules[0]], lists[1].rules[rules[1]], word});
     }
 
     // Whether the words that the two decide are to be looked for below the rule at that place of the list. Partners
@@ -151,10 +144,9 @@ struct proxy_comparison {
     // with one that has no partner either by the side that has more of these, so that the words of few are not searched
     // for many, and those with one whose partner is earlier don't exist.
     bool is_wanted(size_t list, uint32_t place, uint32_t other) {
-        std::string_view pattern = lists[list].pattern(place), that = lists[1 - list].pattern(other);
+        std::string_view pattern = lists[list].rules[place].pattern, that = lists[1 - list].rules[other].pattern;
         uint32_t partner = lists[list].partners[place], its_partner = lists[1 - list].partners[other];
-        bool takes_alone =
-            list == 0 ? lists[0].kept.size() >= lists[1].kept.size() : lists[1].kept.size() > lists[0].kept.size();
+        bool takes_alone = (list == 1) == (lists[1].kept.size() > lists[0].kept.size());
         bool is_mine = partner != NO_RULE       ? partner == other
                        : its_partner == NO_RULE ? takes_alone && has_star(that)
                                                 : its_partner > place;
@@ -171,7 +163,7 @@ struct proxy_comparison {
     // False if the budget ended it.
     bool search(size_t list, uint32_t place) {
         const compared_list &own = lists[list], &others = lists[1 - list];
-        std::string_view pattern = own.pattern(place);
+        std::string_view pattern = own.rules[place].pattern;
         std::string word = shortest_word(pattern);
         rule_pair deciding = decided(word, budget);
         if (deciding[list] == place)
@@ -194,15 +186,12 @@ struct proxy_comparison {
         uint32_t end = few.add(pattern, 0, place);
         for (size_t side : {list, 1 - list})
             for (uint32_t i : lists[side].kept)
-                if (i < (side == list ? place : wanted.size()) && can_meet(pattern, lists[side].pattern(i)))
-                    few.add(lists[side].pattern(i), side == list ? 0 : 1, i);
-        few.finish();
+                if (std::string_view that = lists[side].rules[i].pattern;
+                    i < (side == list ? place : wanted.size()) && can_meet(pattern, that))
+                    few.add(that, side == list ? 0 : 1, i);
         budget.take(place + wanted.size() + few.nodes.size());
-        std::map<uint32_t, std::string> words;
-        bool is_whole = find_words(few, place, end, std::move(wanted), budget, words);
-        for (const auto &[other, found] : words)
-            note(pair_of(list, place, other), found);
-        return is_whole;
+        return find_words(few, place, end, std::move(wanted), budget,
+                          [&](uint32_t other, const std::string &found) { note(pair_of(list, place, other), found); });
     }
 
     // Finds all differences. False if some may be left.
@@ -233,33 +222,30 @@ struct finding_maker {
     const std::set<std::string> &initial_maps; // those of the initial environment that were not there before
     review_data &data;
     std::array<spellings, 2> spelled{};
-    work_budget budget{access_options().work_limit};
-    proxy_comparison theirs{made.before, own, made.proxy, budget}; // with what the upgrade writes, if that is known
-
-    bool is_spelled_otherwise(const access_rule *rule, const spellings &others) const {
-        auto alike = rule ? others.find(lowercase(rule->pattern)) : others.end();
-        return alike != others.end() && alike->second.count(rule->pattern) == 0;
-    }
+    proxy_comparison theirs{
+        made.before, own, made.proxy, {access_options().work_limit}}; // with the upgrade's, if known
 
     /// Empty if none is known.
     std::string cause(const difference &from) {
         work_budget enough{UINT64_MAX};
-        bool is_known = !theirs.lists[1].ends.empty();
-        if (is_known && theirs.change_of(theirs.decided(from.word, enough)) != from.how)
+        if (!theirs.lists[1].kept.empty() && theirs.change_of(theirs.decided(from.word, enough)) != from.how)
             return "the output is not the upgrade's own";
-        if (from.is && initial_maps.count(map_text(made.after.maps[from.is->source])) != 0)
+        if (from.is.is_map && initial_maps.count(map_text(made.after.maps[from.is.source])) != 0)
             return "by the initial environment";
-        if (from.was && from.was->unmarked && from.is && from.was->pattern == from.is->pattern && !from.is->permit)
+        if (from.was.unmarked && from.is.is_map && from.was.pattern == from.is.pattern && !from.is.permit)
             return "an unmarked rule that joined a deny";
-        bool by_case = is_spelled_otherwise(from.was, spelled[1]) || is_spelled_otherwise(from.is, spelled[0]);
-        return by_case ? "equal but for the case of letters" : "";
+        for (const auto &[rule, others] : {std::pair(&from.was, &spelled[1]), {&from.is, &spelled[0]}})
+            if (auto alike = others->find(lowercase(rule->pattern));
+                alike != others->end() && alike->second.count(rule->pattern) == 0)
+                return "equal but for the case of letters";
+        return "";
     }
 
     void add(const difference &from, const std::string &cause, long count) const {
         decision was = decision_of(made.before, from.was), is = decision_of(made.after, from.is);
         std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
         if (from.how == change::options)
-            text += ", " + made.lacking(*from.was, *from.is);
+            text += ", " + made.lacking(from.was, from.is);
         std::string state = configuration::value(made.after.conf->record("def_proxy", made.proxy), "state");
         if (from.how != change::narrower && !state.empty() && !says_yes(state))
             text += "; the proxy is off";
@@ -284,9 +270,7 @@ struct finding_maker {
         using folded_place = std::tuple<change, size_t, size_t, size_t, std::string>;
         std::map<folded_place, std::pair<const difference *, long>> folded; // the shortest, and how many there are
         for (const auto &[places, each] : made.differences) {
-            auto &[shortest, count] =
-                folded[{each.how, each.was ? each.was->table : 0, each.was ? each.was->source : SIZE_MAX,
-                        each.is ? each.is->source : SIZE_MAX, cause(each)}];
+            auto &[shortest, count] = folded[{each.how, each.was.table, each.was.source, each.is.source, cause(each)}];
             if (count++ == 0 || each.word.size() < shortest->word.size())
                 shortest = &each;
         }
@@ -317,25 +301,23 @@ void compare_access(const access_side &before, const access_side &after, const a
     for (const std::string &proxy : proxies) {
         if (is_alone && proxy != options.only_proxy)
             continue;
-        if (options.progress)
-            options.progress(proxy);
+        options.progress(proxy);
         // A proxy that can't be decided leaves the others half of what is left.
         uint64_t given = is_alone ? left : left / 2;
-        work_budget budget{given};
-        proxy_comparison made{before, after, proxy, budget};
+        proxy_comparison made{before, after, proxy, {given}};
         bool is_decided = made.run();
-        left -= given - budget.left;
+        left -= given - made.budget.left;
         finding_maker{made, own, initial_maps, data}.add_all();
         verdict found = !is_decided                ? verdict::not_decided
                         : made.differences.empty() ? verdict::same
                                                    : verdict::different;
-        data.access.push_back({proxy, found, made.lists[0].rules.size(), maps_for(after, proxy).size()});
+        data.access.push_back(
+            {proxy, found, std::max<size_t>(made.lists[0].rules.size(), 1) - 1, maps_for(after, proxy).size()});
         if (!is_decided) {
-            finding &open =
-                tell(data, "not-decided",
-                     "its patterns take more steps than are taken; some hosts may be treated otherwise unseen");
-            open.proxy = proxy;
-            open.text += is_alone ? "" : "; more are taken for it alone: --proxy " + proxy;
+            std::string alone = is_alone ? "" : "; more are taken for it alone: --proxy " + proxy;
+            tell(data, "not-decided",
+                 "its patterns take more steps than are taken; some hosts may be treated otherwise unseen" + alone)
+                .proxy = proxy;
         }
     }
 }

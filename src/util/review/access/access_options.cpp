@@ -4,8 +4,12 @@
 
 #include <algorithm>
 #include <fmt/ranges.h>
+#include <map>
 
 namespace {
+
+/// Parameters by their clear names, prefix in front, with their values.
+using option_set = std::map<std::string, std::set<std::string>>;
 
 /// The parameter that a key path names: its prefixes in front of all names. It ends at a `=`.
 std::string parameter_name(std::string_view path) {
@@ -23,21 +27,14 @@ std::string parameter_name(std::string_view path) {
 
 // All that has a value below a node; of several sets each value, in whatever order they stand.
 void add_parameters(const Frag *top, option_set &options) {
-    std::vector<std::pair<const Frag *, std::string>> pending = {
-        {top, ""}}; // with what stands in front of what is below
-    while (top && !pending.empty()) {
-        auto [at, front] = std::move(pending.back());
-        pending.pop_back();
-        for (const Frag *frag = at->child; frag; frag = frag->next) {
-            std::string path = front + prefix_of(frag->attr) + frag->name;
-            if (frag->value)
-                options[parameter_name(path)].insert(configuration::value(frag, ""));
-            pending.emplace_back(frag, path + "_");
-        }
+    for (const Frag *frag : nodes_of(top ? top->child : nullptr)) {
+        std::string path;
+        for (const Frag *at = frag; frag->value && at != top; at = at->parent)
+            path = prefix_of(at->attr) + std::string(at->name) + (at == frag ? "" : "_") + path;
+        if (frag->value)
+            options[parameter_name(path)].insert(configuration::value(frag, ""));
     }
 }
-
-} // namespace
 
 option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy) {
     option_set options;
@@ -59,13 +56,17 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
     return options;
 }
 
-std::string lacking_options(const option_set &was, const option_set &is) {
+} // namespace
+
+std::string lacking_options(const access_side &before, const access_rule &was, const access_side &after,
+                            const access_rule &is, const std::string &proxy) {
     constexpr size_t most = 5;
     std::vector<std::string> lacking;
-    for (const auto &[name, values] : was) {
-        auto found = is.find(name);
+    const option_set now = options_of(after, is, proxy);
+    for (const auto &[name, values] : options_of(before, was, proxy)) {
+        auto found = now.find(name);
         std::string value = fmt::to_string(fmt::join(values, " and "));
-        if (found == is.end())
+        if (found == now.end())
             lacking.push_back(name[0] == '-' && value == "*" ? "without " + name
                                                              : fmt::format("{} = {}, none now", name, value));
         else if (!std::includes(found->second.begin(), found->second.end(), values.begin(), values.end()))

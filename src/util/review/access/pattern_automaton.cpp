@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -21,30 +22,34 @@ std::string make_liked() {
 }
 const std::string liked = make_liked(); // NOLINT(cert-err58-cpp): without memory the process ends
 
+/// Whether the place in a pattern asks for a byte: a `*` only does as the last of a run at the end.
+bool asks_byte(std::string_view pattern, size_t i) {
+    return pattern[i] != '*' || (i > 0 && i + 1 == pattern.size() && pattern[i - 1] == '*');
+}
+
 /// A walk through the states in which the rule can still decide, those of short words first.
 struct word_search {
     using state = pattern_automaton::state;
-    struct origin;
-    using met_state = std::pair<const state, origin>;
-    struct origin {
-        const met_state *before; // null for the state before any byte
-        char byte;
-        uint32_t depth;
-    };
+    using met_state = std::pair<const state, std::string>;
 
     const pattern_automaton &automaton;
     uint32_t rule;
     work_budget &budget;
-    std::vector<uint32_t> rest;         // for each node, the bytes from there to the rule's end
-    std::vector<uint32_t> wanted_below; // the wanted rules that end there or below and are not found yet
+    std::vector<uint32_t> rest;    // for each node, the bytes from there to the rule's end
+    std::vector<int> wanted_below; // the wanted rules that end there or below and are not found yet
     size_t stored = 0;
-    std::unordered_map<state, origin> met{};
+    std::unordered_map<state, std::string> met{};         // with a shortest word that leads there
     std::vector<std::vector<const met_state *>> queues{}; // by the bytes so far and the rest together
 
-    void push(state &at, const met_state *before, char byte) {
+    void count_wanted(uint32_t node, int more) {
+        for (; node != NONE; node = automaton.nodes[node].parent)
+            wanted_below[node] += more;
+    }
+
+    void push(state at, const std::string &word) {
         rule_pair limit = {rule + 1, NO_RULE};
         automaton.settle(at, limit);
-        uint32_t depth = before ? before->second.depth + 1 : 1, bytes = NONE;
+        uint32_t bytes = NONE;
         bool is_open = false;
         for (uint32_t number : at) {
             bytes = std::min(bytes, rest[number]);
@@ -52,35 +57,32 @@ struct word_search {
         }
         if (!is_open || bytes == NONE || limit[0] <= rule)
             return;
-        auto [known, is_new] = met.try_emplace(at, origin{before, byte, depth});
-        if (!is_new && known->second.depth <= depth)
+        auto [known, is_new] = met.try_emplace(at, word);
+        if (!is_new && known->second.size() <= word.size())
             return;
-        known->second = {before, byte, depth};
-        stored += at.size() + COST_OF_STATE;
-        queues.resize(std::max(queues.size(), size_t{depth} + bytes + 1));
-        queues[depth + bytes].push_back(&*known);
+        known->second = word;
+        stored += at.size() + word.size() / sizeof(char32_t) + COST_OF_STATE;
+        queues.resize(std::max(queues.size(), word.size() + bytes + 1));
+        queues[word.size() + bytes].push_back(&*known);
     }
 
-    void expand(const state &from, const met_state *before) {
+    void expand(const state &from, const std::string &word) {
         state stay;
         std::map<size_t, state> behind; // each byte, by its rank
         for (uint32_t number : from) {
             if (automaton.nodes[number].is_any)
                 stay.push_back(number);
-            for (uint32_t child = automaton.nodes[number].child; child != NONE; child = automaton.nodes[child].next) {
-                char byte = automaton.nodes[child].byte;
+            for (auto [byte, child] : automaton.nodes[number].children)
                 (byte == '*' ? stay : behind[liked.find(byte)]).push_back(child);
-            }
         }
         size_t other = 0; // the first byte that leads nowhere else
         while (behind.count(other) != 0)
             other++;
         if (other < liked.size())
             behind.try_emplace(other);
-        for (auto &[rank, next] : behind) {
-            next += stay;
-            budget.take(next.size() + 4);
-            push(next, before, liked[rank]);
+        for (const auto &[rank, next] : behind) {
+            budget.take(next.size() + stay.size() + 4);
+            push(next + stay, word + liked[rank]);
         }
     }
 };
@@ -89,37 +91,22 @@ struct word_search {
 
 uint32_t pattern_automaton::add(std::string_view pattern, size_t list, uint32_t rule) {
     uint32_t at = 0;
-    for (size_t i = 0; i < pattern.size(); i++) {
-        bool is_last = i + 1 == pattern.size();
+    auto enter = [&](uint32_t &number, bool is_any) {
         auto made = static_cast<uint32_t>(nodes.size());
-        if (pattern[i] != '*' || (is_last && i > 0 && pattern[i - 1] == '*')) {
-            uint32_t child = nodes[at].child;
-            while (child != NONE && nodes[child].byte != pattern[i])
-                child = nodes[child].next;
-            if (child == NONE) {
-                nodes.push_back({at, false, pattern[i], NONE, nodes[at].child});
-                nodes[at].child = child = made++;
-            }
-            at = child;
-        }
-        if (pattern[i] != '*' || (!is_last && pattern[i + 1] == '*'))
-            continue;
-        if (nodes[at].any == NONE) {
-            nodes.push_back({at, true});
-            nodes[at].any = made;
-        }
-        at = nodes[at].any;
+        uint32_t parent = std::exchange(at, number == NONE ? number = made : number);
+        if (at == made)
+            nodes.push_back({parent, is_any});
+    };
+    for (size_t i = 0; i < pattern.size(); i++) {
+        if (asks_byte(pattern, i))
+            enter(nodes[at].children.try_emplace(pattern[i], NONE).first->second, false);
+        if (pattern[i] == '*' && (i + 1 == pattern.size() || pattern[i + 1] != '*'))
+            enter(nodes[at].any, true);
     }
     nodes[at].rule[list] = std::min(nodes[at].rule[list], rule);
+    for (uint32_t above = at; above != NONE; above = nodes[above].parent)
+        nodes[above].first[list] = std::min(nodes[above].first[list], rule);
     return at;
-}
-
-void pattern_automaton::finish() {
-    for (node &each : nodes)
-        each.first = each.rule;
-    for (size_t i = nodes.size(); i-- > 1;)
-        for (size_t list = 0; list < 2; list++)
-            nodes[nodes[i].parent].first[list] = std::min(nodes[nodes[i].parent].first[list], nodes[i].first[list]);
 }
 
 void pattern_automaton::settle(state &gathered, rule_pair &limit) const {
@@ -150,15 +137,14 @@ pattern_automaton::state pattern_automaton::walk(std::string_view pattern, rule_
     state at = {0}, next;
     settle(at, limit);
     for (size_t i = 0; i < pattern.size() && !at.empty(); i++) {
-        // A `*` can be nothing or a byte that no rule has; only the last of a run at the end is surely one.
-        bool is_byte = pattern[i] != '*' || (i + 1 == pattern.size() && i > 0 && pattern[i - 1] == '*');
         next.clear();
         for (uint32_t number : at) {
-            if (nodes[number].is_any)
+            if (nodes[number].is_any) // a `*` can be nothing, or a byte that no rule has
                 next.push_back(number);
-            for (uint32_t child = nodes[number].child; child != NONE; child = nodes[child].next)
-                if (nodes[child].byte == '*' ? is_byte : nodes[child].byte == pattern[i])
-                    next.push_back(child);
+            for (char byte : {pattern[i], '*'})
+                if (auto child = nodes[number].children.find(byte);
+                    asks_byte(pattern, i) && child != nodes[number].children.end())
+                    next.push_back(child->second);
         }
         if (!budget.take(at.size() + next.size()))
             return {};
@@ -175,44 +161,35 @@ bool pattern_automaton::is_covered(std::string_view pattern, size_t list, uint32
 }
 
 bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
-                work_budget &budget, std::map<uint32_t, std::string> &words) {
+                work_budget &budget, const std::function<void(uint32_t, const std::string &)> &found) {
     const std::vector<pattern_automaton::node> &nodes = automaton.nodes;
     word_search search{automaton, rule, budget, std::vector<uint32_t>(nodes.size(), NONE),
-                       std::vector<uint32_t>(nodes.size())};
+                       std::vector<int>(nodes.size())};
     uint32_t bytes = 0;
     for (uint32_t at = end; at != NONE; at = nodes[at].parent) {
         search.rest[at] = bytes;
         bytes += nodes[at].is_any ? 0 : 1;
     }
-    for (size_t i = nodes.size(); i-- > 0;) {
-        search.wanted_below[i] += nodes[i].rule[1] != NO_RULE && wanted[nodes[i].rule[1]] ? 1 : 0;
-        if (nodes[i].parent != NONE)
-            search.wanted_below[nodes[i].parent] += search.wanted_below[i];
-    }
-    rule_pair limit = {rule + 1, NO_RULE};
-    pattern_automaton::state start = {0};
-    automaton.settle(start, limit);
-    search.expand(start, nullptr);
+    for (uint32_t i = 0; i < nodes.size(); i++)
+        if (nodes[i].rule[1] != NO_RULE && wanted[nodes[i].rule[1]])
+            search.count_wanted(i, 1);
+    search.push({0}, "");
     for (size_t cost = 0; cost < search.queues.size(); cost++)
         for (size_t i = 0; i < search.queues[cost].size(); i++) {
-            const word_search::met_state *at = search.queues[cost][i];
-            auto [own, other] = automaton.accepted(at->first);
-            if (own == rule && other != NO_RULE && wanted[other]) {
-                std::string &word = words[other];
-                for (const word_search::met_state *back = at; back; back = back->second.before)
-                    word.insert(word.begin(), back->second.byte);
+            const auto &[at, word] = *search.queues[cost][i];
+            auto [own, other] = automaton.accepted(at);
+            if (own == rule && other != NO_RULE && wanted[other] && !word.empty()) {
+                found(other, word);
                 wanted[other] = false;
-                uint32_t node = 0;
-                for (uint32_t number : at->first)
-                    node = nodes[number].rule[1] == other ? number : node;
-                for (; node != NONE; node = nodes[node].parent)
-                    search.wanted_below[node]--;
+                for (uint32_t number : at)
+                    if (nodes[number].rule[1] == other)
+                        search.count_wanted(number, -1);
                 if (search.wanted_below[0] == 0)
                     return true;
             }
             if (budget.left == 0 || search.stored > MOST_STORED)
                 return false;
-            search.expand(at->first, at);
+            search.expand(at, word);
         }
     return true;
 }

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -33,8 +34,7 @@ struct pattern_automaton {
     struct node {
         uint32_t parent = NONE;               ///< always before it
         bool is_any = false;                  ///< stays for any bytes; another one is entered with its byte
-        char byte = 0;                        ///< `*` stands for any one byte
-        uint32_t child = NONE, next = NONE;   ///< the first one below that is entered with a byte, and beside it
+        std::map<char, uint32_t> children{};  ///< those below by the bytes that enter them, `*` for any one byte
         uint32_t any = NONE;                  ///< what is entered with it and stays
         rule_pair rule = {NO_RULE, NO_RULE};  ///< of each list, the first that ends here
         rule_pair first = {NO_RULE, NO_RULE}; ///< and the first that ends here or below
@@ -45,8 +45,6 @@ struct pattern_automaton {
 
     /// Adds a pattern of a list, 0 or 1, and tells the node that it ends in. Of equal patterns the first stays.
     uint32_t add(std::string_view pattern, size_t list, uint32_t rule);
-    /// Takes note of what lies below each node. To be called once all patterns are in.
-    void finish();
     /// Brings gathered nodes into a state: what is entered with them comes in, and what can't decide any more goes. Of
     /// each list the rules from the limit on don't matter; it is lowered to what surely accepts.
     void settle(state &gathered, rule_pair &limit) const;
@@ -59,9 +57,9 @@ struct pattern_automaton {
 };
 
 /// Looks for the shortest words that `rule` of list 0, which ends in the node `end`, decides there, while one of the
-/// `wanted` rules of list 1 decides them in that one: a word for each of these that has any. False if the budget ended
-/// it.
+/// `wanted` rules of list 1 decides them in that one: `found` is told a word for each of these that has any. False if
+/// the budget ended it.
 bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
-                work_budget &budget, std::map<uint32_t, std::string> &words);
+                work_budget &budget, const std::function<void(uint32_t, const std::string &)> &found);
 
 #endif

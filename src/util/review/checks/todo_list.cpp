@@ -21,9 +21,10 @@ constexpr size_t MOST_SHOWN = 12; // addresses of one source
 std::string joined(const strings &words) { return fmt::to_string(fmt::join(words, ", ")); }
 
 std::string describe_source(const configuration &conf, std::string source) {
-    bool bare = false;
     strings addresses;
-    std::vector<const Frag *> elements = source_elements(conf, source, &bare);
+    std::unordered_set<const Frag *> met;
+    std::vector<const Frag *> elements = source_elements(conf, source, met);
+    bool bare = !elements.empty() && !elements[0];
     for (size_t i = 0; i < std::min(elements.size(), MOST_SHOWN); i++)
         addresses.push_back(value_of(elements[i], "addr"));
     if (elements.size() > MOST_SHOWN)

@@ -91,8 +91,6 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
     std::vector<uint32_t> ends; // of the rules, in those
     for (uint32_t i = 0; i < before.size(); i++)
         ends.push_back(of_tables[before[i].table].add(before[i].pattern, 0, i));
-    for (auto &[of, made] : of_tables)
-        made.finish();
     work_budget budget{UINT64_MAX};
     auto has_map = [&](const access_rule &there, bool permit) {
         const std::vector<size_t> &maps = alike.at(side.maps[there.source].source);

@@ -90,7 +90,7 @@ json side_values(const char *when, const access_side &side, const std::string &p
     json values{{"when", when}, {"count", count}};
     for (const access_rule &rule : all)
         values["rules"].push_back(
-            {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, &rule))}});
+            {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, rule))}});
     return values;
 }
 
