@@ -1,7 +1,7 @@
 // The review's readers, its comparison and its checks. The bytes up to the first 255 are one side, a table or a
 // configuration as their hash says, the rest is the configuration of the other; without a 255 the translation of the
 // table is.
-#include "access/access_compare.h"
+#include "access/access.h"
 #include "checks/checks.h"
 #include "fake_system.h"
 #include "upgrade.h"

@@ -1,5 +1,5 @@
 // Who gets through: the readers against plain procedures, the comparison against all short words.
-#include "access/access_compare.h"
+#include "access/access.h"
 #include "read/files.h"
 #include "support.h"
 #include "upgrade.h"

@@ -1,4 +1,5 @@
-/// Who gets through: the ordered rules of each proxy, as a netperm table or as the maps of a configuration give them.
+/// Who gets through: the ordered rules of each proxy, as a netperm table or as the maps of a configuration give them,
+/// and who gets through now compared with before, decided for all hosts.
 #ifndef ACCESS_H
 #define ACCESS_H
 
@@ -6,6 +7,7 @@
 #include "read/netperm_table.h"
 #include "review.h"
 
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -79,10 +81,20 @@ std::string decision_text(const decision &made);
 decision decide(const access_side &side, const std::string &proxy, const std::string &host);
 /// Whether the word's pattern covers the host: the comparison's own matcher, apart from the upgrade's.
 bool covers(std::string_view pattern, std::string_view host);
-/// The options under which the permit rule or map before lets a host into the proxy, and the one after does not, in
-/// words; empty if there are none. They are the words of a rule's tail; of a map the parameters of its policy and of
-/// the config sets that the policy lists for the proxy.
-std::string lacking_options(const access_side &before, const access_rule &was, const access_side &after,
-                            const access_rule &is, const std::string &proxy);
+
+// The comparison.
+
+struct access_options {
+    std::string only_proxy;                             ///< empty for all
+    const configuration *initial_environment = nullptr; ///< to name causes; may be null
+    const configuration *own_result = nullptr; ///< what the upgrade writes where the side after is another; else null
+    std::function<void(const std::string &proxy)> progress = [](const std::string &) {}; ///< told of each proxy ahead
+    uint64_t work_limit = 150'000'000; ///< steps in all, after which proxies are not decided
+};
+
+/// Compares the two sides proxy by proxy: fills `data.access` and appends findings `wider`, `narrower`, `options` and
+/// `not-decided`, each with the shortest host that is treated so.
+void compare_access(const access_side &before, const access_side &after, const access_options &options,
+                    review_data &data);
 
 #endif

@@ -5,11 +5,13 @@
 // accepts what the other accepts, and their order is the same on both sides. So a host can be treated otherwise only
 // by partners that decide differently, or where at least one rule without a partner decides; and only below these the
 // automaton is searched, for each of them by itself and in the direction of its shortest words.
-#include "access/access_compare.h"
+#include "access/access.h"
 #include "access/pattern_automaton.h"
 #include "frag_tools.h"
 
 #include <algorithm>
+#include <fmt/ranges.h>
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -34,6 +36,74 @@ std::string shortest_word(std::string_view pattern) {
     std::string word(pattern);
     word.erase(std::remove(word.begin(), word.end(), '*'), word.end());
     return word.empty() || (pattern.size() > 1 && pattern.substr(pattern.size() - 2) == "**") ? word + '0' : word;
+}
+
+/// Parameters by their clear names, prefix in front, with their values.
+using option_set = std::map<std::string, std::set<std::string>>;
+
+/// The parameter that a key path names: its prefixes in front of all names. It ends at a `=`.
+std::string parameter_name(std::string_view path) {
+    std::string prefixes, name;
+    path = path.substr(0, path.find('='));
+    for (size_t at = 0; at <= path.size();) {
+        std::string part(path.substr(at, path.find('_', at) - at));
+        const char *bare = attr_remap(part.c_str());
+        prefixes += prefix_of(take_prefixes(&bare));
+        name += (at > 0 ? "_" : "") + decoded_name(attr_revmap(bare));
+        at += part.size() + 1;
+    }
+    return prefixes + name;
+}
+
+// All that has a value below a node; of several sets each value, in whatever order they stand.
+void add_parameters(const Frag *top, option_set &options) {
+    for (const Frag *frag : nodes_of(top ? top->child : nullptr)) {
+        std::string path;
+        for (const Frag *at = frag; frag->value && at != top; at = at->parent)
+            path = prefix_of(at->attr) + std::string(at->name) + (at == frag ? "" : "_") + path;
+        if (frag->value)
+            options[parameter_name(path)].insert(configuration::value(frag, ""));
+    }
+}
+
+/// The options under which a permit rule or map lets a host into the proxy: words of a rule's tail; of a map the
+/// parameters of its policy and of the config sets that the policy lists for the proxy.
+option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy) {
+    option_set options;
+    rule_options split = split_options(rule.tail); // nothing for a map
+    for (std::string_view word : split.words)
+        options[parameter_name(word)].insert("*");
+    if (split.exec)
+        options["exec"].insert(*split.exec);
+    if (!rule.is_map)
+        return options;
+    Frag *policy = side.conf->record("policy", side.maps[rule.source].policy);
+    add_parameters(policy ? ffind(&policy->child, "parm") : nullptr, options);
+    options.erase("desc");
+    Frag *owner = side.conf->record("def_proxy", proxy);
+    Frag *sets = owner ? ffind(&owner->child, "config-sets") : nullptr;
+    for (const Frag *entry : configuration::children(policy, "proxy"))
+        if (sets && owner_of(entry) == proxy)
+            add_parameters(side.conf->indexes.find(&sets->child, entry->name), options);
+    return options;
+}
+
+/// The options that the rule before has and the rule after lacks, in words; empty if there are none.
+std::string lacking_options(const option_set &was, const option_set &is) {
+    constexpr size_t most = 5;
+    std::vector<std::string> lacking;
+    for (const auto &[name, values] : was) {
+        auto found = is.find(name);
+        std::string value = fmt::to_string(fmt::join(values, " and "));
+        if (found == is.end())
+            lacking.push_back(name[0] == '-' && value == "*" ? "without " + name
+                                                             : fmt::format("{} = {}, none now", name, value));
+        else if (!std::includes(found->second.begin(), found->second.end(), values.begin(), values.end()))
+            lacking.push_back(fmt::format("{} = {}, {} now", name, value, fmt::join(found->second, " and ")));
+    }
+    std::string more = lacking.size() > most ? fmt::format(" and {} more", lacking.size() - most) : "";
+    lacking.resize(std::min(lacking.size(), most));
+    return fmt::format("{}{}", fmt::join(lacking, ", "), more);
 }
 
 /// The rules of one side, and last the refusal of whom no rule covers.
@@ -68,7 +138,7 @@ struct proxy_comparison {
     const std::string &lacking(const access_rule &was, const access_rule &is) {
         auto [known, is_new] = known_lacking.try_emplace({was.table, was.source, is.source});
         if (is_new)
-            known->second = lacking_options(before, was, after, is, proxy);
+            known->second = lacking_options(options_of(before, was, proxy), options_of(after, is, proxy));
         return known->second;
     }
 
@@ -83,15 +153,13 @@ struct proxy_comparison {
                 bytes += rule.pattern.size() + 1;
             if (bytes > MOST_BYTES)
                 return false;
+            ends.resize(rules.size());
             partners.assign(rules.size(), NO_RULE);
             for (uint32_t i = 0; i < rules.size(); i++) {
-                ends.push_back(automaton.add(rules[i].pattern, list, i));
-                uint32_t &first = automaton.nodes[ends[i]].rule[list];
-                if (first != i)
+                if (rules[i].pattern.empty() || automaton.deciding(rules[i].pattern, budget)[list] != NO_RULE)
                     continue;
-                if (rules[i].pattern.empty() || automaton.is_covered(rules[i].pattern, list, i, budget))
-                    first = NO_RULE;
-                else
+                ends[i] = automaton.add(rules[i].pattern, list, i);
+                if (automaton.nodes[ends[i]].rule[list] == i)
                     kept.push_back(i);
             }
         }
@@ -154,18 +222,13 @@ struct proxy_comparison {
         return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
     }
 
-    // The rules of both sides that decide about a word.
-    rule_pair decided(std::string_view word, work_budget &by) const {
-        return automaton.accepted(automaton.walk(word, {NO_RULE, NO_RULE}, by));
-    }
-
     // Notes all rules of the other side that decide about some words that this one decides, as far as they are wanted.
     // False if the budget ended it.
     bool search(size_t list, uint32_t place) {
         const compared_list &own = lists[list], &others = lists[1 - list];
         std::string_view pattern = own.rules[place].pattern;
         std::string word = shortest_word(pattern);
-        rule_pair deciding = decided(word, budget);
+        rule_pair deciding = automaton.deciding(word, budget);
         if (deciding[list] == place)
             note(deciding, word);
         if (!has_star(pattern))
@@ -228,7 +291,7 @@ struct finding_maker {
     /// Empty if none is known.
     std::string cause(const difference &from) {
         work_budget enough{UINT64_MAX};
-        if (!theirs.lists[1].kept.empty() && theirs.change_of(theirs.decided(from.word, enough)) != from.how)
+        if (!theirs.lists[1].kept.empty() && theirs.change_of(theirs.automaton.deciding(from.word, enough)) != from.how)
             return "the output is not the upgrade's own";
         if (from.is.is_map && initial_maps.count(map_text(made.after.maps[from.is.source])) != 0)
             return "by the initial environment";

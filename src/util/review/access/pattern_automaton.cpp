@@ -47,15 +47,14 @@ struct word_search {
     }
 
     void push(state at, const std::string &word) {
-        rule_pair limit = {rule + 1, NO_RULE};
-        automaton.settle(at, limit);
+        bool is_decided = automaton.settle(at)[0] <= rule;
         uint32_t bytes = NONE;
         bool is_open = false;
         for (uint32_t number : at) {
             bytes = std::min(bytes, rest[number]);
             is_open = is_open || wanted_below[number] > 0;
         }
-        if (!is_open || bytes == NONE || limit[0] <= rule)
+        if (!is_open || bytes == NONE || is_decided)
             return;
         auto [known, is_new] = met.try_emplace(at, word);
         if (!is_new && known->second.size() <= word.size())
@@ -109,7 +108,8 @@ uint32_t pattern_automaton::add(std::string_view pattern, size_t list, uint32_t 
     return at;
 }
 
-void pattern_automaton::settle(state &gathered, rule_pair &limit) const {
+rule_pair pattern_automaton::settle(state &gathered) const {
+    rule_pair limit = {NO_RULE, NO_RULE};
     for (size_t i = 0, count = gathered.size(); i < count; i++)
         if (uint32_t any = nodes[gathered[i]].any; any != NONE)
             gathered.push_back(any);
@@ -123,6 +123,7 @@ void pattern_automaton::settle(state &gathered, rule_pair &limit) const {
         return nodes[number].first[0] >= limit[0] && nodes[number].first[1] >= limit[1];
     };
     gathered.erase(std::remove_if(gathered.begin(), gathered.end(), is_idle), gathered.end());
+    return limit;
 }
 
 rule_pair pattern_automaton::accepted(const state &at) const {
@@ -133,9 +134,9 @@ rule_pair pattern_automaton::accepted(const state &at) const {
     return first;
 }
 
-pattern_automaton::state pattern_automaton::walk(std::string_view pattern, rule_pair limit, work_budget &budget) const {
+rule_pair pattern_automaton::deciding(std::string_view pattern, work_budget &budget) const {
     state at = {0}, next;
-    settle(at, limit);
+    settle(at);
     for (size_t i = 0; i < pattern.size() && !at.empty(); i++) {
         next.clear();
         for (uint32_t number : at) {
@@ -147,17 +148,11 @@ pattern_automaton::state pattern_automaton::walk(std::string_view pattern, rule_
                     next.push_back(child->second);
         }
         if (!budget.take(at.size() + next.size()))
-            return {};
-        settle(next, limit);
+            return {NO_RULE, NO_RULE};
+        settle(next);
         std::swap(at, next);
     }
-    return at;
-}
-
-bool pattern_automaton::is_covered(std::string_view pattern, size_t list, uint32_t rule, work_budget &budget) const {
-    rule_pair limit = {0, 0};
-    limit[list] = rule;
-    return accepted(walk(pattern, limit, budget))[list] < rule;
+    return accepted(at);
 }
 
 bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,

@@ -45,15 +45,13 @@ struct pattern_automaton {
 
     /// Adds a pattern of a list, 0 or 1, and tells the node that it ends in. Of equal patterns the first stays.
     uint32_t add(std::string_view pattern, size_t list, uint32_t rule);
-    /// Brings gathered nodes into a state: what is entered with them comes in, and what can't decide any more goes. Of
-    /// each list the rules from the limit on don't matter; it is lowered to what surely accepts.
-    void settle(state &gathered, rule_pair &limit) const;
+    /// Brings gathered nodes into a state: what is entered with them comes in, and what can't decide any more goes.
+    /// Tells of each list from where on the rules don't matter, since one ahead surely accepts.
+    rule_pair settle(state &gathered) const;
     /// The first rules that accept the words of this state.
     rule_pair accepted(const state &at) const;
-    /// The state behind a word or, of a pattern, behind each of its words; empty if the budget ends.
-    state walk(std::string_view pattern, rule_pair limit, work_budget &budget) const;
-    /// Whether one rule of the list that is before `rule` accepts all words of the pattern. False if the budget ends.
-    bool is_covered(std::string_view pattern, size_t list, uint32_t rule, work_budget &budget) const;
+    /// The first rule of each list that accepts a word or, of a pattern, all its words. None if the budget ends.
+    rule_pair deciding(std::string_view pattern, work_budget &budget) const;
 };
 
 /// Looks for the shortest words that `rule` of list 0, which ends in the node `end`, decides there, while one of the

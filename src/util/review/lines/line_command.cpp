@@ -1,5 +1,4 @@
 // What one line of an input is good for: the upgrade without it.
-#include "access/access_compare.h"
 #include "checks/checks.h"
 #include "lines/accounting.h"
 

@@ -106,8 +106,7 @@ std::vector<std::pair<size_t, size_t>> rule_placer::find_partners(const std::str
         };
         bool has_star = rule.pattern.find('*') != rule.pattern.npos;
         const pattern_automaton &own = of_tables[rule.table];
-        uint32_t first =
-            has_star ? own.nodes[ends[i]].rule[0] : own.accepted(own.walk(rule.pattern, {NO_RULE, NO_RULE}, budget))[0];
+        uint32_t first = has_star ? own.nodes[ends[i]].rule[0] : own.deciding(rule.pattern, budget)[0];
         long by = first < i ? before[first].line : 0;
         for (size_t p = 0; by == 0 && has_star && p < patterns.size(); p++)
             if (covers(patterns[p].first, rule.pattern) && drops(patterns[p].first, rule.pattern))

@@ -1,5 +1,4 @@
 // The commands as sequences of what the other folders know.
-#include "access/access_compare.h"
 #include "checks/checks.h"
 #include "lines/lines.h"
 #include "run/upgrade_run.h"
