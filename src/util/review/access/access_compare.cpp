@@ -154,9 +154,9 @@ struct proxy_comparison {
             if (bytes > MOST_BYTES)
                 return false;
             ends.resize(rules.size());
-            partners.assign(rules.size(), NO_RULE);
+            partners.assign(rules.size(), NONE);
             for (uint32_t i = 0; i < rules.size(); i++) {
-                if (rules[i].pattern.empty() || automaton.deciding(rules[i].pattern, budget)[list] != NO_RULE)
+                if (rules[i].pattern.empty() || automaton.deciding(rules[i].pattern, budget)[list] != NONE)
                     continue;
                 ends[i] = automaton.add(rules[i].pattern, list, i);
                 if (automaton.nodes[ends[i]].rule[list] == i)
@@ -169,21 +169,19 @@ struct proxy_comparison {
     // Makes partners of the longest sequence of equal patterns that stand in the same order on both sides. No pattern
     // is left twice on one side.
     void align() {
-        std::vector<uint32_t> last; // for each length, the rule that ends a sequence of that length earliest
-        std::vector<uint32_t> in_front(lists[0].ends.size(), NO_RULE);
+        std::map<uint32_t, uint32_t> last; // for each length, the twin and the rule that end such a sequence earliest
+        std::vector<uint32_t> in_front(lists[0].ends.size(), NONE);
         auto twin = [&](uint32_t i) { return automaton.nodes[lists[0].ends[i]].rule[1]; };
         for (uint32_t i : lists[0].kept) {
-            if (twin(i) == NO_RULE)
+            if (twin(i) == NONE)
                 continue;
-            auto at = std::lower_bound(last.begin(), last.end(), i,
-                                       [&](uint32_t a, uint32_t b) { return twin(a) < twin(b); });
-            in_front[i] = at == last.begin() ? NO_RULE : *(at - 1);
-            if (at == last.end())
-                last.push_back(i);
-            else
-                *at = i;
+            auto at = last.lower_bound(twin(i));
+            in_front[i] = at == last.begin() ? NONE : std::prev(at)->second;
+            if (at != last.end())
+                last.erase(at);
+            last[twin(i)] = i;
         }
-        for (uint32_t i = last.empty() ? NO_RULE : last.back(); i != NO_RULE; i = in_front[i]) {
+        for (uint32_t i = last.empty() ? NONE : last.rbegin()->second; i != NONE; i = in_front[i]) {
             lists[0].partners[i] = twin(i);
             lists[1].partners[twin(i)] = i;
         }
@@ -215,9 +213,9 @@ struct proxy_comparison {
         std::string_view pattern = lists[list].rules[place].pattern, that = lists[1 - list].rules[other].pattern;
         uint32_t partner = lists[list].partners[place], its_partner = lists[1 - list].partners[other];
         bool takes_alone = (list == 1) == (lists[1].kept.size() > lists[0].kept.size());
-        bool is_mine = partner != NO_RULE       ? partner == other
-                       : its_partner == NO_RULE ? takes_alone && has_star(that)
-                                                : its_partner > place;
+        bool is_mine = partner != NONE       ? partner == other
+                       : its_partner == NONE ? takes_alone && has_star(that)
+                                             : its_partner > place;
         rule_pair rules = pair_of(list, place, other);
         return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
     }
@@ -235,7 +233,7 @@ struct proxy_comparison {
             return true;
         uint32_t partner = own.partners[place];
         std::vector<bool> wanted; // up to the last
-        for (uint32_t other : partner == NO_RULE ? others.kept : std::vector<uint32_t>{partner})
+        for (uint32_t other : partner == NONE ? others.kept : std::vector<uint32_t>{partner})
             if (is_wanted(list, place, other)) {
                 wanted.resize(other);
                 wanted.push_back(true);
@@ -253,7 +251,7 @@ struct proxy_comparison {
                     i < (side == list ? place : wanted.size()) && can_meet(pattern, that))
                     few.add(that, side == list ? 0 : 1, i);
         budget.take(place + wanted.size() + few.nodes.size());
-        return find_words(few, place, end, std::move(wanted), budget,
+        return find_words(few, end, std::move(wanted), budget,
                           [&](uint32_t other, const std::string &found) { note(pair_of(list, place, other), found); });
     }
 
@@ -265,7 +263,7 @@ struct proxy_comparison {
         for (size_t list = 0; list < 2; list++)
             for (uint32_t i : lists[list].kept)
                 if (uint32_t partner = lists[list].partners[i];
-                    partner == NO_RULE || (list == 0 && change_of({i, partner}) != change::none))
+                    partner == NONE || (list == 0 && change_of({i, partner}) != change::none))
                     if (!search(list, i))
                         return false;
         return budget.left != 0;
@@ -285,8 +283,8 @@ struct finding_maker {
     const std::set<std::string> &initial_maps; // those of the initial environment that were not there before
     review_data &data;
     std::array<spellings, 2> spelled{};
-    proxy_comparison theirs{
-        made.before, own, made.proxy, {access_options().work_limit}}; // with the upgrade's, if known
+    // With what the upgrade writes, if that is known.
+    proxy_comparison theirs{made.before, own, made.proxy, {access_options().work_limit}};
 
     /// Empty if none is known.
     std::string cause(const difference &from) {

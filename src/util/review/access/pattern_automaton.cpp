@@ -10,7 +10,6 @@ namespace {
 
 constexpr size_t MOST_STORED = size_t{1} << 25; // nodes in all states together
 constexpr size_t COST_OF_STATE = 16;            // what it takes besides, in nodes
-constexpr uint32_t NONE = pattern_automaton::NONE;
 
 /// The bytes of hosts in the order in which they are liked.
 std::string make_liked() {
@@ -109,7 +108,7 @@ uint32_t pattern_automaton::add(std::string_view pattern, size_t list, uint32_t 
 }
 
 rule_pair pattern_automaton::settle(state &gathered) const {
-    rule_pair limit = {NO_RULE, NO_RULE};
+    rule_pair limit = {NONE, NONE};
     for (size_t i = 0, count = gathered.size(); i < count; i++)
         if (uint32_t any = nodes[gathered[i]].any; any != NONE)
             gathered.push_back(any);
@@ -117,7 +116,7 @@ rule_pair pattern_automaton::settle(state &gathered) const {
     gathered.erase(std::unique(gathered.begin(), gathered.end()), gathered.end());
     for (uint32_t number : gathered)
         for (size_t list = 0; list < 2; list++)
-            if (nodes[number].is_any && nodes[number].rule[list] != NO_RULE)
+            if (nodes[number].is_any && nodes[number].rule[list] != NONE)
                 limit[list] = std::min(limit[list], nodes[number].rule[list] + 1);
     auto is_idle = [&](uint32_t number) {
         return nodes[number].first[0] >= limit[0] && nodes[number].first[1] >= limit[1];
@@ -127,7 +126,7 @@ rule_pair pattern_automaton::settle(state &gathered) const {
 }
 
 rule_pair pattern_automaton::accepted(const state &at) const {
-    rule_pair first = {NO_RULE, NO_RULE};
+    rule_pair first = {NONE, NONE};
     for (uint32_t number : at)
         for (size_t list = 0; list < 2; list++)
             first[list] = std::min(first[list], nodes[number].rule[list]);
@@ -148,17 +147,17 @@ rule_pair pattern_automaton::deciding(std::string_view pattern, work_budget &bud
                     next.push_back(child->second);
         }
         if (!budget.take(at.size() + next.size()))
-            return {NO_RULE, NO_RULE};
+            return {NONE, NONE};
         settle(next);
         std::swap(at, next);
     }
     return accepted(at);
 }
 
-bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
-                work_budget &budget, const std::function<void(uint32_t, const std::string &)> &found) {
+bool find_words(const pattern_automaton &automaton, uint32_t end, std::vector<bool> wanted, work_budget &budget,
+                const std::function<void(uint32_t, const std::string &)> &found) {
     const std::vector<pattern_automaton::node> &nodes = automaton.nodes;
-    word_search search{automaton, rule, budget, std::vector<uint32_t>(nodes.size(), NONE),
+    word_search search{automaton, nodes[end].rule[0], budget, std::vector<uint32_t>(nodes.size(), NONE),
                        std::vector<int>(nodes.size())};
     uint32_t bytes = 0;
     for (uint32_t at = end; at != NONE; at = nodes[at].parent) {
@@ -166,14 +165,14 @@ bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end,
         bytes += nodes[at].is_any ? 0 : 1;
     }
     for (uint32_t i = 0; i < nodes.size(); i++)
-        if (nodes[i].rule[1] != NO_RULE && wanted[nodes[i].rule[1]])
+        if (nodes[i].rule[1] != NONE && wanted[nodes[i].rule[1]])
             search.count_wanted(i, 1);
     search.push({0}, "");
     for (size_t cost = 0; cost < search.queues.size(); cost++)
         for (size_t i = 0; i < search.queues[cost].size(); i++) {
             const auto &[at, word] = *search.queues[cost][i];
             auto [own, other] = automaton.accepted(at);
-            if (own == rule && other != NO_RULE && wanted[other] && !word.empty()) {
+            if (own == search.rule && other != NONE && wanted[other] && !word.empty()) {
                 found(other, word);
                 wanted[other] = false;
                 for (uint32_t number : at)

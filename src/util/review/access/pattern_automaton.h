@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-constexpr uint32_t NO_RULE = UINT32_MAX;
+constexpr uint32_t NONE = UINT32_MAX;      ///< no rule, and no node
 using rule_pair = std::array<uint32_t, 2>; ///< a rule of each list, by its place there
 
 /// Steps that may still be taken.
@@ -29,15 +29,13 @@ struct work_budget {
 };
 
 struct pattern_automaton {
-    static constexpr uint32_t NONE = UINT32_MAX;
-
     struct node {
-        uint32_t parent = NONE;               ///< always before it
-        bool is_any = false;                  ///< stays for any bytes; another one is entered with its byte
-        std::map<char, uint32_t> children{};  ///< those below by the bytes that enter them, `*` for any one byte
-        uint32_t any = NONE;                  ///< what is entered with it and stays
-        rule_pair rule = {NO_RULE, NO_RULE};  ///< of each list, the first that ends here
-        rule_pair first = {NO_RULE, NO_RULE}; ///< and the first that ends here or below
+        uint32_t parent = NONE;              ///< none for the first
+        bool is_any = false;                 ///< stays for any bytes; another one is entered with its byte
+        std::map<char, uint32_t> children{}; ///< those below by the bytes that enter them, `*` for any one byte
+        uint32_t any = NONE;                 ///< what is entered with it and stays
+        rule_pair rule = {NONE, NONE};       ///< of each list, the first that ends here
+        rule_pair first = {NONE, NONE};      ///< and the first that ends here or below
     };
     using state = std::u32string; ///< node numbers, ascending
 
@@ -54,10 +52,10 @@ struct pattern_automaton {
     rule_pair deciding(std::string_view pattern, work_budget &budget) const;
 };
 
-/// Looks for the shortest words that `rule` of list 0, which ends in the node `end`, decides there, while one of the
-/// `wanted` rules of list 1 decides them in that one: `found` is told a word for each of these that has any. False if
-/// the budget ended it.
-bool find_words(const pattern_automaton &automaton, uint32_t rule, uint32_t end, std::vector<bool> wanted,
-                work_budget &budget, const std::function<void(uint32_t, const std::string &)> &found);
+/// Looks for the shortest words that the last rule of list 0, which ends in the node `end`, decides there, while one of
+/// the `wanted` rules of list 1 decides them in that one: `found` is told a word for each of these that has any. False
+/// if the budget ended it.
+bool find_words(const pattern_automaton &automaton, uint32_t end, std::vector<bool> wanted, work_budget &budget,
+                const std::function<void(uint32_t, const std::string &)> &found);
 
 #endif
