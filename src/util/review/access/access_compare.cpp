@@ -205,17 +205,14 @@ struct proxy_comparison {
             differences.try_emplace(rules, difference{how, lists[0].rules[rules[0]], lists[1].rules[rules[1]], word});
     }
 
-    // Whether the words that the two decide are to be looked for below the rule at that place of the list. Partners
-    // are looked at from one side. Without a partner, those with one that has no star are found at its one word, those
-    // with one that has no partner either by the side that has more of these, so that the words of few are not searched
-    // for many, and those with one whose partner is earlier don't exist.
+    // Whether to look below the rule at that place of the list for words that the two decide. Those with a rule without
+    // a partner are found at its one word if it has no star, or else by the side that has more rules, so that the words
+    // of few are not searched for many. With a rule whose partner is earlier there are none.
     bool is_wanted(size_t list, uint32_t place, uint32_t other) {
         std::string_view pattern = lists[list].rules[place].pattern, that = lists[1 - list].rules[other].pattern;
-        uint32_t partner = lists[list].partners[place], its_partner = lists[1 - list].partners[other];
+        uint32_t its_partner = lists[1 - list].partners[other];
         bool takes_alone = (list == 1) == (lists[1].kept.size() > lists[0].kept.size());
-        bool is_mine = partner != NONE       ? partner == other
-                       : its_partner == NONE ? takes_alone && has_star(that)
-                                             : its_partner > place;
+        bool is_mine = its_partner == NONE ? takes_alone && has_star(that) : its_partner >= place;
         rule_pair rules = pair_of(list, place, other);
         return is_mine && can_meet(pattern, that) && change_of(rules) != change::none && differences.count(rules) == 0;
     }

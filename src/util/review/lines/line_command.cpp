@@ -11,15 +11,15 @@ using fmt::format;
 
 void review_line(const upgrade_command &command, const std::string &path, long line, loaded_files &files,
                  review_data &data) {
-    bool is_table = false, is_input = false;
-    std::string file = path; // as the command names it
+    bool is_table = false;
+    std::string file = path;           // as the command names it
+    const std::string *text = nullptr; // of an input
     for (const upgrade_step &step : command.steps)
         if (strchr("nme", step.letter) && (step.argument == path || same_file(step.argument, path))) {
-            is_input = true;
             is_table = is_table || step.letter == 'n';
             file = step.argument;
+            text = files.bytes(file);
         }
-    const std::string *text = is_input ? files.bytes(file) : nullptr;
     if (!text || line > std::count(text->begin(), text->end(), '\n') + 1)
         return void(tell(data, "trouble",
                          file + (text ? " has no such line" : " is no input of this upgrade that can be read")));
