@@ -27,15 +27,17 @@ void check_command(const upgrade_command &command, loaded_files &files, review_d
 /// configuration and the initial environment; both may be null.
 void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data);
 
-/// Tells findings of one name, with what to do about each.
+/// Tells findings of one name, with what to do about each; `leads` those that much else comes of.
 struct adviser {
     review_data &data;
     const char *id;
+    bool leads = false;
     template <typename... types>
     finding &operator()(const place &at, std::string advice, fmt::format_string<types...> text,
                         types &&...values) const {
         finding &told = tell(data, id, fmt::format(text, std::forward<types>(values)...), at.file, at.line);
         told.advice = std::move(advice);
+        told.leads = leads;
         return told;
     }
 };
@@ -45,8 +47,8 @@ inline std::string value_of(const Frag *frag, const char *key = "") { return con
 std::string network_pattern(std::string_view word);
 /// The release that a value of `version_firewall` stands for, such as 41.
 int release_of(std::string version);
-/// The proxies that a configuration switches on, or off, by themselves or as a service of 4.1.
-std::set<std::string> switched(const configuration &conf, bool on);
+/// The proxies that a configuration switches on, or off, by themselves or as a service of 4.1; none without one.
+std::set<std::string> switched(const configuration *conf, bool on);
 
 // Configurations.
 

@@ -32,7 +32,7 @@ struct checking {
     const upgrade_command &command;
     loaded_files &files;
     review_data &data;
-    adviser doubt{data, "command-line"}, doubt_file{data, "file"};
+    adviser doubt{data, "command-line"}, cause{data, "command-line", true}, doubt_file{data, "file"};
     strings merges = step_files(command, 'm'), imports = step_files(command, 'e'), tables = step_files(command, 'n');
     const configuration *old = files.conf(command.old_conf, conf_layout::as_written);
     const configuration *init = files.conf(command.init_conf, conf_layout::as_written);
@@ -75,17 +75,16 @@ struct checking {
         inputs.insert(imports.begin(), imports.end());
         inputs.insert(tables.begin(), tables.end());
         for (const std::string &input : inputs) {
-            bool is_output = command.has_output && same_file(output, input);
-            const configuration *conf = is_output ? files.conf(input) : nullptr;
-            bool has_run = conf && conf->numbered && release_of(conf->value("version_firewall")) == 55;
-            if (is_output)
-                doubt({}, has_run ? "take it from its copy, and name another output" : "name another output",
+            if (command.has_output && same_file(output, input)) {
+                const configuration *conf = files.conf(input);
+                bool has_run = conf && conf->numbered && release_of(conf->value("version_firewall")) == 55;
+                cause({}, has_run ? "take it from its copy, and name another output" : "name another output",
                       "the output {} is the input {}: {}", output, input,
-                      has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it")
-                    .leads = true;
+                      has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it");
+            }
             if (is_one_of(reports, input))
-                doubt({}, "name another report", "the input {} is the report, too: the upgrade empties it first", input)
-                    .leads = true;
+                cause({}, "name another report", "the input {} is the report, too: the upgrade empties it first",
+                      input);
         }
         if (command.has_output && (std::count(reports.begin(), reports.end(), output) || is_one_of(reports, output)))
             doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
@@ -116,9 +115,8 @@ struct checking {
                 doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
             if (letter == 'e' && !met.empty() && by_table)
-                doubt({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
-                      file, met.back())
-                    .leads = true;
+                cause({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
+                      file, met.back());
             if (letter == 'e' && merged.size() > 1)
                 doubt({}, "put -e in front of the second -m",
                       "-e {} stands behind -m {}: the maps, proxies and policies of that go, too", file, merged.back());
@@ -128,15 +126,13 @@ struct checking {
                       "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
                       file);
             if (letter == 'm' && numbered && newest && file == command.old_conf)
-                doubt({}, "leave it as it is",
-                      "{} is of 5.5 and in the numbered layout, so it is in the new form already", file)
-                    .leads = true;
+                cause({}, "leave it as it is",
+                      "{} is of 5.5 and in the numbered layout, so it is in the new form already", file);
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                doubt({},
+                cause({},
                       file == command.old_conf && !by_table ? "name it by -e, too" : "take it in the canonical layout",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
-                      file)
-                    .leads = true;
+                      file);
             ahead[letter].push_back(file);
         }
     }
@@ -152,8 +148,8 @@ struct checking {
 
     // The proxies that were in use, and for which the release has a program, but this environment has none.
     std::set<std::string> without_program() const {
-        const configuration *conf = files.conf(imports.empty() ? command.old_conf : imports[0]);
-        std::set<std::string> lacking, used = conf ? switched(*conf, true) : lacking;
+        std::set<std::string> lacking,
+            used = switched(files.conf(imports.empty() ? command.old_conf : imports[0]), true);
         for (const std::string &file : data.release < 40 ? tables : strings())
             for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())
                 if (rule.attribute == "hosts")
@@ -191,16 +187,15 @@ struct checking {
     // Configurations that seem to be of another site or release, or to have changed places.
     void check_places() const {
         std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
-        bool unversioned = old && old->find("def_proxy") && !old->find("version_firewall");
-        bool is_own = init && !is.empty() && (release_of(is) != 55 || has_own_name(*init));
+        bool unversioned = data.release == 40 && was.empty();
+        bool is_own = !is.empty() && (release_of(is) != 55 || has_own_name(*init));
         if (old && init && same_file(old->name, init->name)) {
             doubt({}, "name the new release's environment by the second -m",
                   "{} is named as the old configuration and as the initial environment", old->name);
-        } else if (old && is_own && (unversioned || (release_of(was) == 55 && release_of(is) != 55))) {
-            doubt({}, "put the old configuration's -m first",
+        } else if (is_own && (unversioned || (release_of(was) == 55 && release_of(is) != 55))) {
+            cause({}, "put the old configuration's -m first",
                   "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
-                  old->name, unversioned ? "no version_firewall" : was, init->name, is)
-                .leads = true;
+                  old->name, unversioned ? "no version_firewall" : was, init->name, is);
         } else {
             if (unversioned)
                 doubt_file({old->name}, "add version_firewall with the release that wrote it",

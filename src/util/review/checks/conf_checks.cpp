@@ -44,8 +44,8 @@ struct checking {
     std::unordered_map<std::string, size_t> doubles{}; // findings of what stands twice, by what is told once
 
     template <typename... types>
-    finding &say(const char *id, const Frag *at, fmt::format_string<types...> text, types &&...values) const {
-        return tell(data, id, format(text, std::forward<types>(values)...), conf.name, conf.line_of(at));
+    finding &say(const char *id, long line, fmt::format_string<types...> text, types &&...values) const {
+        return tell(data, id, format(text, std::forward<types>(values)...), conf.name, line);
     }
 
     void check_maps() const {
@@ -53,11 +53,13 @@ struct checking {
             std::string source = value_of(map, "src"), number = clear_name(map), made = value_of(map, "pd"),
                         policy = value_of(map, "policy"), proxy = value_of(map, "proxy");
             if (take_group_mark(source) && !conf.record("netobj_group", source))
-                say("dangling", map, "map {} has the source {}, and there is no such group", number, source);
+                say("dangling", conf.line_of(map), "map {} has the source {}, and there is no such group", number,
+                    source);
             if (made == "D" && proxy != "*" && !conf.record("def_proxy", proxy))
-                say("dangling", map, "map {} denies for {}, and there is no such proxy", number, proxy);
+                say("dangling", conf.line_of(map), "map {} denies for {}, and there is no such proxy", number, proxy);
             if (made == "P" && !conf.record("policy", policy))
-                say("dangling", map, "map {} permits through the policy {}, and there is none", number, policy);
+                say("dangling", conf.line_of(map), "map {} permits through the policy {}, and there is none", number,
+                    policy);
         }
     }
 
@@ -67,7 +69,7 @@ struct checking {
                 std::string type = value_of(member, "type").substr(0, 1), wanted = value_of(member, "name");
                 const char *kind = type == "L" ? "list" : "group";
                 if ((type == "L" || type == "G") && !conf.record(format("netobj_{}", kind).c_str(), wanted))
-                    say("dangling", group, "the group {} has the {} {} as a member, and there is none",
+                    say("dangling", conf.line_of(group), "the group {} has the {} {} as a member, and there is none",
                         clear_name(group), kind, wanted);
             }
     }
@@ -86,11 +88,11 @@ struct checking {
                 if (proxy && !conf.numbered)
                     bare.insert(owner + " " + entry->name);
                 else
-                    say("dangling", policy, "the policy {} names the config set {}{}, which {}", clear_name(policy),
-                        clear_name(entry), owner.empty() ? "" : " of " + owner, why);
+                    say("dangling", conf.line_of(policy), "the policy {} names the config set {}{}, which {}",
+                        clear_name(policy), clear_name(entry), owner.empty() ? "" : " of " + owner, why);
             }
         if (!bare.empty() && !is_input)
-            say("left-out", nullptr, "config sets without parameters, which the canonical layout can't show").count =
+            say("left-out", 0, "config sets without parameters, which the canonical layout can't show").count =
                 static_cast<long>(bare.size());
     }
 
@@ -99,11 +101,11 @@ struct checking {
             for (const Frag *element : configuration::children(list, "element")) {
                 std::string of = clear_name(list), number = clear_name(element), addr = value_of(element, "addr");
                 if (is_blanks(addr.c_str()))
-                    say("dangling", element, "element {} of the list {} has no addr, so that it covers no host", number,
-                        of);
+                    say("dangling", conf.line_of(element),
+                        "element {} of the list {} has no addr, so that it covers no host", number, of);
                 if (!is_input && is_location(list) && is_blanks(value_of(element, "interface").c_str()))
-                    say("left-out", element, "element {} of {} ({}) has no interface: a numbered save drops it", number,
-                        of, addr);
+                    say("left-out", conf.line_of(element),
+                        "element {} of {} ({}) has no interface: a numbered save drops it", number, of, addr);
             }
     }
 
@@ -113,47 +115,43 @@ struct checking {
                 size_t length = 9;
                 for (const char *const *field = pfkeynames; *field; field++)
                     length += value_of(rule, *field).size();
-                if (!is_input && length > RULE_LIMIT)
-                    say("cut", rule, "filter rule {} {} has {} characters: a numbered save cuts it at {}", side,
-                        clear_name(rule), length, RULE_LIMIT);
-                else if (!is_input && length == RULE_LIMIT && data.lines.empty()) // else its input's line tells
-                    say("cut", rule,
-                        "filter rule {} {} has {} characters, as many as a numbered save keeps: is it whole?", side,
-                        clear_name(rule), length);
+                bool is_limit = length == RULE_LIMIT && data.lines.empty(); // else its input's line tells
+                if (!is_input && (is_limit || length > RULE_LIMIT))
+                    say("cut", conf.line_of(rule), "filter rule {} {} has {} characters{}", side, clear_name(rule),
+                        length,
+                        is_limit ? ", as many as a numbered save keeps: is it whole?"
+                                 : format(": a numbered save cuts it at {}", RULE_LIMIT));
                 if (conf.numbered && value_of(rule, "comment").find('+') != std::string::npos)
-                    say("cut", rule, "the comment of filter rule {} {} has a +: an import ends it there", side,
-                        clear_name(rule));
+                    say("cut", conf.line_of(rule), "the comment of filter rule {} {} has a +: an import ends it there",
+                        side, clear_name(rule));
             }
     }
 
     // Counts that say another number than that of the entries, and those of families that are not there; in a result
     // also others that are not there, and numbers that are left out.
     void check_counts() const {
-        std::map<std::string_view, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
+        std::map<std::string, std::unordered_set<std::string_view>> entries; // by the beginning of their keys
         for (const conf_line &line : conf.lines)
             for (size_t at = 1; at < line.key.size(); at++)
                 if (is_digit(line.key[at]) && !is_digit(line.key[at - 1]))
-                    entries[line.key.substr(0, at)].insert(line.key.substr(0, line.key.find('_', at)));
-        std::set<std::string> met;
-        std::set<std::string, std::less<>> wrong; // the beginnings of what is counted wrongly
+                    entries[std::string(line.key.substr(0, at))].insert(line.key.substr(0, line.key.find('_', at)));
+        std::set<std::string> met, wrong; // counts, and the beginnings of what they count wrongly
         for (const conf_line &line : conf.lines)
             for (const auto &[count, entry] : counted) {
                 if (!ends(line.key, count))
                     continue;
                 met.emplace(line.key);
                 std::string of(line.key.substr(0, line.key.size() - count.size()));
-                auto found = entries.find(of.append(entry));
-                size_t there = found == entries.end() ? 0 : found->second.size();
+                size_t there = entries[of.append(entry)].size();
                 if (line.value == std::to_string(there))
                     continue;
                 wrong.insert(of);
-                tell(data, "count", format("{} says {}, and {} are there", line.key, line.value, there), conf.name,
-                     line.line);
+                say("count", line.line, "{} says {}, and {} are there", line.key, line.value, there);
             }
         auto need = [&](std::string_view of, std::string_view count) {
             std::string key = std::string(of).append(count);
             if ((!is_input || is_listed(family_counts, key)) && met.insert(key).second)
-                tell(data, "count", format("{} is not there", key), conf.name);
+                say("count", 0, "{} is not there", key);
         };
         for (const char *key : always_counted)
             if (release_of(conf.value("version_firewall")) == 55)
@@ -175,7 +173,7 @@ struct checking {
             size_t last = is_numbered && !is_input && wrong.count(of) == 0 ? there.size() : 0; // else that is told
             for (size_t number = 1; number <= last; number++)
                 if (std::string entry = format(fmt::runtime(form), of, number); there.count(entry) == 0) {
-                    tell(data, "count", format("{} is not there, though {} such entries are", entry, last), conf.name);
+                    say("count", 0, "{} is not there, though {} such entries are", entry, last);
                     break;
                 }
         }
@@ -208,7 +206,8 @@ struct checking {
         }
         bool turned = !same_prefix(found->bits, other->bits);
         bool alike = node->value && found->value == other->value && !turned;
-        say("twice", node, "{} stands twice: {} is found, {} is not{}", key, node->value ? said(*found, turned) : "one",
+        say("twice", found->line, "{} stands twice: {} is found, {} is not{}", key,
+            node->value ? said(*found, turned) : "one",
             node->value ? said(*other, turned) : format("that of line {}", other->line),
             alike ? "; they say the same: it does not matter" : "")
             .by = {conf.name, other->line};
@@ -223,10 +222,8 @@ struct checking {
         for (const conf_line &line : conf.lines)
             if (line.role != line_role::setting)
                 if (auto [first, fresh] = names.emplace(line.key, &line); !fresh && first->second->value != line.value)
-                    tell(data, "twice",
-                         format("{} stands twice: {} (line {}) and {}", line.key, first->second->value,
-                                first->second->line, line.value),
-                         conf.name, line.line)
+                    say("twice", line.line, "{} stands twice: {} (line {}) and {}", line.key, first->second->value,
+                        first->second->line, line.value)
                         .by = {conf.name, first->second->line};
         for (std::vector<FragList> lists{conf.db()}; !lists.empty();) {
             FragList list = lists.back();

@@ -117,8 +117,8 @@ struct checking {
         const char *why = !there || S_ISREG(status.st_mode) ? strerror(errno)
                           : S_ISDIR(status.st_mode)         ? "is a directory"
                                                             : "is no regular file, and can't be read more than once";
-        doubt({file.name}, "name a file that can be read", "the {} can't be read: {}", word(file.role), why).id =
-            "trouble";
+        adviser{data, "trouble"}({file.name}, "name a file that can be read", "the {} can't be read: {}",
+                                 word(file.role), why);
     }
 
     // Takes note of a file, and checks the text of an input once for each kind that it is named as. False if it can't
@@ -174,9 +174,9 @@ bool check_files(const upgrade_command &command, loaded_files &files, review_dat
 }
 
 int release_of(std::string version) {
-    version.erase(0, std::min(version.find_first_of("0123456789"), version.size()));
-    if (version.empty() || version.compare(0, 3, "5.5") == 0)
-        return version.empty() ? 50 : 55;
+    version.erase(0, version.find_first_of("0123456789"));
+    if (version.empty())
+        return 50;
     size_t next = version[1] == '.' ? 2 : 1;
     return (version[0] - '0') * 10 + (is_digit(version[next]) ? version[next] - '0' : 0);
 }
@@ -184,8 +184,8 @@ int release_of(std::string version) {
 void detect_release(const upgrade_command &command, loaded_files &files, review_data &data) {
     const std::string &file = command.old_conf;
     const configuration *conf = files.conf(file, conf_layout::as_written);
-    const Frag *proxies = conf ? conf->find("def_proxy") : nullptr;
-    const Frag *version = conf ? conf->find("version_firewall") : nullptr;
+    const Frag *proxies = conf ? conf->find("def_proxy") : nullptr,
+               *version = conf ? conf->find("version_firewall") : nullptr;
     data.host_name = conf ? conf->value("hostname") : "";
     data.release = !proxies ? 32 : !version ? 40 : !version->value ? 0 : release_of(value_of(version));
     data.release_reason = file.empty() ? "no old configuration is named"

@@ -62,19 +62,20 @@ struct list_maker {
         data.todo.push_back({id, format(text, std::forward<types>(said)...), proxy, values});
     }
 
+    static const Frag *state_in(const configuration *conf, const std::string &name) {
+        const Frag *proxy = conf ? conf->record("def_proxy", name) : nullptr;
+        return proxy ? find_named(proxy->child, "state") : nullptr;
+    }
+
     // Proxies that were switched on, or that tables let somebody into.
     void list_off() {
-        std::set<std::string> used = old_states ? switched(*old_states, true) : std::set<std::string>();
+        std::set<std::string> used = switched(old_states, true);
         for (const std::string &proxy : before.tables.empty() ? strings() : before.proxies)
             for (const access_rule &rule : rules_of(before, proxy))
                 if (rule.permit && !is_removed_proxy(proxy))
                     used.insert(proxy);
         for (const std::string &name : used) {
-            auto state_in = [&name](const configuration *conf) -> const Frag * {
-                const Frag *proxy = conf ? conf->record("def_proxy", name) : nullptr;
-                return proxy ? find_named(proxy->child, "state") : nullptr;
-            };
-            const Frag *state = state_in(&result), *was = state_in(old_states);
+            const Frag *state = state_in(&result, name), *was = state_in(old_states, name);
             if (!says_yes(value_of(state)))
                 enter("off", name, {}, "{} was in use{} and {}", name,
                       says_yes(value_of(was)) ? format(" ({}:{})", old->name, old->line_of(was)) : "",
@@ -94,20 +95,16 @@ struct list_maker {
                     decides = conf;
         fields services;
         for (const char *const *name = login_services; *name; name++) {
-            std::string key = format("def_proxy_{}_state", *name),
-                        was = old_states ? old_states->value(key.c_str()) : "";
-            if (says_yes(result.value(key.c_str())) && !says_yes(was))
+            std::string was = value_of(state_in(old_states, *name));
+            if (says_yes(value_of(state_in(&result, *name))) && !says_yes(was))
                 services.emplace_back(*name, was.empty() ? "on, had no state" : "on, was " + was);
         }
         if (decides && lowercase(decides->value("network_loginok")) == "enabled" && !services.empty())
             enter("on", "", services, "network_loginok=enabled in {} switches network login on: is that wanted?",
                   decides->name);
-        std::set<std::string> on, off;
-        if (old_states)
-            on = switched(*old_states, true), off = switched(*old_states, false);
-        for (const std::string &name : off)
-            if (says_yes(result.value(("def_proxy_" + storedname(name) + "_state").c_str())) &&
-                !is_listed(login_services, name) && on.count(name) == 0)
+        std::set<std::string> on = switched(old_states, true);
+        for (const std::string &name : switched(old_states, false))
+            if (says_yes(value_of(state_in(&result, name))) && !is_listed(login_services, name) && !on.count(name))
                 enter("on", name, {}, "{} was off in {} and is on now: is that wanted?", name, old->name);
     }
 
@@ -116,9 +113,9 @@ struct list_maker {
         fields let_in;
         for (const std::string &proxy : before.proxies) {
             strings hosts;
-            for (const access_rule &rule :
-                 is_removed_proxy(proxy) ? rules_of(before, proxy) : std::vector<access_rule>())
-                hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
+            if (is_removed_proxy(proxy))
+                for (const access_rule &rule : rules_of(before, proxy))
+                    hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
             if (!hosts.empty())
                 let_in.emplace_back(proxy, joined(hosts));
         }
@@ -250,7 +247,7 @@ struct list_maker {
         for (const conf_line &line : import.lines) {
             const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
                        *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1);
-            if (!node || !family || !entry)
+            if (!entry)
                 continue;
             fields &lost = entries[{family->name, first_lines.try_emplace(entry, line.line).first->second, entry}];
             if (is_named(family, "policy") && is_named(node->parent, "proxy"))
@@ -282,13 +279,15 @@ struct list_maker {
 
 } // namespace
 
-std::set<std::string> switched(const configuration &conf, bool on) {
+std::set<std::string> switched(const configuration *conf, bool on) {
     std::set<std::string> proxies;
-    for (const Frag *proxy : conf.children("def_proxy"))
+    if (!conf)
+        return proxies;
+    for (const Frag *proxy : conf->children("def_proxy"))
         if (std::string state = value_of(proxy, "state"); !state.empty() && says_yes(state) == on)
             proxies.insert(shown_name(proxy));
-    const maprec *services = services_of(conf);
-    for (const Frag *service : conf.children("proxy"))
+    const maprec *services = services_of(*conf);
+    for (const Frag *service : conf->children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
             row && says_yes(text_of(service)) == on && strcmp(row->proxy, "NOT_DEF") != 0)
             proxies.insert(row->proxy);
