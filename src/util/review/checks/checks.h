@@ -23,9 +23,9 @@ void detect_release(const upgrade_command &command, loaded_files &files, review_
 /// Mistakes on the command line, and configurations that seem to be of another site or release, or to have changed
 /// places.
 void check_command(const upgrade_command &command, loaded_files &files, review_data &data);
-/// Lines of a table that mean something else than they look like. Its hosts and names are compared with the old
-/// configuration and the initial environment; both may be null.
-void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data);
+/// Lines of a table that mean something else than they look like. Its hosts and names are compared with the command's
+/// old configuration and initial environment, if there are any.
+void check_table(const netperm_table &table, const upgrade_command &command, loaded_files &files, review_data &data);
 
 /// Tells findings of one name, with what to do about each; `leads` those that much else comes of.
 struct adviser {

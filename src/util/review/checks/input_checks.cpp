@@ -76,13 +76,11 @@ std::pair<const char *, const char *> sign_of_all(std::string_view text) {
     return {};
 }
 
-/// The files of a command under check. Its first two configurations are null where there is none.
+/// The files of a command under check.
 struct checking {
     const upgrade_command &command;
     loaded_files &files;
     review_data &data;
-    const configuration *old = files.conf(command.old_conf, conf_layout::as_written);
-    const configuration *init = files.conf(command.init_conf, conf_layout::as_written);
     adviser doubt{data, "file"};
 
     void check_text(const std::string &name, file_role role) const {
@@ -98,7 +96,7 @@ struct checking {
         if (!is_table)
             look_at_names(*files.conf(name, conf_layout::as_written), signs);
         else if (data.release < 40)
-            check_table(*files.table(name), old, init, data);
+            check_table(*files.table(name), command, files, data);
         for (const sighting *each : {&signs.zeros, &signs.blanks, &signs.returns, &signs.run_on, &signs.cut})
             if (each->count)
                 doubt({name, each->first}, each->advice, "{}", each->text).count = each->count > 1 ? each->count : 0;

@@ -176,7 +176,7 @@ std::string network_pattern(std::string_view word) {
     return is_network && parts && parts <= 4 && stem != "0" ? std::string(stem) + ".*" : "";
 }
 
-void check_table(const netperm_table &table, const configuration *old, const configuration *init, review_data &data) {
+void check_table(const netperm_table &table, const upgrade_command &command, loaded_files &files, review_data &data) {
     size_t before = data.findings.size();
     checking check{table, data};
     for (const table_rule &rule : table.rules) {
@@ -186,9 +186,9 @@ void check_table(const netperm_table &table, const configuration *old, const con
                 check.words.push_back(host);
     }
     std::sort(check.words.begin(), check.words.end());
-    if (old)
+    if (const configuration *old = files.conf(command.old_conf, conf_layout::as_written))
         check.check_site(*old);
-    if (init)
+    if (const configuration *init = files.conf(command.init_conf, conf_layout::as_written))
         check.check_names(*init);
     for (const dropped_line &line : table.dropped)
         check.doubt({table.name, line.line}, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
