@@ -91,10 +91,9 @@ struct checking {
             if (fits(host))
                 return void(doubt(at, advice, fmt::runtime(text), host));
         std::string network = network_pattern(host), stem = network.substr(0, network.find('*'));
-        auto is_other = [&](std::string_view word) {
-            return word.substr(0, stem.size()) != stem || network_pattern(word).empty();
-        };
-        auto other = std::find_if(std::lower_bound(words.begin(), words.end(), stem), words.end(), is_other);
+        auto other = std::lower_bound(words.begin(), words.end(), stem);
+        while (other != words.end() && other->substr(0, stem.size()) == stem && !network_pattern(*other).empty())
+            ++other;
         if (!network.empty() && (other == words.end() || other->substr(0, stem.size()) != stem))
             doubt(at, network + " is meant?", "{} stands for itself alone, and nothing else names its network", host);
     }

@@ -6,7 +6,6 @@
 #include "upgrade.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fmt/ranges.h>
 #include <tuple>
 
@@ -289,7 +288,7 @@ std::set<std::string> switched(const configuration *conf, bool on) {
     const maprec *services = services_of(*conf);
     for (const Frag *service : conf->children("proxy"))
         if (const maprec *row = find_maprec(services, &maprec::service, clear_name(service).c_str());
-            row && says_yes(text_of(service)) == on && strcmp(row->proxy, "NOT_DEF") != 0)
+            row && says_yes(text_of(service)) == on && !same_text(row->proxy, "NOT_DEF"))
             proxies.insert(row->proxy);
     return proxies;
 }
