@@ -9,6 +9,8 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+using fmt::format;
+
 namespace {
 
 using strings = std::vector<std::string>;
@@ -19,7 +21,7 @@ bool is_one_of(const strings &names, const std::string &file) {
 
 // The advice where a word was meant for an option and taken for a name, under which a file may have been written.
 std::string name_it(const char *advice, const std::string &word) {
-    return access(word.c_str(), F_OK) ? advice : fmt::format("{}; a stray file is there: rm ./{}", advice, word);
+    return access(word.c_str(), F_OK) ? advice : format("{}; a stray file is there: rm ./{}", advice, word);
 }
 
 bool has_own_name(const configuration &conf) {
@@ -43,7 +45,7 @@ struct checking {
             if (letter == 'V' && (file.empty() || file.find_first_not_of("0123456789") != file.npos))
                 doubt({}, "leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
             if (letter != 'V' && command.words[index].size() > 2)
-                doubt({}, fmt::format("write -{} alone", letter),
+                doubt({}, format("write -{} alone", letter),
                       "the text behind -{} in {} is ignored: the option takes the next word, {}", letter,
                       command.words[index], file);
             if (letter != 'V' && file[0] == '-')
@@ -52,8 +54,7 @@ struct checking {
         }
         if (!command.numbered())
             doubt({}, "leave out -V", "the result is {}, which is for reading: it can't be installed",
-                  command.version == 99 ? "XML (-V 2)"
-                                        : fmt::format("in the canonical layout (-V {})", command.version));
+                  command.version == 99 ? "XML (-V 2)" : format("in the canonical layout (-V {})", command.version));
         for (size_t index : command.passed_over)
             doubt({}, "leave it out", "{} is passed over: it belongs to no option and is not the last word",
                   command.words[index]);
@@ -74,17 +75,16 @@ struct checking {
         std::set<std::string> inputs(merges.begin(), merges.end());
         inputs.insert(imports.begin(), imports.end());
         inputs.insert(tables.begin(), tables.end());
-        for (const std::string &input : inputs) {
-            if (command.has_output && same_file(output, input)) {
-                const configuration *conf = files.conf(input);
+        for (const std::string &file : inputs) {
+            if (command.has_output && same_file(output, file)) {
+                const configuration *conf = files.conf(file);
                 bool has_run = conf && conf->numbered && release_of(conf->value("version_firewall")) == 55;
                 cause({}, has_run ? "take it from its copy, and name another output" : "name another output",
-                      "the output {} is the input {}: {}", output, input,
+                      "the output {} is the input {}: {}", output, file,
                       has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it");
             }
-            if (is_one_of(reports, input))
-                cause({}, "name another report", "the input {} is the report, too: the upgrade empties it first",
-                      input);
+            if (is_one_of(reports, file))
+                cause({}, "name another report", "the input {} is the report, too: the upgrade empties it first", file);
         }
         if (command.has_output && (std::count(reports.begin(), reports.end(), output) || is_one_of(reports, output)))
             doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
@@ -97,7 +97,7 @@ struct checking {
         const strings &merged = ahead['m'], &met = ahead['n'], &imported = ahead['e'];
         for (const auto &[letter, file, index, argument_index] : command.steps) {
             const configuration *conf = strchr("me", letter) ? files.conf(file) : nullptr;
-            bool numbered = conf && conf->numbered;
+            bool numbered = conf && conf->numbered, is_old = file == command.old_conf;
             if (letter == 'R' && !(merged.empty() && met.empty() && imported.empty()))
                 doubt({}, "put -R first", "-R {} stands behind another option: the report lacks what came before",
                       file);
@@ -125,12 +125,11 @@ struct checking {
                 doubt({}, "leave out -e",
                       "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
                       file);
-            if (letter == 'm' && numbered && newest && file == command.old_conf)
+            if (letter == 'm' && numbered && newest && is_old)
                 cause({}, "leave it as it is",
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file);
             else if (letter == 'm' && numbered && !is_one_of(imports, file))
-                cause({},
-                      file == command.old_conf && !by_table ? "name it by -e, too" : "take it in the canonical layout",
+                cause({}, is_old && !by_table ? "name it by -e, too" : "take it in the canonical layout",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file);
             ahead[letter].push_back(file);
