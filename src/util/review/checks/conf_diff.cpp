@@ -4,6 +4,8 @@
 #include "lines/place_keys.h"
 #include "nupgrade.h"
 
+#include <array>
+
 using fmt::format;
 
 namespace {
@@ -15,7 +17,7 @@ struct statement {
     std::string list{};
     size_t place = 0;
 };
-using statements = std::multimap<std::string, statement>; // by identity
+using statements = std::map<std::string, std::array<std::vector<statement>, 2>>; // of both sides, by identity
 
 // Stamps and counts of the save, names that repeat their node's, and the list of interfaces that every save makes anew.
 bool says_nothing(const std::string &key, const Frag *node) {
@@ -35,11 +37,10 @@ std::string record_fields(const Frag *record) {
     return fields;
 }
 
-statements statements_of(const configuration &conf) {
-    statements all;
+void add_statements(const configuration &conf, size_t side, statements &all) {
+    size_t records = 0;
     place_keys keys(conf);
-    std::vector<const Frag *> pending{conf.tree};
-    while (!pending.empty()) {
+    for (std::vector<const Frag *> pending{conf.tree}; !pending.empty();) {
         const Frag *node = pending.back();
         pending.pop_back();
         if (!node)
@@ -48,52 +49,47 @@ statements statements_of(const configuration &conf) {
         std::string list = node->parent && is_digit(*node->name) ? place_keys::path(node->parent) : "";
         if (is_listed(numbered_families, list)) {
             std::string text = record_fields(node);
-            all.emplace(format("{} {}", list, text), statement{format("{} {}: {}", list, node->name, text), "",
-                                                               conf.line_of(node), list, all.size()});
+            all[format("{} {}", list, text)][side].push_back(
+                {format("{} {}: {}", list, node->name, text), "", conf.line_of(node), list, records++});
             continue;
         }
         pending.push_back(node->child);
         bool listed = node->parent && !node->child && is_named(node->parent, "proxy"); // by a policy
         if (place_keys::key_of place = node->value || listed ? keys.find(node) : place_keys::key_of();
             !place.key.empty() && !says_nothing(place.key, node))
-            all.emplace(place.key + '\1' + prefix_of(place.bits),
-                        statement{fragkeyname(const_cast<Frag *>(node)), value_of(node), conf.line_of(node)});
+            all[place.key + '\1' + prefix_of(place.bits)][side].push_back(
+                {fragkeyname(const_cast<Frag *>(node)), value_of(node), conf.line_of(node)});
     }
     // What a numbered save on NT says of the services, it says of the states.
     const maprec *row = services_of(conf);
     for (bool replaces = row == map_nt && !conf.numbered; replaces && row->proxy; row++)
         if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str())) {
             std::string service = format("proxy_{}", row->service);
-            all.erase(service + '\1');
-            all.emplace(service + '\1', statement{service, value_of(state), conf.line_of(state)});
+            all[service + '\1'][side] = {{service, value_of(state), conf.line_of(state)}};
         }
-    return all;
 }
 
 } // namespace
 
 void diff_configurations(const configuration &before, const configuration &after, review_data &data) {
-    statements old = statements_of(before), now = statements_of(after);
+    statements all;
+    add_statements(before, 0, all);
+    add_statements(after, 1, all);
     std::map<std::pair<std::string, size_t>, std::pair<const statement *, const statement *>> shared; // records
-    auto tell_alone = [&](const statement &said, const configuration &conf) {
-        tell(data, said.list == "map" ? "map" : "setting",
-             format("only here: {}{}{}", said.shown, said.list.empty() ? "=" : "", said.value), conf.name, said.line);
-    };
-    for (auto was = old.begin(), is = now.begin(); was != old.end() || is != now.end();) {
-        int order = was == old.end() ? 1 : is == now.end() ? -1 : was->first.compare(is->first);
-        if (order < 0) {
-            tell_alone(was++->second, before);
-        } else if (order > 0) {
-            tell_alone(is++->second, after);
-        } else {
-            const statement &a = was++->second, &b = is++->second;
-            if (a.value != b.value)
-                tell(data, "setting", format("{} was {} and is {}", b.shown, a.value, b.value), after.name, b.line)
-                    .by = {before.name, a.line};
-            if (!a.list.empty())
-                shared[{a.list, a.place}] = {&a, &b};
+    for (const auto &[identity, sides] : all)
+        for (size_t i = 0; i < std::max(sides[0].size(), sides[1].size()); i++) {
+            const statement *a = i < sides[0].size() ? &sides[0][i] : nullptr,
+                            *b = i < sides[1].size() ? &sides[1][i] : nullptr, &said = b ? *b : *a;
+            if (!a || !b)
+                tell(data, said.list == "map" ? "map" : "setting",
+                     format("only here: {}{}{}", said.shown, said.list.empty() ? "=" : "", said.value),
+                     (a ? before : after).name, said.line);
+            else if (a->value != b->value)
+                tell(data, "setting", format("{} was {} and is {}", b->shown, a->value, b->value), after.name, b->line)
+                    .by = {before.name, a->line};
+            else if (!a->list.empty())
+                shared[{a->list, a->place}] = {a, b};
         }
-    }
     const statement *last = nullptr;
     std::set<std::string> told;
     for (const auto &[place, pair] : shared) {
