@@ -230,8 +230,7 @@ struct checking {
             for (Frag *node = *list; node; node = node->next) {
                 if (Frag *found = conf.indexes.find(list, node->name); found != node)
                     say_double(found, conf.origin(node));
-                if (node->child)
-                    lists.push_back(&node->child);
+                lists.push_back(&node->child);
             }
         }
         say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
