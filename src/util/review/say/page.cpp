@@ -2,13 +2,14 @@
 #include "say/say.h"
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 #include <fmt/chrono.h>
+#include <kainjow/mustache.hpp>
 #include <map>
 #include <nlohmann/json.hpp>
 
 using fmt::format;
+namespace mustache = kainjow::mustache;
 
 namespace {
 
@@ -22,49 +23,26 @@ constexpr char unseen[] = "Not looked at.";
 
 #include "page_template.h" // the page with its style and script, as the build put it together
 
-// The value as text of an element or an attribute.
-std::string escaped(const json &value) {
-    std::string text = value.is_string() ? value.get<std::string>() : value.is_null() ? "" : value.dump(), safe;
-    for (char byte : shown(std::string_view(text).substr(0, TEXT_LIMIT)))
-        safe += strchr("&<>\"'", byte) ? format("&#{};", int{byte}) : std::string(1, byte);
-    return text.size() > TEXT_LIMIT ? safe + format(" ... ({} bytes in all)", text.size()) : safe;
-}
-
-/// The values that a part of the template stands in, the inmost last.
-using scopes = std::vector<const json *>;
-
-const json &look_up(const scopes &inside, const std::string &name) {
-    static const json none;
-    for (size_t i = inside.size(); name != "." && i-- > 0;)
-        if (inside[i]->is_object() && inside[i]->contains(name))
-            return (*inside[i])[name];
-    return name == "." ? *inside.back() : none;
-}
-
-// Adds a part of the template to the page. In it `{{name}}` is the value, escaped; `{{#name}}` up to `{{/name}}` stands
-// once for each element of a list, or once if the value is there and is neither false nor empty; `{{^name}}` if it is
-// not. Names are looked up from the inmost section outwards, `.` is the element itself. There is no raw form.
-void fill(std::string_view text, scopes &inside, std::string &page) {
-    for (size_t open; (open = text.find("{{")) != std::string_view::npos;) {
-        page += text.substr(0, open);
-        std::string tag(text.substr(open + 2, text.find("}}", open) - open - 2)), name = tag.substr(1);
-        text.remove_prefix(open + 2 + tag.size() + 2);
-        if (tag[0] != '#' && tag[0] != '^') {
-            page += escaped(look_up(inside, tag));
-            continue;
-        }
-        std::string_view section = text.substr(0, text.find("{{/" + name + "}}"));
-        text = text.substr(section.size() + 3 + name.size() + 2);
-        const json &value = look_up(inside, name);
-        bool is_there = !value.empty() && value != false && value != "", is_list = is_there && value.is_array();
-        size_t times = is_there != (tag[0] == '#') ? 0 : is_list ? value.size() : 1;
-        for (size_t i = 0; i < times; i++) {
-            inside.push_back(is_list ? &value[i] : &value);
-            fill(section, inside, page);
-            inside.pop_back();
-        }
+// The value as the template takes it: null, false and an empty text or list are not there. Every text becomes escaped
+// here, whichever tag of the template shows it: there is no raw form.
+mustache::data data_of(const json &value) {
+    if (value.is_array()) {
+        mustache::list list;
+        for (const json &each : value)
+            list.push_back(data_of(each));
+        return list;
     }
-    page += text;
+    if (value.is_object()) {
+        mustache::object object;
+        for (const auto &[key, each] : value.items())
+            object.emplace(key, data_of(each));
+        return object;
+    }
+    if (value.is_boolean() || value.is_null() || value == "")
+        return value == true;
+    std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+    std::string safe = mustache::html_escape(shown(std::string_view(text).substr(0, TEXT_LIMIT)));
+    return text.size() > TEXT_LIMIT ? safe + format(" ... ({} bytes in all)", text.size()) : safe;
 }
 
 // The list with as many rows as the page takes, and what is said of all: their number, or why there is none.
@@ -205,8 +183,7 @@ std::string render_page(json values, const review_session &session) {
     std::string made = format("{:%Y-%m-%d %H:%M %Z}", fmt::localtime(time(nullptr)));
     values.update(
         {{"title", session.title}, {"subject", session.subject}, {"made", made}, {"version", REVIEW_VERSION}});
-    std::string page;
-    scopes inside{&values};
-    fill(page_template, inside, page);
-    return page;
+    mustache::mustache page(page_template);
+    page.set_custom_escape([](const std::string &text) { return text; }); // by `data_of`
+    return page.render(data_of(values));
 }
