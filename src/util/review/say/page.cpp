@@ -106,10 +106,9 @@ json group_values(const std::string &name, const std::string &file, std::string_
 // printed, too, where it is not much.
 json line_values(review_session &session) {
     const review_data &data = session.data;
-    std::map<std::pair<int, uint32_t>, line_group> fates; // the worst first
-    for (const auto &[of, group] : group_lines(data))
-        for (const line_fate *line : group)
-            fates[{-static_cast<int>(line->became), line->file}].push_back(line);
+    std::map<std::pair<int, uint32_t>, std::vector<const line_fate *>> fates; // the worst first
+    for (const line_fate &line : data.lines)
+        fates[{-static_cast<int>(line.became), line.file}].push_back(&line);
     json groups = json::array();
     for (const auto &[key, lines] : fates) {
         fate became = lines[0]->became;

@@ -91,11 +91,6 @@ std::string place_text(const std::string &file, long line);
 /// The text with all that is no character, or is not seen, as an escape.
 std::string shown(std::string_view text);
 
-/// Lines of one input with one fate, reason and winner, in rising order.
-using line_group = std::vector<const line_fate *>;
-/// All groups, the worst fate first, then by file, the file of the winner, whether it was tried, and the reason.
-using line_groups = std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, line_group>;
-line_groups group_lines(const review_data &data);
 /// Where a line went, such as "by init.conf:12: the same service", or what all of its group have in common.
 std::string line_reason(const review_data &data, const line_fate &line, bool is_alone);
 /// How many lines had which fate: "12 kept, 3 reshaped".

@@ -92,7 +92,14 @@ void write_lines(report &out) {
             out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
         }
     } else if (out.session.lines) {
-        for (const auto &[key, group] : group_lines(data))
+        // Lines of one input with one fate, reason and winner stand together, the worst fate first.
+        std::map<std::tuple<int, uint32_t, size_t, bool, std::string_view>, std::vector<const line_fate *>> groups;
+        for (const line_fate &line : data.lines) {
+            size_t by = line.by_line ? line.by_file : SIZE_MAX;
+            bool is_tried = line.how != proof::not_tried;
+            groups[{-static_cast<int>(line.became), line.file, by, is_tried, line.reason}].push_back(&line);
+        }
+        for (const auto &[key, group] : groups)
             if (group[0]->became != fate::kept)
                 write(*group[0], group.size());
     }
@@ -126,16 +133,6 @@ std::string shown(std::string_view text) {
                              : format("\\x{:02X}", static_cast<unsigned char>(text[at]));
     }
     return safe;
-}
-
-line_groups group_lines(const review_data &data) {
-    line_groups groups;
-    for (const line_fate &line : data.lines) {
-        size_t by = line.by_line ? line.by_file : SIZE_MAX;
-        bool is_tried = line.how != proof::not_tried;
-        groups[{-static_cast<int>(line.became), line.file, by, is_tried, line.reason}].push_back(&line);
-    }
-    return groups;
 }
 
 std::string line_reason(const review_data &data, const line_fate &line, bool is_alone) {
