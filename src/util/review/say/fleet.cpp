@@ -57,9 +57,24 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
     return firewall;
 }
 
+std::string fleet_text(const json &fleet) {
+    std::string text;
+    for (const json &each : fleet["firewalls"]) {
+        std::string name = each["name"], host = each["host_name"], weight = each["grade"], verdict = each["verdict"];
+        name += host.empty() || host == name ? "" : " (" + host + ")";
+        text += shown(format("[{}] {}, release {}: {}", weight, name, each["release"].dump(), verdict)) + "\n";
+    }
+    for (const json &each : fleet["verdicts"]) {
+        std::vector<std::string> names = each["firewalls"];
+        std::string verdict = each["verdict"], number = counted(names.size(), "firewall", "firewalls");
+        text += format("\n{}: {}\n    {}\n", number, shown(verdict), shown(format("{}", fmt::join(names, ", "))));
+    }
+    return text + format("\n{}.\n", fleet["verdict"].get<std::string>());
+}
+
 } // namespace
 
-json sum_up_fleet(review_session &session) {
+reply sum_up_fleet(review_session &session) {
     json rows = json::array(), alike = rows; // alike: those with one verdict, which stand together
     for (const std::string &answer : session.words)
         rows.push_back(firewall_of(answer, fs::path("." / fs::path(session.html)).parent_path()));
@@ -79,35 +94,14 @@ json sum_up_fleet(review_session &session) {
     for (auto [weight, number] : counts)
         verdict += format("{} {} {}", weight == counts.begin()->first ? ":" : ",", number,
                           weight == grade::none ? "with nothing to look at" : word(weight));
-    return {{"status", rows[0]["status"]},
-            {"grade", word(counts.begin()->first)},
-            {"verdict", verdict},
-            {"verdicts", alike},
-            {"firewalls", rows}};
-}
-
-std::string fleet_text(const json &fleet, const review_session &session) {
-    if (session.as_json)
-        return dumped(fleet, 2) + "\n";
-    if (!session.html.empty())
-        return "";
-    std::string text;
-    for (const json &each : fleet["firewalls"]) {
-        std::string name = each["name"], host = each["host_name"], weight = each["grade"], verdict = each["verdict"];
-        name += host.empty() || host == name ? "" : " (" + host + ")";
-        text += shown(format("[{}] {}, release {}: {}", weight, name, each["release"].dump(), verdict)) + "\n";
-    }
-    for (const json &each : fleet["verdicts"]) {
-        std::vector<std::string> names = each["firewalls"];
-        std::string verdict = each["verdict"], number = counted(names.size(), "firewall", "firewalls");
-        text += format("\n{}: {}\n    {}\n", number, shown(verdict), shown(format("{}", fmt::join(names, ", "))));
-    }
-    return text + format("\n{}.\n", fleet["verdict"].get<std::string>());
-}
-
-std::string fleet_page(json fleet, const review_session &session) {
-    std::string worst = fleet["grade"];
+    std::string worst = word(counts.begin()->first);
+    json fleet{{"status", rows[0]["status"]},
+               {"grade", worst},
+               {"verdict", verdict},
+               {"verdicts", alike},
+               {"firewalls", rows}};
+    std::string text = session.as_json ? dumped(fleet, 2) + "\n" : session.html.empty() ? fleet_text(fleet) : "";
     fleet["head"] = worst == word(grade::none) ? "Nothing to look at" : "The worst is: " + worst;
-    fleet["firewalls"] = {{"rows", fleet["firewalls"]}};
-    return render_page(std::move(fleet), session);
+    fleet["firewalls"] = {{"rows", rows}};
+    return {fleet["status"], text, session.html.empty() ? "" : render_page(fleet, session)};
 }

@@ -14,7 +14,6 @@
 #include <fstream>
 #include <iostream>
 #include <new>
-#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -50,19 +49,17 @@ pid_t program; // whose exit counts, 0 when main came to its end
 }
 
 // Writes the page to its file, which must be none of those that it speaks of, and the rest to standard output.
-void write_answer(const std::string &page, const std::string &text, const review_session &session) {
-    const std::string &html = session.html;
+void write_reply(const reply &said, const std::string &html, const review_session &session) {
     if (isatty(STDERR_FILENO))
         fputs("\r\033[K", stderr); // the progress line ends
-    std::vector<std::string> taken = session.words;
-    taken.insert(taken.end(), session.upgrade_words.begin(), session.upgrade_words.end());
-    taken.push_back(session.table);
-    for (const std::string &name : taken)
-        if (!html.empty() && (html == name || same_file(html, name)))
-            throw std::runtime_error(html + " is an input or output of what the page is about and is not overwritten");
-    if (!html.empty() && !(std::ofstream(html) << page << std::flush))
+    for (const auto &taken : {session.words, session.upgrade_words, std::vector<std::string>{session.table}})
+        for (const std::string &name : taken)
+            if (!html.empty() && (html == name || same_file(html, name)))
+                throw std::runtime_error(html +
+                                         " is an input or output of what the page is about and is not overwritten");
+    if (!html.empty() && !(std::ofstream(html) << said.page << std::flush))
         throw std::runtime_error("can't write " + html + ": " + strerror(errno));
-    if (!(std::cout << text << std::flush))
+    if (!(std::cout << said.text << std::flush))
         throw std::runtime_error(std::string("can't write the answer: ") + strerror(errno));
 }
 
@@ -108,8 +105,7 @@ const command_row &parse_words(const std::vector<std::string> &words, CLI::App &
         mine = command->ask == review_upgrade ? std::min(mine + 2, words.size()) : words.size();
     auto end = words.begin() + static_cast<long>(mine);
     session.upgrade_words.assign(end + (first == "--"), words.end());
-    std::vector<std::string> reversed(std::make_reverse_iterator(end), words.rend());
-    app.parse(reversed);
+    app.parse(std::vector<std::string>(std::make_reverse_iterator(end), words.rend()));
     if (!command->id && session.upgrade_words.empty()) {
         fputs(app.help().c_str(), stderr);
         throw CLI::RuntimeError(2);
@@ -136,15 +132,11 @@ int run(const std::vector<std::string> &words) {
         };
     session.title = command->title;
     session.subject = fmt::format("{}", fmt::join(session.words, " "));
-    bool is_fleet = !command->ask;
-    if (!is_fleet)
+    if (command->ask)
         command->ask(session);
-    json answer = is_fleet ? sum_up_fleet(session) : answer_object(session.data);
-    std::string text = is_fleet ? fleet_text(answer, session) : report_text(answer, session), page;
-    if (!session.html.empty())
-        page = is_fleet ? fleet_page(answer, session) : report_page(answer, session);
-    write_answer(page, text, session);
-    return answer["status"];
+    reply said = command->ask ? report(session) : sum_up_fleet(session);
+    write_reply(said, session.html, session);
+    return said.status;
 }
 
 } // namespace

@@ -55,7 +55,7 @@ struct review_session {
     review_data data;
 };
 
-// The commands. They fill in `data`.
+// The commands. They fill in `data`, but for a fleet.
 
 /// An upgrade, before or after it was made. With a word, FILE:N, what would be another without that line.
 void review_upgrade(review_session &session);
@@ -66,19 +66,22 @@ void review_diff(review_session &session);
 /// What hangs in the air in one configuration: CONF.
 void review_check(review_session &session);
 
+/// What goes to standard output, the page if there is to be one, and the exit status.
+struct reply {
+    int status;
+    std::string text, page;
+};
+/// Says what `data` has.
+reply report(review_session &session);
+/// Sums up answers that `--json` wrote, one that can't be read as trouble, with links to the pages beside them.
+reply sum_up_fleet(review_session &session);
+
 /// The answer as data, but for its lines and their origins, with the exit status. Puts the findings in the order in
 /// which they are told.
 json answer_object(review_data &data);
-/// Sums up answers that `--json` wrote, one that can't be read as trouble, with links to the pages beside them.
-json sum_up_fleet(review_session &session);
-/// What goes to standard output, and the page; the same for a fleet.
-std::string report_text(const json &answer, const review_session &session);
-std::string report_page(json answer, review_session &session);
-std::string fleet_text(const json &fleet, const review_session &session);
-std::string fleet_page(json fleet, const review_session &session);
-
-/// The answer with all lines and origins, as text.
+/// The answer with all lines and origins, as text; and the page.
 std::string report_json(const json &answer, const review_data &data);
+std::string report_page(json answer, review_session &session);
 /// One value as text; bytes that are no UTF-8 become the replacement character.
 std::string dumped(const json &value, int indent);
 /// The built-in page filled with the values, its heading, who made it, and when.

@@ -15,7 +15,7 @@ using fmt::format;
 namespace {
 
 /// The text as it grows.
-struct report {
+struct report_lines {
     const review_session &session;
     std::string text;
 
@@ -38,15 +38,13 @@ struct report {
 };
 
 // What follows from a cause is told by its number behind the causes, if nobody asks for more.
-void write_findings(const json &findings, report &out) {
+void write_findings(const json &findings, report_lines &out) {
     bool folds = !out.session.all && out.session.only.empty();
     auto is_folded = [folds](const json &told) { return folds && told.contains("follows"); };
     auto folded = std::count_if(findings.begin(), findings.end(), is_folded);
     for (const json &told : findings) {
-        if (folded && !told.contains("leads")) {
-            out.line(format("    {} more follow{} from this; --all lists them", folded, folded == 1 ? "s" : ""));
-            folded = 0;
-        }
+        if (auto rest = told.contains("leads") ? 0 : std::exchange(folded, 0))
+            out.line(format("    {} more follow{} from this; --all lists them", rest, rest == 1 ? "s" : ""));
         std::string id = told["id"], text = told["text"],
                     at = place_text(told.value("file", ""), told.value("line", 0L)), advice = told.value("advice", "");
         if (out.wants(id) && !is_folded(told))
@@ -55,7 +53,7 @@ void write_findings(const json &findings, report &out) {
     }
 }
 
-void write_access(report &out) {
+void write_access(report_lines &out) {
     const std::vector<access_row> &access = out.session.data.access;
     std::map<std::string, std::vector<std::string>> proxies;
     for (const access_row &row : access)
@@ -66,7 +64,7 @@ void write_access(report &out) {
         out.line(format("{} {}: {}", names.size(), found, fmt::join(names, " ")));
 }
 
-void write_lines(report &out) {
+void write_lines(report_lines &out) {
     const review_data &data = out.session.data;
     if (data.lines.empty())
         return;
@@ -105,7 +103,7 @@ void write_lines(report &out) {
     }
 }
 
-void write_todo(report &out) {
+void write_todo(report_lines &out) {
     std::string head = out.session.only.empty() ? "\nto do:\n" : "";
     for (const todo_item &item : out.session.data.todo) {
         if (!out.wants("todo." + item.id) && !out.wants("todo"))
@@ -115,6 +113,26 @@ void write_todo(report &out) {
         for (const auto &[name, value] : item.fields)
             out.line(format("    {} = {}", name, value));
     }
+}
+
+std::string report_text(const json &answer, const review_session &session) {
+    report_lines out{session, ""};
+    std::string verdict = answer["verdict"];
+    if (session.as_json)
+        return report_json(answer, session.data);
+    if (session.quiet || !session.html.empty())
+        return shown(verdict) + "\n";
+    if (!session.data.release_reason.empty())
+        out.line(format("release {} ({})", session.data.release, session.data.release_reason));
+    write_findings(answer["findings"], out);
+    if (session.only.empty()) {
+        write_access(out);
+        write_lines(out);
+    }
+    write_todo(out);
+    out.text += out.text.empty() ? "" : "\n";
+    out.line(verdict);
+    return std::move(out.text);
 }
 
 } // namespace
@@ -168,23 +186,8 @@ std::string result_name(const review_data &data) {
     return "standard output";
 }
 
-std::string report_text(const json &answer, const review_session &session) {
-    const review_data &data = session.data;
-    report out{session, ""};
-    std::string verdict = answer["verdict"];
-    if (session.as_json)
-        return report_json(answer, data);
-    if (session.quiet || !session.html.empty())
-        return shown(verdict) + "\n";
-    if (!data.release_reason.empty())
-        out.line(format("release {} ({})", data.release, data.release_reason));
-    write_findings(answer["findings"], out);
-    if (session.only.empty()) {
-        write_access(out);
-        write_lines(out);
-    }
-    write_todo(out);
-    out.text += out.text.empty() ? "" : "\n";
-    out.line(verdict);
-    return std::move(out.text);
+reply report(review_session &session) {
+    json answer = answer_object(session.data);
+    std::string page = session.html.empty() ? "" : report_page(answer, session);
+    return {answer["status"], report_text(answer, session), page};
 }
