@@ -14,10 +14,9 @@ namespace mustache = kainjow::mustache;
 namespace {
 
 // What a browser still shows without a wait. What is beyond is told.
-constexpr size_t TEXT_LIMIT = 4000;   // bytes of one text
-constexpr size_t ROW_LIMIT = 1000;    // rows of one list
-constexpr size_t RULE_LIMIT = 10'000; // patterns of all proxies
-constexpr size_t PRINT_LIMIT = 60;    // dropped lines that are printed one by one
+constexpr size_t TEXT_LIMIT = 4000; // bytes of one text
+constexpr size_t ROW_LIMIT = 1000;  // rows of one list
+constexpr size_t PRINT_LIMIT = 60;  // dropped lines that are printed one by one
 
 constexpr char unseen[] = "Not looked at.";
 
@@ -49,39 +48,30 @@ mustache::data data_of(const json &value) {
 json list_of(json list, json rows, const char *one, const char *many, const char *none) {
     list.update({{"count", rows.empty() ? "" : counted(rows.size(), one, many)}, {"none", rows.empty() ? none : ""}});
     if (rows.size() > ROW_LIMIT) {
-        list["more"] = format("{} more: the program's text and data have all", rows.size() - ROW_LIMIT);
+        list["more"] = format("{} more, of which moatwall-review itself tells", rows.size() - ROW_LIMIT);
         rows.erase(rows.begin() + ROW_LIMIT, rows.end());
     }
     list["rows"] = std::move(rows);
     return list;
 }
 
-// The rules of one side of a proxy in order, as far as there is room on the page.
-json side_values(const char *when, const access_side &side, const std::string &proxy, size_t &room) {
-    std::vector<access_rule> all = rules_of(side, proxy);
-    std::string count = all.empty()         ? "nobody is let through"
-                        : all.size() > room ? "too many for a page, ask moatwall-review explain"
-                                            : counted(all.size(), "pattern", "patterns");
-    if (all.size() > room)
-        all.clear();
-    room -= all.size();
-    json values{{"when", when}, {"count", count}};
-    for (const access_rule &rule : all)
-        values["rules"].push_back(
-            {{"class", rule.permit ? "permit" : "deny"}, {"text", decision_text(decision_of(side, rule))}});
-    return values;
-}
-
-// Adds the rules of both sides to each proxy, and puts those first that are not the same.
+// Adds the rules of both sides in order to each proxy, and puts those first that are not the same.
 json proxy_values(json proxies, const access_side &before, const access_side &after) {
     auto differs = [](const json &each) { return each["verdict"] != "same"; };
     std::stable_partition(proxies.begin(), proxies.end(), differs);
-    size_t room = RULE_LIMIT;
     for (json &each : proxies) {
         each["differs"] = differs(each);
-        if (!before.proxies.empty())
-            each["sides"].push_back(side_values("Before", before, each["proxy"], room));
-        each["sides"].push_back(side_values("Now", after, each["proxy"], room));
+        for (const access_side *side : {&before, &after}) {
+            json rules = json::array();
+            for (const access_rule &rule : rules_of(*side, each["proxy"]))
+                rules.push_back(rules.size() < ROW_LIMIT // those behind are counted
+                                    ? json{{"class", rule.permit ? "permit" : "deny"},
+                                           {"text", decision_text(decision_of(*side, rule))}}
+                                    : json());
+            if (side == &after || !side->proxies.empty())
+                each["sides"].push_back(list_of({{"when", side == &after ? "Now" : "Before"}}, std::move(rules),
+                                                "pattern", "patterns", "nobody is let through"));
+        }
     }
     return proxies;
 }
