@@ -104,7 +104,7 @@ json line_values(review_session &session) {
         fate became = lines[0]->became;
         bool is_alarm = became == fate::unexplained, is_short = lines.size() <= PRINT_LIMIT;
         const std::string &file = data.files[key.second].name;
-        auto reason_of = [&data](const line_fate *line) { return line_reason(data, *line, true); };
+        auto reason_of = [&](const line_fate *line) { return line_reason(session, *line, true); };
         groups.push_back(group_values(word(became), file, *session.files.bytes(file), lines, reason_of));
         groups.back()["opens"] = is_alarm;
         groups.back()["prints"] = is_alarm || (became == fate::without_effect && is_short);
@@ -117,7 +117,7 @@ json line_values(review_session &session) {
         auto place_of = [&data](const line_origin *line) {
             return line->from == origin::input ? place_text(data.files[line->file].name, line->input_line) : "";
         };
-        groups.push_back(group_values(name, result_name(data), session.after.conf->bytes, lines, place_of));
+        groups.push_back(group_values(name, session.subject, session.after.conf->bytes, lines, place_of));
     }
     return groups;
 }

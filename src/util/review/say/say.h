@@ -47,7 +47,7 @@ struct review_session {
     std::vector<std::string> only; ///< names of findings, and of what is to be done with `todo.` in front; or empty
     unsigned width = 0;            ///< of the terminal, 0 where lines are not wrapped
     std::string html;              ///< the page's file, empty for no page
-    std::string title, subject;    ///< the page's heading
+    std::string title, subject;    ///< the page's heading; the subject of an upgrade is what it writes
 
     loaded_files files;
     std::unique_ptr<configuration> own; ///< what the upgrade writes, in a layout that a reader takes back
@@ -95,10 +95,8 @@ std::string place_text(const std::string &file, long line);
 std::string shown(std::string_view text);
 
 /// Where a line went, such as "by init.conf:12: the same service", or what all of its group have in common.
-std::string line_reason(const review_data &data, const line_fate &line, bool is_alone);
+std::string line_reason(const review_session &session, const line_fate &line, bool is_alone);
 /// How many lines had which fate: "12 kept, 3 reshaped".
 std::string fate_counts(const review_data &data);
-/// The name of the file that the upgrade writes.
-std::string result_name(const review_data &data);
 
 #endif

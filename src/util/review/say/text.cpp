@@ -76,7 +76,7 @@ void write_lines(report_lines &out) {
     if (has_proof)
         out.line("without all lines that are overridden or without effect the result is the same, byte for byte");
     auto write = [&](const line_fate &line, size_t alike) {
-        std::string reason = line_reason(data, line, alike == 1);
+        std::string reason = line_reason(out.session, line, alike == 1);
         reason += alike > 1 ? format(" ({} lines)", alike) : "";
         out.line(format("[{}] {}:{}: {}", word(line.became), data.files[line.file].name, line.line, reason));
     };
@@ -87,7 +87,7 @@ void write_lines(report_lines &out) {
             std::string from = word(each.from);
             if (each.from == origin::input)
                 from = place_text(data.files[each.file].name, each.input_line);
-            out.line(format("[origin] {}:{}: {}", result_name(data), each.line, from));
+            out.line(format("[origin] {}:{}: {}", out.session.subject, each.line, from));
         }
     } else if (out.session.lines) {
         // Lines of one input with one fate, reason and winner stand together, the worst fate first.
@@ -153,12 +153,12 @@ std::string shown(std::string_view text) {
     return safe;
 }
 
-std::string line_reason(const review_data &data, const line_fate &line, bool is_alone) {
+std::string line_reason(const review_session &session, const line_fate &line, bool is_alone) {
     std::vector<std::string> parts;
     if (line.result_line && is_alone && line.became <= fate::reshaped)
-        parts.push_back(place_text(result_name(data), line.result_line));
+        parts.push_back(place_text(session.subject, line.result_line));
     if (line.by_line)
-        parts.push_back("by " + place_text(data.files[line.by_file].name, is_alone ? line.by_line : 0));
+        parts.push_back("by " + place_text(session.data.files[line.by_file].name, is_alone ? line.by_line : 0));
     if (!line.reason.empty())
         parts.push_back(line.reason);
     if (line.how == proof::not_tried)
@@ -177,13 +177,6 @@ std::string fate_counts(const review_data &data) {
     count(said_twice, [](const line_fate &line) { return line.reason == said_twice; });
     count("not tried", [](const line_fate &line) { return line.how == proof::not_tried; });
     return format("{}", fmt::join(parts, ", "));
-}
-
-std::string result_name(const review_data &data) {
-    for (const file_record &file : data.files)
-        if (file.role == file_role::result)
-            return file.name;
-    return "standard output";
 }
 
 reply report(review_session &session) {
