@@ -86,8 +86,7 @@ std::string finding_text(const finding &told) {
             text += format("; {} {}", what, where);
     }
     if (told.count > 1)
-        text +=
-            !told.host.empty() ? format("; {} pairs of rule and map", told.count) : format(" ({} in all)", told.count);
+        text += format(told.host.empty() ? " ({} in all)" : "; {} pairs of rule and map", told.count);
     return told.cause.empty() ? text : text + "; cause: " + told.cause;
 }
 

@@ -49,14 +49,15 @@ pid_t program; // whose exit counts, 0 when main came to its end
 }
 
 // Writes the page to its file, which must be none of those that it speaks of, and the rest to standard output.
-void write_reply(const reply &said, const std::string &html, const review_session &session) {
+void write_reply(const reply &said, const review_session &session) {
+    const std::string &html = session.html;
     if (isatty(STDERR_FILENO))
         fputs("\r\033[K", stderr); // the progress line ends
     for (const auto &taken : {session.words, session.upgrade_words, std::vector<std::string>{session.table}})
         for (const std::string &name : taken)
             if (!html.empty() && (html == name || same_file(html, name)))
-                throw std::runtime_error(html +
-                                         " is an input or output of what the page is about and is not overwritten");
+                throw std::runtime_error(html + " is an input or output of what the page is about"
+                                                " and is not overwritten");
     if (!html.empty() && !(std::ofstream(html) << said.page << std::flush))
         throw std::runtime_error("can't write " + html + ": " + strerror(errno));
     if (!(std::cout << said.text << std::flush))
@@ -135,7 +136,7 @@ int run(const std::vector<std::string> &words) {
     if (command->ask)
         command->ask(session);
     reply said = command->ask ? report(session) : sum_up_fleet(session);
-    write_reply(said, session.html, session);
+    write_reply(said, session);
     return said.status;
 }
 
