@@ -115,26 +115,6 @@ void write_todo(report_lines &out) {
     }
 }
 
-std::string report_text(const json &answer, const review_session &session) {
-    report_lines out{session, ""};
-    std::string verdict = answer["verdict"];
-    if (session.as_json)
-        return report_json(answer, session.data);
-    if (session.quiet || !session.html.empty())
-        return shown(verdict) + "\n";
-    if (!session.data.release_reason.empty())
-        out.line(format("release {} ({})", session.data.release, session.data.release_reason));
-    write_findings(answer["findings"], out);
-    if (session.only.empty()) {
-        write_access(out);
-        write_lines(out);
-    }
-    write_todo(out);
-    out.text += out.text.empty() ? "" : "\n";
-    out.line(verdict);
-    return std::move(out.text);
-}
-
 } // namespace
 
 std::string shown(std::string_view text) {
@@ -177,6 +157,26 @@ std::string fate_counts(const review_data &data) {
     count(said_twice, [](const line_fate &line) { return line.reason == said_twice; });
     count("not tried", [](const line_fate &line) { return line.how == proof::not_tried; });
     return format("{}", fmt::join(parts, ", "));
+}
+
+static std::string report_text(const json &answer, const review_session &session) {
+    report_lines out{session, ""};
+    std::string verdict = answer["verdict"];
+    if (session.as_json)
+        return report_json(answer, session.data);
+    if (session.quiet || !session.html.empty())
+        return shown(verdict) + "\n";
+    if (!session.data.release_reason.empty())
+        out.line(format("release {} ({})", session.data.release, session.data.release_reason));
+    write_findings(answer["findings"], out);
+    if (session.only.empty()) {
+        write_access(out);
+        write_lines(out);
+    }
+    write_todo(out);
+    out.text += out.text.empty() ? "" : "\n";
+    out.line(verdict);
+    return std::move(out.text);
 }
 
 reply report(review_session &session) {
