@@ -11,7 +11,7 @@
 
 namespace {
 
-/// What the lines of a node that was taken out say now.
+/// What the lines of a node that was taken out say now; those of the nodes below it say nothing, or are counts too.
 struct successor {
     Frag *node;
     line_role role;
@@ -44,12 +44,6 @@ std::vector<Frag *> take_children(Frag *frag) {
     return all;
 }
 
-void drop_bare(FragList list, const char *key) {
-    Frag *frag = ffind(list, key);
-    if (frag && !frag->value && !frag->child)
-        fdel(list, key);
-}
-
 long line_number(const Frag *frag) { return frag->attr >> 4; }
 void set_origin(Frag *frag, const Frag *from) { frag->attr = bits_of(frag) | (from->attr & ~15L); }
 void take_value(Frag *frag, const Frag *from) {
@@ -65,17 +59,12 @@ struct translator {
 
     void rename(Frag *frag, std::string_view clear) { frag->name = conf.keep(storedname(clear)); }
 
-    // The lines of what left the tree say `role` of `node`. What stands below it says nothing, or is counted.
-    void lose(Frag *frag, line_role role, Frag *node = nullptr) {
-        for (Frag *below : nodes_of(frag->child))
-            successors[below] = {nullptr, role == line_role::count ? role : line_role::dropped};
-        successors[frag] = {node, role};
-    }
+    void drop(const Frag *frag) { successors[frag] = {nullptr, line_role::dropped}; }
     // Takes the node of the key out of the list; null if there is none.
     Frag *take(FragList list, const char *key, line_role role, Frag *node = nullptr) {
         Frag *frag = fdel(list, key);
         if (frag)
-            lose(frag, role, node);
+            successors[frag] = {node, role};
         return frag;
     }
     void take_name(Frag *record, const char *key) {
@@ -85,14 +74,13 @@ struct translator {
     }
     // Takes a record's two texts, of which one says nothing without the other: both are null then.
     std::pair<Frag *, Frag *> take_texts(Frag *record, const char *name_key, const char *value_key) {
-        Frag *name = take(&record->child, name_key, line_role::name, record),
-             *value = take(&record->child, value_key, line_role::setting, record);
-        if (name && value && name->value && (value->value || value->child))
-            return {name, value};
-        for (Frag *text : {name, value})
-            if (text)
-                successors[text] = {nullptr, line_role::dropped};
-        return {nullptr, nullptr};
+        Frag *name = take(&record->child, name_key, line_role::dropped),
+             *value = take(&record->child, value_key, line_role::dropped);
+        if (!name || !value || !name->value || (!value->value && !value->child))
+            return {nullptr, nullptr};
+        successors[name] = {record, line_role::name};
+        successors[value] = {record, line_role::setting};
+        return {name, value};
     }
 
     // A parameter becomes a child of its owner, a list parameter a child of its list's node, which has no value.
@@ -108,8 +96,6 @@ struct translator {
         made->attr = bits;
         take_value(made, value);
         // The rest of a long name stands below the value.
-        for (Frag *below : nodes_of(value->child))
-            successors.erase(below);
         for (Frag *part_of : take_children(value))
             pushfrag(&made->child, part_of, made);
         successors[name] = {made, line_role::name, bits};
@@ -130,8 +116,8 @@ struct translator {
                 conf.set_value(address, std::string(name->value) + " " + value->value);
                 set_origin(address, value);
             }
-            for (Frag *other : take_children(address))
-                lose(other, line_role::dropped);
+            for (const Frag *other : take_children(address))
+                drop(other);
         }
     }
 
@@ -154,7 +140,8 @@ struct translator {
                 take_name(record, row.name);
                 for (const char *count : row.inner_counts)
                     take(&record->child, count, line_role::count);
-                drop_bare(&record->child, "num");
+                if (const Frag *num = ffind(&record->child, "num"); num && !num->value && !num->child)
+                    fdel(&record->child, "num");
                 if (row.count)
                     take_parameters(record);
                 if (row.owner)
@@ -195,7 +182,7 @@ struct translator {
             if (number >= 1)
                 rule->name = conf.keep(numbertext(number));
             if (!rule->value) {
-                lose(rule, line_role::dropped);
+                drop(rule);
                 continue;
             }
             pushfrag(&rules->child, rule, rules);
@@ -231,10 +218,7 @@ struct translator {
         std::unordered_map<const Frag *, Frag *> folded; // lists of aliases, and the interfaces that bear them
         list_indexes known;
         for (const char *location : {"Inside", "Outside", "Service"}) {
-            const Frag *list = by_name.find(location);
-            Frag *elements = list ? ffind(const_cast<FragList>(&list->child), "element") : nullptr;
-            if (!elements)
-                continue;
+            Frag *list = by_name.find(location), *elements = list ? ffind(&list->child, "element") : nullptr;
             for (Frag *element : children(elements)) {
                 std::string interface = configuration::value(element, "interface");
                 bool is_plain = !interface.empty() && !says_yes(configuration::value(element, "alias"));
@@ -250,9 +234,16 @@ struct translator {
             if (auto bearer = folded.find(list); bearer == folded.end())
                 pushfrag(&lists->child, list, lists);
             else if (list->value)
-                lose(list, line_role::dropped);
+                drop(list);
             else // its own lines that named it lead to the interface
-                lose(list, line_role::name, bearer->second);
+                successors[list] = {bearer->second, line_role::name};
+    }
+
+    void drop_below(const Frag *frag, line_role role) { // no deeper than a key is long
+        for (const Frag *below : children(frag)) {
+            successors[below] = {nullptr, role};
+            drop_below(below, role);
+        }
     }
 
     // The layout is told by the stamp of the save if there is one, since a merged file of the other layout can leave
@@ -268,7 +259,6 @@ struct translator {
     void translate() {
         for (const char *count : counts)
             take(db, count, line_role::count);
-        drop_bare(db, "netobj_num");
         name_records();
         name_policies();
         split_rules("pfedit_lcl");
@@ -277,6 +267,9 @@ struct translator {
             fold_aliases(lists);
         if (Frag *groups = ffind(db, "netobj_group"))
             reverse_frags(&groups->child);
+        const auto taken = successors;
+        for (const auto &[frag, now] : taken)
+            drop_below(frag, now.role == line_role::count ? now.role : line_role::dropped);
         for (conf_line &line : conf.lines)
             for (auto now = successors.find(line.node); now != successors.end(); now = successors.find(line.node)) {
                 line.node = now->second.node;
