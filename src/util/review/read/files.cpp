@@ -4,21 +4,19 @@
 #include <filesystem>
 #include <fstream>
 
-bool read_bytes(const std::string &path, std::string &bytes) {
+std::optional<std::string> read_bytes(const std::string &path) {
     std::error_code failed;
-    if (!std::filesystem::is_regular_file(path, failed))
-        return false;
-    std::ifstream file(path, std::ios::binary);
-    std::uintmax_t size = std::filesystem::file_size(path, failed);
-    bytes.resize(failed ? 0 : size);
-    return !failed && file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::uintmax_t size = std::filesystem::file_size(path, failed); // fails for all but a regular file
+    std::string bytes(failed ? 0 : size, 0);
+    if (failed || !std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
+        return {};
+    return bytes;
 }
 
 const std::string *loaded_files::bytes(const std::string &path) {
     auto [known, is_new] = read.try_emplace(path);
-    std::string bytes;
-    if (is_new && read_bytes(path, bytes))
-        known->second.emplace(std::move(bytes));
+    if (is_new)
+        known->second = read_bytes(path);
     return known->second ? known->second->held.get() : nullptr;
 }
 

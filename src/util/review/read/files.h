@@ -8,6 +8,9 @@
 #include <map>
 #include <optional>
 
+/// All bytes of a regular file; nothing if it can't be read.
+std::optional<std::string> read_bytes(const std::string &path);
+
 struct loaded_files {
     /// The file's bytes, or null if it can't be read.
     const std::string *bytes(const std::string &path);

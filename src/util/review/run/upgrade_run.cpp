@@ -1,6 +1,6 @@
 // A run of the upgrade in a child process. What it would write goes into memory, where no disk is too full for it.
 #include "run/upgrade_run.h"
-#include "read/configuration.h"
+#include "read/files.h"
 #include "upgrade.h"
 
 #include <algorithm>
@@ -15,8 +15,6 @@
 #include <unistd.h>
 
 namespace {
-
-using strings = std::vector<std::string>;
 
 /// A file without a name in memory.
 struct memory_file {
@@ -34,7 +32,7 @@ struct memory_file {
 
 /// The words of a run, and the files that it gets in the place of the user's, by their names.
 struct planned_run {
-    strings words;
+    std::vector<std::string> words;
     std::unordered_map<std::string, memory_file> files{};
     memory_file output{}, messages{};
 };
@@ -42,7 +40,7 @@ struct planned_run {
 // Puts files in memory in the place of reports and of what `instead` has. A report that is an input empties that for
 // whatever reads it later. False if there is no room.
 bool replace_files(const upgrade_command &command, const replaced_files &instead, planned_run &run) {
-    const strings reports = step_files(command, 'R');
+    const auto reports = step_files(command, 'R');
     for (const upgrade_step &step : command.steps) {
         const std::string &name = step.argument;
         auto other = instead.find(name);
@@ -51,10 +49,7 @@ bool replace_files(const upgrade_command &command, const replaced_files &instead
         if (step.letter == 'V' || (report == reports.end() && other == instead.end()))
             continue;
         auto [file, fresh] = run.files.try_emplace(report == reports.end() ? name : *report);
-        std::string own;
-        if (other == instead.end())
-            read_bytes(name, own);
-        if (fresh && !file->second.write(other == instead.end() ? own : other->second))
+        if (fresh && !file->second.write(other == instead.end() ? read_bytes(name).value_or("") : other->second))
             return false;
         run.words[step.argument_index] = file->second.path();
     }
@@ -96,7 +91,7 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
         run.words.back() = run.output.path();
     for (const upgrade_step &step : command.steps)
         if (no_xml && command.version == 99 && step.letter == 'V')
-            run.words[step.argument_index] = step.argument_index == step.index ? "-V50" : "50";
+            run.words[step.argument_index] = run.words[step.argument_index] == step.argument ? "50" : "-V50";
     fflush(nullptr);
     pid_t parent = getpid(), child = has_room ? fork() : -1;
     if (child == 0)
@@ -104,7 +99,7 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
     int status = 0;
     while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR)
         ;
-    read_bytes(run.messages.path(), result.messages);
+    result.messages = read_bytes(run.messages.path()).value_or("");
     replace_all(result.messages, run.output.path(), command.output);
     for (const auto &[name, file] : run.files)
         replace_all(result.messages, file.path(), name);
@@ -115,6 +110,6 @@ upgrade_result run_upgrade(const upgrade_command &command, const replaced_files 
     else if (status != 0)
         result.trouble = "the upgrade ends with status " + std::to_string(WEXITSTATUS(status));
     else
-        read_bytes(run.output.path(), result.output);
+        result.output = read_bytes(run.output.path()).value_or("");
     return result;
 }
