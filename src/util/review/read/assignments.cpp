@@ -6,6 +6,7 @@
 #include "read/configuration.h"
 
 #include <algorithm>
+#include <regex>
 #include <utility>
 
 using namespace std::string_view_literals;
@@ -26,7 +27,7 @@ struct line_reader {
     uint32_t line = 1;
     bool sections = false; // from the first `[` to the end of the file
     std::string path{};    // the components in front of the one that is read, each with its `_`
-    Frag *node = nullptr;  // of the last of them, and of the whole key at last
+    Frag *node = nullptr;  // of the last of them
     std::string name{};
     long name_bits = 0;
     conf_line current{};
@@ -80,25 +81,21 @@ struct line_reader {
 
     long number() const { return static_cast<long>(conf.lines.size() + 1); }
 
-    // Goes to the node of the component; every flat line sets the bits of all that its key names.
-    void go_down() {
+    // The node of the component; every flat line sets the bits of all that its key names.
+    Frag *make_node() {
         size_t known = conf.nodes.size();
-        node = conf.make(indexes, node, name, number());
+        Frag *made = conf.make(indexes, node, name, number());
         keep = keep && conf.nodes.size() == known;
         if (!sections)
-            node->attr = (node->attr & ~15L) | name_bits;
+            made->attr = (made->attr & ~15L) | name_bits;
+        return made;
     }
 
     // Whether the component behind the path names a record, whose prefix is part of that name.
     bool is_record() const {
-        auto starts = [this](std::string_view with) { return has_prefix(path.c_str(), with); };
-        auto ends = [this](std::string_view with) {
-            return path.size() >= with.size() && path.compare(path.size() - with.size(), with.size(), with) == 0;
-        };
-        auto depth = std::count(path.begin(), path.end(), '_');
-        return (depth == 2 && (starts("def_proxy_") || starts("netobj_list_") || starts("netobj_group_"))) ||
-               (depth == 4 && starts("def_proxy_") && ends("_config-sets_")) || path == "policy_" ||
-               (depth == 3 && starts("policy_") && ends("_proxy_"));
+        static const std::regex families(
+            "(def_proxy|def_proxy_[^_]*_config-sets|netobj_list|netobj_group|policy|policy_[^_]*_proxy)_");
+        return std::regex_match(path, families);
     }
 
     // Takes the components up to the one that ends the key. False if the file ends in them.
@@ -121,7 +118,7 @@ struct line_reader {
                 return true;
             }
             if (path.size() + name.size() < KEY_LIMIT) {
-                go_down();
+                node = make_node();
                 path += name + '_';
             }
             begins = delimiter == ']';
@@ -152,25 +149,18 @@ struct line_reader {
         return true;
     }
 
-    void set_value() {
-        Frag *section = node;
-        go_down();
-        if (!node->value || (!keep && !current.value.empty())) {
-            conf.set_value(node, keep ? "" : current.value);
-            node->attr = bits_of(node) | number() << 4;
-        }
-        keep = merged;
-        current.node = node;
-        conf.lines.push_back(current);
-        node = section;
-    }
-
     void read() {
         conf.lines.reserve(static_cast<size_t>(
             std::min(std::count(bytes.begin(), bytes.end(), '\n'), std::count(bytes.begin(), bytes.end(), '='))));
-        while (take_key())
-            if (take_value())
-                set_value();
+        while (take_key() && take_value()) {
+            Frag *made = current.node = make_node();
+            if (!made->value || (!keep && !current.value.empty())) {
+                conf.set_value(made, keep ? "" : current.value);
+                made->attr = bits_of(made) | number() << 4;
+            }
+            keep = merged;
+            conf.lines.push_back(current);
+        }
     }
 };
 
