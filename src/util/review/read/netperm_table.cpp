@@ -1,7 +1,6 @@
 // Netperm tables, rule by rule. A reader of its own: what the translation makes of a table is judged by it.
 #include "read/netperm_table.h"
 #include "frag_tools.h"
-#include "netperm.h"
 #include "upgrade.h"
 
 #include <algorithm>
@@ -57,11 +56,11 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
         rule.unit = ++units;
         std::string_view unit = take_unit(READ_UNIT), text = unit.substr(0, unit.find('\0'));
         bool was_rest = std::exchange(is_rest, unit.back() != '\n');
-        size_t first = unit.find_first_not_of(" \t\r");
-        bool is_blank_unit = first >= text.size();
-        if (is_blank_unit && unit[0] != '#' && unit.back() != '\n')
+        size_t first = unit.find_first_not_of(" \t\r\n");
+        bool is_comment = unit[0] == '#', is_blank_unit = first >= text.size();
+        if (is_blank_unit && is_rest && !is_comment)
             take_unit(left.size()); // the rest of a long line goes with its blanks
-        if (unit[0] == '#' || is_blank_unit || text[first] == '\n')
+        if (is_comment || is_blank_unit)
             continue;
         if (const char *why = take_rule(text.substr(0, text.find_first_of("\r\n", first)), rule))
             table->dropped.push_back({rule.line, was_rest ? "what is behind 8190 bytes of this line is no rule" : why});
