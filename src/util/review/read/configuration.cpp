@@ -110,10 +110,8 @@ std::string owner_of(const Frag *entry) {
 
 std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 
-static const struct {
-    const char *text;
-    long bit;
-} prefixes[] = {{"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
+static constexpr std::pair<const char *, long> prefixes[] = {
+    {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
 
 const char *prefix_of(long bits) {
     for (const auto &[text, bit] : prefixes)
@@ -124,13 +122,13 @@ const char *prefix_of(long bits) {
 
 long take_prefixes(const char **name) {
     long bits = 0;
-    for (size_t i = 0; i < std::size(prefixes);) {
-        const auto &[text, bit] = prefixes[i++];
-        if ((**name | 0x20) == *text && has_prefix_nocase(*name, text)) {
-            bits |= bit;
-            *name += strlen(text);
-            i = 0;
-        }
+    for (const char *before = nullptr; before != *name;) {
+        before = *name;
+        for (const auto &[text, bit] : prefixes)
+            if (has_prefix_nocase(*name, text)) {
+                bits |= bit;
+                *name += strlen(text);
+            }
     }
     return bits;
 }
@@ -139,14 +137,6 @@ bool says_yes(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
     std::string word = lowercase(text);
     return word == "on" || word == "yes" || word == "true" || (is_digit(word[0]) && decimal(word.c_str()) != 0);
-}
-
-const maprec *services_of(const configuration &conf) {
-    std::string system = conf.value("OS_Type");
-    for (const os2maprec_row *row = os2maprec; row->os; row++)
-        if (has_prefix(system.c_str(), row->os))
-            return row->table;
-    return map_unix;
 }
 
 std::string shown_name(const Frag *frag) {

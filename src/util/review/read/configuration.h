@@ -14,7 +14,6 @@
 #include <memory_resource>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 /// What an assignment does.
@@ -116,7 +115,7 @@ bool take_group_mark(std::string &source);
 /// Whether a switch is on: "on", "yes" or "true" in any case, or a number other than 0.
 bool says_yes(std::string_view text);
 /// The services of the platform that the configuration is of.
-const maprec *services_of(const configuration &conf);
+inline const maprec *services_of(const configuration &conf) { return determine_os_maprec(conf.db()); }
 /// The services that `network_loginok` switches on. Ends with a null.
 inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 /// True if the word is in a list that ends in a null.
@@ -127,8 +126,6 @@ std::vector<Frag *> nodes_of(Frag *first);
 
 /// Reads the bytes as a configuration.
 std::unique_ptr<configuration> read_configuration(std::string name, file_bytes bytes, conf_layout layout);
-/// All bytes of a regular file. False if it can't be read.
-bool read_bytes(const std::string &path, std::string &bytes);
 /// The steps of `read_configuration`: the assignments by the grammar of the store, both forms, and the tree of what
 /// they say as written; then the canonical layout.
 void read_assignments(configuration &conf, conf_layout layout);
