@@ -3,7 +3,6 @@
 // Nodes are renamed and moved family by family. The lines of a node that was taken out of the tree are told at the end
 // what they say now.
 #include "frag_tools.h"
-#include "nupgrade.h"
 #include "read/configuration.h"
 
 #include <algorithm>
@@ -18,16 +17,15 @@ struct successor {
     long bits = 0;
 };
 
-/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts (a single one
-/// stands twice). One that is counted has parameters, and is numbered only if its count is there and that of the one
-/// before it.
+/// A family of records, and the keys in each of them: of its name, of the proxy that owns it, of counts. One that is
+/// counted has parameters, and is numbered only if its count is there and that of the one before it.
 struct family_row {
     const char *key, *count, *name, *owner;
-    const char *inner_counts[2];
+    std::vector<const char *> inner_counts;
 };
 const family_row families[] = {
-    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms", "num_parms"}},
-    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms", "num_parms"}},
+    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms"}},
+    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms"}},
     {"netobj_list", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"netobj_group", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"policy", nullptr, "name", nullptr, {"num_proxies", "num_parms"}},
@@ -74,13 +72,14 @@ struct translator {
     }
     // Takes a record's two texts, of which one says nothing without the other: both are null then.
     std::pair<Frag *, Frag *> take_texts(Frag *record, const char *name_key, const char *value_key) {
-        Frag *name = take(&record->child, name_key, line_role::dropped),
-             *value = take(&record->child, value_key, line_role::dropped);
-        if (!name || !value || !name->value || (!value->value && !value->child))
-            return {nullptr, nullptr};
-        successors[name] = {record, line_role::name};
-        successors[value] = {record, line_role::setting};
-        return {name, value};
+        Frag *name = take(&record->child, name_key, line_role::name, record),
+             *value = take(&record->child, value_key, line_role::setting, record);
+        if (name && value && name->value && (value->value || value->child))
+            return {name, value};
+        for (Frag *text : {name, value})
+            if (text)
+                drop(text);
+        return {nullptr, nullptr};
     }
 
     // A parameter becomes a child of its owner, a list parameter a child of its list's node, which has no value.
@@ -239,21 +238,13 @@ struct translator {
                 successors[list] = {bearer->second, line_role::name};
     }
 
-    void drop_below(const Frag *frag, line_role role) { // no deeper than a key is long
-        for (const Frag *below : children(frag)) {
-            successors[below] = {nullptr, role};
-            drop_below(below, role);
-        }
-    }
-
     // The layout is told by the stamp of the save if there is one, since a merged file of the other layout can leave
     // its counts behind.
     bool is_numbered() {
         std::string stamp = conf.value(ffind(db, "version_moatwall.conf"), "");
-        bool is_other = !stamp.empty() && stamp != "001" && stamp != "041";
-        const char *const signs[] = {"def_num_proxies", "cust_num_proxies", "policy_num_entries", "netobj_num_list"};
-        return !is_other &&
-               std::any_of(std::begin(signs), std::end(signs), [&](const char *key) { return ffind(db, key); });
+        bool fits = stamp.empty() || stamp == "001" || stamp == "041";
+        return fits && (ffind(db, "def_num_proxies") || ffind(db, "cust_num_proxies") ||
+                        ffind(db, "policy_num_entries") || ffind(db, "netobj_num_list"));
     }
 
     void translate() {
@@ -267,9 +258,13 @@ struct translator {
             fold_aliases(lists);
         if (Frag *groups = ffind(db, "netobj_group"))
             reverse_frags(&groups->child);
-        const auto taken = successors;
-        for (const auto &[frag, now] : taken)
-            drop_below(frag, now.role == line_role::count ? now.role : line_role::dropped);
+        // A node below one that was taken out was made after it.
+        for (const Frag &frag : conf.nodes)
+            if (frag.child && successors.count(&frag)) {
+                bool is_count = successors[&frag].role == line_role::count;
+                for (const Frag *below : children(&frag))
+                    successors[below] = {nullptr, is_count ? line_role::count : line_role::dropped};
+            }
         for (conf_line &line : conf.lines)
             for (auto now = successors.find(line.node); now != successors.end(); now = successors.find(line.node)) {
                 line.node = now->second.node;
