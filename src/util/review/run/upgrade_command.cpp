@@ -24,14 +24,12 @@ upgrade_command parse_upgrade_command(const std::vector<std::string> &words) {
             continue;
         }
         const char letter = word[1];
-        if (!letter || !strchr("VRmne", letter)) {
+        if (!letter || !strchr("VRmne", letter))
             command.refused = "there is no option " + word;
-            return command;
-        }
-        if (strchr("Rmn", letter) && at + 2 >= words.size()) {
+        else if (strchr("Rmn", letter) && at + 2 >= words.size())
             command.refused = word + " would take the last word, which is the output's name";
+        if (!command.refused.empty())
             return command;
-        }
         bool is_attached = letter == 'V' && word.size() > 2;
         command.steps.push_back({letter, is_attached ? word.substr(2) : words[at + 1], at, is_attached ? at : at + 1});
         if (letter == 'V')
@@ -41,8 +39,7 @@ upgrade_command parse_upgrade_command(const std::vector<std::string> &words) {
         at = command.steps.back().argument_index + 1;
     }
     command.has_output = at < words.size();
-    if (command.has_output)
-        command.output = words[at];
+    command.output = command.has_output ? words[at] : "";
     return command;
 }
 
