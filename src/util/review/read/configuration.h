@@ -98,8 +98,10 @@ inline long bits_of(const Frag *frag) { return frag->attr & 15; }
 inline std::string_view text_of(const Frag *frag) {
     return frag->value ? std::string_view(frag->value, static_cast<size_t>(frag->vlen)) : std::string_view();
 }
+/// A stored name or key with its escapes decoded.
+std::string decoded_name(std::string_view stored);
 /// A node's name in clear, whatever its length, without a prefix; and with the one that it shows.
-std::string clear_name(const Frag *frag);
+inline std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
 std::string shown_name(const Frag *frag);
 /// The owner of a config set that a policy lists; the proxy for all is saved under another name.
 std::string owner_of(const Frag *entry);
@@ -107,8 +109,6 @@ std::string owner_of(const Frag *entry);
 /// is moved behind them. The review's own reading, apart from the store's.
 const char *prefix_of(long bits);
 long take_prefixes(const char **name);
-/// A stored name or key with its escapes decoded.
-std::string decoded_name(std::string_view stored);
 
 /// Takes from a map's source the mark that its name is that of a group. False if it has none.
 bool take_group_mark(std::string &source);

@@ -51,9 +51,7 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
         return unit;
     };
     for (bool is_rest = false; !left.empty();) {
-        table_rule rule;
-        rule.line = line;
-        rule.unit = ++units;
+        table_rule rule{line, ++units};
         std::string_view unit = take_unit(READ_UNIT), text = unit.substr(0, unit.find('\0'));
         bool was_rest = std::exchange(is_rest, unit.back() != '\n');
         size_t first = unit.find_first_not_of(" \t\r\n");

@@ -8,13 +8,13 @@
 
 /// One rule. A physical line that is too long for one read gives several.
 struct table_rule {
-    long line = 0;                  ///< as an editor counts
-    long unit = 0;                  ///< the number under which the upgrade files it: reads from 1, all counted
-    std::vector<std::string> names; ///< in order, each `_` turned into `-`; a wildcard as written, `*` first
-    std::string_view attribute;     ///< without its prefix, up to a `=`, not escaped
-    std::string_view word;          ///< the attribute as written
-    long bits = 0;                  ///< of its prefix
-    std::string_view text;          ///< what stands behind the attribute and one blank
+    long line = 0;                    ///< as an editor counts
+    long unit = 0;                    ///< the number under which the upgrade files it: reads from 1, all counted
+    std::vector<std::string> names{}; ///< in order, each `_` turned into `-`; a wildcard as written, `*` first
+    std::string_view attribute{};     ///< without its prefix, up to a `=`, not escaped
+    std::string_view word{};          ///< the attribute as written
+    long bits = 0;                    ///< of its prefix
+    std::string_view text{};          ///< what stands behind the attribute and one blank
 };
 
 /// A line that says something to a reader and nothing to the upgrade.
