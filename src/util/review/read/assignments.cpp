@@ -45,18 +45,12 @@ struct line_reader {
         return there == text ? there : std::string_view(conf.keep(text), text.size());
     }
 
-    void go_top() {
-        path.clear();
-        node = nullptr;
-    }
-
-    // Goes to the next component. True if a bracket leads it back to the top.
+    // Goes to the next component. True if a bracket stands there, which leads back to the top.
     bool begin_name() {
         at = std::min(bytes.find_first_not_of(" \t\r\n", at), bytes.size());
         if (at_end() || bytes[at] != '[')
             return false;
         at++;
-        go_top();
         // Blanks are passed over behind the bracket that begins the form, not behind a later one.
         if (!std::exchange(sections, true))
             begin_name();
@@ -100,10 +94,13 @@ struct line_reader {
 
     // Takes the components up to the one that ends the key. False if the file ends in them.
     bool take_key() {
-        if (!sections)
-            go_top();
         for (bool begins = true;;) {
-            if (begin_name() || begins) {
+            bool is_bracket = begin_name();
+            if (is_bracket || (begins && !sections)) {
+                path.clear();
+                node = nullptr;
+            }
+            if (is_bracket || begins) {
                 current = {};
                 current.begin = at;
                 current.line = line_here();
