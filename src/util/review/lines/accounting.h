@@ -186,8 +186,7 @@ struct merged_maps {
     size_t winner(const account_line &line) const;
 
 private:
-    std::unordered_map<const Frag *, const Frag *> same{}; ///< what is left out, and what stands
-    std::unordered_map<const Frag *, size_t> first_lines{};
+    std::unordered_map<const Frag *, size_t> winners{}; ///< the first lines of what stands, by what is left out
 };
 /// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";

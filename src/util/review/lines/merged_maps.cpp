@@ -3,6 +3,7 @@
 #include "lines/accounting.h"
 
 #include <cstring>
+#include <fmt/ranges.h>
 #include <set>
 
 namespace {
@@ -13,44 +14,39 @@ struct standing_maps {
     std::unordered_map<std::string, const Frag *> known{};
 
     // What a map says up to its first missing value, one value more each time: five texts of a map that lacks none.
-    static std::vector<std::string> texts(const Frag *map) {
+    std::vector<std::string> texts(const Frag *map) const {
         std::vector<std::string> all = {""};
         for (const char *field : {"pd", "src", "proxy", "policy"}) {
             const Frag *value = find_named(map->child, field);
             if (!value || !value->value)
                 break;
-            all.push_back(all.back() + value->value + '\n');
+            all.push_back(all.back() + (is_named(value, "policy") ? sets(value->value) : value->value) + '\n');
         }
         return all;
     }
 
-    // The config sets of a policy that the file has; whatever its name, it is the same by them.
-    std::string sets(const Frag *map) const {
-        const Frag *policy = file.record("policy", configuration::value(map, "policy")),
-                   *proxies = policy ? find_named(policy->child, "proxy") : nullptr;
+    // The config sets that a policy of the file lists, by which it is the same whatever its name; the name of one that
+    // lists none.
+    std::string sets(const std::string &name) const {
         std::set<std::string> names;
-        for (const Frag *entry : configuration::children(proxies, ""))
+        for (const Frag *entry : configuration::children(file.record("policy", name), "proxy"))
             names.insert(entry->name);
-        std::string all = proxies ? "\2" : "";
-        for (const std::string &name : names)
-            all += name + '\n';
-        return all;
+        return names.empty() ? name : fmt::format("\2{}", fmt::join(names, "\n"));
     }
 
     void add(const Frag *map) {
         std::vector<std::string> said = texts(map);
         for (const std::string &text : said)
             known.emplace(text, map);
-        known.emplace(said.size() < 5 ? '\1' + said.back() : sets(map) + said[3], map);
+        if (said.size() < 5)
+            known.emplace('\1' + said.back(), map);
     }
 
-    // Two maps are the same up to what the first or the second lacks, or by policies that list the same config sets.
+    // Two maps are the same up to what the first or the second lacks.
     const Frag *find(const Frag *map) const {
         std::vector<std::string> said = texts(map), asked = {said.back()};
         for (const std::string &text : said)
             asked.push_back('\1' + text);
-        if (std::string listed = said.size() < 5 ? "" : sets(map); !listed.empty())
-            asked.push_back(listed + said[3]);
         for (const std::string &text : asked)
             if (auto found = known.find(text); found != known.end())
                 return found->second;
@@ -61,44 +57,37 @@ struct standing_maps {
 } // namespace
 
 merged_maps::merged_maps(const accounting &all, result_places &own) {
+    std::unordered_map<const Frag *, size_t> first_lines;
     for (size_t i = 0; i < all.lines.size(); i++)
         if (is_map_line(all.lines[i]))
             first_lines.emplace(at_depth(all.lines[i].said->node, 1), i);
     std::vector<const Frag *> stand;
-    std::set<const configuration *> merged; // once more they bring nothing
-    bool has_maps = false;
+    std::set<const configuration *> merged = {nullptr}; // once more they bring nothing; nor does a table
     for (size_t i = all.last_import; i < all.in.command.steps.size(); i++) {
         const upgrade_step &step = all.in.command.steps[i];
         const account_input *input = strchr("nm", step.letter) ? all.input_of(step) : nullptr;
-        if (!input)
-            continue;
-        has_maps = has_maps || !stand.empty();
-        if (input->table) {
-            for (const Frag *map : own.conf.children("map"))
-                if (size_t line = own.notes(map).from; line != NO_LINE && !all.lines[line].said) {
-                    first_lines.emplace(map, line);
-                    stand.push_back(map);
-                }
-            continue;
-        }
-        if (!merged.insert(input->conf).second)
+        for (const Frag *map : input && input->table ? own.conf.children("map") : std::vector<Frag *>())
+            if (size_t line = own.notes(map).from; line != NO_LINE && !all.lines[line].said) {
+                first_lines.emplace(map, line);
+                stand.push_back(map);
+            }
+        if (!input || !merged.insert(input->conf).second)
             continue;
         standing_maps maps{*input->conf};
+        bool is_first = stand.empty();
         for (const Frag *map : stand)
             maps.add(map);
         for (const Frag *map : input->conf->children("map"))
-            if (const Frag *there = has_maps ? maps.find(map) : nullptr) {
-                same.emplace(map, there);
+            if (const Frag *there = is_first ? nullptr : maps.find(map)) {
+                winners.emplace(map, first_lines.try_emplace(there, NO_LINE).first->second);
             } else {
                 maps.add(map);
                 stand.push_back(map);
             }
-        has_maps = has_maps || input->conf->find("map");
     }
 }
 
 size_t merged_maps::winner(const account_line &line) const {
-    auto there = same.find(at_depth(line.said->node, 1));
-    auto first = there == same.end() ? first_lines.end() : first_lines.find(there->second);
-    return first == first_lines.end() ? NO_LINE : first->second;
+    auto found = winners.find(at_depth(line.said->node, 1));
+    return found == winners.end() ? NO_LINE : found->second;
 }
