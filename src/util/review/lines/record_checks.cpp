@@ -4,14 +4,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
+
+using fmt::format;
 
 namespace {
 
-void tell(accounting &all, const account_line &line, const char *what, const account_line &ahead) {
-    finding *told =
-        all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + what, line);
-    if (told)
-        told->by = {all.inputs[ahead.input].name, ahead.line};
+// Tells of a line what it has to do with another.
+void tell(accounting &all, const char *id, std::string text, const account_line &line, const account_line &other) {
+    if (finding *told = all.tell_some(id, std::move(text), line))
+        told->by = {all.inputs[other.input].name, other.line};
 }
 
 // Of the lines of one key in several files that are merged but one has a place, and of a policy that is there nothing
@@ -24,18 +26,22 @@ void check_owners(accounting &all, result_places &result) {
         bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == i;
         if (!is_own || is_map_line(line) || input.imported)
             continue;
+        auto tell_ahead = [&](const char *what, const account_line &ahead) {
+            tell(all, "unexplained", format("{}: it stands in the result, and yet a file ahead {}", line.text, what),
+                 line, ahead);
+        };
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
         size_t first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : NO_LINE;
         const account_input *ahead =
             first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
         if (ahead && ahead->step < input.step && ahead->last_step >= all.last_import)
-            tell(all, line, "a file ahead has the policy", all.lines[first]);
+            tell_ahead("has the policy", all.lines[first]);
         if (!is_numbered(line))
             continue;
-        auto [owner, is_new] = owners.emplace(place_keys::path(line.said->node), i);
-        if (!is_new && all.lines[owner->second].input != line.input)
-            tell(all, line, "a file ahead says its key", all.lines[owner->second]);
+        const account_line &owner = all.lines[owners.emplace(place_keys::path(line.said->node), i).first->second];
+        if (owner.input != line.input)
+            tell_ahead("says its key", owner);
     }
 }
 
@@ -51,41 +57,10 @@ void check_mixed(accounting &all, result_places &result, const char *family) {
         if (first == NO_LINE || all.lines[first].input == all.lines[last].input)
             continue;
         const account_line &line = all.lines[first], &other = all.lines[last];
-        std::string text =
-            std::string("record ") + clear_name(record) + " of " + family + " is of fields of two files: ";
-        finding *told = all.tell_some("mixed", text.append(line.text).append(" and ").append(other.text), line);
-        if (told)
-            told->by = {all.inputs[other.input].name, other.line};
-    }
-}
-
-using moved_records = std::unordered_map<const Frag *, const Frag *>; // what they are in what the upgrade writes
-
-// The numbered records of inputs, but for those that another file or a table says, too.
-moved_records records_of_inputs(const accounting &all, result_places &result) {
-    moved_records moved;
-    for (const account_line &line : all.lines)
-        if (line.place && !line.candidate && line.other_key.empty() && is_numbered(line))
-            for (size_t depth : {1, 2}) {
-                const Frag *record = at_depth(line.said->node, depth), *now = at_depth(line.place, depth);
-                size_t first = record && now ? result.notes(now).from : NO_LINE;
-                if (first != NO_LINE && all.lines[first].input == line.input)
-                    moved.emplace(record, now);
-            }
-    return moved;
-}
-
-// Whether they keep the order that they have in a file behind those up to `last`, which grows.
-void check_order(accounting &all, const configuration &file, const char *family, const moved_records &moved,
-                 const std::unordered_map<const Frag *, size_t> &order, size_t &last) {
-    for (const Frag *record : file.children(family)) {
-        auto found = moved.find(record);
-        auto at = found == moved.end() ? order.end() : order.find(found->second);
-        if (at != order.end() && at->second < last)
-            all.tell_some("unexplained",
-                          std::string("the records of ") + family + " stand in another order in the result", file.name,
-                          file.line_of(record));
-        last = at == order.end() ? last : std::max(last, at->second);
+        tell(all, "mixed",
+             format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family, line.text,
+                    other.text),
+             line, other);
     }
 }
 
@@ -93,24 +68,45 @@ void check_order(accounting &all, const configuration &file, const char *family,
 
 void check_records(accounting &all, result_places &result) {
     check_owners(all, result);
-    moved_records moved = records_of_inputs(all, result), installed;
-    for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++)
-        if (const conf_line &was = all.in.own.lines[i], *is = all.written[i].there; is && was.node)
-            for (size_t depth : {1, 2})
-                installed.emplace(at_depth(is->node, depth), at_depth(was.node, depth));
-    for (const char *const *family = numbered_families; *family; family++) {
-        check_mixed(all, result, *family);
-        std::unordered_map<const Frag *, size_t> order;
+    std::unordered_map<const Frag *, size_t> order, moved; // of records, and where those of files stand in that order
+    for (const char *const *family = numbered_families; *family; family++)
         for (const Frag *record : result.conf.children(*family))
             if (is_digit(*record->name)) // others are not sorted
                 order.emplace(record, order.size());
+    for (size_t depth : {1, 2}) {
+        for (const account_line &line : all.lines) {
+            bool is_record = !line.candidate && line.other_key.empty() && is_numbered(line);
+            auto at = order.find(is_record ? at_depth(line.place, depth) : nullptr);
+            size_t first = at == order.end() ? NO_LINE : result.notes(at->first).from;
+            if (first != NO_LINE && all.lines[first].input == line.input) // no other file or table says it
+                moved.emplace(at_depth(line.said->node, depth), at->second);
+        }
+        for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++) {
+            const conf_line *installed = all.written[i].there;
+            auto at = order.find(at_depth(all.in.own.lines[i].node, depth));
+            if (installed && at != order.end())
+                moved.emplace(at_depth(installed->node, depth), at->second);
+        }
+    }
+    for (const char *const *family = numbered_families; *family; family++) {
+        check_mixed(all, result, *family);
         size_t last = 0;
+        auto check_order = [&](const configuration &file) { // behind those up to `last`
+            for (const Frag *record : file.children(*family))
+                if (auto at = moved.find(record); at != moved.end()) {
+                    if (at->second < last)
+                        all.tell_some("unexplained",
+                                      format("the records of {} stand in another order in the result", *family),
+                                      file.name, file.line_of(record));
+                    last = std::max(last, at->second);
+                }
+        };
         for (const account_input &input : all.inputs) {
             last = std::string_view(*family) == "map" ? last : 0; // those of a later file come behind
             if (input.conf)
-                check_order(all, *input.conf, *family, moved, order, last);
+                check_order(*input.conf);
         }
         last = 0;
-        check_order(all, all.in.result, *family, installed, order, last);
+        check_order(all.in.result);
     }
 }
