@@ -137,6 +137,10 @@ struct accounting {
     finding *tell_some(const char *id, std::string text, const account_line &line) {
         return tell_some(id, std::move(text), inputs[line.input].name, line.line);
     }
+    /// Tells a loss, unless an import takes the line away.
+    void tell_lost(size_t number, std::string text);
+    /// Notes that a rule of a table, the line with that number, stands at `frag`; as its place if it has none yet.
+    void note_rule(result_places &result, size_t number, const Frag *frag, std::string reason);
     /// The input that a step of the command names, null if there is none or it is passed over.
     const account_input *input_of(const upgrade_step &step) const;
     /// Whether an import removes what the line says.
@@ -170,6 +174,14 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 /// Looks for the place of every line in what the upgrade writes; those without one are candidates.
 void place_conf_lines(accounting &all, result_places &result);
 void place_table_lines(accounting &all, result_places &result, const access_side &side);
+/// A config set that rules for hosts lead into.
+struct made_set {
+    std::string proxy, path;
+    size_t number = 0; ///< of the line of the first such rule
+    rule_options options;
+};
+/// Places the rules for hosts among these. The result are the config sets in their order, there or not.
+std::vector<made_set> place_host_rules(accounting &all, result_places &result, const access_side &side);
 /// Files the rules of all tables under their proxies.
 void file_rules(accounting &all);
 /// Why a line of a table has no place, empty if no reason is known.

@@ -1,181 +1,36 @@
 // Where each rule of a table stands in a result: as an element of a map's source, as a parameter, as a destination.
-#include "lines/place_table.h"
+#include "frag_tools.h"
+#include "lines/accounting.h"
 #include "netperm.h"
 
+#include <algorithm>
 #include <climits>
 #include <fmt/format.h>
-#include <optional>
 #include <utility>
 
 using fmt::format;
 
-// What stands with an owner, as the index has it.
-static std::string said_text(const std::string &name, const std::string &number, long bits, std::string_view text) {
-    return plain_name(name) + number + '\n' + prefix_of(bits) + '\n' + std::string(text);
-}
-
-void rule_placer::note(size_t number, const Frag *frag, std::string reason) {
-    account_line &line = all.lines[number];
-    if (!line.place) {
-        line.place = frag;
-        line.became = fate::reshaped;
-        line.candidate = false;
-        line.reason = std::move(reason);
-    }
-    note_line(result.notes(frag).valued, number);
-    if (result.notes(frag).from == NO_LINE)
-        result.claim(frag, number);
-}
-
-// A parameter of several values is a list of numbered children.
-void rule_placer::index_parameters(const Frag *entry) {
-    for (const Frag *parameter = entry->child; parameter; parameter = parameter->next) {
-        auto add = [&](const Frag *frag, const std::string &number) {
-            std::string said = said_text(parameter->name, number, result.keys.find(frag).bits, text_of(frag));
-            if (frag->value)
-                parameters.emplace(std::pair(entry, std::move(said)), frag);
-        };
-        add(parameter, "");
-        for (const Frag *child = parameter->child; child && is_digit(child->name[0]); child = child->next)
-            add(child, std::string("_") + child->name);
-    }
-}
-
-void rule_placer::index_result() {
-    for (const Frag *proxy : result.conf.children("def_proxy")) {
-        index_parameters(proxy);
-        for (const Frag *set : configuration::children(proxy, "config-sets"))
-            index_parameters(set);
-    }
-    for (const auto &[line, twin] : result.doubles)
-        parameters.emplace(std::pair(twin.parent, said_text(twin.name, "", line->bits, line->value)), &twin);
-    for (const Frag *record : result.conf.children("dest"))
-        records.emplace(configuration::value(record, "desc"), record);
-}
-
-void rule_placer::tell_lost(size_t number, std::string text) {
-    if (all.inputs[all.lines[number].input].last_step >= all.last_import)
-        all.tell_some("lost", std::move(text), all.lines[number]);
-}
-
-// Where a rule of that number has to stand, with its prefix. One that the table's reader left on is one to whoever
-// reads the result, but for the name of a list.
-void rule_placer::place_rule(const Frag *owner, const std::string &attribute, const std::string &number,
-                             const filed_rule &of) {
-    const std::string written = prefix_of(of.rule->bits) + attribute;
-    const char *bare = attr_remap(written.c_str());
-    long bits = take_prefixes(&bare);
-    auto find = [&](long of_bare, long of_whole) {
-        auto at = parameters.find({owner, said_text(bare, number, of_bare, of.rule->text)});
-        return at != parameters.end() ? at
-                                      : parameters.find({owner, said_text(attribute, number, of_whole, of.rule->text)});
-    };
-    if (auto at = find(bits, of.rule->bits); at != parameters.end()) {
-        note(of.line, at->second, "as " + place_keys::path(at->second));
-        if (auto next = std::next(at); next != parameters.end() && next->first == at->first)
-            parameters.erase(at); // each rule has a place of its own
-        return;
-    }
-    const long others[] = {0, ATTR_PERMIT, ATTR_DENY, ATTR_ABSORB, ATTR_ONLYON};
-    for (long other : others)
-        if (auto at = find(other, other); at != parameters.end())
-            return void(turned.emplace_back(of.line, at->second));
-    tell_lost(of.line, format("{}: {} {} stands nowhere there", clear_name(owner), of.rule->word, of.rule->text));
-}
+namespace {
 
 // Why a template's rule does not come into the config set of a proxy; null if it does.
-static const char *template_reason(const std::string &attribute, const filed_rule &of, bool is_first,
-                                   const std::string &proxy) {
+const char *template_reason(const std::string &attribute, const filed_rule &of, bool is_first, bool is_taken,
+                            const std::string &proxy) {
     bool is_login = attribute == "authenticate" || attribute == "authserver" || attribute == "password",
          is_x = attribute == "xgateway";
     if (attribute == "proxy")
         return "such a rule is not taken from a template";
-    if ((is_login && !has_need(proxy, NEEDS_AUTH)) || (is_x && !has_need(proxy, NEEDS_X)))
+    if ((is_login && !proxy_needs(proxy.c_str(), NEEDS_AUTH)) || (is_x && !proxy_needs(proxy.c_str(), NEEDS_X)))
         return "no proxy that names this policy has a use for it";
     if (is_x && split_hosts(of.rule->text).hosts[0].substr(0, 1) != "*")
         return "an xgateway other than * is not taken from a template";
-    return is_login && !is_first ? "the first such rule of a policy stands" : nullptr;
-}
-
-// In a config set a list stays one, and all other rules stand side by side, of which the last destination becomes a
-// record.
-void rule_placer::place_template(const std::string &proxy, const std::string &name,
-                                 const filed_attributes &attributes) {
-    const std::string path = set_path(proxy, name);
-    const Frag *set = result.conf.find(path.c_str());
-    for (const auto &[attribute, rules] : attributes)
-        for (const auto &[number, rule] : rules) {
-            if (!rule.rule) // of a configuration ahead of the table
-                continue;
-            bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
-            const Frag *there = set ? child_of(set, attribute.c_str()) : nullptr;
-            // What the set had already stays: a word of the tail, or what another table gave it.
-            size_t by = there ? result.notes(there).valued : NO_LINE;
-            bool is_taken = by != NO_LINE && by != rule.line;
-            // With each further table one more of a set's destinations becomes a record.
-            bool is_later_record = all.in.before.tables.size() > 1 &&
-                                   records.count(format("{}_{}destination", path, prefix_of(rule.rule->bits))) != 0;
-            const char *reason = template_reason(attribute, rule, is_first, proxy);
-            if (reason || (is_taken && template_reason(attribute, rule, false, proxy)))
-                all.filed.reasons.emplace(rule.line, reason ? reason : "the config set has such a parameter already");
-            else if (attribute == "destination" && (is_last || is_later_record))
-                place_destinations(path, name, {{number, rule}});
-            else if (set)
-                place_rule(set, attribute,
-                           is_list_attribute(attribute) && !is_alone(rules) ? format("_{}", number) : "", rule);
-            else if (is_dropped_proxy(proxy, all.data.release))
-                all.filed.reasons.emplace(rule.line, "the new release has no such proxy");
-            else
-                tell_lost(rule.line,
-                          format("there is no config set {} for {} {}", name, rule.rule->word, rule.rule->text));
-        }
-}
-
-// A destination is a record whose description leads to its rule; null if there is none.
-const Frag *rule_placer::place_destination(const std::string &owner, const std::string &service, const std::string &key,
-                                           const filed_rule &of) {
-    const table_rule &rule = *of.rule;
-    std::string_view text = rule.text;
-    for (std::string_view marker : {"%-permit%", "%-deny%"})
-        if (begins(rule.text, marker))
-            text.remove_prefix(marker.size());
-    bool denies = text.size() < rule.text.size() ? rule.text[2] == 'd' : (rule.bits & ATTR_DENY) != 0;
-    for (auto [at, end] = records.equal_range(format("{}_{}{}", owner, prefix_of(rule.bits), key)); at != end; ++at) {
-        auto says = [&, record = at->second](const char *field, std::string_view value) {
-            return configuration::value(record, field) == value;
-        };
-        if (!says("dest", text) || !says("pd", denies ? "D" : "P") || !says("service", service) || !says("pg", "P"))
-            continue;
-        const Frag *record = at->second;
-        note(of.line, record, "as record " + clear_name(record) + " of dest");
-        records.erase(at);
-        return record;
-    }
-    return nullptr;
-}
-
-// The numbers of one proxy's records rise from its last rule to its first.
-void rule_placer::place_destinations(const std::string &owner, const std::string &name, const numbered_rules &rules) {
-    long last = LONG_MAX;
-    for (const auto &[number, rule] : rules) {
-        if (!rule.rule)
-            continue;
-        const Frag *record =
-            rules.size() == 1 ? place_destination(owner, name, "destination", rule)
-                              : place_destination(owner + "_destination", "destination", std::to_string(number), rule);
-        long there = record ? strtol(record->name, nullptr, 10) : last;
-        if (!record) // an import leaves it
-            all.tell_some("lost", format("{}: {} {} is no record of dest", name, rule.rule->word, rule.rule->text),
-                          all.lines[rule.line]);
-        else if (std::exchange(last, there) < there)
-            all.tell_some("unexplained", format("record {} of dest stands in another order", there), all.in.result.name,
-                          result.conf.line_of(record));
-    }
+    if (is_login && !is_first)
+        return "the first such rule of a policy stands";
+    return is_login && is_taken ? "the config set has such a parameter already" : nullptr;
 }
 
 // Why a proxy's rule does not stay as the table leaves it; null if it does.
-static const char *saved_reason(const accounting &all, const std::string &proxy, const std::string &attribute,
-                                bool is_alone, const Frag *owner) {
+const char *saved_reason(const accounting &all, const std::string &proxy, const std::string &attribute, bool is_alone,
+                         const Frag *owner) {
     if (is_dropped_proxy(proxy, all.data.release))
         return "the new release has no such proxy";
     if (attribute == "state" && all.logs_in && is_listed(login_services, proxy))
@@ -186,94 +41,239 @@ static const char *saved_reason(const accounting &all, const std::string &proxy,
     return is_program ? "the release sets the program of this type of proxy" : nullptr;
 }
 
-void rule_placer::place_attributes() {
-    for (const auto &[name, attributes] : all.filed.proxies) {
-        const Frag *owner = result.conf.record("def_proxy", name);
-        for (const auto &[attribute, rules] : attributes)
-            for (const auto &[number, rule] : rules) {
-                if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner))
-                    all.filed.reasons.emplace(rule.line, reason);
-                else if (owner && rule.rule)
-                    place_rule(owner, attribute, is_alone(rules) ? "" : format("_{}", number), rule);
-            }
-    }
-    for (const auto &[name, rules] : all.filed.destinations)
-        place_destinations("def_proxy_" + storedname(name), name, rules);
-    for (const auto &[policy, attributes] : all.filed.templates) {
-        const auto &sets = templated[policy];
-        for (const auto &[proxy, name] : sets)
-            place_template(proxy, name, attributes);
-        for (const auto &[attribute, rules] : attributes)
-            for (const auto &[number, rule] : rules)
-                if (sets.empty())
-                    all.filed.reasons.emplace(rule.line, "no rule that is left names this policy");
-    }
-    for (const auto &[policy, attributes] : all.filed.templates)
-        if (auto destination = attributes.find("destination");
-            destination != attributes.end() && destination->second.rbegin()->second.rule)
-            place_removed(destination->second.rbegin()->second);
-    take_turned();
-}
+/// Places the rules of tables but those for hosts with the owners that have them, and the words of these in the config
+/// sets that they lead into.
+struct attribute_placer {
+    accounting &all;
+    result_places &result;
+    const std::vector<made_set> sets;                      ///< that the rules for hosts lead into
+    std::multimap<std::string, const Frag *> places{};     ///< by what is said there, and where
+    std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
 
-// The records that come of config sets stay when the sets go.
-void rule_placer::place_removed(const filed_rule &of) {
-    for (auto at = records.begin(); at != records.end();) {
-        std::string desc = at->first, owner = desc.substr(0, desc.rfind('_'));
-        bool is_left = owner.find("_config-sets_") != desc.npos && !result.conf.find(owner.c_str());
-        ++at;
-        if (is_left && place_destination(owner, decoded_name(owner.substr(owner.rfind('_') + 1)), "destination", of))
-            at = records.begin();
+    static std::string said_text(const std::string &path, std::string_view text) {
+        return plain_name(path) + '\n' + std::string(text);
     }
-}
 
-// What no rule says with the prefix that it has there is that of a rule with another.
-void rule_placer::take_turned() {
-    for (auto [number, frag] : turned) {
-        account_line &line = all.lines[number];
-        size_t by = result.notes(frag).valued;
-        if (by != NO_LINE && !all.lines[by].said) {
-            tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
-            continue;
+    // The name of the last node on a path.
+    static std::string last_name(const std::string &path) { return decoded_name(path.substr(path.rfind('_') + 1)); }
+
+    // What the record of a destination says, whose description leads to its rule.
+    static std::string record_text(const std::string &owner, const std::string &key, const table_rule &rule) {
+        std::string_view text = rule.text, marker = split_hosts(text).marker;
+        bool is_marked = !marker.empty() && begins(text, marker); // at the very start
+        bool denies = is_marked ? marker == "%-deny%" : (rule.bits & ATTR_DENY) != 0;
+        text.remove_prefix(is_marked ? marker.size() : 0);
+        return format("{}_{}{}\n{}\n{}\n{}\nP\n", owner, prefix_of(rule.bits), key, text, denies ? "D" : "P",
+                      last_name(owner));
+    }
+
+    void index_result() {
+        auto add = [&](const Frag *frag) {
+            std::string path = place_keys::path(frag->parent);
+            if (result.conf.find(path.c_str()) == frag->parent) // no other of that name hides it
+                places.emplace(said_text(path + '_' + frag->name, text_of(frag)), frag);
+        };
+        for (const Frag *proxy : result.conf.children("def_proxy"))
+            for (const Frag *frag : nodes_of(proxy->child))
+                if (frag->value)
+                    add(frag);
+        for (const auto &[line, twin] : result.doubles)
+            add(&twin);
+        for (const Frag *record : result.conf.children("dest")) {
+            std::string text;
+            for (const char *field : {"desc", "dest", "pd", "service", "pg"})
+                text += configuration::value(record, field) + '\n';
+            places.emplace(text, record);
         }
-        if (by != NO_LINE && line.place)
-            continue;
-        bool is_placed = line.place != nullptr;
-        note(number, frag, "with another prefix");
-        line.turned = line.turned || !is_placed;
-        finding *told = is_placed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr;
-        if (told)
-            told->result = {all.in.result.name, result.conf.line_of(frag)};
     }
-}
+
+    // Where a line says that, with its prefix. One that the table's reader left on is one to whoever reads the result,
+    // but for the name of a list. What is of a list has a number.
+    void place(size_t line, const std::string &owner, const std::string &attribute, const std::string &number,
+               const table_rule &rule) {
+        const std::string written = prefix_of(rule.bits) + attribute;
+        const char *bare = attr_remap(written.c_str());
+        const char *bare_prefix = prefix_of(take_prefixes(&bare));
+        const Frag *other = nullptr;
+        for (const auto &[name, prefix] : {std::pair(bare, bare_prefix), {attribute.c_str(), prefix_of(rule.bits)}}) {
+            auto [at, end] = places.equal_range(said_text(owner + '_' + name + number, rule.text));
+            other = other || at == end ? other : at->second;
+            while (at != end && prefix_of(result.keys.find(at->second).bits) != prefix)
+                ++at;
+            if (at == end)
+                continue;
+            all.note_rule(result, line, at->second, "as " + place_keys::path(at->second));
+            if (std::next(at) != end)
+                places.erase(at); // each rule has a place of its own
+            return;
+        }
+        if (other)
+            turned.emplace_back(line, other);
+        else
+            all.tell_lost(line, format("{}: {} {} stands nowhere there", last_name(owner), rule.word, rule.text));
+    }
+
+    // In a config set a list stays one, and all other rules of a template stand side by side, of which the last
+    // destination becomes a record.
+    void place_in_set(const made_set &set, const std::string &attribute, const numbered_rules &rules, long number) {
+        const filed_rule &of = rules.at(number);
+        const Frag *there = result.conf.find((set.path + '_' + attribute).c_str());
+        // What the set had already stays: a word of the tail, or what another table gave it.
+        size_t by = there ? result.notes(there).valued : NO_LINE;
+        bool is_taken = by != NO_LINE && by != of.line;
+        bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
+        // With each further table one more of a set's destinations becomes a record.
+        bool is_record = attribute == "destination" &&
+                         (is_last || (all.in.before.tables.size() > 1 &&
+                                      places.count(record_text(set.path, "destination", *of.rule)) != 0));
+        if (const char *reason = template_reason(attribute, of, is_first, is_taken, set.proxy))
+            all.filed.reasons.emplace(of.line, reason);
+        else if (is_record)
+            place_destinations(set.path, {{number, of}});
+        else if (result.conf.find(set.path.c_str()))
+            place(of.line, set.path, attribute,
+                  is_list_attribute(attribute) && !is_alone(rules) ? format("_{}", number) : "", *of.rule);
+        else if (is_dropped_proxy(set.proxy, all.data.release))
+            all.filed.reasons.emplace(of.line, "the new release has no such proxy");
+        else
+            all.tell_lost(of.line, format("there is no config set {} for {} {}", last_name(set.path), of.rule->word,
+                                          of.rule->text));
+    }
+
+    // The record of a destination, null if there is none.
+    const Frag *place_destination(const std::string &owner, const std::string &key, const filed_rule &of) {
+        auto at = places.find(record_text(owner, key, *of.rule));
+        if (at == places.end())
+            return nullptr;
+        const Frag *record = places.extract(at).mapped();
+        all.note_rule(result, of.line, record, "as record " + clear_name(record) + " of dest");
+        return record;
+    }
+
+    // The numbers of one proxy's records rise from its last rule to its first.
+    void place_destinations(const std::string &owner, const numbered_rules &rules) {
+        long last = LONG_MAX;
+        for (const auto &[number, of] : rules) {
+            if (!of.rule)
+                continue;
+            const Frag *record = rules.size() == 1
+                                     ? place_destination(owner, "destination", of)
+                                     : place_destination(owner + "_destination", std::to_string(number), of);
+            long there = record ? strtol(record->name, nullptr, 10) : last;
+            if (!record) // an import leaves it
+                all.tell_some("lost",
+                              format("{}: {} {} is no record of dest", last_name(owner), of.rule->word, of.rule->text),
+                              all.lines[of.line]);
+            else if (std::exchange(last, there) < there)
+                all.tell_some("unexplained", format("record {} of dest stands in another order", there),
+                              all.in.result.name, result.conf.line_of(record));
+        }
+    }
+
+    void place_all() {
+        std::map<std::pair<uint32_t, std::string>, std::vector<const made_set *>> templated;
+        for (const made_set &set : sets) {
+            templated[{all.lines[set.number].input, set.options.policy}].push_back(&set);
+            const Frag *there = result.conf.find(set.path.c_str());
+            if (!there)
+                continue;
+            result.claim(there, set.number);
+            auto place_word = [&](std::string_view word, const std::string &name, std::string_view text) {
+                table_rule said;
+                said.word = word;
+                said.text = text;
+                place(set.number, set.path, name, "", said);
+            };
+            for (std::string_view word : set.options.words)
+                place_word(word, decoded_name(word.substr(0, word.find('='))), "*");
+            if (set.options.exec)
+                place_word("-exec", "exec", *set.options.exec);
+        }
+        for (const auto &[name, attributes] : all.filed.proxies) {
+            const Frag *owner = result.conf.record("def_proxy", name);
+            for (const auto &[attribute, rules] : attributes)
+                for (const auto &[number, of] : rules)
+                    if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner))
+                        all.filed.reasons.emplace(of.line, reason);
+                    else if (owner && of.rule)
+                        place(of.line, place_keys::path(owner), attribute, is_alone(rules) ? "" : format("_{}", number),
+                              *of.rule);
+        }
+        for (const auto &[name, rules] : all.filed.destinations)
+            place_destinations("def_proxy_" + storedname(name), rules);
+        for (const auto &[policy, attributes] : all.filed.templates)
+            for (const auto &[attribute, rules] : attributes)
+                for (const auto &[number, of] : rules) {
+                    const std::vector<const made_set *> &into = templated[policy];
+                    if (into.empty())
+                        all.filed.reasons.emplace(of.line, "no rule that is left names this policy");
+                    for (size_t i = 0; i < into.size() && of.rule; i++) // not of a configuration ahead of the table
+                        place_in_set(*into[i], attribute, rules, number);
+                }
+        // The records that come of config sets stay when the sets go.
+        for (const auto &[policy, attributes] : all.filed.templates) {
+            auto rules = attributes.find("destination");
+            const filed_rule of = rules == attributes.end() ? filed_rule() : rules->second.rbegin()->second;
+            for (const Frag *record : of.rule ? result.conf.children("dest") : std::vector<Frag *>()) {
+                std::string desc = configuration::value(record, "desc"), set = desc.substr(0, desc.rfind('_'));
+                if (set.find("_config-sets_") != set.npos && !result.conf.find(set.c_str()))
+                    place_destination(set, "destination", of);
+            }
+        }
+        take_turned();
+    }
+
+    // What no rule says with the prefix that it has there is that of a rule with another.
+    void take_turned() {
+        for (auto [number, frag] : turned) {
+            account_line &line = all.lines[number];
+            size_t by = result.notes(frag).valued;
+            bool is_placed = line.place != nullptr;
+            if (by != NO_LINE && !all.lines[by].said)
+                all.tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
+            else if (by == NO_LINE || !is_placed) {
+                all.note_rule(result, number, frag, "with another prefix");
+                line.turned = line.turned || !is_placed;
+                if (finding *told = is_placed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr)
+                    told->result = {all.in.result.name, result.conf.line_of(frag)};
+            }
+        }
+    }
+};
 
 // The maps of a proxy that the release removes are left, and a numbered result does not say whose their config sets
 // were: the names of these tell.
-static std::optional<access_side> with_removed(const accounting &all, const access_side &side) {
-    std::optional<access_side> made;
-    std::multimap<std::string, size_t> maps; // that permit, by their policies
-    for (const std::string &proxy : all.in.before.proxies) {
-        if (!is_dropped_proxy(proxy, all.data.release))
-            continue;
-        for (size_t i = 0; !made && i < side.maps.size(); i++)
-            if (side.maps[i].permit)
-                maps.emplace(side.maps[i].policy, i);
-        if (!made)
-            made = side;
-        for (const Frag *policy : side.conf->children("policy"))
-            for (const Frag *entry : configuration::children(policy, "proxy"))
-                if (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-'))
-                    for (auto [at, end] = maps.equal_range(clear_name(policy)); at != end; ++at)
-                        made->maps_of[proxy].push_back(at->second);
+access_side with_removed(const accounting &all, access_side side) {
+    for (const std::string &proxy : all.in.before.proxies)
+        for (size_t i = 0; i < side.maps.size() && is_dropped_proxy(proxy, all.data.release); i++)
+            for (const Frag *entry : configuration::children(side.conf->record("policy", side.maps[i].policy), "proxy"))
+                if (side.maps[i].permit && (clear_name(entry) == proxy || begins(clear_name(entry), proxy + '-')))
+                    side.maps_of[proxy].push_back(i);
+    return side;
+}
+
+} // namespace
+
+void accounting::note_rule(result_places &result, size_t number, const Frag *frag, std::string reason) {
+    account_line &line = lines[number];
+    if (!line.place) {
+        line.place = frag;
+        line.became = fate::reshaped;
+        line.candidate = false;
+        line.reason = std::move(reason);
     }
-    return made;
+    result.stand(frag, number);
+}
+
+void accounting::tell_lost(size_t number, std::string text) {
+    if (inputs[lines[number].input].last_step >= last_import)
+        tell_some("lost", std::move(text), lines[number]);
 }
 
 void place_table_lines(accounting &all, result_places &result, const access_side &side) {
-    std::optional<access_side> more = with_removed(all, side);
-    rule_placer placer{all, result, more ? *more : side};
     for (account_line &line : all.lines)
         line.candidate = line.candidate || all.inputs[line.input].table;
+    attribute_placer placer{all, result, place_host_rules(all, result, with_removed(all, side))};
     placer.index_result();
-    placer.place_hosts();
-    placer.place_attributes();
+    placer.place_all();
 }
