@@ -206,8 +206,6 @@ constexpr const char *NO_INTERFACE = "an element without an interface is not sav
 const char *program_of(const std::string &type);
 /// True for attributes whose rules are numbered from the first on.
 inline bool is_list_attribute(std::string_view stored) { return stored == "url" || stored == "sid"; }
-/// Whether a proxy has a use for what one of the bits stands for, by the table of their needs.
-bool has_need(std::string_view proxy, int bits);
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.
 void find_reasons(accounting &all, result_places &own);
 /// Tells what stands in the result though the release takes it away.

@@ -5,6 +5,7 @@
 #include "upgrade.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -15,31 +16,28 @@ void file_rule(filed_rules &filed, filed_attributes &owner, const filed_rule &ru
         return void(filed.reasons.emplace(rule.line, "the first such rule of a proxy stands"));
     bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
     long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : 1;
-    if (auto other = rules.find(number); other != rules.end() && other->second.line != rule.line)
-        filed.reasons.emplace(other->second.line, "a rule of another table with its line's number takes its place");
-    rules[number] = rule;
+    if (size_t other = std::exchange(rules[number], rule).line; other != NO_LINE && other != rule.line)
+        filed.reasons.emplace(other, "a rule of another table with its line's number takes its place");
 }
 
 // A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.
 void read_rule(filed_rules &filed, const filed_rule &rule) {
     filed_attributes &global = filed.proxies["global"];
-    bool is_global = false, is_attribute = rule.rule->attribute != "hosts";
-    for (const global_word_rec *row = global_word_tab; row->word; row++)
-        is_global = is_global || rule.rule->word == row->word;
+    bool is_attribute = rule.rule->attribute != "hosts", is_global = false;
     for (const std::string &name : rule.rule->names) {
         bool is_for_all = name[0] == '*';
         std::string key = is_for_all ? "global" : name.substr(0, name.find('=')); // a key ends there
         auto [proxy, is_new] = filed.proxies.try_emplace(std::move(key), global);
-        for (const global_word_rec *row = global_word_tab; is_new && row->word; row++)
-            if (!row->inherited)
+        for (const global_word_rec *row = global_word_tab; row->word; row++) {
+            is_global = is_global || rule.rule->word == row->word;
+            if (is_new && !row->inherited)
                 proxy->second.erase(storedname(row->word));
-        if (!is_attribute)
-            continue;
-        for (auto other = is_for_all && !is_global ? filed.proxies.begin() : filed.proxies.end();
-             other != filed.proxies.end(); ++other)
-            if (other != proxy)
-                file_rule(filed, other->second, rule);
-        file_rule(filed, proxy->second, rule);
+        }
+        if (is_attribute && is_for_all && !is_global)
+            for (auto &[other, attributes] : filed.proxies)
+                file_rule(filed, attributes, rule);
+        else if (is_attribute)
+            file_rule(filed, proxy->second, rule);
     }
 }
 
@@ -54,31 +52,26 @@ const char *proxy_reason(const std::string &proxy, const std::string &attribute)
     if (is_listed(del_plug_attrs, attribute))
         return "no port is taken from a table";
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
-        if (attribute == row->attribute && !has_need(proxy, row->need))
+        if (attribute == row->attribute && !proxy_needs(proxy.c_str(), row->need))
             return "the proxy has no use for it";
     return nullptr;
 }
 
 // What the pass for a table leaves: templates have gone into config sets, and destinations into records.
 void finish_table(filed_rules &filed, uint32_t input) {
-    for (auto proxy = filed.proxies.begin(); proxy != filed.proxies.end();) {
-        auto &[name, attributes] = *proxy;
+    for (auto &[name, attributes] : std::exchange(filed.proxies, {})) {
         bool is_template = begins(name, "policy-");
-        for (auto each = attributes.begin(); each != attributes.end();) {
-            auto &[attribute, rules] = *each;
-            const char *reason = proxy_reason(name, attribute);
-            for (const auto &[number, rule] : rules)
-                if (reason)
+        filed_attributes &kept = is_template ? filed.templates[{input, name}] : filed.proxies[name];
+        for (auto &[attribute, rules] : attributes)
+            if (const char *reason = proxy_reason(name, attribute))
+                for (const auto &[number, rule] : rules)
                     filed.reasons.emplace(rule.line, reason);
-            bool is_record = !reason && attribute == "destination" && !is_template;
-            if (is_record)
+            else if (attribute == "destination" && !is_template)
                 filed.destinations.emplace_back(name, std::move(rules));
-            each = is_record || reason ? attributes.erase(each) : std::next(each);
-        }
-        if (is_template)
-            filed.templates[{input, name}] = std::move(attributes);
-        proxy =
-            is_template || name == "global" || is_removed_proxy(name) ? filed.proxies.erase(proxy) : std::next(proxy);
+            else
+                kept[attribute] = std::move(rules);
+        if (name == "global" || is_removed_proxy(name))
+            filed.proxies.erase(name);
     }
 }
 
@@ -90,13 +83,6 @@ void add_configuration(filed_rules &filed, const configuration &conf) {
 }
 
 } // namespace
-
-bool has_need(std::string_view proxy, int bits) {
-    const proxy_attr_rec *row = proxy_attr_tab;
-    while (row->proxy && proxy != row->proxy)
-        row++;
-    return !row->proxy || (row->bits & bits) != 0;
-}
 
 const char *program_of(const std::string &type) {
     const program_rec *row = program_tab;
