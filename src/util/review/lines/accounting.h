@@ -204,6 +204,8 @@ private:
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
 /// The program that the release sets for a type of proxy, in any case; null if none.
 const char *program_of(const std::string &type);
+/// Whether a proxy has a use for what one of the bits stands for, by the table of their needs.
+bool has_need(std::string_view proxy, int bits);
 /// True for attributes whose rules are numbered from the first on.
 inline bool is_list_attribute(std::string_view stored) { return stored == "url" || stored == "sid"; }
 /// Gives each candidate the line that overrides it or the reason why it has no place, as far as one is known.

@@ -52,7 +52,7 @@ const char *proxy_reason(const std::string &proxy, const std::string &attribute)
     if (is_listed(del_plug_attrs, attribute))
         return "no port is taken from a table";
     for (const needed_attr_rec *row = needed_attr_tab; row->attribute; row++)
-        if (attribute == row->attribute && !proxy_needs(proxy.c_str(), row->need))
+        if (attribute == row->attribute && !has_need(proxy, row->need))
             return "the proxy has no use for it";
     return nullptr;
 }
@@ -83,6 +83,13 @@ void add_configuration(filed_rules &filed, const configuration &conf) {
 }
 
 } // namespace
+
+bool has_need(std::string_view proxy, int bits) {
+    const proxy_attr_rec *row = proxy_attr_tab;
+    while (row->proxy && proxy != row->proxy)
+        row++;
+    return !row->proxy || (row->bits & bits) != 0;
+}
 
 const char *program_of(const std::string &type) {
     const program_rec *row = program_tab;

@@ -19,7 +19,7 @@ const char *template_reason(const std::string &attribute, const filed_rule &of, 
          is_x = attribute == "xgateway";
     if (attribute == "proxy")
         return "such a rule is not taken from a template";
-    if ((is_login && !proxy_needs(proxy.c_str(), NEEDS_AUTH)) || (is_x && !proxy_needs(proxy.c_str(), NEEDS_X)))
+    if ((is_login && !has_need(proxy, NEEDS_AUTH)) || (is_x && !has_need(proxy, NEEDS_X)))
         return "no proxy that names this policy has a use for it";
     if (is_x && split_hosts(of.rule->text).hosts[0].substr(0, 1) != "*")
         return "an xgateway other than * is not taken from a template";

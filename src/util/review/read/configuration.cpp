@@ -137,6 +137,14 @@ bool says_yes(std::string_view text) {
     return word == "on" || word == "yes" || word == "true" || (is_digit(word[0]) && decimal(word.c_str()) != 0);
 }
 
+const maprec *services_of(const configuration &conf) {
+    std::string system = conf.value("OS_Type");
+    for (const os2maprec_row *row = os2maprec; row->os; row++)
+        if (has_prefix(system.c_str(), row->os))
+            return row->table;
+    return map_unix;
+}
+
 std::string shown_name(const Frag *frag) {
     std::string clear = clear_name(frag), prefix = prefix_of(frag->attr);
     return has_prefix(clear.c_str(), prefix) ? clear : prefix + clear;

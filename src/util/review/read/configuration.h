@@ -115,7 +115,7 @@ bool take_group_mark(std::string &source);
 /// Whether a switch is on: "on", "yes" or "true" in any case, or a number other than 0.
 bool says_yes(std::string_view text);
 /// The services of the platform that the configuration is of.
-inline const maprec *services_of(const configuration &conf) { return determine_os_maprec(conf.db()); }
+const maprec *services_of(const configuration &conf);
 /// The services that `network_loginok` switches on. Ends with a null.
 inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 /// True if the word is in a list that ends in a null.
