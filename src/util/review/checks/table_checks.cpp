@@ -189,8 +189,8 @@ void check_table(const netperm_table &table, const upgrade_command &command, loa
         check.check_site(*old);
     if (const configuration *init = files.conf(command.init_conf, conf_layout::as_written))
         check.check_names(*init);
-    for (const dropped_line &line : table.dropped)
-        check.doubt({table.name, line.line}, "write proxies, a colon and what they get", "{}: it is dropped", line.why);
+    for (const auto &[line, why] : table.dropped)
+        check.doubt({table.name, line}, "write proxies, a colon and what they get", "{}: it is dropped", why);
     long last = 0;
     for (const table_rule &rule : table.rules) {
         if (rule.line == std::exchange(last, rule.line))

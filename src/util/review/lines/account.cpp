@@ -144,27 +144,25 @@ void tell_lines(accounting &all, result_places &own) {
         const conf_line *written = line.place ? own.line_at(line.place, line) : nullptr;
         written_line stands =
             written ? all.written[static_cast<size_t>(written - own.conf.lines.data())] : written_line();
-        auto [id, text] = notice_of(line, own.conf.numbered);
-        finding *found = nullptr;
-        if (line.turned && (!written || stands.there))
-            found = all.tell_some("turned", turned_text(line, line.place), line);
-        else if (id)
-            found = all.tell_some(id, format("{}: {}", line.text, text), line);
-        else if (line.lost)
-            found = all.tell_some("lost",
-                                  line.rules == 0 && !stands.there
-                                      ? format("{}: {}", line.text, LACKING)
-                                      : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
-                                               text_of_line(own.conf, *line.lost)),
-                                  line);
+        auto [id, what] = notice_of(line, own.conf.numbered);
+        std::string text = id ? format("{}: {}", line.text, what) : "";
+        if (line.turned && (!written || stands.there)) {
+            id = "turned";
+            text = turned_text(line, line.place);
+        } else if (!id && line.lost) {
+            id = "lost";
+            text = line.rules == 0 && !stands.there
+                       ? format("{}: {}", line.text, LACKING)
+                       : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
+                                text_of_line(own.conf, *line.lost));
+        }
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;
         }
-        if (found && line.by != NO_LINE)
-            found->by = {all.data.files[line.by_file].name, line.by_line};
-        if (found && stands.there && !line.lost)
-            found->result = {all.in.result.name, stands.there->line};
+        if (id)
+            all.tell_some(id, std::move(text), line, line.by != NO_LINE ? all.place_of(all.lines[line.by]) : place(),
+                          stands.there && !line.lost ? all.in_result(stands.there->line) : place());
         line.result_line = stands.there ? stands.there->end_line : 0;
         if (written && !stands.there && line.became <= fate::reshaped) {
             line.became = fate::unexplained;
@@ -181,8 +179,12 @@ void tell_lines(accounting &all, result_places &own) {
 
 } // namespace
 
-finding *accounting::tell_some(const char *id, std::string text, const std::string &file, long line) {
-    return ++told[id] > MOST_TOLD ? nullptr : &tell(data, id, std::move(text), file, line);
+void accounting::tell_some(const char *id, std::string text, const place &at, const place &by, const place &result) {
+    if (++told[id] > MOST_TOLD)
+        return;
+    finding &made = tell(data, id, std::move(text), at.file, at.line);
+    made.by = by;
+    made.result = result;
 }
 
 const account_input *accounting::input_of(const upgrade_step &step) const {

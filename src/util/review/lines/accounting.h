@@ -131,12 +131,14 @@ struct accounting {
     std::map<std::string, size_t> told{}; ///< findings by their names
 
     accounting(const account_inputs &from, review_data &into) : in(from), data(into) {}
-    /// Appends a finding, unless there are `MOST_TOLD` of its name; those are only counted, and the result is null.
-    finding *tell_some(const char *id, std::string text, const std::string &file, long line);
-    /// The same about a line of an input.
-    finding *tell_some(const char *id, std::string text, const account_line &line) {
-        return tell_some(id, std::move(text), inputs[line.input].name, line.line);
+    /// Appends a finding, unless there are `MOST_TOLD` of its name; those are only counted.
+    void tell_some(const char *id, std::string text, const place &at, const place &by = {}, const place &result = {});
+    void tell_some(const char *id, std::string text, const account_line &line, const place &by = {},
+                   const place &result = {}) {
+        tell_some(id, std::move(text), place_of(line), by, result);
     }
+    place place_of(const account_line &line) const { return {inputs[line.input].name, line.line}; }
+    place in_result(long line) const { return {in.result.name, line}; }
     /// Tells a loss, unless an import takes the line away.
     void tell_lost(size_t number, std::string text);
     /// Notes that a rule of a table, the line with that number, stands at `frag`; as its place if it has none yet.

@@ -117,10 +117,8 @@ std::string table_reason(const accounting &all, size_t number) {
     if (input.unread)
         return "a table is for configurations from before 4.0";
     if (line.rules == 0) {
-        const std::vector<dropped_line> &dropped = input.table->dropped;
-        auto found = std::lower_bound(dropped.begin(), dropped.end(), line.line,
-                                      [](const dropped_line &each, long wanted) { return each.line < wanted; });
-        return found != dropped.end() && found->line == line.line ? found->why : "";
+        auto found = input.table->dropped.find(line.line);
+        return found != input.table->dropped.end() ? found->second : "";
     }
     const table_rule &rule = all.rule(line);
     if (input.last_step < all.last_import && rule.attribute != "destination")

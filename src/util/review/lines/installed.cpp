@@ -117,10 +117,11 @@ void match_installed(accounting &all) {
         std::string text = at ? format("the upgrade writes {}, and {} stands in the result",
                                        text_of_line(own.conf, lines[i]), text_of_line(file.conf, *at))
                               : format("{}: {}", text_of_line(own.conf, lines[i]), LACKING);
-        finding *told = said ? all.tell_some("turned", format("{}: {}", said->text, text), *said)
-                             : all.tell_some(at ? "turned" : "lost", text, file.conf.name, at ? at->line : 0);
-        if (told && said)
-            told->result = {file.conf.name, at->line};
+        place there_at = all.in_result(at ? at->line : 0);
+        if (said)
+            all.tell_some("turned", format("{}: {}", said->text, text), *said, {}, there_at);
+        else
+            all.tell_some(at ? "turned" : "lost", text, there_at);
     }
     for (size_t j = 0; j < there.size(); j++) {
         const conf_line &line = there[j];
@@ -131,8 +132,8 @@ void match_installed(accounting &all) {
         const char *why =
             written[j] == NO_LINE ? "the upgrade does not write it" : "no input says it, nor does the release";
         if (made.from == origin::nowhere)
-            all.tell_some("from-nowhere", format("{}: {}", text_of_line(file.conf, line), why), file.conf.name,
-                          line.line);
+            all.tell_some("from-nowhere", format("{}: {}", text_of_line(file.conf, line), why),
+                          all.in_result(line.line));
         for (long at = line.line; at <= line.end_line; at++)
             all.data.origins.push_back(
                 made.of == NO_LINE ? line_origin{at, made.from}

@@ -194,18 +194,18 @@ void origin_finder::tell_missing() const {
     for (const auto &[key, made] : set)
         if (made.always && result.conf.value(key.c_str()) != made.value)
             all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
-                          all.in.result.name, made.near ? result.conf.line_of(made.near) : 0);
+                          all.in_result(result.conf.line_of(made.near)));
 }
 
 // The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.
 void origin_finder::check_interfaces() const {
     auto tell = [&](const char *id, const Frag *element, const std::string &what) {
         std::string name = configuration::value(element, "interface");
-        all.tell_some(id, format("the interface {} {}", name, what), all.in.result.name, result.conf.line_of(element));
+        all.tell_some(id, format("the interface {} {}", name, what), all.in_result(result.conf.line_of(element)));
     };
     for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
         if (!result.conf.record("netobj_list", list))
-            all.tell_some("lost", format("a numbered save makes the list {}", list), all.in.result.name, 0);
+            all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
     std::map<std::string, const Frag *> listed;
     std::map<std::string, size_t> met; // one of several of an interface is listed
     for (const auto &[key, element] : interfaces)

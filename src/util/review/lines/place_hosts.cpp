@@ -111,7 +111,7 @@ struct host_placer {
             return;
         if (of_map < last_map && all.in.before.tables.size() == 1 && all.inputs.front().table)
             all.tell_some("unexplained", format("map {} stands in another order", side.maps[of_map].number),
-                          all.in.result.name, side.maps[of_map].line);
+                          all.in_result(side.maps[of_map].line));
         if (!alike.empty())
             alike.erase(alike.begin());
         count = is_same_table ? count + 1 : 1;

@@ -166,7 +166,7 @@ struct attribute_placer {
                               all.lines[of.line]);
             else if (std::exchange(last, there) < there)
                 all.tell_some("unexplained", format("record {} of dest stands in another order", there),
-                              all.in.result.name, result.conf.line_of(record));
+                              all.in_result(result.conf.line_of(record)));
         }
     }
 
@@ -234,8 +234,9 @@ struct attribute_placer {
             else if (by == NO_LINE || !is_placed) {
                 all.note_rule(result, number, frag, "with another prefix");
                 line.turned = line.turned || !is_placed;
-                if (finding *told = is_placed ? all.tell_some("turned", turned_text(line, frag), line) : nullptr)
-                    told->result = {all.in.result.name, result.conf.line_of(frag)};
+                if (is_placed)
+                    all.tell_some("turned", turned_text(line, frag), line, {},
+                                  all.in_result(result.conf.line_of(frag)));
             }
         }
     }

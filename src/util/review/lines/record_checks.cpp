@@ -10,12 +10,6 @@ using fmt::format;
 
 namespace {
 
-// Tells of a line what it has to do with another.
-void tell(accounting &all, const char *id, std::string text, const account_line &line, const account_line &other) {
-    if (finding *told = all.tell_some(id, std::move(text), line))
-        told->by = {all.inputs[other.input].name, other.line};
-}
-
 // Of the lines of one key in several files that are merged but one has a place, and of a policy that is there nothing
 // is merged.
 void check_owners(accounting &all, result_places &result) {
@@ -27,8 +21,9 @@ void check_owners(accounting &all, result_places &result) {
         if (!is_own || is_map_line(line) || input.imported)
             continue;
         auto tell_ahead = [&](const char *what, const account_line &ahead) {
-            tell(all, "unexplained", format("{}: it stands in the result, and yet a file ahead {}", line.text, what),
-                 line, ahead);
+            all.tell_some("unexplained",
+                          format("{}: it stands in the result, and yet a file ahead {}", line.text, what), line,
+                          all.place_of(ahead));
         };
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
@@ -57,10 +52,10 @@ void check_mixed(accounting &all, result_places &result, const char *family) {
         if (first == NO_LINE || all.lines[first].input == all.lines[last].input)
             continue;
         const account_line &line = all.lines[first], &other = all.lines[last];
-        tell(all, "mixed",
-             format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family, line.text,
-                    other.text),
-             line, other);
+        all.tell_some("mixed",
+                      format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family,
+                             line.text, other.text),
+                      line, all.place_of(other));
     }
 }
 
@@ -97,7 +92,7 @@ void check_records(accounting &all, result_places &result) {
                     if (at->second < last)
                         all.tell_some("unexplained",
                                       format("the records of {} stand in another order in the result", *family),
-                                      file.name, file.line_of(record));
+                                      place{file.name, file.line_of(record)});
                     last = std::max(last, at->second);
                 }
         };

@@ -61,7 +61,7 @@ std::unique_ptr<netperm_table> read_netperm_table(std::string name, file_bytes b
         if (is_comment || is_blank_unit)
             continue;
         if (const char *why = take_rule(text.substr(0, text.find_first_of("\r\n", first)), rule))
-            table->dropped.push_back({rule.line, was_rest ? "what is behind 8190 bytes of this line is no rule" : why});
+            table->dropped.emplace(rule.line, was_rest ? "what is behind 8190 bytes of this line is no rule" : why);
         else
             table->rules.push_back(std::move(rule));
     }

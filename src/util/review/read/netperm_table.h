@@ -4,6 +4,7 @@
 
 #include "read/configuration.h"
 
+#include <map>
 #include <optional>
 
 /// One rule. A physical line that is too long for one read gives several.
@@ -17,18 +18,13 @@ struct table_rule {
     std::string_view text{};          ///< what stands behind the attribute and one blank
 };
 
-/// A line that says something to a reader and nothing to the upgrade.
-struct dropped_line {
-    long line = 0;
-    const char *why = ""; ///< such as "no colon in this line"
-};
-
 struct netperm_table {
     std::string name; ///< of the file
     file_bytes file;
     std::string_view bytes = *file.held; ///< all of it; the rules' texts are views into it
     std::vector<table_rule> rules{};
-    std::vector<dropped_line> dropped{}; ///< no comments and no blank lines
+    /// Lines that say something to a reader and nothing to the upgrade, and why, such as "no colon in this line".
+    std::map<long, const char *> dropped{};
 };
 
 /// Reads the bytes as a table.
