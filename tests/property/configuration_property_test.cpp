@@ -65,13 +65,6 @@ static void add_nodes(node_texts &nodes, const string &path, const Frag *first, 
     }
 }
 
-static void add_nodes(std::set<const Frag *> &nodes, const Frag *first) {
-    for (const Frag *frag = first; frag; frag = frag->next) {
-        nodes.insert(frag);
-        add_nodes(nodes, frag->child);
-    }
-}
-
 // What the reader's tree or the expected one, which goes, has and the other has not, and a line that has no node of the
 // tree and yet means something.
 static vector<string> differences(const configuration &conf, Frag *expected_tree, bool values_alone = false) {
@@ -82,8 +75,8 @@ static vector<string> differences(const configuration &conf, Frag *expected_tree
     std::set_symmetric_difference(made.begin(), made.end(), expected.begin(), expected.end(),
                                   std::back_inserter(different));
     freelist(expected_tree);
-    std::set<const Frag *> nodes;
-    add_nodes(nodes, conf.tree);
+    vector<Frag *> all = nodes_of(conf.tree);
+    std::set<const Frag *> nodes(all.begin(), all.end());
     for (const conf_line &line : conf.lines)
         if ((line.role == line_role::setting || line.role == line_role::name) != (nodes.count(line.node) != 0) ||
             (line.node && nodes.count(line.node) == 0))
