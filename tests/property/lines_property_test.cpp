@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 
 using std::string;
 using std::vector;
@@ -106,58 +108,28 @@ string random_table() {
     return text;
 }
 
+const string conf_keys = // of random configurations
+    "def_proxy_tn-px_timeout def_proxy_tn-px_proxy-type def_proxy_x_proxy-exec def_proxy_x_authenticate "
+    "def_proxy_oracle-px_state def_proxy_rap_bind-port def_proxy_x_list_1 def_proxy_x_list map_1_pd map_1_src "
+    "map_1_policy map_2_src map_2_pd policy_p_proxy_tn-px policy_p_parm_desc policy_p_parm_deny-url_0 "
+    "policy_q_proxy_x netobj_list_Inside_element_1_addr netobj_list_Inside_element_2_addr "
+    "netobj_list_Inside_element_1_interface netobj_list_Inside_element_2_interface "
+    "netobj_list_Inside_element_2_alias netobj_list_L_element_1_addr netobj_group_G_member_1_name pki_CRLs "
+    "pki_default_port pki_x network_loginok trusted_networks version_firewall permit-relay "
+    "policy_permit-deny-hosts_proxy_x def_proxy_1_realname def_num_proxies netobj_list_1_name "
+    "netobj_list_1_num_elements pfedit_lcl_rule1 pfedit_lcl_2_type pfedit_comment ip_insideaddr ip_insidiface "
+    "proxy_telnet gui_client sroute_num_entries sroute_3_dest OS_Type a";
+
+string any_word(const string &words) {
+    std::istringstream text(words);
+    const vector<string> all{std::istream_iterator<string>(text), {}};
+    return all[random_below(static_cast<unsigned>(all.size()))];
+}
+
 string random_conf() {
     string text;
     for (unsigned left = 3 + random_below(40); left > 0; left--)
-        text += one_of({"", "", "", "", " ", "permit-"}) +
-                one_of({"def_proxy_tn-px_timeout",
-                        "def_proxy_tn-px_proxy-type",
-                        "def_proxy_x_proxy-exec",
-                        "def_proxy_x_authenticate",
-                        "def_proxy_oracle-px_state",
-                        "def_proxy_rap_bind-port",
-                        "def_proxy_x_list_1",
-                        "def_proxy_x_list",
-                        "map_1_pd",
-                        "map_1_src",
-                        "map_1_policy",
-                        "map_2_src",
-                        "map_2_pd",
-                        "policy_p_proxy_tn-px",
-                        "policy_p_parm_desc",
-                        "policy_p_parm_deny-url_0",
-                        "policy_q_proxy_x",
-                        "netobj_list_Inside_element_1_addr",
-                        "netobj_list_Inside_element_2_addr",
-                        "netobj_list_Inside_element_1_interface",
-                        "netobj_list_Inside_element_2_interface",
-                        "netobj_list_Inside_element_2_alias",
-                        "netobj_list_L_element_1_addr",
-                        "netobj_group_G_member_1_name",
-                        "pki_CRLs",
-                        "pki_default_port",
-                        "pki_x",
-                        "network_loginok",
-                        "trusted_networks",
-                        "version_firewall",
-                        "permit-relay",
-                        "policy_permit-deny-hosts_proxy_x",
-                        "def_proxy_1_realname",
-                        "def_num_proxies",
-                        "netobj_list_1_name",
-                        "netobj_list_1_num_elements",
-                        "pfedit_lcl_rule1",
-                        "pfedit_lcl_2_type",
-                        "pfedit_comment",
-                        "ip_insideaddr",
-                        "ip_insidiface",
-                        "proxy_telnet",
-                        "gui_client",
-                        "sroute_num_entries",
-                        "sroute_3_dest",
-                        "OS_Type",
-                        "a"}) +
-                "=" +
+        text += one_of({"", "", "", "", " ", "permit-"}) + any_word(conf_keys) + "=" +
                 one_of({"1", "", "P", "p", "q", "*", "on", "plug-px", "enabled", "eth0", "4.1", "NT40", "L", "yes"}) +
                 one_of({"\n", "\n", "\n", "\r\n", "\n", "\n", "\nrun on\n"});
     return random_below(8) != 0 ? text : text + "[def_proxy_x]\nd=1\\\n  2\n[ e]i=2\n[f\\g]h=1\n";
