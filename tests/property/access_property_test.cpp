@@ -1,7 +1,7 @@
 // Who gets through: the readers against plain procedures, the comparison against all short words.
 #include "access/access.h"
+#include "netperm_support.h"
 #include "read/files.h"
-#include "support.h"
 #include "upgrade.h"
 
 #include <algorithm>
@@ -332,16 +332,9 @@ static string reviewed(const string &from, const string &to, bool with_texts, co
 TEST(access_property, the_translation_changes_nothing_but_what_is_known) {
     const string kinds[] = {"permit-hosts", "deny-hosts", "hosts",   "absorb-hosts", "hosts %-deny%",
                             "DENY-hosts",   "Hosts",      "hosts=x", "user"};
-    const string tails[] = {"",
-                            "",
-                            " -log",
-                            " -a  -b",
-                            " -policy s",
-                            " -policy_x -c",
-                            " -exec /b/x -y ",
-                            " -n_5 -d=e",
-                            " -o_t -o_t_u_v=w_x -u_5=",
-                            " -e%5Ff_g -p%41 relay-permit_h deny-relay permit-k"};
+    const vector<string> tails = split("|| -log| -a  -b| -policy s| -policy_x -c| -exec /b/x -y | -n_5 -d=e| "
+                                       "-o_t -o_t_u_v=w_x -u_5=| -e%5Ff_g -p%41 relay-permit_h deny-relay permit-k",
+                                       '|');
     const string hosts[] = {"a*", "ab", "b", "a*b", "*b", "c", "*", "bc*", "%-deny%z"};
     const string names[] = {"a", "b-px", "b_px", "c, a", "a a", "*", "*x", "a *", "global", "policy-s", "gui", "d=e"};
     const string ends[] = {"\n", "\n", "\n", "\r\n", "\rx\n", string("\0x\n", 3), "\n#\n", "\n #\n", "\n \t\n"};
