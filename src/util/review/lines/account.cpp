@@ -30,7 +30,6 @@ void collect_inputs(accounting &all) {
         if (is_new) {
             input.name = step.argument;
             input.step = i;
-            input.unread = true;
             input.table = is_table ? all.in.files.table(step.argument) : nullptr;
             input.number = file_number(all.data, step.argument, is_table ? file_role::table : file_role::merged);
         }
@@ -60,14 +59,34 @@ void collect_numbers(accounting &all) {
     }
 }
 
-void collect_input(accounting &all, uint32_t number, bool &has_login) {
+// Another place that a line can have.
+std::string other_key(const accounting &all, const account_line &line) {
+    const account_input &input = all.inputs[line.input];
+    std::string_view said = line.said->key;
+    // A rule's text that is merged as it is, is read again as a rule of the numbered layout.
+    if (covers("pfedit_*_rule*", said) && !input.conf->numbered && all.in.command.numbered())
+        return format("{}#{}\n", said.substr(0, said.find("_rule") + 1), filter_text(std::string(line.said->value)));
+    if (begins(line.key, "pfedit_") && line.said->value.empty() && at_depth(line.said->node, 3))
+        return input.keys->find(at_depth(line.said->node, 2)).key;
+    // Without its count a numbered config set becomes one of a proxy of that name.
+    if (constexpr std::string_view owner = "cust_proxy_"; begins(line.key, owner)) {
+        std::string rest = line.key.substr(owner.size()), name = rest.substr(0, rest.find('_'));
+        return format("def_proxy_{0}_config-sets_{1}", name, rest);
+    }
+    // A merge numbers the count of maps like a map.
+    if (constexpr std::string_view map = "map_"; begins(line.key, "map_num"))
+        return "map_#" + record_text(at_depth(line.said->node, 1)) +
+               line.key.substr(std::min(line.key.find('_', map.size()), line.key.size()));
+    return "";
+}
+
+void collect_input(accounting &all, uint32_t number) {
     const configuration *conf = all.inputs[number].conf;
     const netperm_table *table = all.inputs[number].table;
     place_keys *keys = conf ? (all.inputs[number].keys = std::make_shared<place_keys>(*conf)).get() : nullptr;
     std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
-    std::unordered_set<const Frag *> met; // records
-    size_t next = 0;                      // assignment or rule
-    long behind = 0;                      // the last assignment's end
+    size_t next = 0; // assignment or rule
+    long behind = 0; // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
         account_line line;
         line.text = rest.substr(0, rest.find('\n'));
@@ -86,34 +105,10 @@ void collect_input(accounting &all, uint32_t number, bool &has_login) {
                 place_keys::key_of place = keys->find(line.said->node);
                 line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
                 line.bits = place.named ? place.bits : line.said->bits;
-                for (size_t depth : place_keys::RECORD_DEPTHS)
-                    if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
-                        all.records.insert(keys->find(record, place_keys::FIRST).key);
-                if (begins(line.key, "pfedit_") && line.said->value.empty() && at_depth(line.said->node, 3))
-                    line.other_key = keys->find(at_depth(line.said->node, 2)).key;
-                // A rule's text that is merged as it is, is read again as a rule of the numbered layout.
-                if (covers("pfedit_*_rule*", line.said->key) && !conf->numbered && all.in.command.numbered()) {
-                    line.other_key = line.said->key.substr(0, line.said->key.find("_rule") + 1);
-                    line.other_key += '#' + filter_text(std::string(line.said->value)) + '\n';
-                    all.records.insert(line.other_key);
-                }
-                // Without its count a numbered config set becomes one of a proxy of that name.
-                if (constexpr size_t before = 11; begins(line.key, "cust_proxy_")) {
-                    std::string name = line.key.substr(before, line.key.find('_', before) - before),
-                                proxy = "def_proxy_" + name, set = format("{}_config-sets_{}", proxy, name);
-                    line.other_key = set + line.key.substr(before + name.size());
-                    all.records.insert({std::move(proxy), std::move(set)});
-                }
-                // A merge numbers the count of maps like a map.
-                if (begins(line.key, "map_num")) {
-                    std::string as_map = "map_#" + record_text(at_depth(line.said->node, 1));
-                    line.other_key =
-                        as_map + line.key.substr(std::min(line.key.find('_', strlen("map_")), line.key.size()));
-                    all.records.insert({as_map, line.other_key});
-                }
+                line.other_key = other_key(all, line);
             }
             bool decides = line.key == "network_loginok" && !line.said->value.empty();
-            if (decides && (!std::exchange(has_login, true) || all.inputs[number].imported))
+            if (decides && (!std::exchange(all.has_login, true) || all.inputs[number].imported))
                 all.logs_in = lowercase(line.said->value) == "enabled";
         } else if (at <= behind || (table && line.text[0] == '#')) {
             continue;
@@ -230,13 +225,12 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     all.has_tables = data.release < 40 && !inputs.before.tables.empty();
     inputs.progress("looking for every line in the result");
     collect_inputs(all);
-    bool has_login = false;
     for (uint32_t i = 0; i < all.inputs.size(); i++)
-        collect_input(all, i, has_login);
+        collect_input(all, i);
     collect_numbers(all);
     if (all.has_tables)
         file_rules(all);
-    result_places own(inputs.own, all.records);
+    result_places own(inputs.own);
     place_conf_lines(all, own);
     if (all.has_tables) {
         access_side own_side;

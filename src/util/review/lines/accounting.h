@@ -24,7 +24,7 @@ struct account_input {
     bool imported = false;                 ///< by -e
     size_t import_step = 0, last_step = 0; ///< its import, and the last step of all that name it
     bool translated = false;               ///< a table stands behind it, whose translation merges maps
-    bool unread = false;                   ///< the upgrade passes it over
+    bool unread = true;                    ///< the upgrade passes it over
 };
 
 /// One assignment or line of an input, and what became of it.
@@ -68,8 +68,7 @@ struct result_places {
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
-    /// Only what is below records that inputs speak of can be found by its key.
-    result_places(const configuration &result, const std::unordered_set<std::string> &spoken_of);
+    explicit result_places(const configuration &result);
     void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
     /// What is noted of a node: in a table where it has a line of the result to itself, as most have.
     node_notes &notes(const Frag *frag);
@@ -118,12 +117,11 @@ struct accounting {
     review_data &data;
     std::vector<account_input> inputs;
     std::vector<account_line> lines;
-    std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
-    size_t last_import = 0;                    ///< behind the last -e; 0 without one
-    bool has_tables = false;                   ///< tables decide
+    size_t last_import = 0;  ///< behind the last -e; 0 without one
+    bool has_tables = false; ///< tables decide
     /// The numbers of the records that merge by these, in order, by their families.
     std::map<std::string, std::vector<long>> numbers{};
-    bool logs_in = false; ///< the setting that wins switches network login on
+    bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
     filed_rules filed{};
 

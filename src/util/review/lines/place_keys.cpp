@@ -93,6 +93,8 @@ const Frag *at_depth(const Frag *frag, size_t depth) {
     return count == depth + 1 ? frag : nullptr;
 }
 
+bool is_filter_rule(const Frag *frag) { return at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit"); }
+
 bool same_prefix(long a, long b) { return a == b || prefix_of(a) == prefix_of(b); }
 
 std::string filter_text(std::string text) {
@@ -143,7 +145,7 @@ std::string place_keys::identity(const Frag *entry, int later) {
         int count = met[text]++;
         identities.emplace(each, std::pair('#' + std::move(text), count));
     }
-    auto [text, count] = identities[entry];
+    const auto &[text, count] = identities[entry];
     return count + later > 0 ? text + '~' + std::to_string(count + later + 1) : text;
 }
 

@@ -24,8 +24,6 @@ struct place_keys {
     /// first.
     key_of find(const Frag *frag, int later = 0);
     static constexpr int FIRST = -1'000'000'000;
-    /// The depths at which records, config sets and elements stand.
-    static constexpr size_t RECORD_DEPTHS[] = {1, 2, 4};
     /// Its plain path without prefixes, as `ffind` takes it.
     static std::string path(const Frag *frag);
 
@@ -51,6 +49,8 @@ std::pair<const ip_var_rec *, const char *> find_address_key(std::string_view ke
 bool is_placeholder(std::string_view address);
 /// True for one of the three lists of the firewall's own addresses.
 bool is_location(const Frag *list);
+/// True for a filter rule, which holds its fields.
+bool is_filter_rule(const Frag *frag);
 /// True if two prefixes look the same in a file.
 bool same_prefix(long a, long b);
 /// The characters of a filter rule that a numbered save keeps.
