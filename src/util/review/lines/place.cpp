@@ -15,26 +15,22 @@ struct spot {
 struct line_placer {
     accounting &all;
     result_places &result;
-    /// The addresses of an input's list of elements, once they are asked for.
-    std::unordered_map<const Frag *, std::unordered_set<std::string>> addresses{};
 
     void place(size_t number);
     spot find(const account_line &line, const std::string &key) const;
     spot find_free(const account_line &line) const;
     bool place_at(size_t number, const Frag *frag, bool is_turned);
     bool place_by_number(size_t number);
-    bool is_of_another(const account_line &line, const Frag *frag);
+    bool is_of_another(const account_line &line, const Frag *frag) const;
     bool place_moved(size_t number);
     bool place_fields(size_t number);
     /// Whether another line stands there; of a filter rule, one of its fields.
     bool is_taken(const Frag *frag) const {
-        return result.notes(frag).valued != NO_LINE ||
-               (at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit") &&
-                result.notes(frag).from != NO_LINE);
+        return result.notes(frag).valued != NO_LINE || (is_filter_rule(frag) && result.notes(frag).from != NO_LINE);
     }
     bool place_name(size_t number);
-    bool place_words(size_t number, const char *list);
-    const Frag *element_with(const std::string &elements, const std::string &address) const;
+    bool place_words(size_t number, const std::string &list);
+    static const Frag *element_with(const Frag *elements, const std::string &address);
     const Frag *address_field(const account_line &line) const;
 };
 
@@ -62,16 +58,11 @@ bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
 }
 
 // Whether the file of a line of an element has the address that the number leads to in another element of the list.
-bool line_placer::is_of_another(const account_line &line, const Frag *frag) {
+bool line_placer::is_of_another(const account_line &line, const Frag *frag) const {
     const Frag *element = at_depth(line.said->node, 4);
     std::string address = configuration::value(element, "addr"),
                 there = configuration::value(at_depth(frag, 4), "addr");
-    if (address.empty() || address == there)
-        return false;
-    auto [known, is_new] = addresses.try_emplace(element->parent);
-    for (const Frag *each = is_new ? element->parent->child : nullptr; each; each = each->next)
-        known->second.insert(configuration::value(each, "addr"));
-    return known->second.count(there) != 0;
+    return !address.empty() && address != there && element_with(element->parent, there);
 }
 
 // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
@@ -95,7 +86,7 @@ bool line_placer::place_by_number(size_t number) {
 bool line_placer::place_fields(size_t number) {
     account_line &line = all.lines[number];
     const Frag *rule = line.said->node;
-    if (!begins(line.key, "pfedit_") || rule != at_depth(rule, 2) || !rule->child)
+    if (!is_filter_rule(rule) || !rule->child)
         return false;
     auto has_fields = [&](const Frag *record) {
         const Frag *field = rule->child;
@@ -120,16 +111,16 @@ bool line_placer::place_fields(size_t number) {
     return true;
 }
 
-const Frag *line_placer::element_with(const std::string &elements, const std::string &address) const {
-    for (const Frag *element : result.conf.children(elements.c_str()))
-        if (configuration::value(element, "addr") == address)
-            return element;
-    return nullptr;
+const Frag *line_placer::element_with(const Frag *elements, const std::string &address) {
+    const Frag *element = elements ? elements->child : nullptr;
+    while (element && configuration::value(element, "addr") != address)
+        element = element->next;
+    return element;
 }
 
 /// The words of a text of networks: what stands behind a `%` is decoded, a `#` begins a comment at the start of a line,
-/// and a word counts once a blank or a line end stands behind it.
-std::vector<std::string> network_words(std::string_view text, std::string &unfinished) {
+/// and a word counts once a blank or a line end stands behind it. One that doesn't is added to `missing`.
+std::vector<std::string> network_words(std::string_view text, std::vector<std::string> &missing) {
     std::vector<std::string> words;
     std::string plain;
     auto digit = [&](size_t at) {
@@ -149,7 +140,8 @@ std::vector<std::string> network_words(std::string_view text, std::string &unfin
         size_t begin = is_comment ? at : plain.find_first_not_of(" \t\r\n", at);
         size_t end = plain.find_first_of(is_comment ? "\n" : " \t\r\n", begin);
         if (end == plain.npos) {
-            unfinished = is_comment || begin == plain.npos ? "" : plain.substr(begin);
+            if (!is_comment && begin != plain.npos)
+                missing.push_back(plain.substr(begin));
             break;
         }
         if (!is_comment)
@@ -161,14 +153,11 @@ std::vector<std::string> network_words(std::string_view text, std::string &unfin
 }
 
 // Each word of an old list of networks must be an element, the last one too, which is lost without a line end.
-bool line_placer::place_words(size_t number, const char *list) {
+bool line_placer::place_words(size_t number, const std::string &list) {
     account_line &line = all.lines[number];
-    std::string unfinished;
-    std::vector<std::string> words = network_words(line.said->value, unfinished), missing;
-    if (!unfinished.empty())
-        missing.push_back(unfinished);
+    std::vector<std::string> missing, words = network_words(line.said->value, missing);
     std::unordered_map<std::string, std::vector<const Frag *>> elements;
-    for (const Frag *element : result.conf.children((std::string("netobj_list_") + list + "_element").c_str()))
+    for (const Frag *element : result.conf.children(("netobj_list_" + list + "_element").c_str()))
         elements[configuration::value(element, "addr")].push_back(element);
     for (const std::string &word : words) {
         // A byte of zero ends a word, and what stands behind it is lost.
@@ -192,7 +181,7 @@ bool line_placer::place_words(size_t number, const char *list) {
     if (words.empty() && missing.empty() && !all.has_tables)
         return false;
     line.became = fate::reshaped;
-    line.reason = std::string("elements of the list ") + list;
+    line.reason = "elements of the list " + list;
     // A table takes the value, and the key stays.
     if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr; key && key->vlen == 0) {
         line.place = line.place ? line.place : key;
@@ -208,7 +197,7 @@ const Frag *line_placer::address_field(const account_line &line) const {
     const configuration &conf = *all.inputs[line.input].conf;
     auto [row, field] = find_address_key(line.key);
     std::string address = row ? conf.value((std::string("ip_") + row->address).c_str()) : "";
-    const Frag *element = is_placeholder(address) ? nullptr : element_with(row->elements, address);
+    const Frag *element = is_placeholder(address) ? nullptr : element_with(result.conf.find(row->elements), address);
     const Frag *there = element ? find_named(element->child, field) : nullptr;
     return there && text_of(there) == line.said->value ? there : nullptr;
 }
@@ -237,14 +226,12 @@ bool line_placer::place_moved(size_t number) {
     const std::string &key = line.key;
     const Frag *element = nullptr;
     if (all.inputs[line.input].last_step < all.last_import) // it is imported, or there when a file is
-        element = key == "gui_client" ? element_with("netobj_list_fw-admin$LIST_element", std::string(line.said->value))
+        element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
+                                                     std::string(line.said->value))
                                       : address_field(line);
     if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
         return false;
-    line.place = element;
-    line.became = fate::reshaped;
-    line.reason = "as " + place_keys::path(element);
-    result.stand(element, number);
+    all.note_rule(result, number, element, "as " + place_keys::path(element));
     for (const Frag *child = element->child; child; child = child->next)
         if (text_of(child) == line.said->value || text_of(child) == key)
             result.stand(child, number);
