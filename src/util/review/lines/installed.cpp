@@ -125,14 +125,13 @@ void match_installed(accounting &all) {
     }
     for (size_t j = 0; j < there.size(); j++) {
         const conf_line &line = there[j];
-        bool is_count = !line.node && line.key.find("_num") != line.key.npos;
-        written_line made = is_count ? written_line{origin::layout} : written_line();
-        if (written[j] != NO_LINE)
-            made = all.written[written[j]];
-        const char *why =
-            written[j] == NO_LINE ? "the upgrade does not write it" : "no input says it, nor does the release";
+        bool is_own = written[j] != NO_LINE, is_count = !line.node && line.key.find("_num") != line.key.npos;
+        const written_line made =
+            is_own ? all.written[written[j]] : written_line{is_count ? origin::layout : origin::nowhere};
         if (made.from == origin::nowhere)
-            all.tell_some("from-nowhere", format("{}: {}", text_of_line(file.conf, line), why),
+            all.tell_some("from-nowhere",
+                          format("{}: {}", text_of_line(file.conf, line),
+                                 is_own ? "no input says it, nor does the release" : "the upgrade does not write it"),
                           all.in_result(line.line));
         for (long at = line.line; at <= line.end_line; at++)
             all.data.origins.push_back(

@@ -38,6 +38,7 @@ struct origin_finder {
     bool is_layout(const conf_line &line) const;
     written_line find(const conf_line &line) const;
     void tell_missing() const;
+    bool is_odd_rule(const conf_line &line) const;
     void check_interfaces() const;
 };
 
@@ -151,42 +152,44 @@ bool origin_finder::is_layout(const conf_line &line) const {
     });
 }
 
+// A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is; and the fields of
+// one that came in field by field each have a line.
+bool origin_finder::is_odd_rule(const conf_line &line) const {
+    if (!is_filter_rule(line.node))
+        return false;
+    bool is_cut = line.value.size() >= RULE_LIMIT;
+    if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && !is_cut &&
+        std::count(line.value.begin(), line.value.end(), '+') < 9 && filter_rules.count(line.value) == 0)
+        return true;
+    const Frag *field = result.notes(line.node).valued == NO_LINE ? line.node->child : nullptr;
+    while (field && (result.notes(field).valued != NO_LINE || (is_cut && is_named(field, "comment"))))
+        field = field->next;
+    return field != nullptr;
+}
+
 written_line origin_finder::find(const conf_line &line) const {
+    // The proxy for all is saved as `*`.
+    if (begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key)))
+        return {};
+    if (!line.node) {
+        auto field = filter_fields.find(format("{}={}", line.key, line.value));
+        if (field != filter_fields.end())
+            return {origin::input, field->second};
+        return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
+    }
     bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
     // A parameter's name that begins like a prefix is written otherwise than it is stored.
     std::string value(line.value);
     is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
                             attr_revmap(value.c_str()) != value);
-    auto field = line.node ? filter_fields.end() : filter_fields.find(format("{}={}", line.key, line.value));
-    size_t from = field != filter_fields.end() ? field->second : line.node && !is_stamp ? input_line(line) : NO_LINE;
-    // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is.
-    if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && value.size() < 126 &&
-        std::count(line.key.begin(), line.key.end(), '_') == 2 && std::count(value.begin(), value.end(), '+') < 9 &&
-        filter_rules.count(value) == 0)
-        from = NO_LINE;
-    // The proxy for all is saved as `*`.
-    bool is_global =
-        begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key));
-    if (is_global)
-        from = NO_LINE;
-    // The fields of a rule that came in field by field each have a line.
-    const Frag *rule = from != NO_LINE && line.node && is_named(at_depth(line.node, 0), "pfedit") &&
-                               at_depth(line.node, 2) == line.node
-                           ? line.node->child
-                           : nullptr;
-    for (bool is_whole = rule && result.notes(line.node).valued != NO_LINE; rule && !is_whole; rule = rule->next)
-        if (result.notes(rule).valued == NO_LINE && !(value.size() >= RULE_LIMIT && is_named(rule, "comment")))
-            from = NO_LINE;
-    if (from != NO_LINE)
+    if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
         return {origin::input, from};
-    if (is_global)
-        return {};
-    if (line.node ? is_layout(line) : line.key.find("_num") != line.key.npos)
+    if (is_layout(line))
         return {origin::layout};
-    auto made = line.node ? set.find(place_keys::path(line.node)) : set.end();
+    auto made = set.find(place_keys::path(line.node));
     bool has_name = line.role == line_role::name && line.node->value;
-    return {made != set.end() && made->second.value == (has_name ? line.node->value : line.value) ? origin::release
-                                                                                                  : origin::nowhere};
+    bool is_made = made != set.end() && made->second.value == (has_name ? line.node->value : line.value);
+    return {is_made ? origin::release : origin::nowhere};
 }
 
 // What the release sets in every result.

@@ -254,7 +254,7 @@ size_t reason_finder::winner(const account_line &line) const {
         size_t there = own.notes(frag).from;
         // Of a numbered record, what came in one line, or a field of it.
         const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
-        for (const Frag *above = entry ? frag : nullptr; above; above = above == entry ? nullptr : above->parent)
+        for (const Frag *above = frag; entry && above != entry->parent; above = above->parent)
             for (size_t each : {own.notes(above).from, own.notes(above).valued})
                 there = there != NO_LINE && may_win(there, line) ? there : each;
         return by && all.value(*by) == text_of(frag)                       ? last->second
