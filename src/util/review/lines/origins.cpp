@@ -25,9 +25,8 @@ struct origin_finder {
     accounting &all;
     result_places &result;
     std::map<std::string, release_value> set{};
-    /// The elements of the location lists by list and interface.
-    std::multimap<std::string, const Frag *> interfaces{};
-    std::set<std::string> located{}; ///< the interfaces that stand there and are no aliases, a line end in front
+    /// The elements of each interface, by its name in lower case, in the location list that counts for it.
+    std::map<std::string, std::vector<const Frag *>> located{};
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
     std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
@@ -85,13 +84,14 @@ void origin_finder::prepare() {
         if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
             proxies.emplace("global", i);
     }
-    for (const char *list : {"Inside", "Outside", "Service"})
-        for (const Frag *each : result.conf.children((std::string("netobj_list_") + list + "_element").c_str())) {
-            std::string interface = '\n' + configuration::value(each, "interface");
-            interfaces.emplace(list + interface, each);
-            if (!says_yes(configuration::value(each, "alias")))
-                located.insert(interface);
-        }
+    for (const char *list : {"Inside", "Outside", "Service"}) {
+        decltype(located) there;
+        for (const Frag *each : result.conf.children(format("netobj_list_{}_element", list).c_str()))
+            if (std::string interface = configuration::value(each, "interface");
+                !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
+                there[lowercase(interface)].push_back(each);
+        located.merge(there); // but for those of the lists ahead
+    }
 }
 
 size_t origin_finder::input_line(const conf_line &line) const {
@@ -142,14 +142,11 @@ bool origin_finder::is_layout(const conf_line &line) const {
     if (!is_all || !element)
         return false;
     // An interface that stands in a location list is listed with all that is said of it there.
-    std::string location = configuration::value(element, "location");
-    std::string interface = '\n' + configuration::value(element, "interface");
-    auto [first, last] = interfaces.equal_range(location + interface);
-    if (is_named(line.node, "location"))
-        return first != last || (location == "Unknown" && located.count(interface) == 0);
-    return std::any_of(first, last, [&](const auto &there) {
-        return configuration::value(there.second, line.node->name) == line.value;
-    });
+    auto there = located.find(lowercase(configuration::value(element, "interface")));
+    if (there == located.end() || is_named(line.node, "location"))
+        return is_named(line.node, "location"); // which is checked by itself
+    return std::any_of(there->second.begin(), there->second.end(),
+                       [&](const Frag *each) { return configuration::value(each, line.node->name) == line.value; });
 }
 
 // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is; and the fields of
@@ -209,34 +206,26 @@ void origin_finder::check_interfaces() const {
     for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
         if (!result.conf.record("netobj_list", list))
             all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
-    std::map<std::string, const Frag *> listed;
-    std::map<std::string, size_t> met; // one of several of an interface is listed
-    for (const auto &[key, element] : interfaces)
-        if (!says_yes(configuration::value(element, "alias")))
-            met[lowercase(configuration::value(element, "interface"))]++;
+    std::set<std::string> listed;
     for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
-        std::string name = configuration::value(each, "interface"), location = configuration::value(each, "location");
-        if (!listed.emplace(lowercase(name), each).second && !is_blanks(name.c_str()))
+        std::string name = lowercase(configuration::value(each, "interface")),
+                    location = configuration::value(each, "location");
+        if (!listed.insert(name).second && !is_blanks(name.c_str()))
             tell("from-nowhere", each, "stands twice in the list of all interfaces");
-        auto [first, last] = interfaces.equal_range(format("{}\n{}", location, name));
-        bool is_there = std::any_of(
-            first, last, [](const auto &there) { return !says_yes(configuration::value(there.second, "alias")); });
-        if (is_there == (location == "Unknown") || (!is_there && located.count('\n' + name) != 0))
+        auto there = located.find(name);
+        if (location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
             tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
-    }
-    for (const auto &[key, element] : interfaces) {
-        std::string name = lowercase(configuration::value(element, "interface")), what;
-        if (is_blanks(name.c_str()) || says_yes(configuration::value(element, "alias")))
-            continue;
-        auto there = listed.find(name);
         for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
-            if (const Frag *said = find_named(element->child, field);
-                there != listed.end() && what.empty() && met[name] == 1 && said &&
-                configuration::value(there->second, field) != text_of(said))
-                what = format("has another {} in the list of all interfaces", field);
-        if (there == listed.end() || !what.empty())
-            tell("lost", element, what.empty() ? "stands in no list of all interfaces" : what);
+            if (there != located.end() &&
+                std::none_of(there->second.begin(), there->second.end(), [&](const Frag *element) {
+                    const Frag *said = find_named(element->child, field);
+                    return !said || text_of(said) == configuration::value(each, field);
+                }))
+                tell("lost", there->second[0], format("has another {} in the list of all interfaces", field));
     }
+    for (const auto &[name, elements] : located)
+        if (listed.count(name) == 0)
+            tell("lost", elements[0], "stands in no list of all interfaces");
 }
 
 } // namespace
