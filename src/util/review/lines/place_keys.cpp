@@ -149,35 +149,32 @@ std::string place_keys::identity(const Frag *entry, int later) {
     return count + later > 0 ? text + '~' + std::to_string(count + later + 1) : text;
 }
 
-// An alias is saved in the list of its interface, whose name ends at a `:`.
-std::string place_keys::list_name(const Frag *list, const Frag *element) const {
-    std::string interface = element && is_location(list) ? configuration::value(element, "interface") : "";
-    if (is_blanks(interface.c_str()) || !says_yes(configuration::value(element, "alias")))
-        return list->name;
-    return storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
-}
-
-// A record that was named by a line has its prefix in that name.
-static std::string record_prefix(const Frag *record) {
+// The name of a record on a way. An alias is saved in the list of its interface, whose name ends at a `:`, and the
+// proxy for all under another name. One that was named by a line has its prefix in that name.
+static std::string record_name(const std::vector<const Frag *> &way, size_t depth) {
+    const Frag *record = way[depth], *element = depth == 2 && way.size() > 4 ? way[4] : nullptr;
+    std::string name = record->name, interface;
+    if (element && is_location(record) && says_yes(configuration::value(element, "alias")))
+        interface = configuration::value(element, "interface");
+    if (!is_blanks(interface.c_str()))
+        name = storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
+    else if (name == "*" && depth == 2 && is_named(way[1], "proxy"))
+        name = "global";
     const char *prefix = prefix_of(bits_of(record));
-    return has_prefix(record->name, prefix) ? "" : prefix;
+    return has_prefix(record->name, prefix) ? name : prefix + name;
 }
 
 place_keys::key_of place_keys::find(const Frag *frag, int later) {
     key_of made;
     std::vector<const Frag *> way = way_to(frag);
     const family_row *family = family_of(way);
-    bool in_policy = family->first && is_named(way[0], "policy");
+    bool in_policy = is_named(way[0], "policy");
     for (size_t i = 0; i < way.size(); i++) {
         made.key += i == 0 ? "" : "_";
         bool is_set = family->record == 2 && i == 4 && is_named(way[3], "config-sets");
         bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
-        if (family->record != 0 && family->numbered != 0 && i == 2) {
-            made.key += record_prefix(way[2]) + list_name(way[2], way.size() > 4 ? way[4] : nullptr);
-            made.record_bits |= bits_of(way[2]);
-        } else if ((family->record != 0 && i == family->record) || is_set || is_entry) {
-            bool is_all = family->record == 2 && i == 2 && is_named(way[i], "*");
-            made.key += record_prefix(way[i]) + std::string(is_all ? "global" : way[i]->name);
+        if ((family->record != 0 && i == family->record) || is_set || is_entry) {
+            made.key += record_name(way, i);
             made.record_bits |= bits_of(way[i]);
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||

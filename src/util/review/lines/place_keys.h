@@ -33,7 +33,6 @@ private:
     std::unordered_map<const Frag *, std::pair<std::string, int>> identities;
 
     std::string identity(const Frag *entry, int later);
-    std::string list_name(const Frag *list, const Frag *element) const;
 };
 
 /// The keys below which records are numbered in the order that matters. Ends with a null.
