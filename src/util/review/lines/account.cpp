@@ -20,26 +20,21 @@ void collect_inputs(accounting &all) {
         bool is_table = step.letter == 'n', is_import = step.letter == 'e';
         if (!is_table && !is_import && step.letter != 'm')
             continue;
-        for (account_input &ahead : all.inputs)
+        for (account_input &ahead : all.inputs) {
             ahead.translated = ahead.translated || is_table;
-        auto known = std::find_if(all.inputs.begin(), all.inputs.end(), [&](const account_input &input) {
-            return input.name == step.argument && (input.table != nullptr) == is_table;
-        });
-        bool is_new = known == all.inputs.end();
-        account_input &input = is_new ? all.inputs.emplace_back() : *known;
-        if (is_new) {
-            input.name = step.argument;
-            input.step = i;
-            input.table = is_table ? all.in.files.table(step.argument) : nullptr;
-            input.number = file_number(all.data, step.argument, is_table ? file_role::table : file_role::merged);
+            ahead.removed = ahead.removed || is_import;
         }
+        account_input *known = all.input_of(step);
+        account_input &input = known ? *known : all.inputs.emplace_back();
+        if (!known)
+            input = {step.argument, i, is_table ? all.in.files.table(step.argument) : nullptr};
         bool is_first = is_import || (!is_table && merges++ == 0);
         bool is_read = all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first;
         input.unread = input.unread && !is_read;
         input.imported = input.imported || is_import;
         input.import_step = is_import ? i : input.import_step;
         all.last_import = is_import ? i + 1 : all.last_import;
-        input.last_step = is_read ? i : input.last_step;
+        input.removed = is_read ? is_import : input.removed;
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
@@ -81,10 +76,12 @@ std::string other_key(const accounting &all, const account_line &line) {
 }
 
 void collect_input(accounting &all, uint32_t number) {
-    const configuration *conf = all.inputs[number].conf;
-    const netperm_table *table = all.inputs[number].table;
-    place_keys *keys = conf ? (all.inputs[number].keys = std::make_shared<place_keys>(*conf)).get() : nullptr;
-    std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
+    account_input &input = all.inputs[number];
+    const configuration *conf = input.conf;
+    const netperm_table *table = input.table;
+    input.keys = conf ? std::make_shared<place_keys>(*conf) : nullptr;
+    std::string_view rest = conf ? conf->bytes : table->bytes;
+    uint32_t file = file_number(all.data, input.name, table ? file_role::table : file_role::merged);
     size_t next = 0; // assignment or rule
     long behind = 0; // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
@@ -92,7 +89,7 @@ void collect_input(accounting &all, uint32_t number) {
         line.text = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(rest.size(), line.text.size() + 1));
         line.input = number;
-        line.file = all.inputs[number].number;
+        line.file = file;
         line.line = line.end_line = at;
         line.rule = next;
         for (; table && next < table->rules.size() && table->rules[next].line == at; next++, line.rules++)
@@ -102,13 +99,13 @@ void collect_input(accounting &all, uint32_t number) {
             line.end_line = behind = line.said->end_line;
             line.key = line.said->key;
             if (line.said->node) {
-                place_keys::key_of place = keys->find(line.said->node);
+                place_keys::key_of place = input.keys->find(line.said->node);
                 line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
                 line.bits = place.named ? place.bits : line.said->bits;
                 line.other_key = other_key(all, line);
             }
             bool decides = line.key == "network_loginok" && !line.said->value.empty();
-            if (decides && (!std::exchange(all.has_login, true) || all.inputs[number].imported))
+            if (decides && (!std::exchange(all.has_login, true) || input.imported))
                 all.logs_in = lowercase(line.said->value) == "enabled";
         } else if (at <= behind || (table && line.text[0] == '#')) {
             continue;
@@ -182,9 +179,9 @@ void accounting::tell_some(const char *id, std::string text, const place &at, co
     made.result = result;
 }
 
-const account_input *accounting::input_of(const upgrade_step &step) const {
+account_input *accounting::input_of(const upgrade_step &step) {
     auto found = std::find_if(inputs.begin(), inputs.end(), [&](const account_input &each) {
-        return each.name == step.argument && (each.table != nullptr) == (step.letter == 'n') && !each.unread;
+        return each.name == step.argument && (each.table != nullptr) == (step.letter == 'n');
     });
     return found == inputs.end() ? nullptr : &*found;
 }

@@ -16,15 +16,15 @@ inline bool begins(std::string_view text, std::string_view with) { return text.s
 /// One input. Of a file that is merged and imported, too, the import counts.
 struct account_input {
     std::string name;
-    uint32_t number = 0;                 ///< in `data.files`
-    size_t step = 0;                     ///< of the command, its first
-    const configuration *conf = nullptr; ///< null for a table
+    size_t step = 0; ///< of the command, its first
     const netperm_table *table = nullptr;
-    std::shared_ptr<place_keys> keys{};    ///< of a configuration
-    bool imported = false;                 ///< by -e
-    size_t import_step = 0, last_step = 0; ///< its import, and the last step of all that name it
-    bool translated = false;               ///< a table stands behind it, whose translation merges maps
-    bool unread = true;                    ///< the upgrade passes it over
+    const configuration *conf = nullptr; ///< null for a table
+    std::shared_ptr<place_keys> keys{};  ///< of a configuration
+    bool imported = false;               ///< by -e
+    size_t import_step = 0;
+    bool removed = false;    ///< it is imported, or an import that comes behind it removes proxies, policies and maps
+    bool translated = false; ///< a table stands behind it, whose translation merges maps
+    bool unread = true;      ///< the upgrade passes it over
 };
 
 /// One assignment or line of an input, and what became of it.
@@ -141,11 +141,11 @@ struct accounting {
     void tell_lost(size_t number, std::string text);
     /// Notes that a rule of a table, the line with that number, stands at `frag`; as its place if it has none yet.
     void note_rule(result_places &result, size_t number, const Frag *frag, std::string reason);
-    /// The input that a step of the command names, null if there is none or it is passed over.
-    const account_input *input_of(const upgrade_step &step) const;
+    /// The input that a step of the command names, null if there is none yet.
+    account_input *input_of(const upgrade_step &step);
     /// Whether an import removes what the line says.
     bool is_removed(const account_line &line) const {
-        return inputs[line.input].last_step < last_import &&
+        return inputs[line.input].removed &&
                (begins(line.key, "def_proxy_") || begins(line.key, "policy_") || begins(line.key, "map_"));
     }
     /// The path of an input's node in a result: a numbered save closes up the numbers of records.
@@ -193,7 +193,7 @@ inline bool is_map_line(const account_line &line) { return begins(line.key, "map
 /// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
 /// of its own, and an import removes what stands.
 struct merged_maps {
-    merged_maps(const accounting &all, result_places &own);
+    merged_maps(accounting &all, result_places &own);
     /// The first line of the map that stands in the way of a line's; `NO_LINE` if there is none.
     size_t winner(const account_line &line) const;
 

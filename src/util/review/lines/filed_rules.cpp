@@ -121,7 +121,7 @@ std::string table_reason(const accounting &all, size_t number) {
         return found != input.table->dropped.end() ? found->second : "";
     }
     const table_rule &rule = all.rule(line);
-    if (input.last_step < all.last_import && rule.attribute != "destination")
+    if (input.removed && rule.attribute != "destination")
         return "-e removes all proxies that are there";
     auto is_gone = [&](const std::string &name) {
         return is_no_proxy(name) || is_dropped_proxy(name, all.data.release);

@@ -56,7 +56,7 @@ struct standing_maps {
 
 } // namespace
 
-merged_maps::merged_maps(const accounting &all, result_places &own) {
+merged_maps::merged_maps(accounting &all, result_places &own) {
     std::unordered_map<const Frag *, size_t> first_lines;
     for (size_t i = 0; i < all.lines.size(); i++)
         if (is_map_line(all.lines[i]))
@@ -66,12 +66,14 @@ merged_maps::merged_maps(const accounting &all, result_places &own) {
     for (size_t i = all.last_import; i < all.in.command.steps.size(); i++) {
         const upgrade_step &step = all.in.command.steps[i];
         const account_input *input = strchr("nm", step.letter) ? all.input_of(step) : nullptr;
-        for (const Frag *map : input && input->table ? own.conf.children("map") : std::vector<Frag *>())
+        if (!input || input->unread)
+            continue;
+        for (const Frag *map : input->table ? own.conf.children("map") : std::vector<Frag *>())
             if (size_t line = own.notes(map).from; line != NO_LINE && !all.lines[line].said) {
                 first_lines.emplace(map, line);
                 stand.push_back(map);
             }
-        if (!input || !merged.insert(input->conf).second)
+        if (!merged.insert(input->conf).second)
             continue;
         standing_maps maps{*input->conf};
         bool is_first = stand.empty();

@@ -225,7 +225,7 @@ bool line_placer::place_moved(size_t number) {
     account_line &line = all.lines[number];
     const std::string &key = line.key;
     const Frag *element = nullptr;
-    if (all.inputs[line.input].last_step < all.last_import) // it is imported, or there when a file is
+    if (all.inputs[line.input].removed)
         element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
                                                      std::string(line.said->value))
                                       : address_field(line);
@@ -287,12 +287,12 @@ void line_placer::place(size_t number) {
     }
     const account_input &input = all.inputs[line.input];
     bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
+    auto is_last = [&](const configuration &scanned) {
+        return scanned.line_of(scanned.find(line.key.c_str())) == line.line;
+    };
     bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") &&
-                    input.name == all.in.command.old_conf && !input.conf->find("def_proxy");
-    if (is_words) { // these are taken of the last line of a key
-        const configuration *scanned = all.in.files.conf(input.name, conf_layout::as_written);
-        is_words = scanned->line_of(scanned->find(line.key.c_str())) == line.line;
-    }
+                    input.name == all.in.command.old_conf && !input.conf->find("def_proxy") &&
+                    is_last(*all.in.files.conf(input.name, conf_layout::as_written));
     bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
     bool is_late =
         !counts && !input.imported && !is_forced && !is_numbered(line) && all.value(line) != text_of(line.said->node);

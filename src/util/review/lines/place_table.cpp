@@ -267,7 +267,7 @@ void accounting::note_rule(result_places &result, size_t number, const Frag *fra
 }
 
 void accounting::tell_lost(size_t number, std::string text) {
-    if (inputs[lines[number].input].last_step >= last_import)
+    if (!inputs[lines[number].input].removed)
         tell_some("lost", std::move(text), lines[number]);
 }
 

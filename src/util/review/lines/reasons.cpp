@@ -110,8 +110,8 @@ const maprec *reason_finder::service_of(const account_line &line) const {
 unsigned reason_finder::conditions(const account_line &line) const {
     const account_input &input = all.inputs[line.input];
     bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-    return of_run | (service_of(line) ? SERVED : 0U) | (input.last_step < all.last_import ? REMOVED : 0U) |
-           (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
+    return of_run | (service_of(line) ? SERVED : 0U) | (input.removed ? REMOVED : 0U) | (input.unread ? UNREAD : 0U) |
+           (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
 }
 
 /// The reason of the first row for the key whose conditions hold and that has all bits of `asked`; null if there is
@@ -226,7 +226,7 @@ size_t entry_depth(const account_line &line) {
 // Whether a line can't win in an entry of numbered records: it is of the same file and says something else in the
 // entry, or is of another entry there, or gives an address, which leads to the entry that has it.
 bool is_of_another(const account_line &winner, const account_line &line) {
-    if (!is_numbered(line) || winner.input != line.input || !winner.said || !winner.said->node)
+    if (!is_numbered(line) || winner.input != line.input || !winner.said)
         return false;
     if (!is_numbered(winner))
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
@@ -238,8 +238,6 @@ bool is_of_another(const account_line &winner, const account_line &line) {
 
 // The line that has the place which this one would have.
 size_t reason_finder::winner(const account_line &line) const {
-    if (!line.said || !line.said->node)
-        return NO_LINE;
     std::vector<const Frag *> places = own.at(line.key);
     const Frag *frag = places.empty() ? nullptr : places.front();
     bool is_map = is_map_line(line);
@@ -304,7 +302,7 @@ void find_reasons(accounting &all, result_places &own) {
             continue;
         }
         line.reason = all.inputs[line.input].table ? table_reason(all, i) : finder.conf_reason(line);
-        size_t by = line.reason.empty() ? finder.winner(line) : NO_LINE;
+        size_t by = line.reason.empty() && line.said ? finder.winner(line) : NO_LINE;
         if (by != NO_LINE && by != i && finder.may_win(by, line))
             line.by = by;
     }

@@ -30,7 +30,7 @@ void check_owners(accounting &all, result_places &result) {
         size_t first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : NO_LINE;
         const account_input *ahead =
             first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
-        if (ahead && ahead->step < input.step && ahead->last_step >= all.last_import)
+        if (ahead && ahead->step < input.step && !ahead->removed)
             tell_ahead("has the policy", all.lines[first]);
         if (!is_numbered(line))
             continue;
