@@ -55,9 +55,8 @@ std::vector<left_line> matched_file::left(likeness by, bool is_file) {
         std::string text(line.key);
         if (line.node && !by.bytes) {
             place_keys::key_of place = keys.find(line.node, place_keys::FIRST);
-            text = by.path ? place_keys::path(line.node) : "";
-            text += by.key ? '\n' + place.key : "";
-            text += format("\n{}", by.prefix ? prefix_of(place.named ? place.bits : line.bits) : "");
+            text = format("{}\n{}\n{}", by.path ? place_keys::path(line.node) : "", by.key ? place.key : "",
+                          by.prefix ? prefix_of(place.named ? place.bits : line.bits) : "");
         }
         if (is_name && !by.bytes)
             text = name_key(text);
