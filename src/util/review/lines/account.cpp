@@ -4,7 +4,6 @@
 #include "upgrade.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fmt/format.h>
 #include <set>
 #include <utility>

@@ -139,8 +139,8 @@ struct accounting {
     place in_result(long line) const { return {in.result.name, line}; }
     /// Tells a loss, unless an import takes the line away.
     void tell_lost(size_t number, std::string text);
-    /// Notes that a rule of a table, the line with that number, stands at `frag`; as its place if it has none yet.
-    void note_rule(result_places &result, size_t number, const Frag *frag, std::string reason);
+    /// Notes that the line with that number stands at `frag` in another shape, as its place if it has none yet.
+    void note_reshaped(result_places &result, size_t number, const Frag *frag, std::string reason);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
     /// Whether an import removes what the line says.

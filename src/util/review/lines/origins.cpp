@@ -31,202 +31,195 @@ struct origin_finder {
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
     std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
 
-    void prepare();
-    void prepare_release();
-    size_t input_line(const conf_line &line) const;
-    bool is_layout(const conf_line &line) const;
-    written_line find(const conf_line &line) const;
-    void tell_missing() const;
-    bool is_odd_rule(const conf_line &line) const;
-    void check_interfaces() const;
+    void prepare_release() {
+        const configuration &conf = result.conf;
+        int release = all.data.release, version = all.in.command.version;
+        set["version_moatwall.conf"] = {format("{:03}", version == 99 ? 50 : version), true};
+        set["def_proxy_global_name"] = {"*"};
+        if (release != 55) {
+            set["version_firewall"] = {"5.5", true};
+            set["version_upgraded"] = {release < 40 ? "PRE 4.0" : "POST 4.0", true};
+        }
+        if (all.has_tables) // a table takes the value, and the key stays
+            set["trusted_networks"] = set["untrusted_networks"] = {};
+        for (const char *const *name = login_services; all.logs_in && *name; name++) {
+            set[format("def_proxy_{}", *name)] = {*name};
+            set[format("def_proxy_{}_state", *name)] = {"on", true};
+        }
+        for (auto &[key, made] : set)
+            made.near = conf.find(key.c_str());
+        for (const maprec *row = services_of(conf) == map_nt ? map_nt : nullptr; row && row->proxy; row++)
+            if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
+                set[format("proxy_{}", row->service)] = {configuration::value(state, ""), all.in.command.numbered(),
+                                                         state};
+        for (const Frag *proxy : conf.children("def_proxy")) {
+            const char *program = program_of(configuration::value(proxy, "proxy-type"));
+            const Frag *there = find_named(proxy->child, "proxy-exec");
+            if (program && release != 55) // a list stands in the place of a value, which is not saved then
+                set[place_keys::path(proxy) + "_proxy-exec"] = {program, !there || !there->child, proxy};
+        }
+    }
+
+    void prepare() {
+        prepare_release();
+        for (size_t i = 0; i < all.lines.size(); i++) {
+            const account_line &line = all.lines[i];
+            if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
+                filter_rules.insert(line.said->value);
+            if (line.said && covers("pfedit_*_rule*_*", line.said->key))
+                filter_fields.emplace(format("{}={}", line.said->key, line.said->value), i);
+            for (size_t r = 0; r < line.rules; r++)
+                for (const std::string &name : all.rule(line, r).names)
+                    if (name == "alerts" || (!is_no_proxy(name) && !is_removed_proxy(name)))
+                        proxies.emplace(name, i);
+            if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
+                proxies.emplace("global", i);
+        }
+        for (const char *list : {"Inside", "Outside", "Service"}) {
+            decltype(located) there;
+            for (const Frag *each : result.conf.children(format("netobj_list_{}_element", list).c_str()))
+                if (std::string interface = configuration::value(each, "interface");
+                    !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
+                    there[lowercase(interface)].push_back(each);
+            located.merge(there); // but for those of the lists ahead
+        }
+    }
+
+    size_t input_line(const conf_line &line) const {
+        auto twin = result.doubles.find(&line);
+        const node_notes &notes = result.notes(twin == result.doubles.end() ? line.node : &twin->second);
+        if (size_t direct = line.role == line_role::name ? notes.named : notes.valued; direct != NO_LINE)
+            return direct;
+        // The name of a parameter comes with its value, that of a record with what stands in it.
+        if (line.role == line_role::name || !line.node->value)
+            if (size_t first = result.notes(line.node).from; first != NO_LINE)
+                return first;
+        // Some lines make a whole record.
+        for (size_t depth : {1, 2})
+            if (size_t record = result.notes(at_depth(line.node, depth)).valued; record != NO_LINE)
+                return record;
+        if (is_named(line.node, "alias"))
+            return result.notes(line.node->parent).from;
+        // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of
+        // it.
+        bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
+                        is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
+        bool is_set = line.role != line_role::count && at_depth(line.node, 4) == line.node &&
+                      is_named(at_depth(line.node, 3), "config-sets");
+        auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
+        if (rule == proxies.end())
+            return NO_LINE;
+        std::string name = clear_name(line.node), digits = "-0123456789"; // tn-px, tn-px-2, tn-px-3
+        bool is_made = begins(name, rule->first) && name.find_first_not_of(digits, rule->first.size()) == name.npos;
+        return is_proxy || is_made ? rule->second : NO_LINE;
+    }
+
+    bool is_layout(const conf_line &line) const {
+        if (line.key == "nat_numrules" || line.key == "cust_num_proxies")
+            return true;
+        const Frag *record = at_depth(line.node, 2), *element = at_depth(line.node, 4);
+        if (!record || !all.in.command.numbered())
+            return false;
+        std::string path = place_keys::path(line.node), name = clear_name(record);
+        if (line.role == line_role::name && line.node == record && name.find_first_not_of("0123456789") == name.npos)
+            return true; // a record that no line names is called by its number
+        if (has_prefix(path.c_str(), "def_proxy_"))
+            return is_named(line.node, "name") && line.node->parent == record &&
+                   (line.value == name || (line.value == "*" && name == "global"));
+        if (!has_prefix(path.c_str(), "netobj_list_"))
+            return false;
+        bool is_all = name == "all_interfaces";
+        if (line.role == line_role::name)
+            return is_all || is_location(record) || covers("*$INTERFACE", name);
+        if (!is_all || !element)
+            return false;
+        // An interface that stands in a location list is listed with all that is said of it there.
+        auto there = located.find(lowercase(configuration::value(element, "interface")));
+        if (there == located.end() || is_named(line.node, "location"))
+            return is_named(line.node, "location"); // which is checked by itself
+        return std::any_of(there->second.begin(), there->second.end(),
+                           [&](const Frag *each) { return configuration::value(each, line.node->name) == line.value; });
+    }
+
+    // A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is; and the fields
+    // of one that came in field by field each have a line.
+    bool is_odd_rule(const conf_line &line) const {
+        if (!is_filter_rule(line.node))
+            return false;
+        bool is_cut = line.value.size() >= RULE_LIMIT;
+        if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && !is_cut &&
+            std::count(line.value.begin(), line.value.end(), '+') < 9 && filter_rules.count(line.value) == 0)
+            return true;
+        const Frag *field = result.notes(line.node).valued == NO_LINE ? line.node->child : nullptr;
+        while (field && (result.notes(field).valued != NO_LINE || (is_cut && is_named(field, "comment"))))
+            field = field->next;
+        return field != nullptr;
+    }
+
+    written_line find(const conf_line &line) const {
+        // The proxy for all is saved as `*`.
+        if (begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key)))
+            return {};
+        if (!line.node) {
+            auto field = filter_fields.find(format("{}={}", line.key, line.value));
+            if (field != filter_fields.end())
+                return {origin::input, field->second};
+            return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
+        }
+        bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
+        // A parameter's name that begins like a prefix is written otherwise than it is stored.
+        std::string value(line.value);
+        is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
+                                attr_revmap(value.c_str()) != value);
+        if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
+            return {origin::input, from};
+        if (is_layout(line))
+            return {origin::layout};
+        auto made = set.find(place_keys::path(line.node));
+        bool has_name = line.role == line_role::name && line.node->value;
+        bool is_made = made != set.end() && made->second.value == (has_name ? line.node->value : line.value);
+        return {is_made ? origin::release : origin::nowhere};
+    }
+
+    // What the release sets in every result.
+    void tell_missing() const {
+        for (const auto &[key, made] : set)
+            if (made.always && result.conf.value(key.c_str()) != made.value)
+                all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
+                              all.in_result(result.conf.line_of(made.near)));
+    }
+
+    // The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.
+    void check_interfaces() const {
+        auto tell = [&](const char *id, const Frag *element, const std::string &what) {
+            std::string name = configuration::value(element, "interface");
+            all.tell_some(id, format("the interface {} {}", name, what), all.in_result(result.conf.line_of(element)));
+        };
+        for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
+            if (!result.conf.record("netobj_list", list))
+                all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
+        std::set<std::string> listed;
+        for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
+            std::string name = lowercase(configuration::value(each, "interface")),
+                        location = configuration::value(each, "location");
+            if (!listed.insert(name).second && !is_blanks(name.c_str()))
+                tell("from-nowhere", each, "stands twice in the list of all interfaces");
+            auto there = located.find(name);
+            if (location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
+                tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
+            for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
+                if (there != located.end() &&
+                    std::none_of(there->second.begin(), there->second.end(), [&](const Frag *element) {
+                        const Frag *said = find_named(element->child, field);
+                        return !said || text_of(said) == configuration::value(each, field);
+                    }))
+                    tell("lost", there->second[0], format("has another {} in the list of all interfaces", field));
+        }
+        for (const auto &[name, elements] : located)
+            if (listed.count(name) == 0)
+                tell("lost", elements[0], "stands in no list of all interfaces");
+    }
 };
-
-void origin_finder::prepare_release() {
-    const configuration &conf = result.conf;
-    int release = all.data.release, version = all.in.command.version;
-    set["version_moatwall.conf"] = {format("{:03}", version == 99 ? 50 : version), true};
-    set["def_proxy_global_name"] = {"*"};
-    if (release != 55) {
-        set["version_firewall"] = {"5.5", true};
-        set["version_upgraded"] = {release < 40 ? "PRE 4.0" : "POST 4.0", true};
-    }
-    if (all.has_tables) // a table takes the value, and the key stays
-        set["trusted_networks"] = set["untrusted_networks"] = {};
-    for (const char *const *name = login_services; all.logs_in && *name; name++) {
-        set[format("def_proxy_{}", *name)] = {*name};
-        set[format("def_proxy_{}_state", *name)] = {"on", true};
-    }
-    for (auto &[key, made] : set)
-        made.near = conf.find(key.c_str());
-    for (const maprec *row = services_of(conf) == map_nt ? map_nt : nullptr; row && row->proxy; row++)
-        if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
-            set[format("proxy_{}", row->service)] = {configuration::value(state, ""), all.in.command.numbered(), state};
-    for (const Frag *proxy : conf.children("def_proxy")) {
-        const char *program = program_of(configuration::value(proxy, "proxy-type"));
-        const Frag *there = find_named(proxy->child, "proxy-exec");
-        if (program && release != 55) // a list stands in the place of a value, which is not saved then
-            set[place_keys::path(proxy) + "_proxy-exec"] = {program, !there || !there->child, proxy};
-    }
-}
-
-void origin_finder::prepare() {
-    prepare_release();
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
-        if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
-            filter_rules.insert(line.said->value);
-        if (line.said && covers("pfedit_*_rule*_*", line.said->key))
-            filter_fields.emplace(format("{}={}", line.said->key, line.said->value), i);
-        for (size_t r = 0; r < line.rules; r++)
-            for (const std::string &name : all.rule(line, r).names)
-                if (name == "alerts" || (!is_no_proxy(name) && !is_removed_proxy(name)))
-                    proxies.emplace(name, i);
-        if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
-            proxies.emplace("global", i);
-    }
-    for (const char *list : {"Inside", "Outside", "Service"}) {
-        decltype(located) there;
-        for (const Frag *each : result.conf.children(format("netobj_list_{}_element", list).c_str()))
-            if (std::string interface = configuration::value(each, "interface");
-                !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
-                there[lowercase(interface)].push_back(each);
-        located.merge(there); // but for those of the lists ahead
-    }
-}
-
-size_t origin_finder::input_line(const conf_line &line) const {
-    auto twin = result.doubles.find(&line);
-    const node_notes &notes = result.notes(twin == result.doubles.end() ? line.node : &twin->second);
-    if (size_t direct = line.role == line_role::name ? notes.named : notes.valued; direct != NO_LINE)
-        return direct;
-    // The name of a parameter comes with its value, that of a record with what stands in it.
-    if (line.role == line_role::name || !line.node->value)
-        if (size_t first = result.notes(line.node).from; first != NO_LINE)
-            return first;
-    // Some lines make a whole record.
-    for (size_t depth : {1, 2})
-        if (size_t record = result.notes(at_depth(line.node, depth)).valued; record != NO_LINE)
-            return record;
-    if (is_named(line.node, "alias"))
-        return result.notes(line.node->parent).from;
-    // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of it.
-    bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
-                    is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
-    bool is_set = line.role != line_role::count && at_depth(line.node, 4) == line.node &&
-                  is_named(at_depth(line.node, 3), "config-sets");
-    auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
-    if (rule == proxies.end())
-        return NO_LINE;
-    std::string name = clear_name(line.node), digits = "-0123456789"; // tn-px, tn-px-2, tn-px-3
-    bool is_made = begins(name, rule->first) && name.find_first_not_of(digits, rule->first.size()) == name.npos;
-    return is_proxy || is_made ? rule->second : NO_LINE;
-}
-
-bool origin_finder::is_layout(const conf_line &line) const {
-    if (line.key == "nat_numrules" || line.key == "cust_num_proxies")
-        return true;
-    const Frag *record = at_depth(line.node, 2), *element = at_depth(line.node, 4);
-    if (!record || !all.in.command.numbered())
-        return false;
-    std::string path = place_keys::path(line.node), name = clear_name(record);
-    if (line.role == line_role::name && line.node == record && name.find_first_not_of("0123456789") == name.npos)
-        return true; // a record that no line names is called by its number
-    if (has_prefix(path.c_str(), "def_proxy_"))
-        return is_named(line.node, "name") && line.node->parent == record &&
-               (line.value == name || (line.value == "*" && name == "global"));
-    if (!has_prefix(path.c_str(), "netobj_list_"))
-        return false;
-    bool is_all = name == "all_interfaces";
-    if (line.role == line_role::name)
-        return is_all || is_location(record) || covers("*$INTERFACE", name);
-    if (!is_all || !element)
-        return false;
-    // An interface that stands in a location list is listed with all that is said of it there.
-    auto there = located.find(lowercase(configuration::value(element, "interface")));
-    if (there == located.end() || is_named(line.node, "location"))
-        return is_named(line.node, "location"); // which is checked by itself
-    return std::any_of(there->second.begin(), there->second.end(),
-                       [&](const Frag *each) { return configuration::value(each, line.node->name) == line.value; });
-}
-
-// A filter rule is saved with its ten fields, empty ones too, unless it is cut or came in as it is; and the fields of
-// one that came in field by field each have a line.
-bool origin_finder::is_odd_rule(const conf_line &line) const {
-    if (!is_filter_rule(line.node))
-        return false;
-    bool is_cut = line.value.size() >= RULE_LIMIT;
-    if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && !is_cut &&
-        std::count(line.value.begin(), line.value.end(), '+') < 9 && filter_rules.count(line.value) == 0)
-        return true;
-    const Frag *field = result.notes(line.node).valued == NO_LINE ? line.node->child : nullptr;
-    while (field && (result.notes(field).valued != NO_LINE || (is_cut && is_named(field, "comment"))))
-        field = field->next;
-    return field != nullptr;
-}
-
-written_line origin_finder::find(const conf_line &line) const {
-    // The proxy for all is saved as `*`.
-    if (begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key)))
-        return {};
-    if (!line.node) {
-        auto field = filter_fields.find(format("{}={}", line.key, line.value));
-        if (field != filter_fields.end())
-            return {origin::input, field->second};
-        return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
-    }
-    bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
-    // A parameter's name that begins like a prefix is written otherwise than it is stored.
-    std::string value(line.value);
-    is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
-                            attr_revmap(value.c_str()) != value);
-    if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
-        return {origin::input, from};
-    if (is_layout(line))
-        return {origin::layout};
-    auto made = set.find(place_keys::path(line.node));
-    bool has_name = line.role == line_role::name && line.node->value;
-    bool is_made = made != set.end() && made->second.value == (has_name ? line.node->value : line.value);
-    return {is_made ? origin::release : origin::nowhere};
-}
-
-// What the release sets in every result.
-void origin_finder::tell_missing() const {
-    for (const auto &[key, made] : set)
-        if (made.always && result.conf.value(key.c_str()) != made.value)
-            all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
-                          all.in_result(result.conf.line_of(made.near)));
-}
-
-// The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.
-void origin_finder::check_interfaces() const {
-    auto tell = [&](const char *id, const Frag *element, const std::string &what) {
-        std::string name = configuration::value(element, "interface");
-        all.tell_some(id, format("the interface {} {}", name, what), all.in_result(result.conf.line_of(element)));
-    };
-    for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
-        if (!result.conf.record("netobj_list", list))
-            all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
-    std::set<std::string> listed;
-    for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
-        std::string name = lowercase(configuration::value(each, "interface")),
-                    location = configuration::value(each, "location");
-        if (!listed.insert(name).second && !is_blanks(name.c_str()))
-            tell("from-nowhere", each, "stands twice in the list of all interfaces");
-        auto there = located.find(name);
-        if (location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
-            tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
-        for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
-            if (there != located.end() &&
-                std::none_of(there->second.begin(), there->second.end(), [&](const Frag *element) {
-                    const Frag *said = find_named(element->child, field);
-                    return !said || text_of(said) == configuration::value(each, field);
-                }))
-                tell("lost", there->second[0], format("has another {} in the list of all interfaces", field));
-    }
-    for (const auto &[name, elements] : located)
-        if (listed.count(name) == 0)
-            tell("lost", elements[0], "stands in no list of all interfaces");
-}
 
 } // namespace
 

@@ -11,113 +11,6 @@ struct spot {
     bool is_turned = false;
 };
 
-/// Places a line by the key of what it says.
-struct line_placer {
-    accounting &all;
-    result_places &result;
-
-    void place(size_t number);
-    spot find(const account_line &line, const std::string &key) const;
-    spot find_free(const account_line &line) const;
-    bool place_at(size_t number, const Frag *frag, bool is_turned);
-    bool place_by_number(size_t number);
-    bool is_of_another(const account_line &line, const Frag *frag) const;
-    bool place_moved(size_t number);
-    bool place_fields(size_t number);
-    /// Whether another line stands there; of a filter rule, one of its fields.
-    bool is_taken(const Frag *frag) const {
-        return result.notes(frag).valued != NO_LINE || (is_filter_rule(frag) && result.notes(frag).from != NO_LINE);
-    }
-    bool place_name(size_t number);
-    bool place_words(size_t number, const std::string &list);
-    static const Frag *element_with(const Frag *elements, const std::string &address);
-    const Frag *address_field(const account_line &line) const;
-};
-
-// Where another line stands already, this one says the same again.
-bool line_placer::place_at(size_t number, const Frag *frag, bool is_turned) {
-    account_line &line = all.lines[number];
-    line.place = frag;
-    line.turned = is_turned;
-    node_notes &notes = result.notes(frag);
-    uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
-    size_t first = standing;
-    bool is_free = note_line(standing, number);
-    if (is_free)
-        result.claim(frag, number);
-    // What the result's own line says otherwise, or not at all, is in another shape.
-    const conf_line *there = result.conf.origin(frag);
-    bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
-    line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
-    line.reason = is_turned ? "with another prefix" : is_same ? "" : "in another shape";
-    if (!is_free && !is_turned) {
-        line.by = first;
-        line.candidate = true;
-    }
-    return true;
-}
-
-// Whether the file of a line of an element has the address that the number leads to in another element of the list.
-bool line_placer::is_of_another(const account_line &line, const Frag *frag) const {
-    const Frag *element = at_depth(line.said->node, 4);
-    std::string address = configuration::value(element, "addr"),
-                there = configuration::value(at_depth(frag, 4), "addr");
-    return !address.empty() && address != there && element_with(element->parent, there);
-}
-
-// An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
-// still the same.
-bool line_placer::place_by_number(size_t number) {
-    account_line &line = all.lines[number];
-    std::string path = place_keys::path(line.said->node);
-    size_t numbered = line.key.find('#');
-    if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
-        path.compare(0, numbered, line.key, 0, numbered) != 0)
-        return false;
-    const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
-    if (!frag || !frag->value || text_of(frag) != all.value(line) || is_of_another(line, frag))
-        return false;
-    if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
-        return false; // a table's destination
-    return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
-}
-
-// The fields of a filter rule's text in a record that nobody else has, where a file that is merged adds others.
-bool line_placer::place_fields(size_t number) {
-    account_line &line = all.lines[number];
-    const Frag *rule = line.said->node;
-    if (!is_filter_rule(rule) || !rule->child)
-        return false;
-    auto has_fields = [&](const Frag *record) {
-        const Frag *field = rule->child;
-        while (field && configuration::value(record, field->name) == text_of(field))
-            field = field->next;
-        return !field;
-    };
-    // Its number can be another now, since numbers close up where some are left out.
-    const Frag *family = result.conf.find(place_keys::path(rule->parent).c_str());
-    const Frag *record = family ? family->child : nullptr;
-    while (record && (is_taken(record) || !has_fields(record)))
-        record = record->next;
-    if (!record)
-        return false;
-    for (const Frag *field = record->child; field; field = field->next)
-        if (find_named(rule->child, field->name))
-            result.stand(field, number);
-    line.place = record;
-    line.became = fate::reshaped;
-    line.reason = "with fields of another file";
-    result.claim(record, number);
-    return true;
-}
-
-const Frag *line_placer::element_with(const Frag *elements, const std::string &address) {
-    const Frag *element = elements ? elements->child : nullptr;
-    while (element && configuration::value(element, "addr") != address)
-        element = element->next;
-    return element;
-}
-
 /// The words of a text of networks: what stands behind a `%` is decoded, a `#` begins a comment at the start of a line,
 /// and a word counts once a blank or a line end stands behind it. One that doesn't is added to `missing`.
 std::vector<std::string> network_words(std::string_view text, std::vector<std::string> &missing) {
@@ -152,92 +45,6 @@ std::vector<std::string> network_words(std::string_view text, std::vector<std::s
     return words;
 }
 
-// Each word of an old list of networks must be an element, the last one too, which is lost without a line end.
-bool line_placer::place_words(size_t number, const std::string &list) {
-    account_line &line = all.lines[number];
-    std::vector<std::string> missing, words = network_words(line.said->value, missing);
-    std::unordered_map<std::string, std::vector<const Frag *>> elements;
-    for (const Frag *element : result.conf.children(("netobj_list_" + list + "_element").c_str()))
-        elements[configuration::value(element, "addr")].push_back(element);
-    for (const std::string &word : words) {
-        // A byte of zero ends a word, and what stands behind it is lost.
-        if (size_t end = word.find('\0'); end != word.npos && end + 1 < word.size())
-            missing.push_back(word.c_str() + end + 1);
-        auto &found = elements[word.c_str()];
-        if (found.empty()) {
-            missing.push_back(word);
-            continue;
-        }
-        line.place = found.front();
-        if (!find_named(found.front()->child, "name"))
-            missing.push_back(word);
-        for (const Frag *field = found.front()->child; field; field = field->next)
-            if (text_of(field) == word.c_str())
-                result.stand(field, number);
-        found.erase(found.begin());
-    }
-    if (const Frag *made = result.conf.record("netobj_list", list)) // without words, too
-        result.claim(made, number);
-    if (words.empty() && missing.empty() && !all.has_tables)
-        return false;
-    line.became = fate::reshaped;
-    line.reason = "elements of the list " + list;
-    // A table takes the value, and the key stays.
-    if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr; key && key->vlen == 0) {
-        line.place = line.place ? line.place : key;
-        result.stand(key, number);
-    }
-    for (const std::string &word : missing)
-        all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
-    return true;
-}
-
-// The field of a location list's element that an address key of an imported file became.
-const Frag *line_placer::address_field(const account_line &line) const {
-    const configuration &conf = *all.inputs[line.input].conf;
-    auto [row, field] = find_address_key(line.key);
-    std::string address = row ? conf.value((std::string("ip_") + row->address).c_str()) : "";
-    const Frag *element = is_placeholder(address) ? nullptr : element_with(result.conf.find(row->elements), address);
-    const Frag *there = element ? find_named(element->child, field) : nullptr;
-    return there && text_of(there) == line.said->value ? there : nullptr;
-}
-
-// In the canonical layout a name stands in the keys of what it names. The list of an interface's aliases is read as
-// part of the list that the interface stands in, if any, which can be made by the upgrade.
-bool line_placer::place_name(size_t number) {
-    account_line &line = all.lines[number];
-    if (line.said->role != line_role::name)
-        return false;
-    const Frag *frag = nullptr;
-    if (!result.conf.numbered)
-        frag = result.conf.find(place_keys::path(line.said->node).c_str());
-    else if (auto list = result.alias_lists.find(line.said->value); list != result.alias_lists.end())
-        frag = list->second;
-    if (!frag || (frag->value && text_of(frag) != all.value(line)))
-        return false;
-    place_at(number, frag, false);
-    line.became = result.conf.numbered ? line.became : fate::reshaped;
-    return true;
-}
-
-// What the upgrade moves to another key, value and all.
-bool line_placer::place_moved(size_t number) {
-    account_line &line = all.lines[number];
-    const std::string &key = line.key;
-    const Frag *element = nullptr;
-    if (all.inputs[line.input].removed)
-        element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
-                                                     std::string(line.said->value))
-                                      : address_field(line);
-    if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
-        return false;
-    all.note_rule(result, number, element, "as " + place_keys::path(element));
-    for (const Frag *child = element->child; child; child = child->next)
-        if (text_of(child) == line.said->value || text_of(child) == key)
-            result.stand(child, number);
-    return true;
-}
-
 // Whether a later line of the file names the same record otherwise.
 bool is_renamed(const conf_line &said) {
     bool is_alias_list = said.node->parent && is_named(said.node->parent, "element"); // of an interface's own
@@ -245,78 +52,261 @@ bool is_renamed(const conf_line &said) {
            !is_named(said.node, "global") && !is_alias_list;
 }
 
-// The node of that key that says what the line does; rather one with its prefix, and one that no other line took.
-spot line_placer::find(const account_line &line, const std::string &key) const {
-    // The owner of a config set that a policy lists is not saved with it.
-    const Frag *above = line.said->node->parent;
-    bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
-    bool is_rule = has_prefix(key.c_str(), "pfedit_") && key == line.other_key; // its fields are the key
-    bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
-    const Frag *same = nullptr, *turned = nullptr;
-    for (const Frag *frag : result.at(key)) {
-        // A numbered save cuts the comment of a long filter rule.
-        bool is_cut = has_value && is_named(frag, "comment") && begins(line.key, "pfedit_") && result.conf.numbered &&
-                      at_depth(frag, 3) == frag && record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
-        if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
-            continue;
-        bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
-        const Frag *&into = fits ? same : turned;
-        if (!into || is_taken(into))
-            into = frag;
-    }
-    return {same ? same : turned, !same};
-}
+/// Places a line by the key of what it says.
+struct line_placer {
+    accounting &all;
+    result_places &result;
 
-// The same; the entries of a result that say the same as one of the file's can be of several files.
-spot line_placer::find_free(const account_line &line) const {
-    constexpr int MOST_TWINS = 8;
-    spot best = find(line, line.key);
-    for (int later = 1; is_numbered(line) && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
-        spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
-        if (twin.frag && (!best.frag || !is_taken(twin.frag)))
-            best = twin;
+    /// Whether another line stands there; of a filter rule, one of its fields.
+    bool is_taken(const Frag *frag) const {
+        return result.notes(frag).valued != NO_LINE || (is_filter_rule(frag) && result.notes(frag).from != NO_LINE);
     }
-    return best.frag || line.other_key.empty() ? best : find(line, line.other_key);
-}
 
-void line_placer::place(size_t number) {
-    account_line &line = all.lines[number];
-    if (!line.said || !line.said->node || is_renamed(*line.said)) {
-        line.candidate = true;
-        return;
+    // Where another line stands already, this one says the same again.
+    bool place_at(size_t number, const Frag *frag, bool is_turned) {
+        account_line &line = all.lines[number];
+        line.place = frag;
+        line.turned = is_turned;
+        node_notes &notes = result.notes(frag);
+        uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
+        size_t first = standing;
+        bool is_free = note_line(standing, number);
+        if (is_free)
+            result.claim(frag, number);
+        // What the result's own line says otherwise, or not at all, is in another shape.
+        const conf_line *there = result.conf.origin(frag);
+        bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
+        line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
+        line.reason = is_turned ? "with another prefix" : is_same ? "" : "in another shape";
+        if (!is_free && !is_turned) {
+            line.by = first;
+            line.candidate = true;
+        }
+        return true;
     }
-    const account_input &input = all.inputs[line.input];
-    bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
-    auto is_last = [&](const configuration &scanned) {
-        return scanned.line_of(scanned.find(line.key.c_str())) == line.line;
-    };
-    bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") &&
-                    input.name == all.in.command.old_conf && !input.conf->find("def_proxy") &&
-                    is_last(*all.in.files.conf(input.name, conf_layout::as_written));
-    bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
-    bool is_late =
-        !counts && !input.imported && !is_forced && !is_numbered(line) && all.value(line) != text_of(line.said->node);
-    // A table takes the value away, and what stands is not said by a line behind the one that counts.
-    spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
-    // What an import removed, or a policy that stood already, is not turned by another that says the like.
-    const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
-    size_t first = policy ? result.notes(policy).from : NO_LINE;
-    if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
-        best = spot();
-    bool merges = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0; // by its number
-    bool found = place_moved(number) || (merges && place_by_number(number)) ||
-                 (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
-                 place_name(number) || place_fields(number);
-    if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
-        line.candidate = false;
-        return;
+
+    // Whether the file of a line of an element has the address that the number leads to in another element of the list.
+    bool is_of_another(const account_line &line, const Frag *frag) const {
+        const Frag *element = at_depth(line.said->node, 4);
+        std::string address = configuration::value(element, "addr"),
+                    there = configuration::value(at_depth(frag, 4), "addr");
+        return !address.empty() && address != there && element_with(element->parent, there);
     }
-    // A key below which others came first has no value but an empty one.
-    const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
-    if (bare && bare->value && bare->vlen == 0 && bare->child)
-        result.stand(bare, number);
-    line.candidate = !found || line.candidate;
-}
+
+    // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
+    // still the same.
+    bool place_by_number(size_t number) {
+        account_line &line = all.lines[number];
+        std::string path = place_keys::path(line.said->node);
+        size_t numbered = line.key.find('#');
+        if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
+            path.compare(0, numbered, line.key, 0, numbered) != 0)
+            return false;
+        const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
+        if (!frag || !frag->value || text_of(frag) != all.value(line) || is_of_another(line, frag))
+            return false;
+        if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
+            return false; // a table's destination
+        return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
+    }
+
+    // The fields of a filter rule's text in a record that nobody else has, where a file that is merged adds others.
+    bool place_fields(size_t number) {
+        account_line &line = all.lines[number];
+        const Frag *rule = line.said->node;
+        if (!is_filter_rule(rule) || !rule->child)
+            return false;
+        auto has_fields = [&](const Frag *record) {
+            const Frag *field = rule->child;
+            while (field && configuration::value(record, field->name) == text_of(field))
+                field = field->next;
+            return !field;
+        };
+        // Its number can be another now, since numbers close up where some are left out.
+        const Frag *family = result.conf.find(place_keys::path(rule->parent).c_str());
+        const Frag *record = family ? family->child : nullptr;
+        while (record && (is_taken(record) || !has_fields(record)))
+            record = record->next;
+        if (!record)
+            return false;
+        for (const Frag *field = record->child; field; field = field->next)
+            if (find_named(rule->child, field->name))
+                result.stand(field, number);
+        line.place = record;
+        line.became = fate::reshaped;
+        line.reason = "with fields of another file";
+        result.claim(record, number);
+        return true;
+    }
+
+    static const Frag *element_with(const Frag *elements, const std::string &address) {
+        const Frag *element = elements ? elements->child : nullptr;
+        while (element && configuration::value(element, "addr") != address)
+            element = element->next;
+        return element;
+    }
+
+    // Each word of an old list of networks must be an element, the last one too, which is lost without a line end.
+    bool place_words(size_t number, const std::string &list) {
+        account_line &line = all.lines[number];
+        std::vector<std::string> missing, words = network_words(line.said->value, missing);
+        std::unordered_map<std::string, std::vector<const Frag *>> elements;
+        for (const Frag *element : result.conf.children(("netobj_list_" + list + "_element").c_str()))
+            elements[configuration::value(element, "addr")].push_back(element);
+        for (const std::string &word : words) {
+            // A byte of zero ends a word, and what stands behind it is lost.
+            if (size_t end = word.find('\0'); end != word.npos && end + 1 < word.size())
+                missing.push_back(word.c_str() + end + 1);
+            auto &found = elements[word.c_str()];
+            if (found.empty()) {
+                missing.push_back(word);
+                continue;
+            }
+            line.place = found.front();
+            if (!find_named(found.front()->child, "name"))
+                missing.push_back(word);
+            for (const Frag *field = found.front()->child; field; field = field->next)
+                if (text_of(field) == word.c_str())
+                    result.stand(field, number);
+            found.erase(found.begin());
+        }
+        if (const Frag *made = result.conf.record("netobj_list", list)) // without words, too
+            result.claim(made, number);
+        if (words.empty() && missing.empty() && !all.has_tables)
+            return false;
+        line.became = fate::reshaped;
+        line.reason = "elements of the list " + list;
+        // A table takes the value, and the key stays.
+        if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr; key && key->vlen == 0) {
+            line.place = line.place ? line.place : key;
+            result.stand(key, number);
+        }
+        for (const std::string &word : missing)
+            all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
+        return true;
+    }
+
+    // The field of a location list's element that an address key of an imported file became.
+    const Frag *address_field(const account_line &line) const {
+        const configuration &conf = *all.inputs[line.input].conf;
+        auto [row, field] = find_address_key(line.key);
+        std::string address = row ? conf.value((std::string("ip_") + row->address).c_str()) : "";
+        const Frag *element =
+            is_placeholder(address) ? nullptr : element_with(result.conf.find(row->elements), address);
+        const Frag *there = element ? find_named(element->child, field) : nullptr;
+        return there && text_of(there) == line.said->value ? there : nullptr;
+    }
+
+    // In the canonical layout a name stands in the keys of what it names. The list of an interface's aliases is read as
+    // part of the list that the interface stands in, if any, which can be made by the upgrade.
+    bool place_name(size_t number) {
+        account_line &line = all.lines[number];
+        if (line.said->role != line_role::name)
+            return false;
+        const Frag *frag = nullptr;
+        if (!result.conf.numbered)
+            frag = result.conf.find(place_keys::path(line.said->node).c_str());
+        else if (auto list = result.alias_lists.find(line.said->value); list != result.alias_lists.end())
+            frag = list->second;
+        if (!frag || (frag->value && text_of(frag) != all.value(line)))
+            return false;
+        place_at(number, frag, false);
+        line.became = result.conf.numbered ? line.became : fate::reshaped;
+        return true;
+    }
+
+    // What the upgrade moves to another key, value and all.
+    bool place_moved(size_t number) {
+        account_line &line = all.lines[number];
+        const std::string &key = line.key;
+        const Frag *element = nullptr;
+        if (all.inputs[line.input].removed)
+            element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
+                                                         std::string(line.said->value))
+                                          : address_field(line);
+        if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
+            return false;
+        all.note_reshaped(result, number, element, "as " + place_keys::path(element));
+        for (const Frag *child = element->child; child; child = child->next)
+            if (text_of(child) == line.said->value || text_of(child) == key)
+                result.stand(child, number);
+        return true;
+    }
+
+    // The node of that key that says what the line does; rather one with its prefix, and one that no other line took.
+    spot find(const account_line &line, const std::string &key) const {
+        // The owner of a config set that a policy lists is not saved with it.
+        const Frag *above = line.said->node->parent;
+        bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
+        bool is_rule = has_prefix(key.c_str(), "pfedit_") && key == line.other_key; // its fields are the key
+        bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
+        const Frag *same = nullptr, *turned = nullptr;
+        for (const Frag *frag : result.at(key)) {
+            // A numbered save cuts the comment of a long filter rule.
+            bool is_cut = has_value && is_named(frag, "comment") && begins(line.key, "pfedit_") &&
+                          result.conf.numbered && at_depth(frag, 3) == frag &&
+                          record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
+            if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
+                continue;
+            bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
+            const Frag *&into = fits ? same : turned;
+            if (!into || is_taken(into))
+                into = frag;
+        }
+        return {same ? same : turned, !same};
+    }
+
+    // The same; the entries of a result that say the same as one of the file's can be of several files.
+    spot find_free(const account_line &line) const {
+        constexpr int MOST_TWINS = 8;
+        spot best = find(line, line.key);
+        for (int later = 1; is_numbered(line) && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
+            spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
+            if (twin.frag && (!best.frag || !is_taken(twin.frag)))
+                best = twin;
+        }
+        return best.frag || line.other_key.empty() ? best : find(line, line.other_key);
+    }
+
+    void place(size_t number) {
+        account_line &line = all.lines[number];
+        if (!line.said || !line.said->node || is_renamed(*line.said)) {
+            line.candidate = true;
+            return;
+        }
+        const account_input &input = all.inputs[line.input];
+        bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
+        auto is_last = [&](const configuration &scanned) {
+            return scanned.line_of(scanned.find(line.key.c_str())) == line.line;
+        };
+        bool is_words = (line.key == "trusted_networks" || line.key == "untrusted_networks") &&
+                        input.name == all.in.command.old_conf && !input.conf->find("def_proxy") &&
+                        is_last(*all.in.files.conf(input.name, conf_layout::as_written));
+        bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
+        bool is_late = !counts && !input.imported && !is_forced && !is_numbered(line) &&
+                       all.value(line) != text_of(line.said->node);
+        // A table takes the value away, and what stands is not said by a line behind the one that counts.
+        spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
+        // What an import removed, or a policy that stood already, is not turned by another that says the like.
+        const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
+        size_t first = policy ? result.notes(policy).from : NO_LINE;
+        if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
+            best = spot();
+        bool by_number = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0;
+        bool found = place_moved(number) || (by_number && place_by_number(number)) ||
+                     (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
+                     place_name(number) || place_fields(number);
+        if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
+            line.candidate = false;
+            return;
+        }
+        // A key below which others came first has no value but an empty one.
+        const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
+        if (bare && bare->value && bare->vlen == 0 && bare->child)
+            result.stand(bare, number);
+        line.candidate = !found || line.candidate;
+    }
+};
 
 } // namespace
 

@@ -87,7 +87,8 @@ struct host_placer {
                 taken.insert(now);
                 take(rule, *now, address, number);
             } else if (address && rule.unmarked) {
-                all.note_rule(result, number, address, rule.permit ? "in a map that denies" : "in a map that permits");
+                all.note_reshaped(result, number, address,
+                                  rule.permit ? "in a map that denies" : "in a map that permits");
             } else if ((!has_star || patterns.size() < MOST_PATTERNS) && !is_dropped_proxy(proxy, all.data.release)) {
                 all.tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
             }
@@ -104,9 +105,9 @@ struct host_placer {
         last = &rule;
         last_now = &now;
         size_t last_map = std::exchange(of_map, !is_group ? of_map : alike.empty() ? now.source : alike.front());
-        all.note_rule(result, number, address ? address : side.maps[of_map].frag,
-                      now.pattern == rule.pattern ? format("in map {}", side.maps[of_map].number)
-                                                  : "as a host equal but for the case of letters");
+        all.note_reshaped(result, number, address ? address : side.maps[of_map].frag,
+                          now.pattern == rule.pattern ? format("in map {}", side.maps[of_map].number)
+                                                      : "as a host equal but for the case of letters");
         if (!is_group)
             return;
         if (of_map < last_map && all.in.before.tables.size() == 1 && all.inputs.front().table)

@@ -102,7 +102,7 @@ struct attribute_placer {
                 ++at;
             if (at == end)
                 continue;
-            all.note_rule(result, line, at->second, "as " + place_keys::path(at->second));
+            all.note_reshaped(result, line, at->second, "as " + place_keys::path(at->second));
             if (std::next(at) != end)
                 places.erase(at); // each rule has a place of its own
             return;
@@ -146,7 +146,7 @@ struct attribute_placer {
         if (at == places.end())
             return nullptr;
         const Frag *record = places.extract(at).mapped();
-        all.note_rule(result, of.line, record, "as record " + clear_name(record) + " of dest");
+        all.note_reshaped(result, of.line, record, "as record " + clear_name(record) + " of dest");
         return record;
     }
 
@@ -232,7 +232,7 @@ struct attribute_placer {
             if (by != NO_LINE && !all.lines[by].said)
                 all.tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
             else if (by == NO_LINE || !is_placed) {
-                all.note_rule(result, number, frag, "with another prefix");
+                all.note_reshaped(result, number, frag, "with another prefix");
                 line.turned = line.turned || !is_placed;
                 if (is_placed)
                     all.tell_some("turned", turned_text(line, frag), line, {},
@@ -255,7 +255,7 @@ access_side with_removed(const accounting &all, access_side side) {
 
 } // namespace
 
-void accounting::note_rule(result_places &result, size_t number, const Frag *frag, std::string reason) {
+void accounting::note_reshaped(result_places &result, size_t number, const Frag *frag, std::string reason) {
     account_line &line = lines[number];
     if (!line.place) {
         line.place = frag;

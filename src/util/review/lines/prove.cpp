@@ -31,46 +31,43 @@ struct prover {
     std::vector<size_t> proved{};
     bool failed = false;
 
-    bool same_without(const std::vector<size_t> &left_out);
-    void prove(const std::vector<size_t> &asked);
+    bool same_without(const std::vector<size_t> &left_out) {
+        std::map<std::string, std::vector<bool>> blank;
+        for (size_t i : left_out) {
+            const account_line &line = all.lines[i];
+            std::vector<bool> &of_file = blank[all.inputs[line.input].name];
+            of_file.resize(std::max(of_file.size(), static_cast<size_t>(line.end_line) + 1));
+            for (long at = line.line; at <= line.end_line; at++)
+                of_file[static_cast<size_t>(at)] = true;
+        }
+        replaced_files instead;
+        for (const auto &[name, of_file] : blank)
+            instead[name] = blanked(*all.in.files.bytes(name), of_file);
+        runs_left--;
+        upgrade_result run = run_upgrade(all.in.command, instead, true);
+        failed = failed || !run.good();
+        return run.good() && run.output == all.in.own.bytes;
+    }
+
+    // Adds those of `asked` that can be left out together with what is proved so far.
+    void prove(const std::vector<size_t> &asked) {
+        if (asked.empty())
+            return;
+        if (runs_left == 0 || failed)
+            return say(all, asked, proof::not_tried);
+        std::vector<size_t> together = proved;
+        together.insert(together.end(), asked.begin(), asked.end());
+        if (same_without(together)) {
+            proved = std::move(together);
+            return;
+        }
+        if (asked.size() == 1)
+            return say(all, asked, proof::run);
+        auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
+        prove({asked.begin(), middle});
+        prove({middle, asked.end()});
+    }
 };
-
-bool prover::same_without(const std::vector<size_t> &left_out) {
-    std::map<std::string, std::vector<bool>> blank;
-    for (size_t i : left_out) {
-        const account_line &line = all.lines[i];
-        std::vector<bool> &of_file = blank[all.inputs[line.input].name];
-        of_file.resize(std::max(of_file.size(), static_cast<size_t>(line.end_line) + 1));
-        for (long at = line.line; at <= line.end_line; at++)
-            of_file[static_cast<size_t>(at)] = true;
-    }
-    replaced_files instead;
-    for (const auto &[name, of_file] : blank)
-        instead[name] = blanked(*all.in.files.bytes(name), of_file);
-    runs_left--;
-    upgrade_result run = run_upgrade(all.in.command, instead, true);
-    failed = failed || !run.good();
-    return run.good() && run.output == all.in.own.bytes;
-}
-
-// Adds those of `asked` that can be left out together with what is proved so far.
-void prover::prove(const std::vector<size_t> &asked) {
-    if (asked.empty())
-        return;
-    if (runs_left == 0 || failed)
-        return say(all, asked, proof::not_tried);
-    std::vector<size_t> together = proved;
-    together.insert(together.end(), asked.begin(), asked.end());
-    if (same_without(together)) {
-        proved = std::move(together);
-        return;
-    }
-    if (asked.size() == 1)
-        return say(all, asked, proof::run);
-    auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
-    prove({asked.begin(), middle});
-    prove({middle, asked.end()});
-}
 
 } // namespace
 
@@ -114,10 +111,9 @@ void prove_candidates(accounting &all) {
     for (size_t i : under_test.proved) {
         account_line &line = all.lines[i];
         line.how = proof::run;
-        line.became = line.place && line.by != NO_LINE ? fate::without_effect
-                      : line.by != NO_LINE             ? fate::overridden
-                      : line.reason.empty()            ? fate::unexplained
-                                                       : fate::without_effect;
+        line.became = line.by == NO_LINE && line.reason.empty() ? fate::unexplained
+                      : line.by != NO_LINE && !line.place       ? fate::overridden
+                                                                : fate::without_effect;
     }
     if (under_test.failed)
         tell(all.data, "trouble", "a run of the upgrade failed, so that not every line could be tried");

@@ -68,52 +68,6 @@ const struct {
     {"def_proxy_", del_netperm_proxies, TABLES, "a table takes this proxy away"},
 };
 
-/// What is asked of one candidate after the other.
-struct reason_finder {
-    accounting &all;
-    result_places &own;
-    unsigned of_run = ALWAYS; ///< what holds for every line
-    merged_maps maps;
-    const maprec *services;                                  ///< of the platform
-    std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
-
-    reason_finder(accounting &of, result_places &in);
-    const maprec *service_of(const account_line &line) const;
-    unsigned conditions(const account_line &line) const;
-    const char *conf_reason(const account_line &line) const;
-    const char *address_reason(const account_line &line, unsigned holds) const;
-    const char *proxy_reason(const account_line &line, unsigned holds) const;
-    const char *taken_away(const account_line &line) const;
-    size_t winner(const account_line &line) const;
-    bool may_win(size_t winner, const account_line &line) const;
-};
-
-reason_finder::reason_finder(accounting &of, result_places &in)
-    : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
-    int release = all.data.release;
-    of_run = (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
-             (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) | (all.logs_in ? LOGIN : 0U) |
-             (services == map_nt ? SERVICES : 0U);
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
-        if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
-            imported.insert_or_assign(line.said->key, i);
-    }
-}
-
-// The service whose state the line says; null if it says none.
-const maprec *reason_finder::service_of(const account_line &line) const {
-    return begins(line.key, "proxy_") ? find_maprec(services, &maprec::service, line.key.c_str() + strlen("proxy_"))
-                                      : nullptr;
-}
-
-unsigned reason_finder::conditions(const account_line &line) const {
-    const account_input &input = all.inputs[line.input];
-    bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-    return of_run | (service_of(line) ? SERVED : 0U) | (input.removed ? REMOVED : 0U) | (input.unread ? UNREAD : 0U) |
-           (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
-}
-
 /// The reason of the first row for the key whose conditions hold and that has all bits of `asked`; null if there is
 /// none.
 const char *row_reason(const std::string &key, unsigned holds, unsigned asked) {
@@ -129,94 +83,7 @@ const char *row_reason(const std::string &key, unsigned holds, unsigned asked) {
     return nullptr;
 }
 
-// What the release says of a key below a proxy.
-const char *reason_finder::proxy_reason(const account_line &line, unsigned holds) const {
-    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 3) : nullptr; // its key, the topmost
-    if (!proxy || (proxy != line.said->node && !is_named(proxy, "authenticate")))
-        return "";
-    std::string key = place_keys::path(proxy->parent);
-    if ((holds & NOT_55) && is_named(proxy, "proxy-exec") &&
-        program_of(configuration::value(own.conf.record("def_proxy", shown_name(proxy->parent)), "proxy-type")))
-        return "the release sets the program of this type of proxy";
-    bool is_replaced = (holds & FROM_40) && is_named(proxy, "authenticate");
-    const configuration *init =
-        is_replaced ? all.in.files.conf(all.in.command.init_conf, conf_layout::translated) : nullptr;
-    return init && init->find(key.c_str()) ? "authentication is chosen anew where the initial environment has the proxy"
-                                           : "";
-}
-
 bool is_below(const Frag *frag, const char *family) { return frag && is_named(at_depth(frag, 0), family); }
-
-// What an import says of the flat keys of an address: they become an element, or nothing. Null if it is none of them.
-const char *reason_finder::address_reason(const account_line &line, unsigned holds) const {
-    auto [row, field] = find_address_key(line.key);
-    if (!row || !(holds & REMOVED))
-        return nullptr;
-    const configuration &conf = *all.inputs[line.input].conf;
-    const Frag *address = conf.find((std::string("ip_") + row->address).c_str());
-    if (!address && strcmp(field, "netmask") != 0) // of these the mask alone goes
-        return nullptr;
-    if (is_placeholder(configuration::value(address, "")))
-        return "without an address there is no element for it";
-    if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
-        return NO_INTERFACE;
-    return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
-}
-
-const char *reason_finder::conf_reason(const account_line &line) const {
-    if (!line.said)
-        return "it names no key by itself";
-    const std::string &key = line.key;
-    unsigned holds = conditions(line);
-    if (const char *reason = row_reason(key, holds | MUST, 0))
-        return reason;
-    if (const char *reason = address_reason(line, holds))
-        return reason;
-    if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
-        return "a filter rule without fields is not saved";
-    if (covers("pfedit_*_rule*_*", line.said->key) || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
-        return "an import takes filter rules by their texts alone";
-    if (line.said->role == line_role::count)
-        return "counts are made anew";
-    if (line.said->role == line_role::dropped)
-        return "it is half of a pair of name and value";
-    size_t last = line.said->key.rfind('_'), before = last == 0 || last == line.said->key.npos ? 0 : last - 1;
-    if (size_t front = line.said->key.rfind('_', before); front != line.said->key.npos && front + 1 >= DEPTH_LIMIT)
-        return "its key is too deep to be saved";
-    if (line.said->role == line_role::name && !own.conf.numbered)
-        return "nothing is left of what it names";
-    const Frag *bare = own.conf.numbered ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
-    if (bare && bare->value && bare->vlen == 0 && bare->child && begins(key, "def_proxy_"))
-        return "a list stands in the place of its value";
-    const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
-    if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
-        is_blanks(configuration::value(element, "interface").c_str()))
-        return NO_INTERFACE;
-    return proxy_reason(line, holds);
-}
-
-// Why a line can't stand in the result, though it does; empty if it can.
-const char *reason_finder::taken_away(const account_line &line) const {
-    unsigned holds = conditions(line);
-    if (all.logs_in && covers("def_proxy_svcgrd-*_state", line.key) && line.place && text_of(line.place) == "on")
-        return ""; // network_loginok brings it back
-    if (const char *reason = row_reason(line.key, holds | MUST, MUST))
-        return reason;
-    if (is_map_line(line) && maps.winner(line) != NO_LINE)
-        return "a map that is the same stands there already";
-    if ((holds & REMOVED) && line.key == "gui_client" && !line.said->value.empty() && is_below(line.place, "gui") &&
-        all.inputs[line.input].conf->find("netobj_group_fw-admin"))
-        return "an import makes an element of it";
-    // A known service goes; on NT the states of proxies come back as services.
-    const maprec *service = (holds & REMOVED) ? service_of(line) : nullptr;
-    bool comes_back = service && (holds & SERVICES) && (holds & NUMBERED) &&
-                      own.conf.find((std::string("def_proxy_") + service->proxy + "_state").c_str());
-    if (service && !comes_back && !strchr(service->service, '_') && all.inputs[line.input].conf->find("def_proxy"))
-        return "its state goes to its proxy, or nowhere";
-    if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
-        return reason;
-    return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
-}
 
 // The depth at which its entry stands.
 size_t entry_depth(const account_line &line) {
@@ -236,58 +103,182 @@ bool is_of_another(const account_line &winner, const account_line &line) {
                           : entry && other && entry->parent == other->parent;
 }
 
-// The line that has the place which this one would have.
-size_t reason_finder::winner(const account_line &line) const {
-    std::vector<const Frag *> places = own.at(line.key);
-    const Frag *frag = places.empty() ? nullptr : places.front();
-    bool is_map = is_map_line(line);
-    const Frag *under = frag || is_map ? nullptr : own.conf.find(all.saved_path(line.said->node).c_str());
-    // Of a list in its place the value is not saved; whatever else stands below a key takes no value away.
-    if (under && (is_numbered(line) || (under->child && begins(line.key, "def_proxy_"))))
-        frag = under;
-    // Whatever an import makes of a key, it is no longer what another file said by it.
-    auto last = imported.find(line.said->key);
-    const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
-    if (frag) {
-        size_t there = own.notes(frag).from;
-        // Of a numbered record, what came in one line, or a field of it.
-        const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
-        for (const Frag *above = frag; entry && above != entry->parent; above = above->parent)
-            for (size_t each : {own.notes(above).from, own.notes(above).valued})
-                there = there != NO_LINE && may_win(there, line) ? there : each;
-        return by && all.value(*by) == text_of(frag)                       ? last->second
-               : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
-                                                                           : there;
-    }
-    if (by)
-        return last->second;
-    // A rule of a table that was repeated stands as a list, in the place of a value.
-    const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
-    if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
-        if (auto rules = filed->second.find(line.said->node->name); rules != filed->second.end())
-            return rules->second.begin()->second.line;
-    // Of a policy that is there already nothing is merged.
-    const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
-    const Frag *there = policy ? own.conf.record("policy", shown_name(policy)) : nullptr;
-    if (size_t first = there ? own.notes(there).from : NO_LINE;
-        first != NO_LINE && all.lines[first].input != line.input)
-        return first;
-    return is_map ? maps.winner(line) : NO_LINE;
-}
+/// What is asked of one candidate after the other.
+struct reason_finder {
+    accounting &all;
+    result_places &own;
+    unsigned of_run = ALWAYS; ///< what holds for every line
+    merged_maps maps;
+    const maprec *services;                                  ///< of the platform
+    std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
-// What is there wins, but for what the release forces and what an import brings.
-bool reason_finder::may_win(size_t number, const account_line &line) const {
-    const account_input &by = all.inputs[all.lines[number].input], &of = all.inputs[line.input];
-    const account_line &other = all.lines[number];
-    bool is_init = by.name == all.in.command.init_conf;
-    const conf_line *forced = (is_init ? other : line).said;
-    if (is_init != (of.name == all.in.command.init_conf) && all.is_forced(line) && forced && !forced->value.empty())
-        return is_init;
-    // An import replaces what is there; of its own lines the last counts.
-    if (of.imported && !line.said->value.empty() && !is_numbered(line))
-        return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
-    return by.step <= of.step || (by.imported && by.import_step > of.step);
-}
+    reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
+        int release = all.data.release;
+        of_run = (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
+                 (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) |
+                 (all.logs_in ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U);
+        for (size_t i = 0; i < all.lines.size(); i++) {
+            const account_line &line = all.lines[i];
+            if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
+                imported.insert_or_assign(line.said->key, i);
+        }
+    }
+
+    // The service whose state the line says; null if it says none.
+    const maprec *service_of(const account_line &line) const {
+        return begins(line.key, "proxy_") ? find_maprec(services, &maprec::service, line.key.c_str() + strlen("proxy_"))
+                                          : nullptr;
+    }
+
+    unsigned conditions(const account_line &line) const {
+        const account_input &input = all.inputs[line.input];
+        bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
+        return of_run | (service_of(line) ? SERVED : 0U) | (input.removed ? REMOVED : 0U) |
+               (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
+    }
+
+    // What the release says of a key below a proxy.
+    const char *proxy_reason(const account_line &line, unsigned holds) const {
+        const Frag *top =
+            begins(line.key, "def_proxy_") ? at_depth(line.said->node, 3) : nullptr; // of the proxy's keys
+        if (!top)
+            return "";
+        if ((holds & NOT_55) && top == line.said->node && is_named(top, "proxy-exec") &&
+            program_of(configuration::value(own.conf.record("def_proxy", shown_name(top->parent)), "proxy-type")))
+            return "the release sets the program of this type of proxy";
+        if (!(holds & FROM_40) || !is_named(top, "authenticate"))
+            return "";
+        const configuration *init = all.in.files.conf(all.in.command.init_conf, conf_layout::translated);
+        return init && init->find(place_keys::path(top->parent).c_str())
+                   ? "authentication is chosen anew where the initial environment has the proxy"
+                   : "";
+    }
+
+    // What an import says of the flat keys of an address: they become an element, or nothing. Null if it is none of
+    // them.
+    const char *address_reason(const account_line &line, unsigned holds) const {
+        auto [row, field] = find_address_key(line.key);
+        if (!row || !(holds & REMOVED))
+            return nullptr;
+        const configuration &conf = *all.inputs[line.input].conf;
+        const Frag *address = conf.find((std::string("ip_") + row->address).c_str());
+        if (!address && strcmp(field, "netmask") != 0) // of these the mask alone goes
+            return nullptr;
+        if (is_placeholder(configuration::value(address, "")))
+            return "without an address there is no element for it";
+        if ((holds & NUMBERED) && is_blanks(conf.value((std::string("ip_") + row->interface).c_str()).c_str()))
+            return NO_INTERFACE;
+        return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
+    }
+
+    const char *conf_reason(const account_line &line) const {
+        if (!line.said)
+            return "it names no key by itself";
+        const std::string &key = line.key;
+        unsigned holds = conditions(line);
+        if (const char *reason = row_reason(key, holds | MUST, 0))
+            return reason;
+        if (const char *reason = address_reason(line, holds))
+            return reason;
+        if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
+            return "a filter rule without fields is not saved";
+        if (covers("pfedit_*_rule*_*", line.said->key) || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
+            return "an import takes filter rules by their texts alone";
+        if (line.said->role == line_role::count)
+            return "counts are made anew";
+        if (line.said->role == line_role::dropped)
+            return "it is half of a pair of name and value";
+        size_t last = line.said->key.rfind('_'), before = last == 0 || last == line.said->key.npos ? 0 : last - 1;
+        if (size_t front = line.said->key.rfind('_', before); front != line.said->key.npos && front + 1 >= DEPTH_LIMIT)
+            return "its key is too deep to be saved";
+        if (line.said->role == line_role::name && !own.conf.numbered)
+            return "nothing is left of what it names";
+        const Frag *bare = own.conf.numbered ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
+        if (bare && bare->value && bare->vlen == 0 && bare->child && begins(key, "def_proxy_"))
+            return "a list stands in the place of its value";
+        const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
+        if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
+            is_blanks(configuration::value(element, "interface").c_str()))
+            return NO_INTERFACE;
+        return proxy_reason(line, holds);
+    }
+
+    // Why a line can't stand in the result, though it does; empty if it can.
+    const char *taken_away(const account_line &line) const {
+        unsigned holds = conditions(line);
+        if (all.logs_in && covers("def_proxy_svcgrd-*_state", line.key) && line.place && text_of(line.place) == "on")
+            return ""; // network_loginok brings it back
+        if (const char *reason = row_reason(line.key, holds | MUST, MUST))
+            return reason;
+        if (is_map_line(line) && maps.winner(line) != NO_LINE)
+            return "a map that is the same stands there already";
+        if ((holds & REMOVED) && line.key == "gui_client" && !line.said->value.empty() && is_below(line.place, "gui") &&
+            all.inputs[line.input].conf->find("netobj_group_fw-admin"))
+            return "an import makes an element of it";
+        // A known service goes; on NT the states of proxies come back as services.
+        const maprec *service = (holds & REMOVED) ? service_of(line) : nullptr;
+        bool comes_back = service && (holds & SERVICES) && (holds & NUMBERED) &&
+                          own.conf.find((std::string("def_proxy_") + service->proxy + "_state").c_str());
+        if (service && !comes_back && !strchr(service->service, '_') && all.inputs[line.input].conf->find("def_proxy"))
+            return "its state goes to its proxy, or nowhere";
+        if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
+            return reason;
+        return is_named(line.said->node, "authenticate") ? proxy_reason(line, holds) : "";
+    }
+
+    // The line that has the place which this one would have.
+    size_t winner(const account_line &line) const {
+        std::vector<const Frag *> places = own.at(line.key);
+        const Frag *frag = places.empty() ? nullptr : places.front();
+        bool is_map = is_map_line(line);
+        const Frag *under = frag || is_map ? nullptr : own.conf.find(all.saved_path(line.said->node).c_str());
+        // Of a list in its place the value is not saved; whatever else stands below a key takes no value away.
+        if (under && (is_numbered(line) || (under->child && begins(line.key, "def_proxy_"))))
+            frag = under;
+        // Whatever an import makes of a key, it is no longer what another file said by it.
+        auto last = imported.find(line.said->key);
+        const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
+        if (frag) {
+            size_t there = own.notes(frag).from;
+            // Of a numbered record, what came in one line, or a field of it.
+            const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
+            for (const Frag *above = frag; entry && above != entry->parent; above = above->parent)
+                for (size_t each : {own.notes(above).from, own.notes(above).valued})
+                    there = there != NO_LINE && may_win(there, line) ? there : each;
+            return by && all.value(*by) == text_of(frag)                       ? last->second
+                   : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
+                                                                               : there;
+        }
+        if (by)
+            return last->second;
+        // A rule of a table that was repeated stands as a list, in the place of a value.
+        const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
+        if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
+            if (auto rules = filed->second.find(line.said->node->name); rules != filed->second.end())
+                return rules->second.begin()->second.line;
+        // Of a policy that is there already nothing is merged.
+        const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
+        const Frag *there = policy ? own.conf.record("policy", shown_name(policy)) : nullptr;
+        if (size_t first = there ? own.notes(there).from : NO_LINE;
+            first != NO_LINE && all.lines[first].input != line.input)
+            return first;
+        return is_map ? maps.winner(line) : NO_LINE;
+    }
+
+    // What is there wins, but for what the release forces and what an import brings.
+    bool may_win(size_t number, const account_line &line) const {
+        const account_input &by = all.inputs[all.lines[number].input], &of = all.inputs[line.input];
+        const account_line &other = all.lines[number];
+        bool is_init = by.name == all.in.command.init_conf;
+        const conf_line *forced = (is_init ? other : line).said;
+        if (is_init != (of.name == all.in.command.init_conf) && all.is_forced(line) && forced && !forced->value.empty())
+            return is_init;
+        // An import replaces what is there; of its own lines the last counts.
+        if (of.imported && !line.said->value.empty() && !is_numbered(line))
+            return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
+        return by.step <= of.step || (by.imported && by.import_step > of.step);
+    }
+};
 
 } // namespace
 

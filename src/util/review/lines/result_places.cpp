@@ -2,9 +2,6 @@
 #include "frag_tools.h"
 #include "lines/accounting.h"
 
-#include <algorithm>
-#include <utility>
-
 node_notes &result_places::notes(const Frag *frag) {
     const conf_line *line = conf.origin(frag);
     return line && line->node == frag ? by_line[static_cast<size_t>(line - conf.lines.data())] : others[frag];
