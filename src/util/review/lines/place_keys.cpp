@@ -135,13 +135,12 @@ std::string record_text(const Frag *record) {
 std::string place_keys::identity(const Frag *entry, int later) {
     // All entries of the list at once, since equal ones are told apart by their order.
     const Frag *list = entry->parent;
-    bool elements = list && is_named(list, "element"), members = list && is_named(list, "member");
     std::unordered_map<std::string, int> met;
-    bool is_known = identities.count(entry) != 0;
-    for (const Frag *each = is_known ? nullptr : list ? list->child : entry; each; each = list ? each->next : nullptr) {
-        std::string text = elements  ? configuration::value(each, "addr")
-                           : members ? configuration::value(each, "type") + ':' + configuration::value(each, "name")
-                                     : record_text(each);
+    for (const Frag *each = identities.count(entry) != 0 ? nullptr : list->child; each; each = each->next) {
+        std::string text = is_named(list, "element") ? configuration::value(each, "addr")
+                           : is_named(list, "member")
+                               ? configuration::value(each, "type") + ':' + configuration::value(each, "name")
+                               : record_text(each);
         int count = met[text]++;
         identities.emplace(each, std::pair('#' + std::move(text), count));
     }

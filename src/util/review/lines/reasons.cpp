@@ -107,16 +107,11 @@ bool is_of_another(const account_line &winner, const account_line &line) {
 struct reason_finder {
     accounting &all;
     result_places &own;
-    unsigned of_run = ALWAYS; ///< what holds for every line
     merged_maps maps;
     const maprec *services;                                  ///< of the platform
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
 
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
-        int release = all.data.release;
-        of_run = (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
-                 (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) |
-                 (all.logs_in ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U);
         for (size_t i = 0; i < all.lines.size(); i++) {
             const account_line &line = all.lines[i];
             if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
@@ -133,8 +128,12 @@ struct reason_finder {
     unsigned conditions(const account_line &line) const {
         const account_input &input = all.inputs[line.input];
         bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
-        return of_run | (service_of(line) ? SERVED : 0U) | (input.removed ? REMOVED : 0U) |
-               (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) | (input.translated ? AHEAD : 0U);
+        int release = all.data.release;
+        return (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
+               (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) |
+               (all.logs_in ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U) | (service_of(line) ? SERVED : 0U) |
+               (input.removed ? REMOVED : 0U) | (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) |
+               (input.translated ? AHEAD : 0U);
     }
 
     // What the release says of a key below a proxy.
