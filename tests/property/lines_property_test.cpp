@@ -34,13 +34,12 @@ struct upgrade_case {
         loaded_files loaded;
         detect_release(command, loaded, data);
         auto result = read_configuration("out", output, conf_layout::translated);
-        access_side before, after;
+        access_side before;
         for (const string &table : step_files(command, 'n'))
             if (data.release < 40)
                 before.add_table(*loaded.table(table));
-        after.set_maps(*result);
         std::function<void(const string &)> progress = [](const string &) {};
-        account_lines({command, loaded, *result, *result, before, after, progress}, data);
+        account_lines({command, loaded, *result, *result, before, progress}, data);
     }
     string name(const line_fate &line) const { return data.files[line.file].name.substr(folder.path.size() + 1); }
     void blank(const line_fate &line, std::map<string, string> &texts) const {

@@ -26,12 +26,11 @@ void collect_inputs(accounting &all) {
         account_input *known = all.input_of(step);
         account_input &input = known ? *known : all.inputs.emplace_back();
         if (!known)
-            input = {step.argument, i, is_table ? all.in.files.table(step.argument) : nullptr};
+            input = {step.argument, i + 1, is_table ? all.in.files.table(step.argument) : nullptr};
         bool is_first = is_import || (!is_table && merges++ == 0);
         bool is_read = all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first;
         input.unread = input.unread && !is_read;
-        input.imported = input.imported || is_import;
-        input.import_step = is_import ? i : input.import_step;
+        input.imported = is_import ? i + 1 : input.imported;
         all.last_import = is_import ? i + 1 : all.last_import;
         input.removed = is_read ? is_import : input.removed;
         // Only an import translates a file.
@@ -130,9 +129,20 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
     return {nullptr, nullptr};
 }
 
+// The line of what the upgrade writes by which a line of an input stands there; null for none.
+const conf_line *written_for(const account_line &line, const result_places &own) {
+    if (!line.place)
+        return nullptr;
+    if (line.said && line.said->role == line_role::name)
+        if (auto name = own.name_lines.find(line.place); name != own.name_lines.end())
+            return name->second;
+    const conf_line *there = own.conf.origin(line.place);
+    return there ? there : own.conf.origin(line.place->parent); // what the layout says by the list of an entry
+}
+
 void tell_lines(accounting &all, result_places &own) {
     for (account_line &line : all.lines) {
-        const conf_line *written = line.place ? own.line_at(line.place, line) : nullptr;
+        const conf_line *written = written_for(line, own);
         written_line stands =
             written ? all.written[static_cast<size_t>(written - own.conf.lines.data())] : written_line();
         auto [id, what] = notice_of(line, own.conf.numbered);
@@ -228,13 +238,8 @@ void account_lines(const account_inputs &inputs, review_data &data) {
         file_rules(all);
     result_places own(inputs.own);
     place_conf_lines(all, own);
-    if (all.has_tables) {
-        access_side own_side;
-        bool is_own = &inputs.result == &inputs.own;
-        if (!is_own)
-            own_side.set_maps(inputs.own);
-        place_table_lines(all, own, is_own ? inputs.after : own_side);
-    }
+    if (all.has_tables)
+        place_table_lines(all, own);
     find_reasons(all, own);
     inputs.progress("leaving out what has no place");
     prove_candidates(all);

@@ -16,12 +16,11 @@ inline bool begins(std::string_view text, std::string_view with) { return text.s
 /// One input. Of a file that is merged and imported, too, the import counts.
 struct account_input {
     std::string name;
-    size_t step = 0; ///< of the command, its first
+    size_t step = 0; ///< of the command, its first, counted from 1
     const netperm_table *table = nullptr;
     const configuration *conf = nullptr; ///< null for a table
     std::shared_ptr<place_keys> keys{};  ///< of a configuration
-    bool imported = false;               ///< by -e
-    size_t import_step = 0;
+    size_t imported = 0;                 ///< the step that imports it, 0 for none
     bool removed = false;    ///< it is imported, or an import that comes behind it removes proxies, policies and maps
     bool translated = false; ///< a table stands behind it, whose translation merges maps
     bool unread = true;      ///< the upgrade passes it over
@@ -78,8 +77,6 @@ struct result_places {
     void claim(const Frag *frag, size_t line);
     /// The same for a value that no other line stands for.
     void stand(const Frag *frag, size_t line);
-    /// The line of the result by which a line of an input stands there that was placed at the node.
-    const conf_line *line_at(const Frag *frag, const account_line &line) const;
 
 private:
     std::vector<node_notes> by_line;
@@ -173,7 +170,7 @@ inline std::string name_key(std::string key) { return key += '\1'; }
 
 /// Looks for the place of every line in what the upgrade writes; those without one are candidates.
 void place_conf_lines(accounting &all, result_places &result);
-void place_table_lines(accounting &all, result_places &result, const access_side &side);
+void place_table_lines(accounting &all, result_places &result);
 /// A config set that rules for hosts lead into.
 struct made_set {
     std::string proxy, path;

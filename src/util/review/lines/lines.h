@@ -16,7 +16,6 @@ struct account_inputs {
     const configuration &result; ///< the file that is installed, or the same as `own`
     const configuration &own;    ///< what the upgrade writes, not as XML
     const access_side &before;   ///< who decided before
-    const access_side &after;    ///< who decides by the result
     const std::function<void(const std::string &)> &progress;
 };
 

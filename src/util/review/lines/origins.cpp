@@ -17,7 +17,7 @@ namespace {
 struct release_value {
     std::string value;
     bool always = false;        ///< every such result has it
-    const Frag *near = nullptr; ///< where in the result one looks for it
+    const Frag *near = nullptr; ///< where in the result one looks for it, null for at the key
 };
 
 /// The whole of the result, line by line.
@@ -46,8 +46,6 @@ struct origin_finder {
             set[format("def_proxy_{}", *name)] = {*name};
             set[format("def_proxy_{}_state", *name)] = {"on", true};
         }
-        for (auto &[key, made] : set)
-            made.near = conf.find(key.c_str());
         for (const maprec *row = services_of(conf) == map_nt ? map_nt : nullptr; row && row->proxy; row++)
             if (const Frag *state = conf.find(format("def_proxy_{}_state", row->proxy).c_str()))
                 set[format("proxy_{}", row->service)] = {configuration::value(state, ""), all.in.command.numbered(),
@@ -185,8 +183,9 @@ struct origin_finder {
     void tell_missing() const {
         for (const auto &[key, made] : set)
             if (made.always && result.conf.value(key.c_str()) != made.value)
-                all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
-                              all.in_result(result.conf.line_of(made.near)));
+                all.tell_some(
+                    "lost", format("the release sets {} to {}, and the result does not", key, made.value),
+                    all.in_result(result.conf.line_of(made.near ? made.near : result.conf.find(key.c_str()))));
     }
 
     // The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.

@@ -270,10 +270,8 @@ struct line_placer {
 
     void place(size_t number) {
         account_line &line = all.lines[number];
-        if (!line.said || !line.said->node || is_renamed(*line.said)) {
-            line.candidate = true;
-            return;
-        }
+        if (!line.said || !line.said->node || is_renamed(*line.said))
+            return void(line.candidate = true);
         const account_input &input = all.inputs[line.input];
         bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
         auto is_last = [&](const configuration &scanned) {
@@ -296,10 +294,8 @@ struct line_placer {
         bool found = place_moved(number) || (by_number && place_by_number(number)) ||
                      (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
                      place_name(number) || place_fields(number);
-        if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST")) {
-            line.candidate = false;
-            return;
-        }
+        if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST"))
+            return void(line.candidate = false);
         // A key below which others came first has no value but an empty one.
         const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
         if (bare && bare->value && bare->vlen == 0 && bare->child)

@@ -174,7 +174,6 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
         bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
         if ((family->record != 0 && i == family->record) || is_set || is_entry) {
             made.key += record_name(way, i);
-            made.record_bits |= bits_of(way[i]);
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||
                     (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {

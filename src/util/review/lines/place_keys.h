@@ -16,9 +16,8 @@ struct place_keys {
 
     struct key_of {
         std::string key;
-        long bits = 0;        ///< of all prefixes on the way that are no part of a record's name
-        long record_bits = 0; ///< of those that are
-        bool named = false;   ///< the bits stand in the name, as those of a policy's parameter do
+        long bits = 0;      ///< of all prefixes on the way that are no part of a record's name
+        bool named = false; ///< the bits stand in the name, as those of a policy's parameter do
     };
     /// The key of a node; with `later` that of an equal entry so many further on in its list, with `FIRST` of the
     /// first.

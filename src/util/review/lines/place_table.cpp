@@ -242,9 +242,11 @@ struct attribute_placer {
     }
 };
 
-// The maps of a proxy that the release removes are left, and a numbered result does not say whose their config sets
-// were: the names of these tell.
-access_side with_removed(const accounting &all, access_side side) {
+// Who decides by what the upgrade writes. The maps of a proxy that the release removes are left, and a numbered result
+// does not say whose their config sets were: the names of these tell.
+access_side own_side(const accounting &all) {
+    access_side side;
+    side.set_maps(all.in.own);
     for (const std::string &proxy : all.in.before.proxies)
         for (size_t i = 0; i < side.maps.size() && is_dropped_proxy(proxy, all.data.release); i++)
             for (const Frag *entry : configuration::children(side.conf->record("policy", side.maps[i].policy), "proxy"))
@@ -271,10 +273,10 @@ void accounting::tell_lost(size_t number, std::string text) {
         tell_some("lost", std::move(text), lines[number]);
 }
 
-void place_table_lines(accounting &all, result_places &result, const access_side &side) {
+void place_table_lines(accounting &all, result_places &result) {
     for (account_line &line : all.lines)
         line.candidate = line.candidate || all.inputs[line.input].table;
-    attribute_placer placer{all, result, place_host_rules(all, result, with_removed(all, side))};
+    attribute_placer placer{all, result, place_host_rules(all, result, own_side(all))};
     placer.index_result();
     placer.place_all();
 }

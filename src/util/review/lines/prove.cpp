@@ -51,8 +51,6 @@ struct prover {
 
     // Adds those of `asked` that can be left out together with what is proved so far.
     void prove(const std::vector<size_t> &asked) {
-        if (asked.empty())
-            return;
         if (runs_left == 0 || failed)
             return say(all, asked, proof::not_tried);
         std::vector<size_t> together = proved;

@@ -93,7 +93,7 @@ size_t entry_depth(const account_line &line) {
 // Whether a line can't win in an entry of numbered records: it is of the same file and says something else in the
 // entry, or is of another entry there, or gives an address, which leads to the entry that has it.
 bool is_of_another(const account_line &winner, const account_line &line) {
-    if (!is_numbered(line) || winner.input != line.input || !winner.said)
+    if (!is_numbered(line) || winner.input != line.input)
         return false;
     if (!is_numbered(winner))
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
@@ -274,8 +274,8 @@ struct reason_finder {
             return is_init;
         // An import replaces what is there; of its own lines the last counts.
         if (of.imported && !line.said->value.empty() && !is_numbered(line))
-            return other.input == line.input ? other.line > line.line : by.imported && by.import_step > of.import_step;
-        return by.step <= of.step || (by.imported && by.import_step > of.step);
+            return other.input == line.input ? other.line > line.line : by.imported > of.imported;
+        return by.step <= of.step || by.imported > of.step;
     }
 };
 
@@ -287,11 +287,9 @@ void find_reasons(accounting &all, result_places &own) {
         account_line &line = all.lines[i];
         if (!line.candidate)
             continue;
-        if (line.by != NO_LINE) {
-            line.reason = said_twice;
-            continue;
-        }
-        line.reason = all.inputs[line.input].table ? table_reason(all, i) : finder.conf_reason(line);
+        line.reason = line.by != NO_LINE             ? said_twice
+                      : all.inputs[line.input].table ? table_reason(all, i)
+                                                     : finder.conf_reason(line);
         size_t by = line.reason.empty() && line.said ? finder.winner(line) : NO_LINE;
         if (by != NO_LINE && by != i && finder.may_win(by, line))
             line.by = by;
@@ -306,11 +304,9 @@ void check_standing(accounting &all, result_places &result) {
             repeated[line.by] = true;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
-        if (!line.place || !line.said || !line.said->node)
-            continue;
         // The layout makes names anew.
-        bool is_own = line.said->role == line_role::setting && line.said->node->value && !line.candidate &&
-                      !repeated[i] && !is_named(line.said->node, "name");
+        bool is_own = line.place && line.said && line.said->role == line_role::setting && line.said->node->value &&
+                      !line.candidate && !repeated[i] && !is_named(line.said->node, "name");
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);

@@ -54,13 +54,3 @@ void result_places::stand(const Frag *frag, size_t line) {
     if (note_line(notes(frag).valued, line))
         claim(frag, line);
 }
-
-const conf_line *result_places::line_at(const Frag *frag, const account_line &line) const {
-    if (line.said && line.said->role == line_role::name)
-        if (auto name = name_lines.find(frag); name != name_lines.end())
-            return name->second;
-    const conf_line *there = conf.origin(frag);
-    if (!there && frag->parent) // what the layout says by the list that an entry stands in
-        there = conf.origin(frag->parent);
-    return there;
-}

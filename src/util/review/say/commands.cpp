@@ -173,7 +173,7 @@ void review_upgrade(review_session &session) {
         compare(data.release == 55 ? nullptr : files.conf(command.init_conf), is_own ? nullptr : &*session.own,
                 session);
     session.progress("accounting for every line");
-    account_lines({command, files, result, *session.own, session.before, session.after, session.progress}, data);
+    account_lines({command, files, result, *session.own, session.before, session.progress}, data);
     session.progress("checking the result");
     check_conf(result, false, true, data);
     check_inputs(command, session);
