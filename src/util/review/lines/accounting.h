@@ -59,7 +59,7 @@ inline bool note_line(uint32_t &note, size_t line) {
 struct result_places {
     const configuration &conf;
     place_keys keys;
-    std::unordered_multimap<size_t, const Frag *> index;            ///< by the hashes of place keys
+    std::vector<std::pair<size_t, const Frag *>> index;             ///< by the hashes of place keys
     std::unordered_map<const Frag *, const conf_line *> name_lines; ///< where in the result a node is named
     /// The interfaces whose lists of aliases have such a name.
     std::unordered_map<std::string_view, const Frag *> alias_lists;
@@ -68,7 +68,6 @@ struct result_places {
     std::unordered_map<const conf_line *, Frag> doubles;
 
     explicit result_places(const configuration &result);
-    void add(const std::string &key, const Frag *frag) { index.emplace(std::hash<std::string>()(key), frag); }
     /// What is noted of a node: in a table where it has a line of the result to itself, as most have.
     node_notes &notes(const Frag *frag);
     /// The nodes of that place key.

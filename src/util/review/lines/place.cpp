@@ -150,25 +150,24 @@ struct line_placer {
     bool place_words(size_t number, const std::string &list) {
         account_line &line = all.lines[number];
         std::vector<std::string> missing, words = network_words(line.said->value, missing);
-        std::unordered_map<std::string, std::vector<const Frag *>> elements;
+        std::multimap<std::string, const Frag *> elements;
         for (const Frag *element : result.conf.children(("netobj_list_" + list + "_element").c_str()))
-            elements[configuration::value(element, "addr")].push_back(element);
+            elements.emplace(configuration::value(element, "addr"), element);
         for (const std::string &word : words) {
             // A byte of zero ends a word, and what stands behind it is lost.
             if (size_t end = word.find('\0'); end != word.npos && end + 1 < word.size())
                 missing.push_back(word.c_str() + end + 1);
-            auto &found = elements[word.c_str()];
-            if (found.empty()) {
+            auto found = elements.find(word.c_str());
+            if (found == elements.end()) {
                 missing.push_back(word);
                 continue;
             }
-            line.place = found.front();
-            if (!find_named(found.front()->child, "name"))
+            line.place = elements.extract(found).mapped();
+            if (!find_named(line.place->child, "name"))
                 missing.push_back(word);
-            for (const Frag *field = found.front()->child; field; field = field->next)
+            for (const Frag *field = line.place->child; field; field = field->next)
                 if (text_of(field) == word.c_str())
                     result.stand(field, number);
-            found.erase(found.begin());
         }
         if (const Frag *made = result.conf.record("netobj_list", list)) // without words, too
             result.claim(made, number);

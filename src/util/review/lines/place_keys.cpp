@@ -32,6 +32,7 @@ const family_row *family_of(const std::vector<const Frag *> &way) {
 
 std::vector<const Frag *> way_to(const Frag *frag) {
     std::vector<const Frag *> way;
+    way.reserve(8); // few are longer
     for (; frag; frag = frag->parent)
         way.push_back(frag);
     std::reverse(way.begin(), way.end());

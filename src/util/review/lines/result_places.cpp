@@ -2,13 +2,17 @@
 #include "frag_tools.h"
 #include "lines/accounting.h"
 
+#include <algorithm>
+
 node_notes &result_places::notes(const Frag *frag) {
     const conf_line *line = conf.origin(frag);
     return line && line->node == frag ? by_line[static_cast<size_t>(line - conf.lines.data())] : others[frag];
 }
 
 result_places::result_places(const configuration &result) : conf(result), keys(result), by_line(result.lines.size()) {
-    index.reserve(result.lines.size());
+    auto add = [&](const std::string &key, const Frag *frag) {
+        index.emplace_back(std::hash<std::string>()(key), frag);
+    };
     for (const Frag *frag : nodes_of(result.tree))
         if (frag->value || is_filter_rule(frag))
             add(keys.find(frag).key, frag);
@@ -33,12 +37,15 @@ result_places::result_places(const configuration &result) : conf(result), keys(r
         if (line.node && !line.node->value)
             add(keys.find(line.node).key, line.node);
     }
+    std::reverse(index.begin(), index.end()); // of one key the last comes first
+    std::stable_sort(index.begin(), index.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
 }
 
 std::vector<const Frag *> result_places::at(const std::string &key) {
     std::vector<const Frag *> found;
-    auto [first, last] = index.equal_range(std::hash<std::string>()(key));
-    for (auto each = first; each != last; ++each)
+    size_t hash = std::hash<std::string>()(key);
+    for (auto each = std::lower_bound(index.begin(), index.end(), std::pair<size_t, const Frag *>(hash, nullptr));
+         each != index.end() && each->first == hash; ++each)
         if (std::string known = keys.find(each->second).key; known == key || name_key(known) == key)
             found.push_back(each->second);
     return found;
