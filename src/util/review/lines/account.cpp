@@ -80,8 +80,9 @@ void collect_input(accounting &all, uint32_t number) {
     input.keys = conf ? std::make_shared<place_keys>(*conf) : nullptr;
     std::string_view rest = conf ? conf->bytes : table->bytes;
     uint32_t file = file_number(all.data, input.name, table ? file_role::table : file_role::merged);
-    size_t next = 0; // assignment or rule
-    long behind = 0; // the last assignment's end
+    std::unordered_set<const Frag *> met; // records
+    size_t next = 0;                      // assignment or rule
+    long behind = 0;                      // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
         account_line line;
         line.text = rest.substr(0, rest.find('\n'));
@@ -101,6 +102,13 @@ void collect_input(accounting &all, uint32_t number) {
                 line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
                 line.bits = place.named ? place.bits : line.said->bits;
                 line.other_key = other_key(all, line);
+                for (size_t depth : place_keys::RECORD_DEPTHS)
+                    if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
+                        all.records.insert(input.keys->find(record, place_keys::FIRST).key);
+                for (size_t end = 0; !line.other_key.empty() && end != std::string::npos;) {
+                    end = line.other_key.find('_', end + 1);
+                    all.records.insert(line.other_key.substr(0, end));
+                }
             }
             bool decides = line.key == "network_loginok" && !line.said->value.empty();
             if (decides && (!std::exchange(all.has_login, true) || input.imported))
@@ -236,7 +244,7 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     collect_numbers(all);
     if (all.has_tables)
         file_rules(all);
-    result_places own(inputs.own);
+    result_places own(inputs.own, all.records);
     place_conf_lines(all, own);
     if (all.has_tables)
         place_table_lines(all, own);

@@ -67,7 +67,8 @@ struct result_places {
     /// Lines whose place in the tree another line took: a parameter can stand twice in a file.
     std::unordered_map<const conf_line *, Frag> doubles;
 
-    explicit result_places(const configuration &result);
+    /// Only what is below records that inputs speak of can be found by its key: a table makes many more.
+    result_places(const configuration &result, const std::unordered_set<std::string> &spoken_of);
     /// What is noted of a node: in a table where it has a line of the result to itself, as most have.
     node_notes &notes(const Frag *frag);
     /// The nodes of that place key.
@@ -113,8 +114,9 @@ struct accounting {
     review_data &data;
     std::vector<account_input> inputs;
     std::vector<account_line> lines;
-    size_t last_import = 0;  ///< behind the last -e; 0 without one
-    bool has_tables = false; ///< tables decide
+    std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
+    size_t last_import = 0;                    ///< behind the last -e; 0 without one
+    bool has_tables = false;                   ///< tables decide
     /// The numbers of the records that merge by these, in order, by their families.
     std::map<std::string, std::vector<long>> numbers{};
     bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on

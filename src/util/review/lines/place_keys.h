@@ -23,6 +23,8 @@ struct place_keys {
     /// first.
     key_of find(const Frag *frag, int later = 0);
     static constexpr int FIRST = -1'000'000'000;
+    /// The depths at which records, config sets and elements stand.
+    static constexpr size_t RECORD_DEPTHS[] = {1, 2, 4};
     /// Its plain path without prefixes, as `ffind` takes it.
     static std::string path(const Frag *frag);
 

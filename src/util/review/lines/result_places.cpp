@@ -9,13 +9,29 @@ node_notes &result_places::notes(const Frag *frag) {
     return line && line->node == frag ? by_line[static_cast<size_t>(line - conf.lines.data())] : others[frag];
 }
 
-result_places::result_places(const configuration &result) : conf(result), keys(result), by_line(result.lines.size()) {
+result_places::result_places(const configuration &result, const std::unordered_set<std::string> &of)
+    : conf(result), keys(result), by_line(result.lines.size()) {
     auto add = [&](const std::string &key, const Frag *frag) {
         index.emplace_back(std::hash<std::string>()(key), frag);
     };
-    for (const Frag *frag : nodes_of(result.tree))
+    std::unordered_set<const Frag *> looked_at;
+    std::vector<std::pair<const Frag *, size_t>> pending = {{result.tree, 0}}; // with their depths
+    while (!pending.empty()) {
+        auto [frag, depth] = pending.back();
+        pending.pop_back();
+        if (!frag)
+            continue;
+        pending.emplace_back(frag->next, depth);
+        bool is_record = std::count(std::begin(place_keys::RECORD_DEPTHS), std::end(place_keys::RECORD_DEPTHS), depth);
+        // An alias is looked for in another list than the one that it stands in.
+        bool has_alias = is_location(frag) || covers("*$INTERFACE", frag->name);
+        if (is_record && !has_alias && of.count(keys.find(frag, place_keys::FIRST).key) == 0)
+            continue;
+        looked_at.insert(frag);
+        pending.emplace_back(frag->child, depth + 1);
         if (frag->value || is_filter_rule(frag))
             add(keys.find(frag).key, frag);
+    }
     for (size_t i = 0; i < result.lines.size(); i++) {
         const conf_line &line = result.lines[i];
         if (line.role == line_role::setting && result.origin(line.node) != &line && line.node->value &&
@@ -30,11 +46,12 @@ result_places::result_places(const configuration &result) : conf(result), keys(r
         }
         if (line.node && line.role == line_role::name) {
             name_lines.emplace(line.node, &line);
-            add(name_key(keys.find(line.node).key), line.node);
+            if (looked_at.count(line.node) != 0)
+                add(name_key(keys.find(line.node).key), line.node);
             if (covers("*$INTERFACE", line.value))
                 alias_lists.insert_or_assign(line.value, line.node);
         }
-        if (line.node && !line.node->value)
+        if (line.node && !line.node->value && looked_at.count(line.node) != 0)
             add(keys.find(line.node).key, line.node);
     }
     std::reverse(index.begin(), index.end()); // of one key the last comes first
