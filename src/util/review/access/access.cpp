@@ -131,7 +131,8 @@ std::vector<const Frag *> source_elements(const configuration &conf, std::string
         auto [type, name] = std::move(ahead.back());
         ahead.pop_back();
         bool is_list = type == 'L';
-        Frag *object = is_list || type == 'G' ? conf.record(is_list ? "netobj_list" : "netobj_group", name) : nullptr;
+        const char *family = is_list ? "netobj_list" : type == 'G' ? "netobj_group" : nullptr;
+        Frag *object = family ? conf.record(family, name) : nullptr;
         Frag *holder = object ? ffind(&object->child, is_list ? "element" : "member") : nullptr;
         if (!holder && (is_list || object))
             break;

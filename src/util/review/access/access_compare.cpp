@@ -60,7 +60,7 @@ void add_parameters(const Frag *top, option_set &options) {
     for (const Frag *frag : nodes_of(top ? top->child : nullptr)) {
         std::string path;
         for (const Frag *at = frag; frag->value && at != top; at = at->parent)
-            path = prefix_of(at->attr) + std::string(at->name) + (at == frag ? "" : "_") + path;
+            path.insert(0, fmt::format("{}{}{}", prefix_of(at->attr), at->name, at == frag ? "" : "_"));
         if (frag->value)
             options[parameter_name(path)].insert(configuration::value(frag, ""));
     }

@@ -43,7 +43,7 @@ struct checking {
     review_data &data;
     std::unordered_map<std::string, size_t> doubles{}; // findings of what stands twice, by what is told once
 
-    long at(const Frag *frag) const { return conf.line_of(frag); }
+    long line_of(const Frag *frag) const { return conf.line_of(frag); }
 
     template <typename... types>
     finding &say(const char *id, long line, fmt::format_string<types...> text, types &&...values) const {
@@ -55,11 +55,12 @@ struct checking {
             std::string source = value_of(map, "src"), number = clear_name(map), made = value_of(map, "pd"),
                         policy = value_of(map, "policy"), proxy = value_of(map, "proxy");
             if (take_group_mark(source) && !conf.record("netobj_group", source))
-                say("dangling", at(map), "map {} has the source {}, and there is no such group", number, source);
+                say("dangling", line_of(map), "map {} has the source {}, and there is no such group", number, source);
             if (made == "D" && proxy != "*" && !conf.record("def_proxy", proxy))
-                say("dangling", at(map), "map {} denies for {}, and there is no such proxy", number, proxy);
+                say("dangling", line_of(map), "map {} denies for {}, and there is no such proxy", number, proxy);
             if (made == "P" && !conf.record("policy", policy))
-                say("dangling", at(map), "map {} permits through the policy {}, and there is none", number, policy);
+                say("dangling", line_of(map), "map {} permits through the policy {}, and there is none", number,
+                    policy);
         }
     }
 
@@ -69,7 +70,7 @@ struct checking {
                 std::string type = value_of(member, "type").substr(0, 1), wanted = value_of(member, "name");
                 const char *kind = type == "L" ? "list" : "group";
                 if ((type == "L" || type == "G") && !conf.record(format("netobj_{}", kind).c_str(), wanted))
-                    say("dangling", at(group), "the group {} has the {} {} as a member, and there is none",
+                    say("dangling", line_of(group), "the group {} has the {} {} as a member, and there is none",
                         clear_name(group), kind, wanted);
             }
     }
@@ -88,8 +89,8 @@ struct checking {
                 if (proxy && !conf.numbered)
                     bare.insert(owner + " " + entry->name);
                 else
-                    say("dangling", at(policy), "the policy {} names the config set {}{}, which {}", clear_name(policy),
-                        clear_name(entry), owner.empty() ? "" : " of " + owner, why);
+                    say("dangling", line_of(policy), "the policy {} names the config set {}{}, which {}",
+                        clear_name(policy), clear_name(entry), owner.empty() ? "" : " of " + owner, why);
             }
         if (!bare.empty() && !is_input)
             say("left-out", 0, "config sets without parameters, which the canonical layout can't show").count =
@@ -101,11 +102,11 @@ struct checking {
             for (const Frag *element : configuration::children(list, "element")) {
                 std::string of = clear_name(list), number = clear_name(element), addr = value_of(element, "addr");
                 if (is_blanks(addr.c_str()))
-                    say("dangling", at(element), "element {} of the list {} has no addr, so that it covers no host",
-                        number, of);
+                    say("dangling", line_of(element),
+                        "element {} of the list {} has no addr, so that it covers no host", number, of);
                 if (!is_input && is_location(list) && is_blanks(value_of(element, "interface").c_str()))
-                    say("left-out", at(element), "element {} of {} ({}) has no interface: a numbered save drops it",
-                        number, of, addr);
+                    say("left-out", line_of(element),
+                        "element {} of {} ({}) has no interface: a numbered save drops it", number, of, addr);
             }
     }
 
@@ -117,11 +118,11 @@ struct checking {
                     length += value_of(rule, *field).size();
                 bool is_limit = length == RULE_LIMIT && data.lines.empty(); // else its input's line tells
                 if (!is_input && (is_limit || length > RULE_LIMIT))
-                    say("cut", at(rule), "filter rule {} {} has {} characters{}", side, clear_name(rule), length,
+                    say("cut", line_of(rule), "filter rule {} {} has {} characters{}", side, clear_name(rule), length,
                         is_limit ? ", as many as a numbered save keeps: is it whole?"
                                  : format(": a numbered save cuts it at {}", RULE_LIMIT));
                 if (conf.numbered && value_of(rule, "comment").find('+') != std::string::npos)
-                    say("cut", at(rule), "the comment of filter rule {} {} has a +: an import ends it there", side,
+                    say("cut", line_of(rule), "the comment of filter rule {} {} has a +: an import ends it there", side,
                         clear_name(rule));
             }
     }

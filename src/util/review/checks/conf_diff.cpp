@@ -79,15 +79,15 @@ void diff_configurations(const configuration &before, const configuration &after
     for (const auto &[identity, sides] : all)
         for (size_t i = 0; i < std::max(sides[0].size(), sides[1].size()); i++) {
             const statement *a = i < sides[0].size() ? &sides[0][i] : nullptr,
-                            *b = i < sides[1].size() ? &sides[1][i] : nullptr, &said = b ? *b : *a;
-            if (!a || !b)
-                tell(data, said.list == "map" ? "map" : "setting",
-                     format("only here: {}{}{}", said.shown, said.list.empty() ? "=" : "", said.value),
-                     (a ? before : after).name, said.line);
-            else if (a->value != b->value)
+                            *b = i < sides[1].size() ? &sides[1][i] : nullptr;
+            if (const statement *said = !a ? b : !b ? a : nullptr)
+                tell(data, said->list == "map" ? "map" : "setting",
+                     format("only here: {}{}{}", said->shown, said->list.empty() ? "=" : "", said->value),
+                     (a ? before : after).name, said->line);
+            else if (a && b && a->value != b->value)
                 tell(data, "setting", format("{} was {} and is {}", b->shown, a->value, b->value), after.name, b->line)
                     .by = {before.name, a->line};
-            else if (!a->list.empty())
+            else if (a && b && !a->list.empty())
                 shared[{a->list, a->place}] = {a, b};
         }
     const statement *last = nullptr;

@@ -3,6 +3,8 @@
 #include "lines/accounting.h"
 #include "nupgrade.h"
 
+#include <fmt/format.h>
+
 namespace {
 
 /// Where a line stands, and whether with another prefix.
@@ -56,6 +58,8 @@ bool is_renamed(const conf_line &said) {
 struct line_placer {
     accounting &all;
     result_places &result;
+    /// The addresses of an input's list of elements, once they are asked for.
+    std::unordered_map<const Frag *, std::unordered_set<std::string>> addresses{};
 
     /// Whether another line stands there; of a filter rule, one of its fields.
     bool is_taken(const Frag *frag) const {
@@ -86,11 +90,16 @@ struct line_placer {
     }
 
     // Whether the file of a line of an element has the address that the number leads to in another element of the list.
-    bool is_of_another(const account_line &line, const Frag *frag) const {
+    bool is_of_another(const account_line &line, const Frag *frag) {
         const Frag *element = at_depth(line.said->node, 4);
         std::string address = configuration::value(element, "addr"),
                     there = configuration::value(at_depth(frag, 4), "addr");
-        return !address.empty() && address != there && element_with(element->parent, there);
+        if (address.empty() || address == there)
+            return false;
+        auto [known, is_new] = addresses.try_emplace(element->parent);
+        for (const Frag *each = is_new ? element->parent->child : nullptr; each; each = each->next)
+            known->second.insert(configuration::value(each, "addr"));
+        return known->second.count(there) != 0;
     }
 
     // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
@@ -181,7 +190,7 @@ struct line_placer {
             result.stand(key, number);
         }
         for (const std::string &word : missing)
-            all.tell_some("lost", word + " of " + std::string(line.said->key) + " is no element of " + list, line);
+            all.tell_some("lost", fmt::format("{} of {} is no element of {}", word, line.said->key, list), line);
         return true;
     }
 

@@ -5,6 +5,7 @@
 #include "lines/accounting.h"
 #include "netperm.h"
 
+#include <deque>
 #include <fmt/format.h>
 #include <utility>
 
@@ -25,7 +26,7 @@ struct host_placer {
     const std::string &proxy;
     std::vector<made_set> &sets;
     /// Those not yet taken, by their sources and rulings.
-    std::map<std::pair<std::string_view, bool>, std::vector<size_t>> maps{};
+    std::map<std::pair<std::string_view, bool>, std::deque<size_t>> maps{};
     const access_rule *last = nullptr, *last_now = nullptr; ///< placed, and with which element
     size_t of_map = 0, count = 0;                           ///< of the last; config sets are counted in each table anew
 
@@ -98,7 +99,7 @@ struct host_placer {
     // Rules that follow each other make a group with a map and a config set. Maps stand in the order of the sets: that
     // of the proxy's own name, then with 2, 3 and so on.
     void take(const access_rule &rule, const access_rule &now, const Frag *address, size_t number) {
-        std::vector<size_t> &alike = maps[{side.maps[now.source].source, rule.permit}];
+        std::deque<size_t> &alike = maps[{side.maps[now.source].source, rule.permit}];
         bool is_same_table = last && rule.table == last->table;
         bool is_group = !is_same_table || now.source != last_now->source || rule.tail != last->tail ||
                         rule.permit != last->permit || &now == last_now;
@@ -114,7 +115,7 @@ struct host_placer {
             all.tell_some("unexplained", format("map {} stands in another order", side.maps[of_map].number),
                           all.in_result(side.maps[of_map].line));
         if (!alike.empty())
-            alike.erase(alike.begin());
+            alike.pop_front();
         count = is_same_table ? count + 1 : 1;
         std::string suffix = count == 1 ? "" : format("-{}", count);
         std::string path = format("def_proxy_{0}_config-sets_{0}{1}", storedname(proxy), suffix);

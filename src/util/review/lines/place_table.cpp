@@ -96,7 +96,7 @@ struct attribute_placer {
         const char *bare_prefix = prefix_of(take_prefixes(&bare));
         const Frag *other = nullptr;
         for (const auto &[name, prefix] : {std::pair(bare, bare_prefix), {attribute.c_str(), prefix_of(rule.bits)}}) {
-            auto [at, end] = places.equal_range(said_text(owner + '_' + name + number, rule.text));
+            auto [at, end] = places.equal_range(said_text(format("{}_{}{}", owner, name, number), rule.text));
             other = other || at == end ? other : at->second;
             while (at != end && prefix_of(result.keys.find(at->second).bits) != prefix)
                 ++at;
@@ -211,15 +211,16 @@ struct attribute_placer {
                         place_in_set(*into[i], attribute, rules, number);
                 }
         // The records that come of config sets stay when the sets go.
-        for (const auto &[policy, attributes] : all.filed.templates) {
-            auto rules = attributes.find("destination");
-            const filed_rule of = rules == attributes.end() ? filed_rule() : rules->second.rbegin()->second;
-            for (const Frag *record : of.rule ? result.conf.children("dest") : std::vector<Frag *>()) {
-                std::string desc = configuration::value(record, "desc"), set = desc.substr(0, desc.rfind('_'));
-                if (set.find("_config-sets_") != set.npos && !result.conf.find(set.c_str()))
-                    place_destination(set, "destination", of);
-            }
+        std::vector<std::string> gone;
+        for (const Frag *record : result.conf.children("dest")) {
+            std::string desc = configuration::value(record, "desc"), set = desc.substr(0, desc.rfind('_'));
+            if (set.find("_config-sets_") != set.npos && !result.conf.find(set.c_str()))
+                gone.push_back(set);
         }
+        for (const auto &[policy, attributes] : all.filed.templates)
+            if (auto rules = attributes.find("destination"); rules != attributes.end())
+                for (size_t i = 0; rules->second.rbegin()->second.rule && i < gone.size(); i++)
+                    place_destination(gone[i], "destination", rules->second.rbegin()->second);
         take_turned();
     }
 

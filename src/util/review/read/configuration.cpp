@@ -108,6 +108,8 @@ std::string owner_of(const Frag *entry) {
     return owner == "*" ? "global" : owner;
 }
 
+std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
+
 static constexpr std::pair<const char *, long> prefixes[] = {
     {"deny-", ATTR_DENY}, {"permit-", ATTR_PERMIT}, {"absorb-", ATTR_ABSORB}, {"onlyon-", ATTR_ONLYON}};
 

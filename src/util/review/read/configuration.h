@@ -101,7 +101,7 @@ inline std::string_view text_of(const Frag *frag) {
 /// A stored name or key with its escapes decoded.
 std::string decoded_name(std::string_view stored);
 /// A node's name in clear, whatever its length, without a prefix; and with the one that it shows.
-inline std::string clear_name(const Frag *frag) { return decoded_name(frag->name); }
+std::string clear_name(const Frag *frag);
 std::string shown_name(const Frag *frag);
 /// The owner of a config set that a policy lists; the proxy for all is saved under another name.
 std::string owner_of(const Frag *entry);

@@ -21,11 +21,11 @@ struct successor {
 /// counted has parameters, and is numbered only if its count is there and that of the one before it.
 struct family_row {
     const char *key, *count, *name, *owner;
-    std::vector<const char *> inner_counts;
+    const char *inner_counts[2]; ///< the second may be null
 };
 const family_row families[] = {
-    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms"}},
-    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms"}},
+    {"def_proxy", "def_num_proxies", "realname", nullptr, {"num_parms", nullptr}},
+    {"cust_proxy", "cust_num_proxies", "name", "realname", {"num_parms", nullptr}},
     {"netobj_list", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"netobj_group", nullptr, "name", nullptr, {"num_elements", "num_members"}},
     {"policy", nullptr, "name", nullptr, {"num_proxies", "num_parms"}},
@@ -138,7 +138,8 @@ struct translator {
                 Frag *owner = row.owner ? take(&record->child, row.owner, line_role::setting, record) : nullptr;
                 take_name(record, row.name);
                 for (const char *count : row.inner_counts)
-                    take(&record->child, count, line_role::count);
+                    if (count)
+                        take(&record->child, count, line_role::count);
                 if (const Frag *num = ffind(&record->child, "num"); num && !num->value && !num->child)
                     fdel(&record->child, "num");
                 if (row.count)
@@ -222,7 +223,7 @@ struct translator {
                 std::string interface = configuration::value(element, "interface");
                 bool is_plain = !interface.empty() && !says_yes(configuration::value(element, "alias"));
                 Frag *aliases = is_plain ? by_name.find(interface + "$INTERFACE") : nullptr;
-                if (!aliases)
+                if (!aliases || !elements)
                     continue;
                 fold_list(aliases, elements, known);
                 folded.emplace(aliases, element);
