@@ -6,7 +6,6 @@
 #include "read/configuration.h"
 
 #include <algorithm>
-#include <regex>
 #include <utility>
 
 using namespace std::string_view_literals;
@@ -87,9 +86,12 @@ struct line_reader {
 
     // Whether the component behind the path names a record, whose prefix is part of that name.
     bool is_record() const {
-        static const std::regex families(
-            "(def_proxy|def_proxy_[^_]*_config-sets|netobj_list|netobj_group|policy|policy_[^_]*_proxy)_");
-        return std::regex_match(path, families);
+        auto is_in = [this](std::string_view front, std::string_view back, long depth) {
+            return has_prefix(path.c_str(), front) && std::count(path.begin(), path.end(), '_') == depth &&
+                   path.size() >= back.size() && path.compare(path.size() - back.size(), back.size(), back) == 0;
+        };
+        return is_in("def_proxy_", "", 2) || is_in("netobj_list_", "", 2) || is_in("netobj_group_", "", 2) ||
+               is_in("def_proxy_", "_config-sets_", 4) || is_in("policy_", "", 1) || is_in("policy_", "_proxy_", 3);
     }
 
     // Takes the components up to the one that ends the key. False if the file ends in them.
