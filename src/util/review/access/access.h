@@ -82,6 +82,14 @@ decision decide(const access_side &side, const std::string &proxy, const std::st
 /// Whether the word's pattern covers the host: the comparison's own matcher, apart from the upgrade's.
 bool covers(std::string_view pattern, std::string_view host);
 
+/// Parameters by their clear names, prefix in front, with their values.
+using option_set = std::map<std::string, std::set<std::string>>;
+/// The options under which a permit rule or map lets a host into the proxy: words of a rule's tail; of a map the
+/// parameters of its policy and of the config sets that the policy lists for the proxy.
+option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy);
+/// The options that the rule before has and the rule after lacks, in words; empty if there are none.
+std::string lacking_options(const option_set &was, const option_set &is);
+
 // The comparison.
 
 struct access_options {
