@@ -163,12 +163,13 @@ TEST(lines_property, what_is_said_of_lines_is_true) {
     }
 }
 
-// A field twice in a file, an address twice in a list, a client that moves, an address without an interface; rules that
-// say nothing.
+// A field twice in a file, an address twice in a list, an interface of a list of one's own, a client that moves, an
+// address without an interface; rules that say nothing.
 TEST(lines_property, what_others_say_too_is_not_lost) {
     const vector<string> texts[] = {
         {"version_firewall=4.1\ndef_proxy_x_a=1\nnetobj_list_L_element_5_addr=b\nnetobj_list_L_element_5_netmask=1\n"
-         "netobj_group_fw-admin_member_1_name=L\n",
+         "netobj_group_fw-admin_member_1_name=L\nnetobj_list_L_element_5_interface=i\n"
+         "netobj_list_all%5Finterfaces_element_1_interface=i\nnetobj_list_all%5Finterfaces_element_1_location=L\n",
          "map_1_src=*\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\nip_insideaddr=h\nip_insidemask=m\n",
          "map_1_src=a\nmap_1_pd=D\nmap_1_pd=P\ngui_client=c\nnetobj_list_L_element_10_addr=b\n"
          "netobj_list_L_element_10_netmask=1\n"},

@@ -197,6 +197,15 @@ struct origin_finder {
         for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
             if (!result.conf.record("netobj_list", list))
                 all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
+        std::map<std::string, std::set<std::string>> held; // interfaces, by the lists that entries name
+        auto is_held = [&](const std::string &list, const std::string &interface) {
+            auto [known, is_new] = held.try_emplace(list);
+            if (is_new)
+                for (const Frag *each : configuration::children(result.conf.record("netobj_list", list), "element"))
+                    if (!says_yes(configuration::value(each, "alias")))
+                        known->second.insert(configuration::value(each, "interface"));
+            return known->second.count(interface) != 0;
+        };
         std::set<std::string> listed;
         for (const Frag *each : result.conf.children("netobj_list_all%5Finterfaces_element")) {
             std::string name = lowercase(configuration::value(each, "interface")),
@@ -204,7 +213,9 @@ struct origin_finder {
             if (!listed.insert(name).second && !is_blanks(name.c_str()))
                 tell("from-nowhere", each, "stands twice in the list of all interfaces");
             auto there = located.find(name);
-            if (location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
+            bool stays = there == located.end() && is_held(location, configuration::value(each, "interface"));
+            if (!stays &&
+                location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
                 tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
             for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
                 if (there != located.end() &&
