@@ -45,7 +45,7 @@ struct checking {
             if (letter == 'V' && (file.empty() || file.find_first_not_of("0123456789") != file.npos))
                 doubt({}, "leave out -V", "-V {} is not a whole number: it is read as {}", file, decimal(file.c_str()));
             if (letter != 'V' && command.words[index].size() > 2)
-                doubt({}, format("write -{} alone", letter),
+                cause({}, format("write -{} alone", letter),
                       "the text behind -{} in {} is ignored: the option takes the next word, {}", letter,
                       command.words[index], file);
             if (letter != 'V' && file[0] == '-')
@@ -54,12 +54,13 @@ struct checking {
         }
         if (!command.numbered())
             doubt({}, "leave out -V", "the result is {}, which is for reading: it can't be installed",
-                  command.version == 99 ? "XML (-V 2)" : format("in the canonical layout (-V {})", command.version));
+                  command.version == 99 ? "XML" : format("in the canonical layout (-V {})", command.version));
         for (size_t index : command.passed_over)
             doubt({}, "leave it out", "{} is passed over: it belongs to no option and is not the last word",
                   command.words[index]);
         if (!command.refused.empty())
-            doubt({}, "correct the word", "the upgrade refuses this command line: {}", command.refused);
+            cause({}, command.refused.find("output") == std::string::npos ? "correct the word" : "name the output last",
+                  "the upgrade refuses this command line: {}", command.refused);
         else if (!command.has_output)
             doubt({}, "name the output last", "-{} took the last word, {}: the result goes to standard output",
                   command.steps.back().letter, command.words.back());
@@ -84,7 +85,8 @@ struct checking {
                       has_run ? "it holds a result, so that the input is gone" : "the upgrade overwrites it");
             }
             if (is_one_of(reports, file))
-                cause({}, "name another report", "the input {} is the report, too: the upgrade empties it first", file);
+                cause({}, "name another report, and take the input from its copy if the upgrade has run",
+                      "the input {} is the report, too: the upgrade empties it first", file);
         }
         if (command.has_output && (std::count(reports.begin(), reports.end(), output) || is_one_of(reports, output)))
             doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
@@ -104,7 +106,7 @@ struct checking {
             if (strchr("ne", letter) && is_one_of(ahead[letter], file))
                 doubt({}, "name it once", "{} is named twice by -{}: what it says is taken in twice", file, letter)
                     .leads = letter == 'e';
-            if (letter == 'n' && data.release >= 40)
+            if (letter == 'n' && data.release >= 40 && !is_swapped())
                 doubt({}, "leave out -n", "a configuration from 4.0 on takes no table: {} {}", file,
                       newest ? "is not opened, and all that was merged ahead of it is left out" : "changes nothing");
             else if (letter == 'n' && !merged.empty())
@@ -112,7 +114,7 @@ struct checking {
                       file, merged.back())
                     .leads = merged.size() > 1; // what the initial environment says of all goes into each proxy
             if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
+                cause({}, by_table ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
             if (letter == 'e' && !met.empty() && by_table)
                 cause({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
@@ -125,10 +127,11 @@ struct checking {
                 doubt({}, "leave out -e",
                       "{} is in the canonical layout: -e is for the numbered one, and removes proxies, policies, maps",
                       file);
-            if (letter == 'm' && numbered && newest && is_old)
+            bool is_output = command.has_output && same_file(file, command.output); // which is told
+            if (letter == 'm' && numbered && newest && is_old && !is_output)
                 cause({}, "leave it as it is",
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file);
-            else if (letter == 'm' && numbered && !is_one_of(imports, file))
+            else if (letter == 'm' && numbered && !is_output && !is_one_of(imports, file))
                 cause({}, is_old && !by_table ? "name it by -e, too" : "take it in the canonical layout",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file);
@@ -136,13 +139,20 @@ struct checking {
         }
     }
 
+    // Whether the old configuration can't be what it is named as, which is told.
+    bool is_doubted() const {
+        return std::any_of(data.findings.begin(), data.findings.end(), [&](const finding &told) {
+            return !told.at.line && !told.at.file.empty() && told.at.file == command.old_conf;
+        });
+    }
+
     void check_missing() const {
         if (command.old_conf.empty())
             doubt({}, "name it by -m", "no old configuration is named by -m: it counts as one from before 4.0");
         else if (merges.size() == 1 && command.init_conf.empty() && data.release != 55)
             doubt({}, "name that of the new release", "no initial environment is named by a second -m");
-        if (data.release < 40 && tables.empty() && imports.empty())
-            doubt({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
+        if (data.release < 40 && tables.empty() && imports.empty() && !is_doubted())
+            cause({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
     }
 
     // The proxies that were in use, and for which the release has a program, but this environment has none.
@@ -153,12 +163,14 @@ struct checking {
             for (const table_rule &rule : files.table(file) ? files.table(file)->rules : std::vector<table_rule>())
                 if (rule.attribute == "hosts")
                     used.insert(rule.names.begin(), rule.names.end());
-        for (const std::string &name : used)
+        for (const std::string &name : used) {
+            bool is_known = is_listed(login_services, name);
             for (const maprec *services : {map_unix, map_nt})
-                if (const maprec *row = find_maprec(services, &maprec::proxy, name.c_str());
-                    row && *row->exec && !is_dropped_proxy(name, data.release) &&
-                    init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
-                    lacking.insert(name);
+                is_known = is_known || find_maprec(services, &maprec::proxy, name.c_str());
+            if (is_known && !is_dropped_proxy(name, data.release) &&
+                init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
+                lacking.insert(name);
+        }
         return lacking;
     }
 
@@ -183,23 +195,45 @@ struct checking {
                                clear_name(list));
     }
 
+    std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
+
+    // Whether the initial environment seems to stand in the place of the old configuration.
+    bool is_swapped() const {
+        bool is_own = !is.empty() && (release_of(is) != 55 || has_own_name(*init));
+        return is_own && ((data.release == 40 && was.empty()) || (release_of(was) == 55 && release_of(is) != 55)) &&
+               !same_file(old->name, init->name);
+    }
+
+    // An old configuration that lacks what each has, or is of another release than it seems.
+    void check_old() const {
+        const place at{old->name, old->line_of(old->find("version_firewall"))};
+        bool has_proxies = data.release >= 40;
+        if (was.empty() && !has_proxies && !has_own_name(*old) && !is_doubted())
+            doubt_file(at, "name the old configuration",
+                       "has no version_firewall, no hostname and no def_proxy: is it one?");
+        else if (was.empty() && data.release == 40)
+            doubt_file(at, "add version_firewall with the release that wrote it",
+                       "has def_proxy and no version_firewall, so that it counts as one of 4.0: is it?");
+        else if (!was.empty() && has_proxies != (release_of(was) >= 40))
+            doubt_file(at, "compare it with its copy", "is of release {} and has {} def_proxy: is it whole?", was,
+                       has_proxies ? "a" : "no");
+        else if (release_of(was) > 55)
+            doubt_file(at, "name the old configuration", "is of release {}, and the new one is 5.5: is it older?", was);
+    }
+
     // Configurations that seem to be of another site or release, or to have changed places.
     void check_places() const {
-        std::string was = old ? old->value("version_firewall") : "", is = init ? init->value("version_firewall") : "";
-        bool unversioned = data.release == 40 && was.empty();
-        bool is_own = !is.empty() && (release_of(is) != 55 || has_own_name(*init));
         if (old && init && same_file(old->name, init->name)) {
             doubt({}, "name the new release's environment by the second -m",
                   "{} is named as the old configuration and as the initial environment", old->name);
-        } else if (is_own && (unversioned || (release_of(was) == 55 && release_of(is) != 55))) {
+        } else if (is_swapped()) {
             cause({}, "put the old configuration's -m first",
                   "{} has {} and {} has {}: it looks like an initial environment in the place of the old configuration",
-                  old->name, unversioned ? "no version_firewall" : was, init->name, is);
+                  old->name, was.empty() ? "no version_firewall" : was, init->name, is);
         } else {
-            if (unversioned)
-                doubt_file({old->name}, "add version_firewall with the release that wrote it",
-                           "has def_proxy and no version_firewall, so that it counts as one of 4.0: is it?");
-            if (init && data.release != 55)
+            if (old)
+                check_old();
+            if (init && data.release != 55 && !(command.has_output && same_file(init->name, command.output)))
                 check_environment();
         }
     }

@@ -204,13 +204,29 @@ struct checking {
             count = std::max(count, 1L) + 1;
             return;
         }
-        bool turned = !same_prefix(found->bits, other->bits);
-        bool alike = node->value && found->value == other->value && !turned;
-        say("twice", found->line, "{} stands twice: {} is found, {} is not{}", key,
-            node->value ? said(*found, turned) : "one",
-            node->value ? said(*other, turned) : format("that of line {}", other->line),
-            alike ? "; they say the same: it does not matter" : "")
+        bool turned = !same_prefix(found->bits, other->bits), alike = found->value == other->value && !turned;
+        say("twice", found->line, "{} stands twice: {} is found, {} is not; {}", key, said(*found, turned),
+            said(*other, turned), alike ? "they say the same: it does not matter" : "it matters: they differ")
             .by = {conf.name, other->line};
+    }
+
+    // Tells what is said below a node that is not found, since another of its name is, and that one says otherwise or
+    // not at all.
+    void say_hidden(Frag *found, Frag *hidden) {
+        std::vector<std::pair<Frag *, Frag *>> pending{{found, hidden}};
+        while (!pending.empty()) {
+            auto [node, twin] = pending.back();
+            pending.pop_back();
+            const conf_line *line = twin->value ? conf.origin(twin) : nullptr,
+                            *other = node ? conf.origin(node) : nullptr;
+            if (line && !node)
+                say("twice", line->line, "{}: {} is not found, since another {} is", std::string(fragkeyname(twin)),
+                    said(*line, false), std::string(fragkeyname(found)));
+            else if (line && !(other && other->value == line->value && same_prefix(other->bits, line->bits)))
+                say_double(node, line);
+            for (Frag *child = twin->child; child; child = child->next)
+                pending.emplace_back(node ? conf.indexes.find(&node->child, child->name) : nullptr, child);
+        }
     }
 
     void check_doubles() {
@@ -230,11 +246,13 @@ struct checking {
             lists.pop_back();
             for (Frag *node = *list; node; node = node->next) {
                 if (Frag *found = conf.indexes.find(list, node->name); found != node)
-                    say_double(found, conf.origin(node));
+                    say_hidden(found, node);
                 lists.push_back(&node->child);
             }
         }
-        say_double(conf.find("def_proxy_global"), conf.origin(conf.find("def_proxy_*")));
+        Frag *global = conf.find("def_proxy_global"), *star = conf.find("def_proxy_*");
+        if (global && star)
+            say_hidden(global, star);
     }
 };
 

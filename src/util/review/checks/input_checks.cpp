@@ -41,7 +41,8 @@ line_signs look_at_lines(std::string_view text) {
             signs.returns.see(number);
         size_t sign = line.find_first_of(":=");
         bool is_hosts = sign < line.find("hosts") && line[sign] == ':'; // which blanks separate
-        if (size_t end = line.find_last_not_of(" \t") + 1; end > 0 && end < line.size() && !is_hosts)
+        if (size_t end = line.find_last_not_of(" \t") + 1;
+            end > 0 && end < line.size() && !is_hosts && !strchr(">:$#?", line[end - 1])) // as a prompt ends
             signs.blanks.see(number);
         if (sign != line.npos && line[0] != '#')
             (line[sign] == ':' ? signs.rules : signs.assignments)++;
@@ -67,6 +68,8 @@ std::pair<const char *, const char *> sign_of_all(std::string_view text) {
     bool is_wide = text.size() > 3 && std::count(text.begin(), text.end(), '\0') * 3 > static_cast<long>(text.size());
     if (text.empty())
         return {"the file is empty", "take it from its copy"};
+    if (text.substr(0, 2) == "\x1f\x8b")
+        return {"the file is compressed", "unpack it"};
     if (is_wide || text.substr(0, 2) == "\xff\xfe" || text.substr(0, 2) == "\xfe\xff")
         return {"the file is UTF-16", "convert it to plain text"};
     if (text.find('\n') == text.npos && text.find('\r') != text.npos)
@@ -89,10 +92,12 @@ struct checking {
         if (auto [sign, advice] = sign_of_all(bytes); sign)
             return void(doubt({name}, advice, "{}", sign));
         line_signs signs = look_at_lines(bytes);
-        if (is_table ? signs.assignments > signs.rules : signs.rules > signs.assignments)
-            return void(doubt({name}, "name the table by -n and configurations by -m",
-                              "looks like a {}, in the place of the {}", is_table ? "configuration" : "netperm table",
-                              word(role)));
+        if (is_table ? signs.assignments > signs.rules : signs.rules > signs.assignments) {
+            doubt({name}, "name the table by -n and configurations by -m", "looks like a {}, in the place of the {}",
+                  is_table ? "configuration" : "netperm table", word(role))
+                .leads = true;
+            return;
+        }
         if (!is_table)
             look_at_names(*files.conf(name, conf_layout::as_written), signs);
         else if (data.release < 40)

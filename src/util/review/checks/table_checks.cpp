@@ -39,7 +39,7 @@ const char *meant_word(const table_rule &rule) {
     for (const char *meant : {"hosts", "permit-hosts", "deny-hosts", "absorb-hosts"})
         if (is_near(word, meant) || has_prefix(word.c_str(), meant) ||
             (rule.text.substr(0, 5) == "hosts" && is_near(word + "hosts", meant)))
-            return meant;
+            return has_prefix(meant, "hosts") && word.find("deny") != word.npos ? "deny-hosts" : meant;
     return nullptr;
 }
 
@@ -56,13 +56,26 @@ bool is_range(std::string_view host) {
     return address && (rest == 4 || (rest == 1 && host[end] != ':')) && (host[end] != '-' || address == 4);
 }
 
-// A number above 255, or too many of them.
+// A number above 255 or with a zero in front, too many of them, or letters behind two.
 bool is_no_address(std::string_view host) {
+    size_t digits = std::min(host.find_first_not_of("0123456789."), host.size());
     bool above = count_parts(host) > 4, plain = host.find_first_not_of("0123456789.*") == host.npos;
-    for (size_t at = 0; plain && at < host.size(); at = std::min(host.find('.', at), host.size()) + 1)
-        above = above || decimal(std::string(host.substr(at, 4)).c_str()) > 255;
-    return above;
+    for (size_t at = 0, end; plain && at < host.size(); at = end + 1) {
+        end = std::min(host.find('.', at), host.size());
+        above = above || decimal(std::string(host.substr(at, 4)).c_str()) > 255 || (host[at] == '0' && end > at + 1);
+    }
+    return above || (digits < host.size() && host[digits] != '*' &&
+                     std::count(host.begin(), host.begin() + static_cast<long>(digits), '.') > 1);
 }
+
+// A byte of which no host is made, nor a mask or a range.
+bool has_odd_byte(std::string_view host) {
+    return host.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.*-_:/") != host.npos;
+}
+
+const char *const no_hosts[] = {"any", "all", "none", "hosts", "permit", "deny", "policy", "0.0.0.0", nullptr};
+
+bool is_no_host(std::string_view word) { return is_listed(no_hosts, word); }
 
 /// Host words that look like something else, with what is meant; the first row that fits is told.
 struct host_row {
@@ -72,8 +85,9 @@ struct host_row {
 const host_row host_rows[] = {
     {[](std::string_view host) { return host.find(',') != host.npos; },
      "{} is one word with a comma, and no host has it", "hosts stand apart by blanks"},
-    {[](std::string_view host) { return host.find_first_of("?[]!\"'#\\") != host.npos; },
-     "{} stands for itself alone: * is the one sign that means others", "write hosts, and patterns with *"},
+    {has_odd_byte, "{} stands for itself alone: * is the one sign that means others",
+     "write hosts, and patterns with *"},
+    {is_no_host, "{} is read as the name of a host", "write hosts, and patterns with *"},
     {is_range, "{} is compared as text and covers no address in it", "write hosts, and patterns with *"},
     {is_no_address, "{} is no address: its numbers are four, and none above 255", "write the address"},
 };
@@ -115,9 +129,14 @@ struct checking {
                   hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
         for (std::string_view host : hosts)
             check_host(at, host);
-        if (std::string policy = split_options(split.tail).policy; !policy.empty() && templates.insert(policy).second)
+        rule_options options = split_options(split.tail);
+        if (!options.policy.empty() && templates.insert(options.policy).second)
             doubt(at, "name one that the table has", "no rule of the table is for {}: the hosts get nothing from it",
-                  policy);
+                  options.policy);
+        for (std::string_view word : options.words)
+            for (const char *meant : {"-policy", "-exec"})
+                if (is_near(word, meant))
+                    doubt(at, format("{} is meant?", meant), "{} is an option of its own", word);
     }
 
     // Proxies that nobody knows.

@@ -24,12 +24,20 @@ std::string describe_source(const configuration &conf, std::string source) {
     std::unordered_set<const Frag *> met;
     std::vector<const Frag *> elements = source_elements(conf, source, met);
     bool bare = !elements.empty() && !elements[0];
-    for (size_t i = 0; i < std::min(elements.size(), MOST_SHOWN); i++)
-        addresses.push_back(value_of(elements[i], "addr"));
-    if (elements.size() > MOST_SHOWN)
+    std::string network; // the first that stands there as if all of its hosts were meant
+    for (const Frag *element : elements) {
+        addresses.push_back(value_of(element, "addr"));
+        network = network.empty() && !network_pattern(addresses.back()).empty() ? addresses.back() : network;
+    }
+    if (elements.size() > MOST_SHOWN) {
+        addresses.resize(MOST_SHOWN);
         addresses.push_back(format("{} in all", elements.size()));
+    }
     take_group_mark(source);
-    return bare ? source : format("{} ({})", source, elements.empty() ? "no addresses" : joined(addresses));
+    std::string all = elements.empty() ? "no addresses" : joined(addresses);
+    if (!network.empty())
+        all += format("; {} stands for itself alone, not for {}", network, network_pattern(network));
+    return bare ? source : format("{} ({})", source, all);
 }
 
 // What a node below an entry of an import is called where it is entered, config set in front.
@@ -112,10 +120,14 @@ struct list_maker {
         fields let_in;
         for (const std::string &proxy : before.proxies) {
             strings hosts;
-            if (is_removed_proxy(proxy))
-                for (const access_rule &rule : rules_of(before, proxy))
-                    hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
-            if (!hosts.empty())
+            bool permits = false;
+            if (!is_removed_proxy(proxy))
+                continue;
+            for (const access_rule &rule : rules_of(before, proxy)) {
+                permits = permits || (rule.permit && !rule.pattern.empty());
+                hosts.push_back((rule.permit ? "" : "not ") + std::string(rule.pattern));
+            }
+            if (permits)
                 let_in.emplace_back(proxy, joined(hosts));
         }
         if (!let_in.empty())
@@ -183,9 +195,10 @@ struct list_maker {
             brought.insert(record_text(map));
         for (const Frag *map : old ? old->children("map") : std::vector<Frag *>())
             brought.erase(record_text(map));
-        bool decided = !data.access.empty();
+        std::set<std::string> decided; // proxies
         for (const access_row &row : data.access)
-            decided = decided && row.found != verdict::not_decided;
+            if (row.found != verdict::not_decided)
+                decided.insert(row.proxy);
         for (const finding &told : data.findings)
             if (told.id == "wider" && told.after.map)
                 wider.insert(*told.after.map);
@@ -193,13 +206,14 @@ struct list_maker {
             std::string number = clear_name(map), policy = value_of(map, "policy");
             if (!is_digit(*map->name) || value_of(map, "pd") != "P" || !brought.count(record_text(map)))
                 continue;
-            if (decided && !wider.count(decimal(number.c_str()))) {
-                idle.push_back(number);
-                continue;
-            }
             std::set<std::string> proxies;
             for (const Frag *entry : configuration::children(result.record("policy", policy), "proxy"))
                 proxies.insert(entry->value ? owner_of(entry) : clear_name(entry));
+            if (!wider.count(decimal(number.c_str())) &&
+                std::includes(decided.begin(), decided.end(), proxies.begin(), proxies.end())) {
+                idle.push_back(number);
+                continue;
+            }
             enter("brought", "",
                   {{"source", describe_source(result, value_of(map, "src"))},
                    {"proxies", joined({proxies.begin(), proxies.end()})}},

@@ -54,7 +54,8 @@ void compare_bytes(const upgrade_command &command, const std::string &should_be,
         bool is_there = access(at.file.c_str(), F_OK) == 0;
         const char *why = is_there ? "nothing can be read back from it: what is told is what would be written"
                                    : "not there yet: this is a preview of what would be written";
-        return void(tell(data, "not-written", why, at.file));
+        return void(adviser{data, "not-written"}(at, is_there ? "name a file to keep the result in" : "run the upgrade",
+                                                 "{}", why));
     }
     data.result = *is == should_be ? written::same : written::different;
     if (data.result == written::same)

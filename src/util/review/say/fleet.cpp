@@ -2,6 +2,7 @@
 #include "say/say.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
@@ -9,6 +10,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 using fmt::format;
 namespace fs = std::filesystem;
@@ -48,7 +50,8 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
                          {"host_name", data.value("host_name", "")}});
     } catch (const std::exception &) {
         firewall.update({{"status", 2}, {"release", 0}, {"grade", word(grade::wrong)}, {"host_name", ""}});
-        firewall["verdict"] = "Trouble: the answer can't be read.";
+        const char *why = access(answer.c_str(), R_OK) == 0 ? "it is no answer of --json" : strerror(errno);
+        firewall["verdict"] = format("Trouble: the answer can't be read: {}.", why);
     }
     firewall["answer"] = answer;
     std::error_code ignored;
@@ -100,7 +103,10 @@ reply sum_up_fleet(review_session &session) {
                {"verdict", verdict},
                {"verdicts", alike},
                {"firewalls", rows}};
-    std::string text = session.as_json ? dumped(fleet, 2) + "\n" : session.html.empty() ? fleet_text(fleet) : "";
+    std::string text = session.as_json        ? dumped(fleet, 2) + "\n"
+                       : session.quiet        ? verdict + ".\n"
+                       : session.html.empty() ? fleet_text(fleet)
+                                              : "";
     fleet["head"] = worst == word(grade::none) ? "Nothing to look at" : "The worst is: " + worst;
     fleet["firewalls"] = {{"rows", rows}};
     return {fleet["status"], text, session.html.empty() ? "" : render_page(fleet, session)};

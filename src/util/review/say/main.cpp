@@ -73,6 +73,7 @@ void add_options(CLI::App &app, review_session &session) {
     app.add_option("--proxy", session.proxy, "compare this proxy only");
     app.add_option("--only", session.only, "print these findings and things to do only, such as wider,todo.off")
         ->delimiter(',')
+        ->option_text("NAME[,NAME]")
         ->allow_extra_args(false)
         ->check([](const std::string &name) {
             return is_told_name(name) ? "" : "there is no finding and nothing to do with the name " + name;
@@ -81,7 +82,8 @@ void add_options(CLI::App &app, review_session &session) {
     app.add_flag("--all", session.all, "list every line of the inputs and of the result");
     app.add_flag("--quiet", session.quiet, "print the verdict only");
     app.footer("Everything from the first short option or name on is the upgrade's own command line:\n"
-               "  moatwall-review [OPTIONS] [-Vx] [-R report] [-n netperm] [-m mergefile]... outputfile\n"
+               "  moatwall-review [OPTIONS] [-Vx] [-R report] [-n netperm]\n"
+               "                  [-m mergefile]... outputfile\n"
                "Exit status: 0 nothing to look at, 1 something to look at, 2 trouble.");
     for (const command_row *row = commands; row->id; row++)
         app.add_subcommand(row->id, row->help)

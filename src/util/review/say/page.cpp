@@ -16,7 +16,7 @@ namespace {
 // What a browser still shows without a wait. What is beyond is told.
 constexpr size_t TEXT_LIMIT = 4000; // bytes of one text
 constexpr size_t ROW_LIMIT = 1000;  // rows of one list
-constexpr size_t PRINT_LIMIT = 60;  // dropped lines that are printed one by one
+constexpr size_t PRINT_LIMIT = 60;  // dropped lines of a file, or rules of a proxy, that are printed one by one
 
 constexpr char unseen[] = "Not looked at.";
 
@@ -60,7 +60,8 @@ json proxy_values(json proxies, const access_side &before, const access_side &af
     auto differs = [](const json &each) { return each["verdict"] != "same"; };
     std::stable_partition(proxies.begin(), proxies.end(), differs);
     for (json &each : proxies) {
-        each["differs"] = differs(each);
+        bool is_short = each.value("before_rules", PRINT_LIMIT) + each.value("after_maps", 0U) <= PRINT_LIMIT;
+        each.update({{"differs", differs(each)}, {"prints", differs(each) && is_short}});
         for (const access_side *side : {&before, &after}) {
             json rules = json::array();
             for (const access_rule &rule : rules_of(*side, each["proxy"]))
@@ -98,7 +99,8 @@ json line_values(review_session &session) {
     const review_data &data = session.data;
     std::map<std::pair<int, uint32_t>, std::vector<const line_fate *>> fates; // the worst first
     for (const line_fate &line : data.lines)
-        fates[{-static_cast<int>(line.became), line.file}].push_back(&line);
+        if (line.reason != said_twice) // these are counted
+            fates[{-static_cast<int>(line.became), line.file}].push_back(&line);
     json groups = json::array();
     for (const auto &[key, lines] : fates) {
         fate became = lines[0]->became;

@@ -31,10 +31,6 @@ struct report_lines {
         }
         text += "\n";
     }
-
-    bool wants(const std::string &name) const {
-        return session.only.empty() || std::count(session.only.begin(), session.only.end(), name);
-    }
 };
 
 // What follows from a cause is told by its number behind the causes, if nobody asks for more.
@@ -47,7 +43,7 @@ void write_findings(const json &findings, report_lines &out) {
             out.line(format("    {} more follow{} from this; --all lists them", rest, rest == 1 ? "s" : ""));
         std::string id = told["id"], text = told["text"],
                     at = place_text(told.value("file", ""), told.value("line", 0L)), advice = told.value("advice", "");
-        if (out.wants(id) && !is_folded(told))
+        if (!is_folded(told))
             out.line(
                 format("[{}] {}{}{}{}{}", id, at, at.empty() ? "" : ": ", text, advice.empty() ? "" : ": ", advice));
     }
@@ -103,15 +99,24 @@ void write_lines(report_lines &out) {
     }
 }
 
-void write_todo(report_lines &out) {
-    std::string head = out.session.only.empty() ? "\nto do:\n" : "";
-    for (const todo_item &item : out.session.data.todo) {
-        if (!out.wants("todo." + item.id) && !out.wants("todo"))
-            continue;
-        out.text += std::exchange(head, "");
-        out.line(format("[todo] {}: {}", item.id, item.text));
-        for (const auto &[name, value] : item.fields)
-            out.line(format("    {} = {}", name, value));
+void write_todo(const json &todo, report_lines &out) {
+    out.text += out.session.only.empty() && !todo.empty() ? "\nto do:\n" : "";
+    for (const json &item : todo) {
+        out.line(format("[todo] {}: {}", item["id"].get<std::string>(), item["text"].get<std::string>()));
+        for (const json &field : item.value("fields", json::array()))
+            out.line(format("    {} = {}", field["name"].get<std::string>(), field["value"].get<std::string>()));
+    }
+}
+
+// Leaves out all findings and things to do but those that were asked for by their names.
+void keep_only(const std::vector<std::string> &names, json &answer) {
+    for (auto [list, front] : {std::pair("findings", ""), {"todo", "todo."}}) {
+        json kept = json::array();
+        for (const json &each : answer[list])
+            if (std::count(names.begin(), names.end(), front + each["id"].get<std::string>()) +
+                std::count(names.begin(), names.end(), list))
+                kept.push_back(each);
+        answer[list] = std::move(kept);
     }
 }
 
@@ -173,7 +178,7 @@ static std::string report_text(const json &answer, const review_session &session
         write_access(out);
         write_lines(out);
     }
-    write_todo(out);
+    write_todo(answer["todo"], out);
     out.text += out.text.empty() ? "" : "\n";
     out.line(verdict);
     return std::move(out.text);
@@ -182,5 +187,7 @@ static std::string report_text(const json &answer, const review_session &session
 reply report(review_session &session) {
     json answer = answer_object(session.data);
     std::string page = session.html.empty() ? "" : report_page(answer, session);
+    if (!session.only.empty())
+        keep_only(session.only, answer);
     return {answer["status"], report_text(answer, session), page};
 }
