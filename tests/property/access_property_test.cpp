@@ -388,7 +388,7 @@ TEST(access_property, differences_and_causes_of_upgrades) {
               "");
 }
 
-// Options that go, the words of a finding, and an output that is not what the upgrade writes.
+// Options that go or come, the words of a finding, and an output that is not what the upgrade writes.
 TEST(access_property, options_of_maps_and_words_of_findings) {
     const string map = "map_0_proxy=a\nmap_0_pd=P\nmap_0_policy=q\nmap_0_src=", sets = "def_proxy_a_config-sets_s_";
     const string host = map + "10.*\npolicy_q_proxy_s=a\npolicy_q_parm_desc=x\n",
@@ -400,9 +400,9 @@ TEST(access_property, options_of_maps_and_words_of_findings) {
         string before, after, own, told;
     } rows[] = {
         {auth, host, "", "options a 10. " + lost + "authenticate = *, none now"},
-        {host, auth, "", ""}, // which has more than it had
+        {host, auth, "", "options a 10. " + lost + "authenticate = *, none before"},
         {host + sets + "permit-url=x\n" + sets + "-log=*\n", host + sets + "deny-url=x\n" + sets + "-log=no\n", "",
-         "options a 10. " + lost + "-log = *, no now, permit-url = x, none now"},
+         "options a 10. " + lost + "-log = *, no now, permit-url = x, none now, deny-url = x, none before"},
         {host + sets + "a_1=1\n" + sets + "a_2=2\n" + sets + "b=\n" + sets + "c=c\n" + sets + "-d=*\n" + sets + "e=e\n",
          host, "",
          "options a 10. " + lost +

@@ -4,14 +4,16 @@
 #include "upgrade.h"
 
 #include <cstring>
+#include <string>
 #include <strings.h>
+
+const char *const login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 
 void pre_save_cleanup(FragList db) {
     const char *loginok = fval(db, "network_loginok");
     if (loginok && strcasecmp(loginok, "enabled") == 0) {
-        fset(db, "def_proxy_svcgrd-telnetd_state", "on");
-        fset(db, "def_proxy_svcgrd-ftpd_state", "on");
-        fset(db, "def_proxy_svcgrd-rlogind_state", "on");
+        for (const char *const *name = login_services; *name; name++)
+            fset(db, (std::string("def_proxy_") + *name + "_state").c_str(), "on");
     }
     fremove(db, "network_loginok");
 }

@@ -30,6 +30,8 @@ int do_55_upgrades(FragList db);
 
 // Their tables. Each ends with a null.
 
+/// The proxies that `pre_save_cleanup` switches on.
+extern const char *const login_services[];
 /// The proxies that `copy_50_stuff` removes.
 extern const char *const del_50_proxies[];
 /// The proxy keys that `copy_50_stuff` takes from the initial environment.

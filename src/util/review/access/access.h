@@ -87,8 +87,9 @@ using option_set = std::map<std::string, std::set<std::string>>;
 /// The options under which a permit rule or map lets a host into the proxy: words of a rule's tail; of a map the
 /// parameters of its policy and of the config sets that the policy lists for the proxy.
 option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy);
-/// The options that the rule before has and the rule after lacks, in words; empty if there are none.
-std::string lacking_options(const option_set &was, const option_set &is);
+/// The options that the rule after lacks or has otherwise, in words; empty if there are none. If all of those before
+/// are known, also those that only the rule after has.
+std::string changed_options(const option_set &was, const option_set &is, bool is_whole);
 
 // The comparison.
 

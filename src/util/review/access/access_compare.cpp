@@ -63,14 +63,15 @@ struct proxy_comparison {
     std::array<compared_list, 2> lists{};
     pattern_automaton automaton{};
     std::map<rule_pair, difference> differences{}; // by the deciding rules
-    std::map<std::tuple<size_t, size_t, size_t>, std::string> known_lacking{};
+    std::map<std::tuple<size_t, size_t, size_t>, std::string> known_options{};
 
     // What the rule before demands that the rule after does not, in words. All rules of one line, and of one map, have
     // the same.
-    const std::string &lacking(const access_rule &was, const access_rule &is) {
-        auto [known, is_new] = known_lacking.try_emplace({was.table, was.source, is.source});
+    const std::string &options_between(const access_rule &was, const access_rule &is) {
+        auto [known, is_new] = known_options.try_emplace({was.table, was.source, is.source});
         if (is_new)
-            known->second = lacking_options(options_of(before, was, proxy), options_of(after, is, proxy));
+            known->second = changed_options(options_of(before, was, proxy), options_of(after, is, proxy),
+                                            split_options(was.tail).policy.empty()); // a template can have more
         return known->second;
     }
 
@@ -129,7 +130,7 @@ struct proxy_comparison {
         const access_rule &was = lists[0].rules[rules[0]], &is = lists[1].rules[rules[1]];
         if (was.permit != is.permit)
             return is.permit ? change::wider : change::narrower;
-        return was.permit && !lacking(was, is).empty() ? change::options : change::none;
+        return was.permit && !options_between(was, is).empty() ? change::options : change::none;
     }
 
     void note(rule_pair rules, const std::string &word) {
@@ -235,7 +236,7 @@ struct finding_maker {
         decision was = decision_of(made.before, from.was), is = decision_of(made.after, from.is);
         std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
         if (from.how == change::options)
-            text += ", " + made.lacking(from.was, from.is);
+            text += ", " + made.options_between(from.was, from.is);
         std::string state = configuration::value(made.after.conf->record("def_proxy", made.proxy), "state");
         if (from.how != change::narrower && !state.empty() && !says_yes(state))
             text += "; the proxy is off";

@@ -13,9 +13,9 @@ std::string parameter_name(std::string_view path) {
     path = path.substr(0, path.find('='));
     for (size_t at = 0; at <= path.size();) {
         std::string part(path.substr(at, path.find('_', at) - at));
-        const char *bare = attr_remap(part.c_str());
+        const char *bare = stored_attribute(part.c_str());
         prefixes += prefix_of(take_prefixes(&bare));
-        name += (at > 0 ? "_" : "") + decoded_name(attr_revmap(bare));
+        name += (at > 0 ? "_" : "") + decoded_name(file_attribute(bare));
         at += part.size() + 1;
     }
     return prefixes + name;
@@ -54,19 +54,24 @@ option_set options_of(const access_side &side, const access_rule &rule, const st
     return options;
 }
 
-std::string lacking_options(const option_set &was, const option_set &is) {
+std::string changed_options(const option_set &was, const option_set &is, bool is_whole) {
     constexpr size_t most = 5;
-    std::vector<std::string> lacking;
-    for (const auto &[name, values] : was) {
-        auto found = is.find(name);
-        std::string value = fmt::to_string(fmt::join(values, " and "));
-        if (found == is.end())
-            lacking.push_back(name[0] == '-' && value == "*" ? "without " + name
-                                                             : fmt::format("{} = {}, none now", name, value));
-        else if (!std::includes(found->second.begin(), found->second.end(), values.begin(), values.end()))
-            lacking.push_back(fmt::format("{} = {}, {} now", name, value, fmt::join(found->second, " and ")));
-    }
-    std::string more = lacking.size() > most ? fmt::format(" and {} more", lacking.size() - most) : "";
-    lacking.resize(std::min(lacking.size(), most));
-    return fmt::format("{}{}", fmt::join(lacking, ", "), more);
+    std::vector<std::string> changed;
+    auto join = [](const std::set<std::string> &values) { return fmt::to_string(fmt::join(values, " and ")); };
+    auto say = [&](const std::string &name, const std::string &value, const char *flag, const std::string &otherwise) {
+        bool is_flag = name[0] == '-' && value == "*" && *flag;
+        changed.push_back(is_flag ? fmt::format("{} {}", flag, name)
+                                  : fmt::format("{} = {}, {}", name, value, otherwise));
+    };
+    for (const auto &[name, values] : was)
+        if (auto now = is.find(name); now == is.end())
+            say(name, join(values), "without", "none now");
+        else if (now->second != values)
+            say(name, join(values), "", join(now->second) + " now");
+    for (const auto &[name, values] : is)
+        if (is_whole && was.count(name) == 0)
+            say(name, join(values), "with", "none before");
+    std::string more = changed.size() > most ? fmt::format(" and {} more", changed.size() - most) : "";
+    changed.resize(std::min(changed.size(), most));
+    return fmt::format("{}{}", fmt::join(changed, ", "), more);
 }

@@ -3,6 +3,7 @@
 #include "frag_tools.h"
 #include "nupgrade.h"
 #include "run/upgrade_run.h"
+#include "upgrade.h"
 
 #include <algorithm>
 #include <cstring>
@@ -92,6 +93,14 @@ struct checking {
             doubt({}, "name another report", "the report {} is the output: both are written into one file", output);
     }
 
+    // Whether an import takes in what the file says.
+    bool is_imported(const std::string &file) const {
+        return std::any_of(imports.begin(), imports.end(), [&](const std::string &import) {
+            const std::string *bytes = files.bytes(import);
+            return same_file(import, file) || (bytes && *bytes == *files.bytes(file));
+        });
+    }
+
     // One option after the other: its place among the others, and the release and layout that it is for.
     void check_options() const {
         bool newest = data.release == 55, by_table = data.release < 40 && !tables.empty();
@@ -131,7 +140,7 @@ struct checking {
             if (letter == 'm' && numbered && newest && is_old && !is_output)
                 cause({}, "leave it as it is",
                       "{} is of 5.5 and in the numbered layout, so it is in the new form already", file);
-            else if (letter == 'm' && numbered && !is_output && !is_one_of(imports, file))
+            else if (letter == 'm' && numbered && !is_output && !is_imported(file))
                 cause({}, is_old && !by_table ? "name it by -e, too" : "take it in the canonical layout",
                       "{} is in the numbered layout and named by -m alone: its entries come in under their numbers",
                       file);

@@ -48,7 +48,7 @@ std::string label_of(const Frag *node, const Frag *entry) {
             set = clear_name(at) + ": ";
         else if (!is_named(at, "parm"))
             name.insert(0, clear_name(at) + (name.empty() ? "" : "_"));
-    return set + (attr_revmap(node->name) != node->name ? attr_revmap(node->name) : prefix_of(node->attr) + name);
+    return set + (file_attribute(node->name) != node->name ? file_attribute(node->name) : prefix_of(node->attr) + name);
 }
 
 /// The list as it is made. Configurations are in the canonical layout, null if there is none.

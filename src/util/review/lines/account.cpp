@@ -132,8 +132,11 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!line.place && line.reason == NO_INTERFACE && (covers("ip_*addr", line.key) || covers("*_addr", line.key)))
         return {"left-out", "it has no interface, so that a numbered save drops it"};
-    if (!line.place && has_no_place && line.reason.empty())
-        return {"lost", "it stands nowhere in the result, which is another without it"};
+    // Of an interface that is in no list but that of all, the save keeps all but the list that it names.
+    bool is_kept = covers("netobj_list_all%5Finterfaces_element_*_*", line.key) && !covers("*_location", line.key);
+    if (!line.place && has_no_place && (line.reason.empty() || is_kept))
+        return {"lost", line.shared ? "it stands nowhere in the result, which is another without it and others"
+                                    : "it stands nowhere in the result, which is another without it"};
     return {nullptr, nullptr};
 }
 
@@ -146,6 +149,16 @@ const conf_line *written_for(const account_line &line, const result_places &own)
             return name->second;
     const conf_line *there = own.conf.origin(line.place);
     return there ? there : own.conf.origin(line.place->parent); // what the layout says by the list of an entry
+}
+
+// The line that gives a place the prefix with which what another line says stands there; `NO_LINE` if there is none.
+size_t turned_by(const accounting &all, result_places &own, const account_line &line) {
+    long bits = own.keys.find(line.place).bits;
+    auto is_it = [&](const account_line &each) {
+        return each.said && each.key == line.key && !same_prefix(each.bits, line.bits) && same_prefix(each.bits, bits);
+    };
+    auto found = std::find_if(all.lines.begin(), all.lines.end(), is_it);
+    return found == all.lines.end() ? NO_LINE : static_cast<size_t>(found - all.lines.begin());
 }
 
 void tell_lines(accounting &all, result_places &own) {
@@ -165,14 +178,22 @@ void tell_lines(accounting &all, result_places &own) {
                        : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
                                 text_of_line(own.conf, *line.lost));
         }
+        if (line.shared && line.how == proof::run)
+            line.reason +=
+                line.reason.empty() ? "together with others it matters" : "; together with others it matters";
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;
         }
+        size_t by = line.turned && all.told["turned"] < MOST_TOLD ? turned_by(all, own, line) : line.by;
         if (id)
-            all.tell_some(id, std::move(text), line, line.by != NO_LINE ? all.place_of(all.lines[line.by]) : place(),
+            all.tell_some(id, std::move(text), line, by != NO_LINE ? all.place_of(all.lines[by]) : place(),
                           stands.there && !line.lost ? all.in_result(stands.there->line) : place());
         line.result_line = stands.there ? stands.there->end_line : 0;
+        if (stands.turned && line.became == fate::kept) {
+            line.became = fate::reshaped;
+            line.reason = "with another prefix";
+        }
         if (written && !stands.there && line.became <= fate::reshaped) {
             line.became = fate::unexplained;
             line.reason = LACKING;

@@ -41,6 +41,7 @@ struct account_line : line_fate {
     bool turned = false;             ///< it stands there with another prefix
     const conf_line *lost = nullptr; ///< of what the upgrade writes for it, a line that the installed file lacks
     size_t by = NO_LINE;             ///< the line that says the same, or that overrides it
+    bool shared = false;             ///< the result is another without it and others, and not without it alone
 };
 
 /// The lines of inputs that stand at a node of a result, `NO_LINE` for none.

@@ -10,7 +10,7 @@
 namespace {
 
 void file_rule(filed_rules &filed, filed_attributes &owner, const filed_rule &rule) {
-    std::string name = storedname(rule.rule->attribute).substr(0, FRAGNAME_SIZE - 1);
+    std::string name = encoded_name(rule.rule->attribute).substr(0, FRAGNAME_SIZE - 1);
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
         return void(filed.reasons.emplace(rule.line, "the first such rule of a proxy stands"));
@@ -31,7 +31,7 @@ void read_rule(filed_rules &filed, const filed_rule &rule) {
         for (const global_word_rec *row = global_word_tab; row->word; row++) {
             is_global = is_global || rule.rule->word == row->word;
             if (is_new && !row->inherited)
-                proxy->second.erase(storedname(row->word));
+                proxy->second.erase(encoded_name(row->word));
         }
         if (is_attribute && is_for_all && !is_global)
             for (auto &[other, attributes] : filed.proxies)

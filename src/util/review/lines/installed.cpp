@@ -107,7 +107,9 @@ void match_installed(accounting &all) {
     for (size_t i = 0; i < lines.size(); i++) {
         const auto &[from, of, at, turned] = all.written[i];
         account_line *said = of == NO_LINE ? nullptr : &all.lines[of];
-        if ((at && !turned) || !lines[i].node || from == origin::nowhere)
+        // The prefix of a parameter stands in the line of its name.
+        bool is_told = at && (!turned || text_of_line(own.conf, lines[i]) == text_of_line(file.conf, *at));
+        if (is_told || !lines[i].node || from == origin::nowhere)
             continue;
         if (said && !at) {
             said->lost = said->lost ? said->lost : &lines[i];

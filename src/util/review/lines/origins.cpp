@@ -168,7 +168,7 @@ struct origin_finder {
         // A parameter's name that begins like a prefix is written otherwise than it is stored.
         std::string value(line.value);
         is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
-                                attr_revmap(value.c_str()) != value);
+                                file_attribute(value.c_str()) != value);
         if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
             return {origin::input, from};
         if (is_layout(line))

@@ -50,7 +50,7 @@ std::vector<std::string> network_words(std::string_view text, std::vector<std::s
 // Whether a later line of the file names the same record otherwise.
 bool is_renamed(const conf_line &said) {
     bool is_alias_list = said.node->parent && is_named(said.node->parent, "element"); // of an interface's own
-    return said.role == line_role::name && !said.node->value && storedname(said.value) != said.node->name &&
+    return said.role == line_role::name && !said.node->value && encoded_name(said.value) != said.node->name &&
            !is_named(said.node, "global") && !is_alias_list;
 }
 

@@ -118,7 +118,7 @@ struct host_placer {
             alike.pop_front();
         count = is_same_table ? count + 1 : 1;
         std::string suffix = count == 1 ? "" : format("-{}", count);
-        std::string path = format("def_proxy_{0}_config-sets_{0}{1}", storedname(proxy), suffix);
+        std::string path = format("def_proxy_{0}_config-sets_{0}{1}", encoded_name(proxy), suffix);
         const Frag *set = result.conf.find(path.c_str());
         sets.push_back({proxy, std::move(path), number, split_options(rule.tail)});
         if (is_of_table(now))

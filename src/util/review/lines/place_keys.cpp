@@ -46,7 +46,7 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
         name += (name.empty() ? "" : "_") + clear_name(way[i]);
         made.bits |= bits_of(way[i]);
     }
-    const char *bare = attr_remap(name.c_str());
+    const char *bare = stored_attribute(name.c_str());
     made.bits |= take_prefixes(&bare);
     made.key += bare;
     made.named = true;
@@ -96,7 +96,7 @@ const Frag *at_depth(const Frag *frag, size_t depth) {
 
 bool is_filter_rule(const Frag *frag) { return at_depth(frag, 2) == frag && is_named(at_depth(frag, 0), "pfedit"); }
 
-bool same_prefix(long a, long b) { return a == b || prefix_of(a) == prefix_of(b); }
+bool same_prefix(long a, long b) { return ((a ^ b) & (ATTR_PERMIT | ATTR_DENY | ATTR_ABSORB | ATTR_ONLYON)) == 0; }
 
 std::string filter_text(std::string text) {
     size_t fields = 1, at = 0;
@@ -157,7 +157,7 @@ static std::string record_name(const std::vector<const Frag *> &way, size_t dept
     if (element && is_location(record) && says_yes(configuration::value(element, "alias")))
         interface = configuration::value(element, "interface");
     if (!is_blanks(interface.c_str()))
-        name = storedname(interface.substr(0, interface.find(':')) + "$INTERFACE");
+        name = encoded_name(interface.substr(0, interface.find(':')) + "$INTERFACE");
     else if (name == "*" && depth == 2 && is_named(way[1], "proxy"))
         name = "global";
     const char *prefix = prefix_of(bits_of(record));
@@ -187,7 +187,7 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             long bits = bits_of(way[i]);
             // A name with a prefix can read as one that is mapped.
             const std::string shown = bits == 0 ? "" : prefix_of(bits) + name;
-            if (const char *mapped = attr_remap(shown.c_str()); mapped != shown) {
+            if (const char *mapped = stored_attribute(shown.c_str()); mapped != shown) {
                 name = mapped;
                 bits = 0;
             }

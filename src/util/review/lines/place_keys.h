@@ -51,7 +51,7 @@ bool is_placeholder(std::string_view address);
 bool is_location(const Frag *list);
 /// True for a filter rule, which holds its fields.
 bool is_filter_rule(const Frag *frag);
-/// True if two prefixes look the same in a file.
+/// True if two sets of bits are the same prefixes.
 bool same_prefix(long a, long b);
 /// The characters of a filter rule that a numbered save keeps.
 constexpr size_t RULE_LIMIT = 126;

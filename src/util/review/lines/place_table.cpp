@@ -2,6 +2,7 @@
 #include "frag_tools.h"
 #include "lines/accounting.h"
 #include "netperm.h"
+#include "upgrade.h"
 
 #include <algorithm>
 #include <climits>
@@ -92,7 +93,7 @@ struct attribute_placer {
     void place(size_t line, const std::string &owner, const std::string &attribute, const std::string &number,
                const table_rule &rule) {
         const std::string written = prefix_of(rule.bits) + attribute;
-        const char *bare = attr_remap(written.c_str());
+        const char *bare = stored_attribute(written.c_str());
         const char *bare_prefix = prefix_of(take_prefixes(&bare));
         const Frag *other = nullptr;
         for (const auto &[name, prefix] : {std::pair(bare, bare_prefix), {attribute.c_str(), prefix_of(rule.bits)}}) {
@@ -200,7 +201,7 @@ struct attribute_placer {
                               *of.rule);
         }
         for (const auto &[name, rules] : all.filed.destinations)
-            place_destinations("def_proxy_" + storedname(name), rules);
+            place_destinations("def_proxy_" + encoded_name(name), rules);
         for (const auto &[policy, attributes] : all.filed.templates)
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules) {

@@ -28,7 +28,7 @@ void say(accounting &all, const std::vector<size_t> &asked, proof how) {
 struct prover {
     accounting &all;
     size_t runs_left = 0;
-    std::vector<size_t> proved{};
+    std::vector<size_t> proved{}, refuted{};
     bool failed = false;
 
     bool same_without(const std::vector<size_t> &left_out) {
@@ -59,8 +59,10 @@ struct prover {
             proved = std::move(together);
             return;
         }
-        if (asked.size() == 1)
+        if (asked.size() == 1) {
+            refuted.push_back(asked[0]);
             return say(all, asked, proof::run);
+        }
         auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
         prove({asked.begin(), middle});
         prove({middle, asked.end()});
@@ -106,6 +108,8 @@ void prove_candidates(accounting &all) {
     else
         for (const auto &[reason, lines] : groups)
             under_test.prove(lines);
+    for (size_t i : under_test.refuted)
+        all.lines[i].shared = under_test.runs_left > 0 && under_test.same_without({i});
     for (size_t i : under_test.proved) {
         account_line &line = all.lines[i];
         line.how = proof::run;

@@ -18,7 +18,7 @@ enum : unsigned {
     NOT_55 = 2,
     NUMBERED = 4,   // the result is
     TABLES = 8,     // they decide
-    LOGIN = 16,     // an input switches network login on
+    LOGIN = 16,     // the line is the state of a service that network login switches on, and an input does
     SERVED = 32,    // the line is that of a service of the platform
     REMOVED = 64,   // its file is imported, or comes ahead of an import
     UNREAD = 128,   // the file is passed over
@@ -27,6 +27,9 @@ enum : unsigned {
     MUST = 1024,    // what stands in the result all the same is told
     AHEAD = 2048    // it comes ahead of a table
 };
+
+/// What a numbered save makes anew with all that is below it.
+const char *const renumbered[] = {"map_num", "sroute_num", "dest_num", "policy_num", nullptr};
 
 /// Rules that take lines of configurations away: patterns of keys, or a list of the release whose keys go with all that
 /// is below them; when they hold, and what they say.
@@ -51,13 +54,13 @@ const struct {
     {"*trusted_networks", nullptr, TABLES | AHEAD, "a table takes the value away"},
     {"network_loginok", nullptr, MUST, "it goes before saving; enabled, it switches the logins on"},
     {"network_loginok_*", nullptr, ALWAYS, "it goes with network_loginok"},
-    {"def_proxy_svcgrd-*_state", nullptr, LOGIN, "network_loginok switches it on"},
+    {"def_proxy_*_state", nullptr, LOGIN, "network_loginok switches it on"},
     {"def_proxy_global_name", nullptr, ALWAYS, "the proxy for all is saved as *"},
     {"def_proxy_sql-px_proxy-exec", nullptr, NOT_55 | OLDER | MUST,
      "its program is taken from the initial environment"},
     {"map_numrules", nullptr, NUMBERED, "the numbered layout has no such count"},
     {"nat_numrules", nullptr, NUMBERED, "counts are made anew"},
-    {"*_num_entries", nullptr, NUMBERED, "counts are made anew"},
+    {"", renumbered, NUMBERED, "counts are made anew"},
     {"pfedit_*_numrules", nullptr, NUMBERED, "counts are made anew"},
     {"netobj_list_*_element_#*_alias", nullptr, NUMBERED, "an alias is told by the list that it stands in"},
     {"netobj_list_all%5Finterfaces_*", nullptr, NUMBERED, "the list of all interfaces is made anew"},
@@ -114,7 +117,7 @@ struct reason_finder {
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
         for (size_t i = 0; i < all.lines.size(); i++) {
             const account_line &line = all.lines[i];
-            if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !is_map_line(line))
+            if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !all.is_removed(line))
                 imported.insert_or_assign(line.said->key, i);
         }
     }
@@ -128,10 +131,13 @@ struct reason_finder {
     unsigned conditions(const account_line &line) const {
         const account_input &input = all.inputs[line.input];
         bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
+        const Frag *node = line.said->node;
+        bool is_login_state = all.logs_in && node && is_named(node, "state") && node == at_depth(node, 3) &&
+                              is_listed(login_services, clear_name(node->parent));
         int release = all.data.release;
         return (release >= 40 && release != 55 ? FROM_40 : 0U) | (release != 55 ? NOT_55 : 0U) |
                (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) |
-               (all.logs_in ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U) | (service_of(line) ? SERVED : 0U) |
+               (is_login_state ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U) | (service_of(line) ? SERVED : 0U) |
                (input.removed ? REMOVED : 0U) | (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) |
                (input.translated ? AHEAD : 0U);
     }
@@ -205,7 +211,7 @@ struct reason_finder {
     // Why a line can't stand in the result, though it does; empty if it can.
     const char *taken_away(const account_line &line) const {
         unsigned holds = conditions(line);
-        if (all.logs_in && covers("def_proxy_svcgrd-*_state", line.key) && line.place && text_of(line.place) == "on")
+        if ((holds & LOGIN) && line.place && text_of(line.place) == "on")
             return ""; // network_loginok brings it back
         if (const char *reason = row_reason(line.key, holds | MUST, MUST))
             return reason;
@@ -298,9 +304,9 @@ void find_reasons(accounting &all, result_places &own) {
 
 void check_standing(accounting &all, result_places &result) {
     reason_finder finder(all, result);
-    std::vector<bool> repeated(all.lines.size()); // another line says it, too
+    std::vector<bool> repeated(all.lines.size()); // another line says it, too, and may
     for (const account_line &line : all.lines)
-        if (line.by != NO_LINE)
+        if (line.by != NO_LINE && !(line.said && *finder.taken_away(line)))
             repeated[line.by] = true;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];

@@ -65,7 +65,7 @@ struct line_reader {
         at += rest.size();
         name_bits = 0;
         if (!sections && name.find('-') != name.npos) { // else it has no prefix and is not mapped
-            const char *text = attr_remap(name.c_str());
+            const char *text = stored_attribute(name.c_str());
             name_bits = take_prefixes(&text);
             name = std::string(text);
         }

@@ -48,11 +48,11 @@ Frag *configuration::record(const char *family, const std::string &clear) const 
     Frag *top = find(family);
     if (!top)
         return nullptr;
-    Frag *found = indexes.find(&top->child, storedname(clear.c_str()));
+    Frag *found = indexes.find(&top->child, encoded_name(clear.c_str()));
     found = found ? found : indexes.find_key(&top->child, clear.c_str());
-    const char *bare = attr_remap(clear.c_str());
+    const char *bare = stored_attribute(clear.c_str());
     long bits = take_prefixes(&bare);
-    Frag *prefixed = found ? nullptr : indexes.find(&top->child, storedname(bare));
+    Frag *prefixed = found ? nullptr : indexes.find(&top->child, encoded_name(bare));
     return prefixed && bits_of(prefixed) == bits ? prefixed : found;
 }
 
@@ -152,6 +152,56 @@ std::string shown_name(const Frag *frag) {
     return has_prefix(clear.c_str(), prefix) ? clear : prefix + clear;
 }
 
+std::string encoded_name(std::string_view name) {
+    std::string stored;
+    for (char byte : name) {
+        if (byte == '_' || byte == '%')
+            stored += byte == '_' ? "%5F" : "%25";
+        else
+            stored += byte;
+    }
+    return stored;
+}
+
+const char *stored_attribute(const char *name) {
+    for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
+        if (same_text(name, row->file_name))
+            return row->stored_name;
+    return name;
+}
+
+const char *file_attribute(const char *name) {
+    for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
+        if (same_text(name, row->stored_name))
+            return row->file_name;
+    return name;
+}
+
+// Puts siblings in order: numbers by what they count, all other names by their bytes. Names that begin like a
+// number and are none, and names that are equal, are left to the store's own order.
+static void sort_siblings(Frag **list) {
+    std::vector<std::pair<std::string_view, Frag *>> order; // by names, numbers without zeros in front
+    for (Frag *frag = *list; frag; frag = frag->next) {
+        std::string_view name = frag->name, digits = name.substr(std::min(name.find_first_not_of('0'), name.size()));
+        if (is_digit(frag->name[0]) && name.find_first_not_of("0123456789") != name.npos)
+            return void(sort_frags(list));
+        order.emplace_back(is_digit(frag->name[0]) ? digits : name, frag);
+    }
+    std::sort(order.begin(), order.end(), [](const auto &a, const auto &b) {
+        if (!is_digit(a.second->name[0]) || !is_digit(b.second->name[0]))
+            return strcmp(a.second->name, b.second->name) < 0;
+        return std::pair(a.first.size(), a.first) < std::pair(b.first.size(), b.first);
+    });
+    for (size_t i = 1; i < order.size(); i++)
+        if (order[i - 1].first == order[i].first)
+            return void(sort_frags(list));
+    for (const auto &[name, frag] : order) {
+        *list = frag;
+        list = &frag->next;
+    }
+    *list = nullptr;
+}
+
 // Sorts the children that are numbers, but for records that names lead to.
 static void sort_numbers(configuration &conf) {
     for (Frag &frag : conf.nodes) {
@@ -160,7 +210,7 @@ static void sort_numbers(configuration &conf) {
         while (child && !is_digit(child->name[0]))
             child = child->next;
         if (child && !is_family)
-            sort_frags(&frag.child);
+            sort_siblings(&frag.child);
     }
 }
 

@@ -98,8 +98,12 @@ inline long bits_of(const Frag *frag) { return frag->attr & 15; }
 inline std::string_view text_of(const Frag *frag) {
     return frag->value ? std::string_view(frag->value, static_cast<size_t>(frag->vlen)) : std::string_view();
 }
-/// A stored name or key with its escapes decoded.
+/// A stored name or key with its escapes decoded; and a name as it is stored.
 std::string decoded_name(std::string_view stored);
+std::string encoded_name(std::string_view name);
+/// The stored name of an attribute that a file calls otherwise, and the other way round; else the name itself.
+const char *stored_attribute(const char *name);
+const char *file_attribute(const char *name);
 /// A node's name in clear, whatever its length, without a prefix; and with the one that it shows.
 std::string clear_name(const Frag *frag);
 std::string shown_name(const Frag *frag);
@@ -116,8 +120,6 @@ bool take_group_mark(std::string &source);
 bool says_yes(std::string_view text);
 /// The services of the platform that the configuration is of.
 const maprec *services_of(const configuration &conf);
-/// The services that `network_loginok` switches on. Ends with a null.
-inline constexpr const char *login_services[] = {"svcgrd-telnetd", "svcgrd-ftpd", "svcgrd-rlogind", nullptr};
 /// True if the word is in a list that ends in a null.
 bool is_listed(const char *const *list, std::string_view word);
 

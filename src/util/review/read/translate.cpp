@@ -55,7 +55,7 @@ struct translator {
     FragList db = conf.db();
     std::unordered_map<const Frag *, successor> successors{};
 
-    void rename(Frag *frag, std::string_view clear) { frag->name = conf.keep(storedname(clear)); }
+    void rename(Frag *frag, std::string_view clear) { frag->name = conf.keep(encoded_name(clear)); }
 
     void drop(const Frag *frag) { successors[frag] = {nullptr, line_role::dropped}; }
     // Takes the node of the key out of the list; null if there is none.
@@ -84,13 +84,13 @@ struct translator {
 
     // A parameter becomes a child of its owner, a list parameter a child of its list's node, which has no value.
     void file_parameter(Frag *owner, const Frag *name, Frag *value, list_indexes &known) {
-        const char *rest = attr_remap(name->value);
+        const char *rest = stored_attribute(name->value);
         long bits = take_prefixes(&rest);
         const char *part = strchr(rest, '_');
         bool is_list = part && is_digit(part[1]);
         if (is_list)
             conf.make(known, owner, std::string(rest, part), line_number(name))->value = nullptr;
-        Frag *made = part && !is_list ? conf.add(known, owner, storedname(rest), 0)
+        Frag *made = part && !is_list ? conf.add(known, owner, encoded_name(rest), 0)
                                       : conf.make(known, owner, rest, line_number(name));
         made->attr = bits;
         take_value(made, value);
@@ -122,7 +122,7 @@ struct translator {
 
     // A config set stands below its owner, which is met under its own name, or made.
     void move_set(Frag *set, const Frag *realname, list_indexes &known) {
-        std::string owner = realname && realname->value && *realname->value ? storedname(realname->value) : set->name;
+        std::string owner = realname && realname->value && *realname->value ? encoded_name(realname->value) : set->name;
         Frag *sets = conf.make(known, nullptr, "def_proxy_" + owner + "_config-sets", line_number(set));
         pushfrag(&sets->child, set, sets);
     }
