@@ -190,6 +190,14 @@ struct checking {
                       known ? format(", of {}:{}", data.files[at->file].name, at->input_line) : "");
     }
 
+    // Whether a finding about the like was told, which counts this one, too.
+    bool was_told(const std::string &like) {
+        auto [told, fresh] = doubles.emplace(like, data.findings.size());
+        if (!fresh)
+            data.findings[told->second].count = std::max(data.findings[told->second].count, 1L) + 1;
+        return !fresh;
+    }
+
     // Tells that another line says what the node's own does, of parameters of config sets once for equal values.
     void say_double(Frag *node, const conf_line *other) {
         const conf_line *found = conf.origin(node);
@@ -198,12 +206,8 @@ struct checking {
             return;
         std::string key = fragkeyname(node), values = format("{}\n{}\n{}\n{}", node->name, found->value, other->value,
                                                              found->bits ^ other->bits);
-        auto [told, fresh] = doubles.emplace(set && is_named(set, "config-sets") ? values : key, data.findings.size());
-        if (!fresh) {
-            long &count = data.findings[told->second].count;
-            count = std::max(count, 1L) + 1;
+        if (was_told(set && is_named(set, "config-sets") ? values : key))
             return;
-        }
         bool turned = !same_prefix(found->bits, other->bits), alike = found->value == other->value && !turned;
         say("twice", found->line, "{} stands twice: {} is found, {} is not; {}", key, said(*found, turned),
             said(*other, turned), alike ? "they say the same: it does not matter" : "it matters: they differ")
@@ -219,10 +223,10 @@ struct checking {
             pending.pop_back();
             const conf_line *line = twin->value ? conf.origin(twin) : nullptr,
                             *other = node ? conf.origin(node) : nullptr;
-            if (line && !node)
+            if (line && !node && !was_told(format("{}\n", fragkeyname(found))))
                 say("twice", line->line, "{}: {} is not found, since another {} is", std::string(fragkeyname(twin)),
                     said(*line, false), std::string(fragkeyname(found)));
-            else if (line && !(other && other->value == line->value && same_prefix(other->bits, line->bits)))
+            else if (line && node && !(other && other->value == line->value && same_prefix(other->bits, line->bits)))
                 say_double(node, line);
             for (Frag *child = twin->child; child; child = child->next)
                 pending.emplace_back(node ? conf.indexes.find(&node->child, child->name) : nullptr, child);

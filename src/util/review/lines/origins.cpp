@@ -94,8 +94,9 @@ struct origin_finder {
                 return first;
         // Some lines make a whole record.
         for (size_t depth : {1, 2})
-            if (size_t record = result.notes(at_depth(line.node, depth)).valued; record != NO_LINE)
-                return record;
+            if (const Frag *record = at_depth(line.node, depth); record && record != line.node)
+                if (size_t of = result.notes(record).valued; of != NO_LINE)
+                    return of;
         if (is_named(line.node, "alias"))
             return result.notes(line.node->parent).from;
         // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of

@@ -75,7 +75,8 @@ struct line_placer {
         uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
         size_t first = standing;
         bool is_free = note_line(standing, number);
-        if (is_free)
+        if (is_free &&
+            (notes.from == NO_LINE || !all.is_removed(line))) // what goes takes no record from those that stay
             result.claim(frag, number);
         // What the result's own line says otherwise, or not at all, is in another shape.
         const conf_line *there = result.conf.origin(frag);

@@ -149,12 +149,15 @@ std::string place_keys::identity(const Frag *entry, int later) {
     return count + later > 0 ? text + '~' + std::to_string(count + later + 1) : text;
 }
 
-// The name of a record on a way. An alias is saved in the list of its interface, whose name ends at a `:`, and the
-// proxy for all under another name. One that was named by a line has its prefix in that name.
-static std::string record_name(const std::vector<const Frag *> &way, size_t depth) {
+// The name of a record on a way. An alias stands in the list of an interface, or is saved in that of its own, whose
+// name ends at a `:`; and the proxy for all is saved under another name. One that was named by a line has its prefix in
+// that name.
+static std::string record_name(const configuration *bearers, const std::vector<const Frag *> &way, size_t depth) {
     const Frag *record = way[depth], *element = depth == 2 && way.size() > 4 ? way[4] : nullptr;
     std::string name = record->name, interface;
-    if (element && is_location(record) && says_yes(configuration::value(element, "alias")))
+    if (bearers && bearers->bearers.count(element) != 0)
+        interface = bearers->bearers.at(element);
+    else if (element && is_location(record) && says_yes(configuration::value(element, "alias")))
         interface = configuration::value(element, "interface");
     if (!is_blanks(interface.c_str()))
         name = encoded_name(interface.substr(0, interface.find(':')) + "$INTERFACE");
@@ -174,7 +177,7 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
         bool is_set = family->record == 2 && i == 4 && is_named(way[3], "config-sets");
         bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
         if ((family->record != 0 && i == family->record) || is_set || is_entry) {
-            made.key += record_name(way, i);
+            made.key += record_name(takes_bearers ? &conf : nullptr, way, i);
         } else if (family->numbered != 0 && i == family->numbered &&
                    (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||
                     (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {

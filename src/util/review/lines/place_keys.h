@@ -10,9 +10,10 @@
 #include <utility>
 
 /// The place keys of one configuration. In them an element stands for its number by its address, a member by type and
-/// name, a map or another numbered record by all that it says, and an alias stands in the list of its interface.
+/// name, a map or another numbered record by all that it says, and an alias stands in the list of its interface: of a
+/// numbered result, in the list in which it stands there.
 struct place_keys {
-    explicit place_keys(const configuration &of) : conf(of) {}
+    explicit place_keys(const configuration &of, bool is_saved = false) : conf(of), takes_bearers(is_saved) {}
 
     struct key_of {
         std::string key;
@@ -30,6 +31,7 @@ struct place_keys {
 
 private:
     const configuration &conf;
+    bool takes_bearers;
     /// Of numbered entries what they say, and how many of their list that say it stand in front.
     std::unordered_map<const Frag *, std::pair<std::string, int>> identities;
 

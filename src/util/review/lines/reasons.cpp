@@ -187,8 +187,10 @@ struct reason_finder {
             return reason;
         if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
             return "a filter rule without fields is not saved";
-        if (covers("pfedit_*_rule*_*", line.said->key) || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
-            return "an import takes filter rules by their texts alone";
+        bool is_below_text = covers("pfedit_*_rule*_*", line.said->key);
+        if (is_below_text || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
+            return holds & REMOVED ? "an import takes filter rules by their texts alone"
+                                   : "it is no field, and stays below the text of its rule";
         if (line.said->role == line_role::count)
             return "counts are made anew";
         if (line.said->role == line_role::dropped)

@@ -14,11 +14,15 @@ namespace {
 // is merged.
 void check_owners(accounting &all, result_places &result) {
     std::unordered_map<std::string, size_t> owners; // of keys in numbered records
+    std::vector<bool> repeated(all.lines.size());   // by another line of the file, which can have the place
+    for (const account_line &line : all.lines)
+        if (line.by != NO_LINE && all.lines[line.by].input == line.input)
+            repeated[line.by] = true;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
         const account_input &input = all.inputs[line.input];
         bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == i;
-        if (!is_own || is_map_line(line) || input.imported)
+        if (!is_own || is_map_line(line) || input.imported || repeated[i])
             continue;
         auto tell_ahead = [&](const char *what, const account_line &ahead) {
             all.tell_some("unexplained",

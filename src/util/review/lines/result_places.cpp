@@ -10,7 +10,7 @@ node_notes &result_places::notes(const Frag *frag) {
 }
 
 result_places::result_places(const configuration &result, const std::unordered_set<std::string> &of)
-    : conf(result), keys(result), by_line(result.lines.size()) {
+    : conf(result), keys(result, result.numbered), by_line(result.lines.size()) {
     auto add = [&](const std::string &key, const Frag *frag) {
         index.emplace_back(std::hash<std::string>()(key), frag);
     };

@@ -57,6 +57,8 @@ struct configuration {
     Frag *tree = nullptr;  ///< the canonical layout; children that are numbers stand in their order
     mutable list_indexes indexes;
     std::deque<Frag> nodes; ///< those of the tree, and those that the translation took out of it
+    /// The interfaces in whose lists of aliases elements of the location lists stood.
+    std::unordered_map<const Frag *, std::string> bearers;
 
     configuration(std::string of, file_bytes from) : name(std::move(of)), file(std::move(from)) {}
 

@@ -201,7 +201,7 @@ struct translator {
     }
 
     // The elements of an interface's list of aliases come into the location list that holds the interface.
-    void fold_list(Frag *aliases, Frag *elements, list_indexes &known) {
+    void fold_list(Frag *aliases, Frag *elements, const std::string &interface, list_indexes &known) {
         for (Frag *alias : take_children(ffind(&aliases->child, "element"))) {
             alias->name = conf.keep(numbertext(known.free_number(&elements->child)));
             alias->value = nullptr;
@@ -209,6 +209,7 @@ struct translator {
             pushfrag(&elements->child, alias, elements);
             known.add(&elements->child, alias);
             conf.set_value(conf.make(known, alias, "alias", 0), "yes");
+            conf.bearers.emplace(alias, interface);
         }
     }
 
@@ -225,7 +226,7 @@ struct translator {
                 Frag *aliases = is_plain ? by_name.find(interface + "$INTERFACE") : nullptr;
                 if (!aliases || !elements)
                     continue;
-                fold_list(aliases, elements, known);
+                fold_list(aliases, elements, interface, known);
                 folded.emplace(aliases, element);
                 by_name.remove(aliases);
             }
