@@ -123,7 +123,7 @@ struct checking {
                       file, merged.back())
                     .leads = merged.size() > 1; // what the initial environment says of all goes into each proxy
             if (letter == 'e' && merged.empty() && !merges.empty())
-                cause({}, by_table ? "leave out -e" : "put -e behind the first -m",
+                doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
             if (letter == 'e' && !met.empty() && by_table)
                 cause({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",
@@ -161,7 +161,7 @@ struct checking {
         else if (merges.size() == 1 && command.init_conf.empty() && data.release != 55)
             doubt({}, "name that of the new release", "no initial environment is named by a second -m");
         if (data.release < 40 && tables.empty() && imports.empty() && !is_doubted())
-            cause({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
+            doubt({}, "name it by -n", "no netperm table is named by -n, though the configuration is from before 4.0");
     }
 
     // The proxies that were in use, and for which the release has a program, but this environment has none.

@@ -25,14 +25,12 @@ std::string describe_source(const configuration &conf, std::string source) {
     std::vector<const Frag *> elements = source_elements(conf, source, met);
     bool bare = !elements.empty() && !elements[0];
     std::string network; // the first that stands there as if all of its hosts were meant
-    for (const Frag *element : elements) {
-        addresses.push_back(value_of(element, "addr"));
+    for (size_t i = 0; i < std::min(elements.size(), MOST_SHOWN); i++) {
+        addresses.push_back(value_of(elements[i], "addr"));
         network = network.empty() && !network_pattern(addresses.back()).empty() ? addresses.back() : network;
     }
-    if (elements.size() > MOST_SHOWN) {
-        addresses.resize(MOST_SHOWN);
+    if (elements.size() > MOST_SHOWN)
         addresses.push_back(format("{} in all", elements.size()));
-    }
     take_group_mark(source);
     std::string all = elements.empty() ? "no addresses" : joined(addresses);
     if (!network.empty())

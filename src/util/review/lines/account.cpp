@@ -132,10 +132,7 @@ std::pair<const char *, const char *> notice_of(const account_line &line, bool i
         return {"unexplained", "nothing comes of it, and no reason is known"};
     if (!line.place && line.reason == NO_INTERFACE && (covers("ip_*addr", line.key) || covers("*_addr", line.key)))
         return {"left-out", "it has no interface, so that a numbered save drops it"};
-    // Of an interface that is in no list but that of all, the save keeps all but what decides about that.
-    bool is_kept = covers("netobj_list_all%5Finterfaces_element_*_*", line.key) && !covers("*_location", line.key) &&
-                   !covers("*_interface", line.key);
-    if (!line.place && has_no_place && (line.reason.empty() || is_kept))
+    if (!line.place && has_no_place && line.reason.empty())
         return {"lost", line.shared ? "it stands nowhere in the result, which is another without it and others"
                                     : "it stands nowhere in the result, which is another without it"};
     return {nullptr, nullptr};

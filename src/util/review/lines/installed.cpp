@@ -33,7 +33,7 @@ long entry_number(const Frag *node) {
 /// One of two files, and which of its lines have none in the other yet.
 struct matched_file {
     const configuration &conf;
-    place_keys keys{conf};
+    place_keys keys{conf, conf.numbered};
     std::vector<bool> is_left = std::vector<bool>(conf.lines.size(), true);
     std::unordered_set<const Frag *> found{}; ///< what the lines that are not left stand in
 

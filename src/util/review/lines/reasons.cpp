@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
 
 namespace {
 
@@ -25,7 +26,8 @@ enum : unsigned {
     SERVICES = 256, // are those of the platform that saves them by themselves
     OLDER = 512,    // it is not the initial environment's, and there is one
     MUST = 1024,    // what stands in the result all the same is told
-    AHEAD = 2048    // it comes ahead of a table
+    AHEAD = 2048,   // it comes ahead of a table
+    ANEW = 4096     // of the list of all interfaces, it is no field of one that is in no other list
 };
 
 /// What a numbered save makes anew with all that is below it.
@@ -63,7 +65,7 @@ const struct {
     {"", renumbered, NUMBERED, "counts are made anew"},
     {"pfedit_*_numrules", nullptr, NUMBERED, "counts are made anew"},
     {"netobj_list_*_element_#*_alias", nullptr, NUMBERED, "an alias is told by the list that it stands in"},
-    {"netobj_list_all%5Finterfaces_*", nullptr, NUMBERED, "the list of all interfaces is made anew"},
+    {"netobj_list_all%5Finterfaces_*", nullptr, NUMBERED | ANEW, "the list of all interfaces is made anew"},
     {"proxy_*", nullptr, NUMBERED | SERVICES | SERVED, "the services of 4.1 follow their proxies"},
     {"", del_55_keys, NOT_55 | MUST, "release 5.5 drops it"},
     {"def_proxy_", del_55_proxies, NOT_55 | MUST, "the new release has no such proxy"},
@@ -113,6 +115,7 @@ struct reason_finder {
     merged_maps maps;
     const maprec *services;                                  ///< of the platform
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
+    std::unordered_set<std::string> located{};               ///< interfaces in location lists, in lower case
 
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
         for (size_t i = 0; i < all.lines.size(); i++) {
@@ -120,6 +123,18 @@ struct reason_finder {
             if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !all.is_removed(line))
                 imported.insert_or_assign(line.said->key, i);
         }
+        for (const char *list : {"Inside", "Outside", "Service"})
+            for (const Frag *each : own.conf.children(fmt::format("netobj_list_{}_element", list).c_str()))
+                located.insert(lowercase(configuration::value(each, "interface")));
+    }
+
+    // Whether the save keeps what the line says of an interface, since that is in no list but the one of all.
+    bool is_kept(const account_line &line) const {
+        const Frag *node = line.said->node, *element = at_depth(node, 4);
+        std::string interface = configuration::value(element, "interface");
+        return element && begins(line.key, "netobj_list_all%5Finterfaces_") && node->parent == element && node->value &&
+               !is_named(node, "location") && !is_named(node, "interface") && !is_blanks(interface.c_str()) &&
+               located.count(lowercase(interface)) == 0;
     }
 
     // The service whose state the line says; null if it says none.
@@ -139,7 +154,7 @@ struct reason_finder {
                (all.in.command.numbered() ? NUMBERED : 0U) | (all.has_tables ? TABLES : 0U) |
                (is_login_state ? LOGIN : 0U) | (services == map_nt ? SERVICES : 0U) | (service_of(line) ? SERVED : 0U) |
                (input.removed ? REMOVED : 0U) | (input.unread ? UNREAD : 0U) | (is_older ? OLDER : 0U) |
-               (input.translated ? AHEAD : 0U);
+               (input.translated ? AHEAD : 0U) | (is_kept(line) ? 0U : ANEW);
     }
 
     // What the release says of a key below a proxy.
