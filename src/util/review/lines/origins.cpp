@@ -83,6 +83,16 @@ struct origin_finder {
         }
     }
 
+    // The line by which an element is an alias: one in an interface's list, whose elements are marked with "yes".
+    size_t alias_line(const conf_line &line) const {
+        size_t of = result.notes(line.node->parent).from;
+        const conf_line *said = of == NO_LINE ? nullptr : all.lines[of].said;
+        const Frag *stood = said ? at_depth(said->node, 4) : nullptr;
+        bool is_made = stood && (all.inputs[all.lines[of].input].conf->bearers.count(stood) != 0 ||
+                                 covers("*$INTERFACE", stood->parent->parent->name));
+        return is_made || line.value != "yes" ? of : NO_LINE;
+    }
+
     size_t input_line(const conf_line &line) const {
         auto twin = result.doubles.find(&line);
         const node_notes &notes = result.notes(twin == result.doubles.end() ? line.node : &twin->second);
@@ -98,7 +108,7 @@ struct origin_finder {
                 if (size_t of = result.notes(record).valued; of != NO_LINE)
                     return of;
         if (is_named(line.node, "alias"))
-            return result.notes(line.node->parent).from;
+            return alias_line(line);
         // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of
         // it.
         bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
