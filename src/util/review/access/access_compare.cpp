@@ -65,8 +65,8 @@ struct proxy_comparison {
     std::map<rule_pair, difference> differences{}; // by the deciding rules
     std::map<std::tuple<size_t, size_t, size_t>, std::string> known_options{};
 
-    // What the rule before demands that the rule after does not, in words. All rules of one line, and of one map, have
-    // the same.
+    // The options that differ between the rule before and the rule after, in words. All rules of one line, and of one
+    // map, have the same.
     const std::string &options_between(const access_rule &was, const access_rule &is) {
         auto [known, is_new] = known_options.try_emplace({was.table, was.source, is.source});
         if (is_new)

@@ -23,12 +23,13 @@ using statements = std::map<std::string, std::array<std::vector<statement>, 2>>;
 // makes anew from the lists of their locations.
 bool says_nothing(const std::string &key, const Frag *node) {
     const Frag *above = node->parent;
+    if (has_prefix(key.c_str(), "netobj_list_all%5Finterfaces_")) {
+        const Frag *element = at_depth(node, 4);
+        std::string location = configuration::value(element, "location");
+        return !element || location == "Inside" || location == "Outside" || location == "Service";
+    }
     bool of_proxy = has_prefix(key.c_str(), "def_proxy_") && at_depth(node, 3) == node;
-    const Frag *element = at_depth(node, 4);
-    std::string location = element ? configuration::value(element, "location") : "Inside";
-    bool is_made = location == "Inside" || location == "Outside" || location == "Service";
-    return (is_made && has_prefix(key.c_str(), "netobj_list_all%5Finterfaces_")) || key == "version_moatwall.conf" ||
-           is_named(node, "numrules") || (above && is_named(above, "num")) ||
+    return key == "version_moatwall.conf" || is_named(node, "numrules") || (above && is_named(above, "num")) ||
            (of_proxy && is_named(node, "name") && (clear_name(above) == node->value || is_named(above, "global")));
 }
 

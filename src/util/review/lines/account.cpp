@@ -52,6 +52,17 @@ void collect_numbers(accounting &all) {
     }
 }
 
+void collect_located(accounting &all) {
+    for (const char *list : {"Inside", "Outside", "Service"}) {
+        decltype(all.located) there;
+        for (const Frag *each : all.in.own.children(format("netobj_list_{}_element", list).c_str()))
+            if (std::string interface = configuration::value(each, "interface");
+                !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
+                there[lowercase(interface)].push_back(each);
+        all.located.merge(there); // but for those of the lists ahead
+    }
+}
+
 // Another place that a line can have.
 std::string other_key(const accounting &all, const account_line &line) {
     const account_input &input = all.inputs[line.input];
@@ -176,9 +187,8 @@ void tell_lines(accounting &all, result_places &own) {
                        : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
                                 text_of_line(own.conf, *line.lost));
         }
-        if (line.shared && line.how == proof::run)
-            line.reason +=
-                line.reason.empty() ? "together with others it matters" : "; together with others it matters";
+        if (line.shared)
+            line.reason += std::string(line.reason.empty() ? "" : "; ") + "together with others it matters";
         if (line.by != NO_LINE) {
             line.by_file = all.lines[line.by].file;
             line.by_line = all.lines[line.by].line;
@@ -261,6 +271,7 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     for (uint32_t i = 0; i < all.inputs.size(); i++)
         collect_input(all, i);
     collect_numbers(all);
+    collect_located(all);
     if (all.has_tables)
         file_rules(all);
     result_places own(inputs.own, all.records);

@@ -123,6 +123,9 @@ struct accounting {
     bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on
     std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
     filed_rules filed{};
+    /// The elements of each interface but for aliases, by its name in lower case, in the location list of what the
+    /// upgrade writes that counts for it.
+    std::map<std::string, std::vector<const Frag *>> located{};
 
     std::vector<written_line> written{};  ///< for each line of what the upgrade writes
     std::map<std::string, size_t> told{}; ///< findings by their names

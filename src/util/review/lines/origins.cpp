@@ -25,8 +25,6 @@ struct origin_finder {
     accounting &all;
     result_places &result;
     std::map<std::string, release_value> set{};
-    /// The elements of each interface, by its name in lower case, in the location list that counts for it.
-    std::map<std::string, std::vector<const Frag *>> located{};
     std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
     std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
@@ -72,14 +70,6 @@ struct origin_finder {
                         proxies.emplace(name, i);
             if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
                 proxies.emplace("global", i);
-        }
-        for (const char *list : {"Inside", "Outside", "Service"}) {
-            decltype(located) there;
-            for (const Frag *each : result.conf.children(format("netobj_list_{}_element", list).c_str()))
-                if (std::string interface = configuration::value(each, "interface");
-                    !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
-                    there[lowercase(interface)].push_back(each);
-            located.merge(there); // but for those of the lists ahead
         }
     }
 
@@ -143,8 +133,8 @@ struct origin_finder {
         if (!is_all || !element)
             return false;
         // An interface that stands in a location list is listed with all that is said of it there.
-        auto there = located.find(lowercase(configuration::value(element, "interface")));
-        if (there == located.end() || is_named(line.node, "location"))
+        auto there = all.located.find(lowercase(configuration::value(element, "interface")));
+        if (there == all.located.end() || is_named(line.node, "location"))
             return is_named(line.node, "location"); // which is checked by itself
         return std::any_of(there->second.begin(), there->second.end(),
                            [&](const Frag *each) { return configuration::value(each, line.node->name) == line.value; });
@@ -223,20 +213,20 @@ struct origin_finder {
                         location = configuration::value(each, "location");
             if (!listed.insert(name).second && !is_blanks(name.c_str()))
                 tell("from-nowhere", each, "stands twice in the list of all interfaces");
-            auto there = located.find(name);
-            bool stays = there == located.end() && is_held(location, configuration::value(each, "interface"));
+            auto there = all.located.find(name);
+            bool stays = there == all.located.end() && is_held(location, configuration::value(each, "interface"));
             if (!stays &&
-                location != (there == located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
+                location != (there == all.located.end() ? "Unknown" : clear_name(there->second[0]->parent->parent)))
                 tell("from-nowhere", each, format("has the location {} in the list of all interfaces", location));
             for (const char *field : {"addr", "netmask", "broadcast", "interfaceflags"})
-                if (there != located.end() &&
+                if (there != all.located.end() &&
                     std::none_of(there->second.begin(), there->second.end(), [&](const Frag *element) {
                         const Frag *said = find_named(element->child, field);
                         return !said || text_of(said) == configuration::value(each, field);
                     }))
                     tell("lost", there->second[0], format("has another {} in the list of all interfaces", field));
         }
-        for (const auto &[name, elements] : located)
+        for (const auto &[name, elements] : all.located)
             if (listed.count(name) == 0)
                 tell("lost", elements[0], "stands in no list of all interfaces");
     }

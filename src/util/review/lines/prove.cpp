@@ -109,7 +109,8 @@ void prove_candidates(accounting &all) {
         for (const auto &[reason, lines] : groups)
             under_test.prove(lines);
     for (size_t i : under_test.refuted)
-        all.lines[i].shared = under_test.runs_left > 0 && under_test.same_without({i});
+        if (all.lines[i].how == proof::run && under_test.runs_left > 0)
+            all.lines[i].shared = under_test.same_without({i});
     for (size_t i : under_test.proved) {
         account_line &line = all.lines[i];
         line.how = proof::run;

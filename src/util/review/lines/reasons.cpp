@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fmt/format.h>
 
 namespace {
 
@@ -115,7 +114,6 @@ struct reason_finder {
     merged_maps maps;
     const maprec *services;                                  ///< of the platform
     std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
-    std::unordered_set<std::string> located{};               ///< interfaces in location lists, in lower case
 
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
         for (size_t i = 0; i < all.lines.size(); i++) {
@@ -123,18 +121,17 @@ struct reason_finder {
             if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !all.is_removed(line))
                 imported.insert_or_assign(line.said->key, i);
         }
-        for (const char *list : {"Inside", "Outside", "Service"})
-            for (const Frag *each : own.conf.children(fmt::format("netobj_list_{}_element", list).c_str()))
-                located.insert(lowercase(configuration::value(each, "interface")));
     }
 
     // Whether the save keeps what the line says of an interface, since that is in no list but the one of all.
     bool is_kept(const account_line &line) const {
+        if (!begins(line.key, "netobj_list_all%5Finterfaces_"))
+            return false;
         const Frag *node = line.said->node, *element = at_depth(node, 4);
         std::string interface = configuration::value(element, "interface");
-        return element && begins(line.key, "netobj_list_all%5Finterfaces_") && node->parent == element && node->value &&
-               !is_named(node, "location") && !is_named(node, "interface") && !is_blanks(interface.c_str()) &&
-               located.count(lowercase(interface)) == 0;
+        return element && node->parent == element && node->value && !is_named(node, "location") &&
+               !is_named(node, "interface") && !is_blanks(interface.c_str()) &&
+               all.located.count(lowercase(interface)) == 0;
     }
 
     // The service whose state the line says; null if it says none.
@@ -323,7 +320,7 @@ void check_standing(accounting &all, result_places &result) {
     reason_finder finder(all, result);
     std::vector<bool> repeated(all.lines.size()); // another line says it, too, and may
     for (const account_line &line : all.lines)
-        if (line.by != NO_LINE && !(line.said && *finder.taken_away(line)))
+        if (line.by != NO_LINE && !(line.said && line.said->node && *finder.taken_away(line)))
             repeated[line.by] = true;
     for (size_t i = 0; i < all.lines.size(); i++) {
         const account_line &line = all.lines[i];
