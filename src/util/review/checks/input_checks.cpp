@@ -32,8 +32,7 @@ struct line_signs {
 line_signs look_at_lines(std::string_view text) {
     line_signs signs;
     for (long number = 1; !text.empty(); number++) {
-        std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(text.size(), line.size() + 1));
+        std::string_view line = take_line(text);
         line.remove_suffix(!line.empty() && line.back() == '\r');
         if (line.find('\0') != line.npos)
             signs.zeros.see(number);

@@ -96,8 +96,7 @@ void collect_input(accounting &all, uint32_t number) {
     long behind = 0;                      // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
         account_line line;
-        line.text = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(rest.size(), line.text.size() + 1));
+        line.text = take_line(rest);
         line.input = number;
         line.file = file;
         line.line = line.end_line = at;

@@ -29,10 +29,10 @@ void review_line(const upgrade_command &command, const std::string &path, long l
         for (const conf_line &each : files.conf(file, conf_layout::as_written)->lines)
             if (each.line <= line && line <= each.end_line)
                 std::tie(first, last) = std::pair(each.line, each.end_line);
-    std::string_view said = *text;
+    std::string_view rest = *text, said = take_line(rest);
     for (long at = 1; at < first; at++)
-        said.remove_prefix(std::min(said.size(), said.find('\n') + 1));
-    said = said.substr(0, said.find_first_of("\r\n"));
+        said = take_line(rest);
+    said = said.substr(0, said.find('\r'));
     if (said.find_first_not_of(" \t") == said.npos || (is_table && said[0] == '#'))
         return void(tell(data, "trouble", "this line says nothing", file, line));
     std::vector<bool> blank(static_cast<size_t>(first));

@@ -90,6 +90,12 @@ std::string decoded_name(std::string_view stored) {
     return clear;
 }
 
+std::string_view take_line(std::string_view &text) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    return line;
+}
+
 bool take_group_mark(std::string &source) {
     constexpr std::string_view mark = "$$NETOBJ.";
     bool is_group = has_prefix(source.c_str(), mark);

@@ -116,6 +116,8 @@ std::string owner_of(const Frag *entry);
 const char *prefix_of(long bits);
 long take_prefixes(const char **name);
 
+/// Takes the next line off the text, and gives it without its line end.
+std::string_view take_line(std::string_view &text);
 /// Takes from a map's source the mark that its name is that of a group. False if it has none.
 bool take_group_mark(std::string &source);
 /// Whether a switch is on: "on", "yes" or "true" in any case, or a number other than 0.

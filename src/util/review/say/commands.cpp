@@ -138,6 +138,8 @@ file_bytes run(const upgrade_command &command, review_session &session) {
         session.own = read_configuration(name, readable, conf_layout::translated);
     else
         trouble(session, run.trouble);
+    if (run.good() && command.version == 99)
+        check_xml(*bytes.held, *session.own, session.subject, session.data);
     return bytes;
 }
 
