@@ -5,6 +5,7 @@
 #include "upgrade.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fmt/format.h>
 #include <map>
 #include <set>
@@ -166,10 +167,13 @@ struct origin_finder {
             return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
         }
         bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
-        // A parameter's name that begins like a prefix is written otherwise than it is stored.
-        std::string value(line.value);
-        is_stamp = is_stamp || (line.role == line_role::name && line.key.find("_parm_") != line.key.npos &&
-                                file_attribute(value.c_str()) != value);
+        // Some attributes are written otherwise than they are stored.
+        bool is_parameter = line.role == line_role::name && line.key.find("_parm_") != line.key.npos;
+        std::string_view name = is_parameter ? line.value : result.conf.bytes.substr(line.begin, line.end - line.begin);
+        const std::string parts = format("_{}_", is_parameter ? name : name.substr(0, name.find('=')));
+        for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
+            if (size_t at = parts.find(row->stored_name), end = at + strlen(row->stored_name); at != parts.npos)
+                is_stamp = is_stamp || (parts[at - 1] == '_' && parts[end] == '_');
         if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
             return {origin::input, from};
         if (is_layout(line))
