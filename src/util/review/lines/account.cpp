@@ -27,12 +27,14 @@ void collect_inputs(accounting &all) {
         account_input &input = known ? *known : all.inputs.emplace_back();
         if (!known)
             input = {step.argument, i + 1, is_table ? all.in.files.table(step.argument) : nullptr};
-        bool is_first = is_import || (!is_table && merges++ == 0);
+        merges += step.letter == 'm';
+        bool is_first = is_import || (!is_table && merges == 1);
         bool is_read = all.data.release < 40 || (all.data.release != 55 && !is_table) || is_first;
         input.unread = input.unread && !is_read;
         input.imported = is_import ? i + 1 : input.imported;
         all.last_import = is_import ? i + 1 : all.last_import;
         input.removed = is_read ? is_import : input.removed;
+        all.init_step = step.letter == 'm' && merges == 2 && all.init_step == 0 ? i + 1 : all.init_step;
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);
@@ -70,8 +72,6 @@ std::string other_key(const accounting &all, const account_line &line) {
     // A rule's text that is merged as it is, is read again as a rule of the numbered layout.
     if (covers("pfedit_*_rule*", said) && !input.conf->numbered && all.in.command.numbered())
         return format("{}#{}\n", said.substr(0, said.find("_rule") + 1), filter_text(std::string(line.said->value)));
-    if (begins(line.key, "pfedit_") && line.said->value.empty() && at_depth(line.said->node, 3))
-        return input.keys->find(at_depth(line.said->node, 2)).key;
     // Without its count a numbered config set becomes one of a proxy of that name.
     if (constexpr std::string_view owner = "cust_proxy_"; begins(line.key, owner)) {
         std::string rest = line.key.substr(owner.size()), name = rest.substr(0, rest.find('_'));

@@ -117,6 +117,7 @@ struct accounting {
     std::vector<account_line> lines;
     std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
     size_t last_import = 0;                    ///< behind the last -e; 0 without one
+    size_t init_step = 0;                      ///< of the initial environment, counted from 1; 0 without one
     bool has_tables = false;                   ///< tables decide
     /// The numbers of the records that merge by these, in order, by their families.
     std::map<std::string, std::vector<long>> numbers{};

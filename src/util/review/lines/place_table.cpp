@@ -31,12 +31,12 @@ const char *template_reason(const std::string &attribute, const filed_rule &of, 
 
 // Why a proxy's rule does not stay as the table leaves it; null if it does.
 const char *saved_reason(const accounting &all, const std::string &proxy, const std::string &attribute, bool is_alone,
-                         const Frag *owner) {
+                         const Frag *owner, bool is_older) {
     if (is_dropped_proxy(proxy, all.data.release))
         return "the new release has no such proxy";
     if (attribute == "state" && all.logs_in && is_listed(login_services, proxy))
         return "network_loginok switches it on";
-    if (attribute == "proxy-exec" && proxy == "sql-px" && !all.in.command.init_conf.empty())
+    if (attribute == "proxy-exec" && proxy == "sql-px" && is_older)
         return "its program is taken from the initial environment";
     bool is_program = attribute == "proxy-exec" && is_alone && program_of(configuration::value(owner, "proxy-type"));
     return is_program ? "the release sets the program of this type of proxy" : nullptr;
@@ -194,7 +194,9 @@ struct attribute_placer {
             const Frag *owner = result.conf.record("def_proxy", name);
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules)
-                    if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner))
+                    if (const char *reason =
+                            saved_reason(all, name, attribute, is_alone(rules), owner,
+                                         of.rule && all.inputs[all.lines[of.line].input].step < all.init_step))
                         all.filed.reasons.emplace(of.line, reason);
                     else if (owner && of.rule)
                         place(of.line, place_keys::path(owner), attribute, is_alone(rules) ? "" : format("_{}", number),

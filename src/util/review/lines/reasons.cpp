@@ -23,7 +23,7 @@ enum : unsigned {
     REMOVED = 64,   // its file is imported, or comes ahead of an import
     UNREAD = 128,   // the file is passed over
     SERVICES = 256, // are those of the platform that saves them by themselves
-    OLDER = 512,    // it is not the initial environment's, and there is one
+    OLDER = 512,    // its file comes ahead of the initial environment
     MUST = 1024,    // what stands in the result all the same is told
     AHEAD = 2048,   // it comes ahead of a table
     ANEW = 4096     // of the list of all interfaces, it is no field of one that is in no other list
@@ -142,7 +142,7 @@ struct reason_finder {
 
     unsigned conditions(const account_line &line) const {
         const account_input &input = all.inputs[line.input];
-        bool is_older = !all.in.command.init_conf.empty() && input.name != all.in.command.init_conf;
+        bool is_older = std::max(input.step, input.imported) < all.init_step;
         const Frag *node = line.said->node;
         bool is_login_state = all.logs_in && node && is_named(node, "state") && node == at_depth(node, 3) &&
                               is_listed(login_services, clear_name(node->parent));
