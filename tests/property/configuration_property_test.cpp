@@ -145,6 +145,14 @@ TEST(configuration_property, the_tree_is_what_the_passes_make) {
             conf->make(known, nullptr, list + "_element", 0);
             fmake(&fmake(&tree, list.c_str())->child, "element");
         }
+        for (const char *family : {"def_proxy", "policy", "netobj_list", "netobj_group"}) // each name finds the same
+            for (const Frag *each : configuration::children(ffind(&tree, family), "")) {
+                string key = string(family) + "_" + each->name;
+                node_texts found, expected;
+                add_nodes(found, "", conf->find(key.c_str())->child, false);
+                add_nodes(expected, "", ffind(&tree, key.c_str())->child, false);
+                ASSERT_EQ(found, expected) << round << " " << key << "\n" << content;
+            }
         ASSERT_EQ(differences(*conf, tree), vector<string>()) << round << "\n" << content;
     }
 }

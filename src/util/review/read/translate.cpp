@@ -213,7 +213,7 @@ struct translator {
         }
     }
 
-    // The lists that are left are turned around: of those of one name the first that is read is found.
+    // What is left of the lists keeps its order, in which of those of one name the last that was read is found.
     void fold_aliases(Frag *lists) {
         name_index by_name(&lists->child);
         std::unordered_map<const Frag *, Frag *> folded; // lists of aliases, and the interfaces that bear them
@@ -238,6 +238,7 @@ struct translator {
                 drop(list);
             else // its own lines that named it lead to the interface
                 successors[list] = {bearer->second, line_role::name};
+        reverse_frags(&lists->child);
     }
 
     // The layout is told by the stamp of the save if there is one, since a merged file of the other layout can leave
@@ -258,8 +259,6 @@ struct translator {
         split_rules("pfedit_fwd");
         if (Frag *lists = ffind(db, "netobj_list"))
             fold_aliases(lists);
-        if (Frag *groups = ffind(db, "netobj_group"))
-            reverse_frags(&groups->child);
         // A node below one that was taken out was made after it.
         for (const Frag &frag : conf.nodes)
             if (frag.child && successors.count(&frag)) {
