@@ -123,7 +123,10 @@ struct checking {
                       file, merged.back())
                     .leads = merged.size() > 1; // what the initial environment says of all goes into each proxy
             if (letter == 'e' && merged.empty() && !merges.empty())
-                doubt({}, by_table ? "leave out -e" : "put -e behind the first -m",
+                doubt({},
+                      by_table                  ? "leave out -e"
+                      : is_one_of(merges, file) ? "put -e behind the first -m"
+                                                : "name it by a first -m, too, and put -e behind that",
                       "-e {} stands ahead of the first -m: what it brings wins over the old configuration", file);
             if (letter == 'e' && !met.empty() && by_table)
                 cause({}, "leave out -e", "-e {} stands behind -n {}: the maps, proxies and policies of that go, too",

@@ -59,8 +59,11 @@ struct checking {
             if (made == "D" && proxy != "*" && !conf.record("def_proxy", proxy))
                 say("dangling", line_of(map), "map {} denies for {}, and there is no such proxy", number, proxy);
             if (made == "P" && !conf.record("policy", policy))
-                say("dangling", line_of(map), "map {} permits through the policy {}, and there is none", number,
-                    policy);
+                say("dangling", line_of(map), "map {} permits through {}, and there is none", number,
+                    policy.empty() ? "a policy without a name" : "the policy " + policy);
+            if (is_digit(number[0]) && ((made != "P" && made != "D") || source.empty()))
+                say("dangling", line_of(map), "map {} decides nothing: its pd is {}, and its src {}", number,
+                    made.empty() ? "not there" : made, source.empty() ? "not there" : source);
         }
     }
 
@@ -183,7 +186,7 @@ struct checking {
     std::string said(const conf_line &line, bool is_turned) const {
         auto is_ahead = [](const line_origin &each, long wanted) { return each.line < wanted; };
         auto at = std::lower_bound(data.origins.begin(), data.origins.end(), line.line, is_ahead);
-        bool known = at != data.origins.end() && at->line == line.line && at->from == origin::input;
+        bool known = !is_input && at != data.origins.end() && at->line == line.line && at->from == origin::input;
         const char *prefix = prefix_of(line.bits);
         std::string shape = !is_turned ? "" : *prefix ? format(" with {}", prefix) : " without a prefix";
         return format("{}{} (line {}{})", line.value, shape, line.line,
@@ -204,11 +207,11 @@ struct checking {
         const Frag *set = at_depth(node, 3);
         if (!found || !other)
             return;
+        bool turned = !same_prefix(found->bits, other->bits), alike = found->value == other->value && !turned;
         std::string key = fragkeyname(node), values = format("{}\n{}\n{}\n{}", node->name, found->value, other->value,
                                                              found->bits ^ other->bits);
-        if (was_told(set && is_named(set, "config-sets") ? values : key))
+        if ((is_input && alike) || was_told(set && is_named(set, "config-sets") ? values : key))
             return;
-        bool turned = !same_prefix(found->bits, other->bits), alike = found->value == other->value && !turned;
         say("twice", found->line, "{} stands twice: {} is found, {} is not; {}", key, said(*found, turned),
             said(*other, turned), alike ? "they say the same: it does not matter" : "it matters: they differ")
             .by = {conf.name, other->line};
@@ -233,11 +236,14 @@ struct checking {
         }
     }
 
+    // In an input the lines alone: what else stands twice there does so in the result.
     void check_doubles() {
         for (const conf_line &line : conf.lines)
             if (const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
                 found && found != &line && found->node == line.node && found->role == line.role)
                 say_double(line.node, &line);
+        if (is_input)
+            return;
         std::unordered_map<std::string_view, const conf_line *> names; // which say no value of their own
         for (const conf_line &line : conf.lines)
             if (line.role != line_role::setting)
@@ -276,3 +282,5 @@ void check_conf(const configuration &conf, bool is_input, bool stands_alone, rev
         check.check_policies();
     }
 }
+
+void check_input_doubles(const configuration &conf, review_data &data) { checking{conf, true, data}.check_doubles(); }

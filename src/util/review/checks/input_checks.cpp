@@ -26,13 +26,17 @@ struct line_signs {
     sighting blanks{"blanks at the end of a line, which belong to its value", "remove them"};
     sighting returns{"a CR within a line: it is lost, in a table with all behind it", "end lines in LF"};
     sighting run_on{"no = in this line: it runs on into the next", "write name=value, or remove it"};
+    sighting open{"no line end behind the last line: is the file whole?", "compare it with its copy"};
     sighting cut{"a name of more than 63 bytes: it is cut there, and the rest of the line is its value", "shorten it"};
 };
 
 line_signs look_at_lines(std::string_view text) {
     line_signs signs;
+    const char *end_of_all = text.data() + text.size();
     for (long number = 1; !text.empty(); number++) {
         std::string_view line = take_line(text);
+        if (line.data() + line.size() == end_of_all)
+            signs.open.see(number);
         line.remove_suffix(!line.empty() && line.back() == '\r');
         if (line.find('\0') != line.npos)
             signs.zeros.see(number);
@@ -41,7 +45,8 @@ line_signs look_at_lines(std::string_view text) {
         size_t sign = line.find_first_of(":=");
         bool is_hosts = sign < line.find("hosts") && line[sign] == ':'; // which blanks separate
         if (size_t end = line.find_last_not_of(" \t") + 1;
-            end > 0 && end < line.size() && !is_hosts && !strchr(">:$#?", line[end - 1])) // as a prompt ends
+            end > 0 && end < line.size() && !is_hosts && !strchr(">:$#?", line[end - 1]) && // as a prompt ends
+            line.substr(0, 7) != "pfedit_") // where a comment that is cut can end so
             signs.blanks.see(number);
         if (sign != line.npos && line[0] != '#')
             (line[sign] == ':' ? signs.rules : signs.assignments)++;
@@ -101,7 +106,8 @@ struct checking {
             look_at_names(*files.conf(name, conf_layout::as_written), signs);
         else if (data.release < 40)
             check_table(*files.table(name), command, files, data);
-        for (const sighting *each : {&signs.zeros, &signs.blanks, &signs.returns, &signs.run_on, &signs.cut})
+        for (const sighting *each :
+             {&signs.open, &signs.zeros, &signs.blanks, &signs.returns, &signs.run_on, &signs.cut})
             if (each->count)
                 doubt({name, each->first}, each->advice, "{}", each->text).count = each->count > 1 ? each->count : 0;
     }

@@ -75,7 +75,7 @@ bool has_odd_byte(std::string_view host) {
 
 const char *const no_hosts[] = {"any", "all", "none", "hosts", "permit", "deny", "policy", "0.0.0.0", nullptr};
 
-bool is_no_host(std::string_view word) { return is_listed(no_hosts, word); }
+bool is_no_host(std::string_view word) { return is_listed(no_hosts, lowercase(word)); }
 
 /// Host words that look like something else, with what is meant; the first row that fits is told.
 struct host_row {
@@ -83,6 +83,8 @@ struct host_row {
     const char *text, *advice;
 };
 const host_row host_rows[] = {
+    {[](std::string_view host) { return host.find('#') == 0; },
+     "no comment stands behind a rule: the words from {} on are hosts", "move it to a line of its own"},
     {[](std::string_view host) { return host.find(',') != host.npos; },
      "{} is one word with a comma, and no host has it", "hosts stand apart by blanks"},
     {has_odd_byte, "{} stands for itself alone: * is the one sign that means others",
@@ -117,6 +119,10 @@ struct checking {
         if (rule.names[0][0] == '#')
             return void(doubt(at, "move the # to the start",
                               "# is a comment only at the very start of a line: this one is a rule"));
+        for (const std::string &name : rule.names)
+            if (name[0] == '*' && name.size() > 1)
+                doubt(at, "* alone stands for all: name the proxies",
+                      "{} stands for every proxy, whatever follows the *", name);
         if (rule.attribute != "hosts") {
             if (const char *meant = meant_word(rule))
                 doubt(at, format("{} is meant?", meant), "{} means nothing", rule.word);
@@ -147,6 +153,9 @@ struct checking {
                 known.insert(row->proxy);
         for (const proxy_attr_rec *row = proxy_attr_tab; row->proxy; row++)
             known.insert(row->proxy);
+        for (const table_rule &rule : table.rules) // its own plugs
+            if (is_listed(del_plug_attrs, rule.attribute))
+                told.insert(rule.names.begin(), rule.names.end());
         for (const table_rule &rule : table.rules)
             for (const std::string &name : rule.names) {
                 if (rule.names[0][0] == '#' || name[0] == '*' || known.count(name) || is_no_proxy(name) ||

@@ -111,6 +111,15 @@ struct list_maker {
         for (const std::string &name : switched(old_states, false))
             if (says_yes(value_of(state_in(&result, name))) && !is_listed(login_services, name) && !on.count(name))
                 enter("on", name, {}, "{} was off in {} and is on now: is that wanted?", name, old->name);
+        fields fresh;
+        for (const Frag *proxy : init ? init->children("def_proxy") : std::vector<Frag *>()) {
+            std::string name = shown_name(proxy);
+            if (old_states && !old->record("def_proxy", name) && says_yes(value_of(state_in(&result, name))) &&
+                !on.count(name) && !is_listed(login_services, name))
+                fresh.emplace_back(name, "on, was not there");
+        }
+        if (!fresh.empty())
+            enter("on", "", fresh, "the new release brought proxies that are on: are they wanted?");
     }
 
     // Who may administer the firewall, as the tables told it by proxies that are gone.
@@ -228,16 +237,21 @@ struct list_maker {
         strings keys{"authenticate"};
         for (const char *const *key = force_list; *key; key++)
             keys.push_back(*key);
+        std::set<std::string> programs; // of the new release
+        for (const Frag *proxy : init->children("def_proxy"))
+            programs.insert(value_of(proxy, "proxy-exec"));
         for (const Frag *proxy : old->children("def_proxy")) {
             std::string name = shown_name(proxy);
             const Frag *now = result.record("def_proxy", name), *other = init->record("def_proxy", name);
             fields lost;
-            for (const std::string &key : now &&other ? keys : strings()) {
+            for (const std::string &key : now ? keys : strings()) {
                 std::string was = value_of(proxy, key.c_str()), is = value_of(now, key.c_str());
                 bool by_release = false;
                 for (const program_rec *row = program_tab; row->type; row++)
                     by_release = by_release || is == row->exec;
-                if (!was.empty() && was != is && (!by_release || was != value_of(other, key.c_str())))
+                bool is_own = !programs.count(was); // of a proxy that the initial environment has not
+                if (!was.empty() && was != is &&
+                    (by_release ? (other ? was != value_of(other, key.c_str()) : is_own) : other != nullptr))
                     lost.emplace_back(key, format("{}, {}{}", was, is.empty() ? "gone now" : "now " + is,
                                                   by_release ? " by the release" : ""));
             }
@@ -268,23 +282,26 @@ struct list_maker {
                      (node->parent != entry || !is_named(node, "name")))
                 lost.emplace_back(label_of(node, entry), value_of(node));
         }
-        fields maps;
+        bool has_maps = false;
         for (const auto &[key, lost] : entries) {
             const auto &[family, line, entry] = key;
             std::string name = clear_name(entry);
-            bool permits = value_of(entry, "pd") == "P";
+            has_maps = has_maps || (family == "map" && is_digit(name[0]));
             if (family == "def" && !lost.empty())
                 enter("proxy", name, lost, "enter again what {} had", name == "global" ? "*" : name);
             else if (family == "policy")
                 enter("policy", "", lost, "enter the policy {} again", name);
-            else if (family == "map" && is_digit(name[0]))
-                maps.emplace_back(name, format("{} {} {} {}", permits ? "permit" : "deny",
-                                               describe_source(import, value_of(entry, "src")),
-                                               permits ? "by the policy" : "for",
-                                               value_of(entry, permits ? "policy" : "proxy")));
         }
+        // All of them, also those that the initial environment brings: the first that covers a host decides.
+        fields maps;
+        for (const Frag *map : has_maps ? import.children("map") : std::vector<Frag *>())
+            if (std::string made = value_of(map, "pd"); is_digit(*map->name) && (made == "P" || made == "D"))
+                maps.emplace_back(clear_name(map), format("{} {} {} {}", made == "P" ? "permit" : "deny",
+                                                          describe_source(import, value_of(map, "src")),
+                                                          made == "P" ? "by the policy" : "for",
+                                                          value_of(map, made == "P" ? "policy" : "proxy")));
         if (!maps.empty())
-            enter("maps", "", maps, "enter the maps again, in this order");
+            enter("maps", "", maps, "enter the maps again in this order, ahead of those that are there");
     }
 };
 

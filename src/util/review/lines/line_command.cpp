@@ -22,7 +22,10 @@ void review_line(const upgrade_command &command, const std::string &path, long l
         }
     if (!text || line > std::count(text->begin(), text->end(), '\n') + 1)
         return void(tell(data, "trouble",
-                         file + (text ? " has no such line" : " is no input of this upgrade that can be read")));
+                         file + (text ? " has no such line"
+                                 : command.has_output && same_file(file, command.output)
+                                     ? " is the result: --all says where its lines come from"
+                                     : " is no input of this upgrade that can be read")));
     // All lines of an assignment go together.
     long first = line, last = line;
     if (!is_table)
@@ -58,7 +61,6 @@ void review_line(const upgrade_command &command, const std::string &path, long l
     if (data.findings.size() == told)
         diff_configurations(*before, *after, data);
     if (data.findings.size() == told)
-        tell(data, "setting",
-             format("{}: without it the result has other lines, but nothing that is found in it is another", said),
+        tell(data, "same", format("{}: without it other lines stand there, but nothing that is found is another", said),
              file, line);
 }

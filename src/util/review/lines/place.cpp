@@ -73,8 +73,10 @@ struct line_placer {
         line.turned = is_turned;
         node_notes &notes = result.notes(frag);
         uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
-        size_t first = standing;
-        bool is_free = note_line(standing, number);
+        // What goes names nothing that others bring.
+        bool is_theirs = line.said->role == line_role::name && notes.from != NO_LINE && all.is_removed(line);
+        size_t first = is_theirs ? notes.from : standing;
+        bool is_free = !is_theirs && note_line(standing, number);
         if (is_free &&
             (notes.from == NO_LINE || !all.is_removed(line))) // what goes takes no record from those that stay
             result.claim(frag, number);

@@ -142,7 +142,7 @@ struct reason_finder {
 
     unsigned conditions(const account_line &line) const {
         const account_input &input = all.inputs[line.input];
-        bool is_older = std::max(input.step, input.imported) < all.init_step;
+        bool is_older = std::max(input.step, input.imported) < all.init_step && input.name != all.in.command.init_conf;
         const Frag *node = line.said->node;
         bool is_login_state = all.logs_in && node && is_named(node, "state") && node == at_depth(node, 3) &&
                               is_listed(login_services, clear_name(node->parent));

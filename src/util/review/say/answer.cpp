@@ -169,7 +169,8 @@ std::string place_text(const std::string &file, long line) { return line ? forma
 
 json answer_object(review_data &data) {
     auto key = [](const finding &told) {
-        return std::make_tuple(!told.leads, told.follows, find_row(finding_names, told.id));
+        return std::make_tuple(!told.leads, told.follows, find_row(finding_names, told.id),
+                               told.id == "file" && told.at.line != 0);
     };
     std::stable_sort(data.findings.begin(), data.findings.end(),
                      [key](const finding &a, const finding &b) { return key(a) < key(b); });

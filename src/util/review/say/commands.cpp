@@ -27,7 +27,7 @@ std::string first_difference(const std::string &is, const std::string &should_be
     std::string same(is.begin(), std::mismatch(is.begin(), is.end(), should_be.begin(), should_be.end()).first);
     auto line_of = [begin = same.rfind('\n') + 1](const std::string &text) {
         std::string line = text.substr(begin, 80);
-        return line.empty() ? "not there" : '"' + line.substr(0, line.find('\n')) + '"';
+        return line.empty() ? "nothing" : '"' + line.substr(0, line.find('\n')) + '"';
     };
     return format("line {} is {}, and the upgrade writes {}", std::count(same.begin(), same.end(), '\n') + 1,
                   line_of(is), line_of(should_be));
@@ -104,8 +104,10 @@ void check_inputs(const upgrade_command &command, review_session &session) {
         for (const std::string &file : step_files(command, letter)) {
             const configuration *conf = session.files.conf(file);
             bool stands_alone = letter == 'e' || (file == command.old_conf && session.data.release >= 40);
-            if (conf && checked.insert(file).second)
-                check_conf(*conf, true, stands_alone, session.data);
+            if (!conf || !checked.insert(file).second)
+                continue;
+            check_conf(*conf, true, stands_alone, session.data);
+            check_input_doubles(letter == 'm' ? *session.files.conf(file, conf_layout::merged) : *conf, session.data);
         }
     }
 }
@@ -163,8 +165,12 @@ void review_upgrade(review_session &session) {
         return trouble(session, "the upgrade would not run");
     if (!is_readable)
         return;
-    if (line)
+    if (line) {
+        auto is_elsewhere = [](const finding &told) { return told.id == "file" && told.at.line != 0; };
+        data.findings.erase(std::remove_if(data.findings.begin(), data.findings.end(), is_elsewhere),
+                            data.findings.end());
         return review_line(command, place.substr(0, colon), line, files, data);
+    }
     file_bytes bytes = run(command, session);
     if (!session.own)
         return;

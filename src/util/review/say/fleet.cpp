@@ -47,9 +47,12 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
                          {"release", data.at("release").get<int>()},
                          {"grade", word(grade_of(data))},
                          {"verdict", data.at("verdict").get<std::string>()},
+                         {"worst", std::count_if(data["findings"].begin(), data["findings"].end(),
+                                                 [&](const json &told) { return told["grade"] == data["grade"]; })},
                          {"host_name", data.value("host_name", "")}});
     } catch (const std::exception &) {
-        firewall.update({{"status", 2}, {"release", 0}, {"grade", word(grade::wrong)}, {"host_name", ""}});
+        firewall.update(
+            {{"status", 2}, {"release", 0}, {"grade", word(grade::wrong)}, {"worst", 0}, {"host_name", ""}});
         const char *why = access(answer.c_str(), R_OK) == 0 ? "it is no answer of --json" : strerror(errno);
         firewall["verdict"] = format("Trouble: the answer can't be read: {}.", why);
     }
@@ -82,7 +85,8 @@ reply sum_up_fleet(review_session &session) {
     for (const std::string &answer : session.words)
         rows.push_back(firewall_of(answer, fs::path("." / fs::path(session.html)).parent_path()));
     auto key = [](const json &each) {
-        return std::make_tuple(-each["status"].get<int>(), grade_of(each), each["verdict"], each["name"]);
+        return std::make_tuple(-each["status"].get<int>(), grade_of(each), -each["worst"].get<long>(), each["verdict"],
+                               each["name"]);
     };
     std::stable_sort(rows.begin(), rows.end(), [&](const json &a, const json &b) { return key(a) < key(b); });
     std::map<grade, size_t> counts;

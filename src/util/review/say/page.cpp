@@ -131,7 +131,8 @@ void sort_findings(json &values, bool is_compared) {
         if (told.contains("follows"))
             followers.push_back(told);
         else if (!told.contains("leads"))
-            (told.contains("host") || told["id"] == "not-decided" ? access : checks).push_back(told);
+            (told.contains("host") || told["id"] == "not-decided" || told["id"] == "turned" ? access : checks)
+                .push_back(told);
     const char *same = !is_compared        ? unseen
                        : followers.empty() ? "No host is treated otherwise than before, at any proxy."
                                            : "What there is follows from the cause above.";
@@ -140,6 +141,8 @@ void sort_findings(json &values, bool is_compared) {
         list_of({{"part", "access"}, {"heading", "Who gets through"}}, access, "difference", "differences", same),
         list_of({{"part", "checks"}, {"heading", "Checks"}}, checks, "finding", "findings",
                 "There is nothing else to look at.")};
+    if (values["grade"] == word(grade::wrong))
+        std::swap(values["parts"][0], values["parts"][1]);
 }
 
 } // namespace
