@@ -27,6 +27,9 @@ const char *const family_counts[] = {"def_num_proxies", "cust_num_proxies", "pol
 const char *const always_counted[] = {"cust_num_proxies",    "dest_num_entries",    "map_num_entries",   "nat_numrules",
                                       "pfedit_fwd_numrules", "pfedit_lcl_numrules", "sroute_num_entries"};
 
+// The families whose entries are read by numbers, and then named.
+const char *const named_families[] = {"def_proxy_", "cust_proxy_", "policy_", "netobj_list_", "netobj_group_"};
+
 // The families, apart from the numbered ones, in which a numbered save counts what can be counted.
 const char *const counted_families[] = {"def", "cust", "policy", "netobj", "pfedit", nullptr};
 
@@ -151,6 +154,16 @@ struct checking {
                 wrong.insert(of);
                 say("count", line.line, "{} says {}, and {} are there", line.key, line.value, there);
             }
+        std::set<std::string_view> bare; // entries
+        for (const conf_line &line : conf.lines)
+            for (std::string_view family : named_families)
+                if (std::string_view rest = line.key.substr(std::min(family.size(), line.key.size()));
+                    !is_input && line.key.substr(0, family.size()) == family && !rest.empty() && !is_digit(rest[0]) &&
+                    rest.substr(0, 4) != "num_")
+                    bare.insert(line.key.substr(0, line.key.find('_', family.size())));
+        if (!bare.empty())
+            say("count", 0, "{} has no number, by which alone it is read", *bare.begin()).count =
+                static_cast<long>(bare.size());
         auto need = [&](std::string_view of, std::string_view count) {
             std::string key = std::string(of).append(count);
             if ((!is_input || is_listed(family_counts, key)) && met.insert(key).second)

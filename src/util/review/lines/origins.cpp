@@ -156,6 +156,18 @@ struct origin_finder {
         return field != nullptr;
     }
 
+    // Whether the numbered layout would say the line of a proxy, a config set or a policy by a number.
+    bool is_bare(const conf_line &line) const {
+        static const char *const forms[] = {"*_proxy_*_name",       "*_proxy_*_realname", "*_proxy_*_num*",
+                                            "*_proxy_*_parm_*",     "policy_*_name",      "policy_*_num*",
+                                            "*_proxy_*_cyberurl_*", "policy_*_parm_*",    "policy_*_proxy_*_*"};
+        bool is_owner =
+            begins(line.key, "def_proxy_") || begins(line.key, "cust_proxy_") || begins(line.key, "policy_");
+        return result.conf.numbered && is_owner &&
+               std::none_of(std::begin(forms), std::end(forms),
+                            [&](const char *form) { return covers(form, line.key); });
+    }
+
     written_line find(const conf_line &line) const {
         // The proxy for all is saved as `*`.
         if (begins(line.key, "def_proxy_global") || (line.value == "global" && covers("*_proxy_*_realname", line.key)))
@@ -174,7 +186,11 @@ struct origin_finder {
         for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
             if (size_t at = parts.find(row->stored_name), end = at + strlen(row->stored_name); at != parts.npos)
                 is_stamp = is_stamp || (parts[at - 1] == '_' && parts[end] == '_');
-        if (size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line); from != NO_LINE)
+        size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line);
+        const conf_line *said = from == NO_LINE ? nullptr : all.lines[from].said;
+        if (is_bare(line) && !(said && said->key == line.key)) // as the input has it
+            return {};
+        if (from != NO_LINE)
             return {origin::input, from};
         if (is_layout(line))
             return {origin::layout};
