@@ -56,8 +56,9 @@ std::set<std::string> switched(const configuration *conf, bool on);
 /// leaves out what is only wrong in a result; `stands_alone` says that its names must lead somewhere in it. What stands
 /// twice is told with the origins that `data` has.
 void check_conf(const configuration &conf, bool is_input, bool stands_alone, review_data &data);
-/// Keys that an input says twice, otherwise, as it is read: by -m the first of them is found, by -e the last.
-void check_input_doubles(const configuration &conf, review_data &data);
+/// Keys that an input says twice, otherwise, as it is read: by -m the first of them is found, by -e the last. Those of
+/// lists count only with `has_lists`: an old configuration's are taken ahead of its merge.
+void check_input_doubles(const configuration &conf, bool has_lists, review_data &data);
 /// Tells what the configuration, in the canonical layout, says and the XML of that name does not.
 void check_xml(std::string_view xml, const configuration &own, const std::string &name, review_data &data);
 /// Appends a finding `setting` or `map` for all that one has and the other has not, or says otherwise: every field. A

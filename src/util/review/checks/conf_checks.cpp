@@ -250,10 +250,11 @@ struct checking {
     }
 
     // In an input the lines alone: what else stands twice there does so in the result.
-    void check_doubles() {
+    void check_doubles(bool has_lists = true) {
         for (const conf_line &line : conf.lines)
             if (const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
-                found && found != &line && found->node == line.node && found->role == line.role)
+                found && found != &line && found->node == line.node && found->role == line.role &&
+                (has_lists || line.key.substr(0, 12) != "netobj_list_"))
                 say_double(line.node, &line);
         if (is_input)
             return;
@@ -296,4 +297,6 @@ void check_conf(const configuration &conf, bool is_input, bool stands_alone, rev
     }
 }
 
-void check_input_doubles(const configuration &conf, review_data &data) { checking{conf, true, data}.check_doubles(); }
+void check_input_doubles(const configuration &conf, bool has_lists, review_data &data) {
+    checking{conf, true, data}.check_doubles(has_lists);
+}

@@ -133,8 +133,12 @@ struct checking {
         if (hosts[0].empty() || hosts[0][0] == '-')
             doubt(at, "name hosts, or remove the line", "{} names no host: {}", rule.word,
                   hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
-        for (std::string_view host : hosts)
+        for (std::string_view host : hosts) {
+            // A marker counts at a further host, too, of a rule without a class.
+            bool is_plain = split.marker.empty() && (rule.bits & ATTR_DENY) == 0 && host.data() != hosts[0].data();
+            host.remove_prefix(is_plain ? split_hosts(host).marker.size() : 0);
             check_host(at, host);
+        }
         rule_options options = split_options(split.tail);
         if (!options.policy.empty() && templates.insert(options.policy).second)
             doubt(at, "name one that the table has", "no rule of the table is for {}: the hosts get nothing from it",

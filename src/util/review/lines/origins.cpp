@@ -158,12 +158,13 @@ struct origin_finder {
 
     // Whether the numbered layout would say the line of a proxy, a config set or a policy by a number.
     bool is_bare(const conf_line &line) const {
-        static const char *const forms[] = {"*_proxy_*_name",       "*_proxy_*_realname", "*_proxy_*_num*",
-                                            "*_proxy_*_parm_*",     "policy_*_name",      "policy_*_num*",
-                                            "*_proxy_*_cyberurl_*", "policy_*_parm_*",    "policy_*_proxy_*_*"};
+        static const char *const forms[] = {
+            "*_proxy_*_name", "*_proxy_*_realname",   "*_proxy_*_num*",  "*_proxy_*_parm_*",   "policy_*_name",
+            "policy_*_num*",  "*_proxy_*_cyberurl_*", "policy_*_parm_*", "policy_*_proxy_*_*", "policy_*_entries"};
         bool is_owner =
             begins(line.key, "def_proxy_") || begins(line.key, "cust_proxy_") || begins(line.key, "policy_");
-        return result.conf.numbered && is_owner &&
+        bool is_record = std::count(line.key.begin(), line.key.end(), '_') < 2; // with a value of its own
+        return result.conf.numbered && is_owner && !is_record &&
                std::none_of(std::begin(forms), std::end(forms),
                             [&](const char *form) { return covers(form, line.key); });
     }
@@ -178,6 +179,10 @@ struct origin_finder {
                 return {origin::input, field->second};
             return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
         }
+        // A numbered save leaves no alias in the list of a location.
+        if (all.in.command.numbered() && is_named(line.node, "alias") && is_location(at_depth(line.node, 2)) &&
+            result.conf.bearers.count(at_depth(line.node, 4)) == 0)
+            return {origin::nowhere};
         bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
         // Some attributes are written otherwise than they are stored.
         bool is_parameter = line.role == line_role::name && line.key.find("_parm_") != line.key.npos;

@@ -114,6 +114,10 @@ void prove_candidates(accounting &all) {
     for (size_t i : under_test.proved) {
         account_line &line = all.lines[i];
         line.how = proof::run;
+        // A rule of a table that has no place itself takes no place away.
+        const account_line *by = line.by == NO_LINE || line.place ? nullptr : &all.lines[line.by];
+        if (by && !by->said && by->candidate && !by->place)
+            line.by = NO_LINE;
         line.became = line.by == NO_LINE && line.reason.empty() ? fate::unexplained
                       : line.by != NO_LINE && !line.place       ? fate::overridden
                                                                 : fate::without_effect;

@@ -107,7 +107,9 @@ void check_inputs(const upgrade_command &command, review_session &session) {
             if (!conf || !checked.insert(file).second)
                 continue;
             check_conf(*conf, true, stands_alone, session.data);
-            check_input_doubles(letter == 'm' ? *session.files.conf(file, conf_layout::merged) : *conf, session.data);
+            bool has_lists = letter == 'e' || file != command.old_conf || session.data.release < 40;
+            check_input_doubles(letter == 'm' ? *session.files.conf(file, conf_layout::merged) : *conf, has_lists,
+                                session.data);
         }
     }
 }
