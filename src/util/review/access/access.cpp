@@ -14,25 +14,6 @@ std::string_view first_word(const Frag *frag, const char *key) {
     return text.substr(0, text.find_first_of(" \t"));
 }
 
-void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access_rule> &into) {
-    rule_hosts split = split_hosts(from.text);
-    bool is_deny = (from.bits & ATTR_DENY) != 0;
-    rule.line = from.line;
-    rule.tail = split.tail;
-    for (size_t i = 0; i < split.hosts.size(); i++) {
-        rule.pattern = split.hosts[i];
-        std::string_view marker = split.marker;
-        // A further host of a rule without a class stands for itself, and a marker counts there too.
-        if (i > 0 && marker.empty() && !is_deny) {
-            marker = split_hosts(rule.pattern).marker;
-            rule.pattern.remove_prefix(marker.size());
-        }
-        rule.unmarked = marker.empty() && (from.bits & (ATTR_DENY | ATTR_PERMIT)) == 0;
-        rule.permit = marker.empty() ? !is_deny : marker == "%-permit%";
-        into.push_back(rule);
-    }
-}
-
 // What the table with that index in the side holds for the proxy.
 void add_table_rules(const access_side &side, size_t index, const std::string &proxy, std::vector<access_rule> &into) {
     const netperm_table &table = *side.tables[index];
@@ -58,6 +39,25 @@ void add_table_rules(const access_side &side, size_t index, const std::string &p
 }
 
 } // namespace
+
+void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access_rule> &into) {
+    rule_hosts split = split_hosts(from.text);
+    bool is_deny = (from.bits & ATTR_DENY) != 0;
+    rule.line = from.line;
+    rule.tail = split.tail;
+    for (size_t i = 0; i < split.hosts.size(); i++) {
+        rule.pattern = split.hosts[i];
+        std::string_view marker = split.marker;
+        // A further host of a rule without a class stands for itself, and a marker counts there too.
+        if (i > 0 && marker.empty() && !is_deny) {
+            marker = split_hosts(rule.pattern).marker;
+            rule.pattern.remove_prefix(marker.size());
+        }
+        rule.unmarked = marker.empty() && (from.bits & (ATTR_DENY | ATTR_PERMIT)) == 0;
+        rule.permit = marker.empty() ? !is_deny : marker == "%-permit%";
+        into.push_back(rule);
+    }
+}
 
 void access_side::add_proxy(const std::string &proxy) {
     if (!proxy.empty() && proxy != "*" && !is_no_proxy(proxy) && known.insert(proxy).second)

@@ -28,6 +28,9 @@ struct access_rule {
     size_t table = 0;              ///< index in the side's `tables`, for a rule of one
 };
 
+/// Appends a rule like `rule` for each host of a table's rule for hosts, with the ruling that the host has there.
+void add_rule_hosts(const table_rule &from, access_rule rule, std::vector<access_rule> &into);
+
 /// A map in the order in which maps decide.
 struct access_map {
     const Frag *frag = nullptr;

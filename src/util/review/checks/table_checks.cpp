@@ -128,18 +128,14 @@ struct checking {
                 doubt(at, format("{} is meant?", meant), "{} means nothing", rule.word);
             return;
         }
-        rule_hosts split = split_hosts(rule.text);
-        const std::vector<std::string_view> &hosts = split.hosts;
-        if (hosts[0].empty() || hosts[0][0] == '-')
+        std::vector<access_rule> hosts;
+        add_rule_hosts(rule, {}, hosts);
+        if (std::string_view first = hosts[0].pattern; first.empty() || first[0] == '-')
             doubt(at, "name hosts, or remove the line", "{} names no host: {}", rule.word,
-                  hosts[0].empty() ? "it covers nobody" : format("{} is read as one", hosts[0]));
-        for (std::string_view host : hosts) {
-            // A marker counts at a further host, too, of a rule without a class.
-            bool is_plain = split.marker.empty() && (rule.bits & ATTR_DENY) == 0 && host.data() != hosts[0].data();
-            host.remove_prefix(is_plain ? split_hosts(host).marker.size() : 0);
-            check_host(at, host);
-        }
-        rule_options options = split_options(split.tail);
+                  first.empty() ? "it covers nobody" : format("{} is read as one", first));
+        for (const access_rule &host : hosts)
+            check_host(at, host.pattern);
+        rule_options options = split_options(hosts[0].tail);
         if (!options.policy.empty() && templates.insert(options.policy).second)
             doubt(at, "name one that the table has", "no rule of the table is for {}: the hosts get nothing from it",
                   options.policy);
@@ -210,12 +206,14 @@ std::string network_pattern(std::string_view word) {
 void check_table(const netperm_table &table, const upgrade_command &command, loaded_files &files, review_data &data) {
     size_t before = data.findings.size();
     checking check{table, data};
+    std::vector<access_rule> hosts;
     for (const table_rule &rule : table.rules) {
         check.templates.insert(rule.names.begin(), rule.names.end());
         if (rule.attribute == "hosts")
-            for (std::string_view host : split_hosts(rule.text).hosts)
-                check.words.push_back(host);
+            add_rule_hosts(rule, {}, hosts);
     }
+    for (const access_rule &host : hosts)
+        check.words.push_back(host.pattern);
     std::sort(check.words.begin(), check.words.end());
     if (const configuration *old = files.conf(command.old_conf, conf_layout::as_written))
         check.check_site(*old);

@@ -34,7 +34,7 @@ void collect_inputs(accounting &all) {
         input.imported = is_import ? i + 1 : input.imported;
         all.last_import = is_import ? i + 1 : all.last_import;
         input.removed = is_read ? is_import : input.removed;
-        all.init_step = step.letter == 'm' && merges == 2 && all.init_step == 0 ? i + 1 : all.init_step;
+        all.init_step = step.letter == 'm' && merges == 2 ? i + 1 : all.init_step;
         // Only an import translates a file.
         conf_layout layout = input.imported ? conf_layout::translated : conf_layout::merged;
         input.conf = is_table ? nullptr : all.in.files.conf(step.argument, layout);

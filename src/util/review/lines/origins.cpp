@@ -156,17 +156,15 @@ struct origin_finder {
         return field != nullptr;
     }
 
-    // Whether the numbered layout would say the line of a proxy, a config set or a policy by a number.
+    // Whether the numbered layout would say the line by a number: a parameter of a proxy or a config set, or the owner
+    // of what a policy lists.
     bool is_bare(const conf_line &line) const {
-        static const char *const forms[] = {
-            "*_proxy_*_name", "*_proxy_*_realname",   "*_proxy_*_num*",  "*_proxy_*_parm_*",   "policy_*_name",
-            "policy_*_num*",  "*_proxy_*_cyberurl_*", "policy_*_parm_*", "policy_*_proxy_*_*", "policy_*_entries"};
-        bool is_owner =
-            begins(line.key, "def_proxy_") || begins(line.key, "cust_proxy_") || begins(line.key, "policy_");
-        bool is_record = std::count(line.key.begin(), line.key.end(), '_') < 2; // with a value of its own
-        return result.conf.numbered && is_owner && !is_record &&
-               std::none_of(std::begin(forms), std::end(forms),
-                            [&](const char *form) { return covers(form, line.key); });
+        static const char *const forms[] = {"*_proxy_*_name", "*_proxy_*_realname", "*_proxy_*_num*",
+                                            "*_proxy_*_parm_*", "*_proxy_*_cyberurl_*"};
+        auto is_of = [&](const char *form) { return covers(form, line.key); };
+        bool is_parameter = (is_of("def_proxy_*_*") || is_of("cust_proxy_*_*")) &&
+                            std::none_of(std::begin(forms), std::end(forms), is_of);
+        return result.conf.numbered && (is_parameter || (is_of("policy_*_proxy_*") && !is_of("policy_*_proxy_*_*")));
     }
 
     written_line find(const conf_line &line) const {

@@ -22,6 +22,14 @@ bool is_read(const std::string &path, file_role role, review_session &session) {
     return check_configuration(path, role, session.files, session.data);
 }
 
+// Leaves out doubts about single lines of files, but for the one that is asked for.
+void forget_other_lines(review_data &data, const place &asked) {
+    auto is_other = [&](const finding &told) {
+        return told.id == "file" && told.at.line != 0 && (told.at.line != asked.line || told.at.file != asked.file);
+    };
+    data.findings.erase(std::remove_if(data.findings.begin(), data.findings.end(), is_other), data.findings.end());
+}
+
 // Both sides of the first line that differs.
 std::string first_difference(const std::string &is, const std::string &should_be) {
     std::string same(is.begin(), std::mismatch(is.begin(), is.end(), should_be.begin(), should_be.end()).first);
@@ -168,9 +176,7 @@ void review_upgrade(review_session &session) {
     if (!is_readable)
         return;
     if (line) {
-        auto is_elsewhere = [](const finding &told) { return told.id == "file" && told.at.line != 0; };
-        data.findings.erase(std::remove_if(data.findings.begin(), data.findings.end(), is_elsewhere),
-                            data.findings.end());
+        forget_other_lines(data, {place.substr(0, colon), line});
         return review_line(command, place.substr(0, colon), line, files, data);
     }
     file_bytes bytes = run(command, session);
@@ -200,6 +206,7 @@ void explain_host(review_session &session) {
     if (!is_read(conf, file_role::configuration, session) ||
         (!session.table.empty() && !is_read(session.table, file_role::table, session)))
         return;
+    forget_other_lines(session.data, {});
     session.after.set_maps(*session.files.conf(conf));
     const netperm_table *table = session.files.table(session.table);
     if (table)

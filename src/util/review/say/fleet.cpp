@@ -48,7 +48,7 @@ json firewall_of(const std::string &answer, const fs::path &folder) {
                          {"grade", word(grade_of(data))},
                          {"verdict", data.at("verdict").get<std::string>()},
                          {"worst", std::count_if(data["findings"].begin(), data["findings"].end(),
-                                                 [&](const json &told) { return told["grade"] == data["grade"]; })},
+                                                 [&](const json &told) { return told.at("grade") == data["grade"]; })},
                          {"host_name", data.value("host_name", "")}});
     } catch (const std::exception &) {
         firewall.update(
