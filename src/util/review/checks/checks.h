@@ -5,7 +5,7 @@
 #include "access/access.h"
 #include "read/files.h"
 #include "review.h"
-#include "run/upgrade_command.h"
+#include "run/upgrade_run.h"
 
 #include <fmt/format.h>
 #include <map>

@@ -2,7 +2,6 @@
 #include "checks/checks.h"
 #include "frag_tools.h"
 #include "nupgrade.h"
-#include "run/upgrade_run.h"
 #include "upgrade.h"
 
 #include <algorithm>
