@@ -1,9 +1,10 @@
-// What a side's tables and maps mean for one proxy.
+// What a side's tables and maps mean for one proxy, and under which options they let a host in.
 #include "access/access.h"
 #include "frag_tools.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <fmt/ranges.h>
 #include <utility>
 
 namespace {
@@ -36,6 +37,31 @@ void add_table_rules(const access_side &side, size_t index, const std::string &p
     for (size_t each : reached)
         if (each != std::exchange(rule.source, each)) // a line can name a proxy twice
             add_rule_hosts(table.rules[each], rule, into);
+}
+
+/// The parameter that a key path names: its prefixes in front of all names. It ends at a `=`.
+std::string parameter_name(std::string_view path) {
+    std::string prefixes, name;
+    path = path.substr(0, path.find('='));
+    for (size_t at = 0; at <= path.size();) {
+        std::string part(path.substr(at, path.find('_', at) - at));
+        const char *bare = stored_attribute(part.c_str());
+        prefixes += prefix_of(take_prefixes(&bare));
+        name += (at > 0 ? "_" : "") + decoded_name(file_attribute(bare));
+        at += part.size() + 1;
+    }
+    return prefixes + name;
+}
+
+// All that has a value below a node; of several sets each value, in whatever order they stand.
+void add_parameters(const Frag *top, option_set &options) {
+    for (const Frag *frag : nodes_of(top ? top->child : nullptr)) {
+        std::string path;
+        for (const Frag *at = frag; frag->value && at != top; at = at->parent)
+            path.insert(0, fmt::format("{}{}{}", prefix_of(at->attr), at->name, at == frag ? "" : "_"));
+        if (frag->value)
+            options[parameter_name(path)].insert(configuration::value(frag, ""));
+    }
 }
 
 } // namespace
@@ -189,6 +215,14 @@ std::string decision_text(const decision &made) {
     return text + (made.map ? ", map " + std::to_string(*made.map) : "") + ")";
 }
 
+finding &tell_change(review_data &data, const char *id, const decision &was, const decision &is) {
+    const decision &at = is.line != 0 ? is : was;
+    finding &told = tell(data, id, decision_text(was) + " before, " + decision_text(is) + " now", at.file, at.line);
+    told.before = was;
+    told.after = is;
+    return told;
+}
+
 bool covers(std::string_view pattern, std::string_view host) {
     size_t at = 0, star = std::string_view::npos, begin = 0; // behind the last star, and where that is tried
     for (size_t byte = 0; byte < host.size();) {
@@ -213,4 +247,46 @@ decision decide(const access_side &side, const std::string &proxy, const std::st
         if (covers(rule.pattern, host))
             return decision_of(side, rule);
     return {};
+}
+
+option_set options_of(const access_side &side, const access_rule &rule, const std::string &proxy) {
+    option_set options;
+    rule_options split = split_options(rule.tail); // nothing for a map
+    for (std::string_view word : split.words)
+        options[parameter_name(word)].insert("*");
+    if (split.exec)
+        options["exec"].insert(*split.exec);
+    if (!rule.is_map)
+        return options;
+    Frag *policy = side.conf->record("policy", side.maps[rule.source].policy);
+    add_parameters(policy ? ffind(&policy->child, "parm") : nullptr, options);
+    options.erase("desc");
+    Frag *owner = side.conf->record("def_proxy", proxy);
+    Frag *sets = owner ? ffind(&owner->child, "config-sets") : nullptr;
+    for (const Frag *entry : configuration::children(policy, "proxy"))
+        if (sets && owner_of(entry) == proxy)
+            add_parameters(side.conf->indexes.find(&sets->child, entry->name), options);
+    return options;
+}
+
+std::string changed_options(const option_set &was, const option_set &is, bool is_whole) {
+    constexpr size_t most = 5;
+    std::vector<std::string> changed;
+    auto join = [](const std::set<std::string> &values) { return fmt::to_string(fmt::join(values, " and ")); };
+    auto say = [&](const std::string &name, const std::string &value, const char *flag, const std::string &otherwise) {
+        bool is_flag = name[0] == '-' && value == "*" && *flag;
+        changed.push_back(is_flag ? fmt::format("{} {}", flag, name)
+                                  : fmt::format("{} = {}, {}", name, value, otherwise));
+    };
+    for (const auto &[name, values] : was)
+        if (auto now = is.find(name); now == is.end())
+            say(name, join(values), "without", "none now");
+        else if (now->second != values)
+            say(name, join(values), "", join(now->second) + " now");
+    for (const auto &[name, values] : is)
+        if (is_whole && was.count(name) == 0)
+            say(name, join(values), "with", "none before");
+    std::string more = changed.size() > most ? fmt::format(" and {} more", changed.size() - most) : "";
+    changed.resize(std::min(changed.size(), most));
+    return fmt::format("{}{}", fmt::join(changed, ", "), more);
 }

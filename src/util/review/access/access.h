@@ -80,6 +80,8 @@ std::vector<const Frag *> source_elements(const configuration &conf, std::string
 decision decision_of(const access_side &side, const access_rule &rule);
 /// "permitted by 10.* (new.conf:812, map 94)", or denied, or "refused": the one wording of who decides.
 std::string decision_text(const decision &made);
+/// Appends a finding about a host, or about those of two rules: who decided before, and who decides now.
+finding &tell_change(review_data &data, const char *id, const decision &was, const decision &is);
 /// Who decides about the host, a word without blanks, at that proxy.
 decision decide(const access_side &side, const std::string &proxy, const std::string &host);
 /// Whether the word's pattern covers the host: the comparison's own matcher, apart from the upgrade's.

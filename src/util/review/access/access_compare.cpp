@@ -233,21 +233,17 @@ struct finding_maker {
     }
 
     void add(const difference &from, const std::string &cause, long count) const {
-        decision was = decision_of(made.before, from.was), is = decision_of(made.after, from.is);
-        std::string text = decision_text(was) + " before, " + decision_text(is) + " now";
+        finding &found = tell_change(data, change_ids[static_cast<size_t>(from.how)],
+                                     decision_of(made.before, from.was), decision_of(made.after, from.is));
         if (from.how == change::options)
-            text += ", " + made.options_between(from.was, from.is);
+            found.text += ", " + made.options_between(from.was, from.is);
         std::string state = configuration::value(made.after.conf->record("def_proxy", made.proxy), "state");
         if (from.how != change::narrower && !state.empty() && !says_yes(state))
-            text += "; the proxy is off";
-        const decision &told = is.line != 0 ? is : was;
-        finding &found = tell(data, change_ids[static_cast<size_t>(from.how)], std::move(text), told.file, told.line);
+            found.text += "; the proxy is off";
         found.proxy = made.proxy;
         found.host = made.lists[0].kept.size() + made.lists[1].kept.size() == 2 ? "any host" : from.word;
         found.cause = cause;
         found.count = count;
-        found.before = std::move(was);
-        found.after = std::move(is);
     }
 
     void add_all() {

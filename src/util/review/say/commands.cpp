@@ -8,7 +8,6 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <set>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,35 +52,30 @@ std::string newer_input(const upgrade_command &command) {
 
 // Whether the output is what the upgrade writes, and if not, what is the matter with it.
 void compare_bytes(const upgrade_command &command, const std::string &should_be, review_session &session) {
-    review_data &data = session.data;
-    const place at{command.output, 0};
+    const place at{command.output};
     const std::string *is = session.files.bytes(at.file), *old = session.files.bytes(command.old_conf);
-    if (!command.has_output)
+    const adviser doubt{session.data, "not-written"}, cause{session.data, "not-written", true};
+    if (is)
+        session.data.result = *is == should_be ? written::same : written::different;
+    if (!command.has_output || session.data.result == written::same)
         return;
-    if (!is) {
-        bool is_there = access(at.file.c_str(), F_OK) == 0;
-        const char *why = is_there ? "nothing can be read back from it: what is told is what would be written"
-                                   : "not there yet: this is a preview of what would be written";
-        return void(adviser{data, "not-written"}(at, is_there ? "name a file to keep the result in" : "run the upgrade",
-                                                 "{}", why));
-    }
-    data.result = *is == should_be ? written::same : written::different;
-    if (data.result == written::same)
-        return;
-    std::string newer = newer_input(command), first = first_difference(*is, should_be);
-    const adviser advise{data, "not-written"};
-    if (is->size() < should_be.size() && should_be.compare(0, is->size(), *is) == 0)
-        advise(at, "look at the disk and at limits on the size of files, then run the upgrade again",
-               "cut short: {} of {} bytes are there", is->size(), should_be.size());
+    std::string newer = newer_input(command), first = first_difference(is ? *is : "", should_be);
+    if (!is && access(at.file.c_str(), F_OK) != 0)
+        doubt(at, "run the upgrade", "not there yet: this is a preview of what would be written");
+    else if (!is)
+        doubt(at, "name a file to keep the result in",
+              "nothing can be read back from it: what is told is what would be written");
+    else if (is->size() < should_be.size() && should_be.compare(0, is->size(), *is) == 0)
+        cause(at, "look at the disk and at limits on the size of files, then run the upgrade again",
+              "cut short: {} of {} bytes are there", is->size(), should_be.size());
     else if (old && *old == *is)
-        advise(at, "if the upgrade wrote into its input, that has to come from its copy",
-               "it is the old configuration, byte for byte: {}", first);
+        cause(at, "if the upgrade wrote into its input, that has to come from its copy",
+              "it is the old configuration, byte for byte: {}", first);
     else if (!newer.empty())
-        advise(at, "run the upgrade again", "an older result: {} was changed after it; {}", newer, first);
+        cause(at, "run the upgrade again", "an older result: {} was changed after it; {}", newer, first);
     else
-        return void(advise(at, "run the upgrade again, or make sure that the change is meant",
-                           "made of other inputs or with other options, or changed by hand: {}", first));
-    data.findings.back().leads = true;
+        doubt(at, "run the upgrade again, or make sure that the change is meant",
+              "made of other inputs or with other options, or changed by hand: {}", first);
 }
 
 // Who decided before: the tables, or from 4.0 on the old configuration's maps. False if nothing tells.
@@ -108,18 +102,16 @@ void compare(const configuration *init, const configuration *own, review_session
 // Each configuration of the command line once, as far as it says something by itself.
 void check_inputs(const upgrade_command &command, review_session &session) {
     std::set<std::string> checked;
-    for (char letter : {'e', 'm'}) {
+    for (char letter : {'e', 'm'})
         for (const std::string &file : step_files(command, letter)) {
             const configuration *conf = session.files.conf(file);
-            bool stands_alone = letter == 'e' || (file == command.old_conf && session.data.release >= 40);
             if (!conf || !checked.insert(file).second)
                 continue;
-            check_conf(*conf, true, stands_alone, session.data);
-            bool has_lists = letter == 'e' || file != command.old_conf || session.data.release < 40;
-            check_input_doubles(letter == 'm' ? *session.files.conf(file, conf_layout::merged) : *conf, has_lists,
+            bool is_old = letter == 'm' && file == command.old_conf && session.data.release >= 40;
+            check_conf(*conf, true, letter == 'e' || is_old, session.data);
+            check_input_doubles(letter == 'm' ? *session.files.conf(file, conf_layout::merged) : *conf, !is_old,
                                 session.data);
         }
-    }
 }
 
 // What is told of the content comes of a cause, if there is one.
@@ -135,10 +127,9 @@ void mark_followers(review_data &data) {
 file_bytes run(const upgrade_command &command, review_session &session) {
     session.progress("running the upgrade");
     upgrade_result run = run_upgrade(command);
-    std::istringstream messages(run.messages);
-    for (std::string line; std::getline(messages, line);)
-        if (!line.empty())
-            tell(session.data, "message", "the upgrade says: " + line);
+    for (std::string_view left = run.messages; !left.empty();)
+        if (std::string_view line = take_line(left); !line.empty())
+            tell(session.data, "message", format("the upgrade says: {}", line));
     file_bytes bytes(std::move(run.output)), readable = bytes;
     std::string name = session.subject;
     if (run.good() && command.version == 99) { // XML
@@ -219,13 +210,11 @@ void explain_host(review_session &session) {
     decision now = decide(session.after, proxy, host), was = table ? decide(session.before, proxy, host) : now;
     int gain = (now.made == ruling::permit) - (was.made == ruling::permit);
     const char *id = !table ? "explain" : gain == 0 ? "same" : gain > 0 ? "wider" : "narrower";
-    std::string text = table ? decision_text(was) + " before, " + decision_text(now) + " now" : decision_text(now);
-    const decision &at = now.line ? now : was;
-    finding &told = tell(session.data, id, std::move(text), at.file, at.line);
+    finding &told = tell_change(session.data, id, was, now);
     told.proxy = proxy;
     told.host = host;
-    told.before = was;
-    told.after = now;
+    if (!table)
+        told.text = decision_text(now);
 }
 
 void review_diff(review_session &session) {
