@@ -215,19 +215,16 @@ struct checking {
     }
 
     // Tells that another line says what the node's own does, of parameters of config sets once for equal values.
-    void say_double(Frag *node, const conf_line *other) {
-        const conf_line *found = conf.origin(node);
+    void say_double(Frag *node, const conf_line &found, const conf_line &other) {
         const Frag *set = at_depth(node, 3);
-        if (!found || !other)
-            return;
-        bool turned = !same_prefix(found->bits, other->bits), alike = found->value == other->value && !turned;
-        std::string key = fragkeyname(node), values = format("{}\n{}\n{}\n{}", node->name, found->value, other->value,
-                                                             found->bits ^ other->bits);
+        bool turned = !same_prefix(found.bits, other.bits), alike = found.value == other.value && !turned;
+        std::string key = fragkeyname(node),
+                    values = format("{}\n{}\n{}\n{}", node->name, found.value, other.value, found.bits ^ other.bits);
         if ((is_input && alike) || was_told(set && is_named(set, "config-sets") ? values : key))
             return;
-        say("twice", found->line, "{} stands twice: {} is found, {} is not; {}", key, said(*found, turned),
-            said(*other, turned), alike ? "they say the same: it does not matter" : "it matters: they differ")
-            .by = {conf.name, other->line};
+        say("twice", found.line, "{} stands twice: {} is found, {} is not; {}", key, said(found, turned),
+            said(other, turned), alike ? "they say the same: it does not matter" : "it matters: they differ")
+            .by = {conf.name, other.line};
     }
 
     // Tells what is said below a node that is not found, since another of its name is, and that one says otherwise or
@@ -242,8 +239,8 @@ struct checking {
             if (line && !node && !was_told(format("{}\n", fragkeyname(found))))
                 say("twice", line->line, "{}: {} is not found, since another {} is", std::string(fragkeyname(twin)),
                     said(*line, false), std::string(fragkeyname(found)));
-            else if (line && node && !(other && other->value == line->value && same_prefix(other->bits, line->bits)))
-                say_double(node, line);
+            else if (line && other && !(other->value == line->value && same_prefix(other->bits, line->bits)))
+                say_double(node, *other, *line);
             for (Frag *child = twin->child; child; child = child->next)
                 pending.emplace_back(node ? conf.indexes.find(&node->child, child->name) : nullptr, child);
         }
@@ -255,7 +252,7 @@ struct checking {
             if (const conf_line *found = line.role == line_role::setting ? conf.origin(line.node) : nullptr;
                 found && found != &line && found->node == line.node && found->role == line.role &&
                 (has_lists || line.key.substr(0, 12) != "netobj_list_"))
-                say_double(line.node, &line);
+                say_double(line.node, *found, line);
         if (is_input)
             return;
         std::unordered_map<std::string_view, const conf_line *> names; // which say no value of their own

@@ -96,12 +96,11 @@ struct checking {
         if (auto [sign, advice] = sign_of_all(bytes); sign)
             return void(doubt({name}, advice, "{}", sign));
         line_signs signs = look_at_lines(bytes);
-        if (is_table ? signs.assignments > signs.rules : signs.rules > signs.assignments) {
-            doubt({name}, "name the table by -n and configurations by -m", "looks like a {}, in the place of the {}",
-                  is_table ? "configuration" : "netperm table", word(role))
-                .leads = true;
-            return;
-        }
+        const adviser cause{data, "file", true};
+        if (is_table ? signs.assignments > signs.rules : signs.rules > signs.assignments)
+            return void(cause({name}, "name the table by -n and configurations by -m",
+                              "looks like a {}, in the place of the {}", is_table ? "configuration" : "netperm table",
+                              word(role)));
         if (!is_table)
             look_at_names(*files.conf(name, conf_layout::as_written), signs);
         else if (data.release < 40)

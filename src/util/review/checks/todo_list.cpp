@@ -17,25 +17,24 @@ using fields = std::vector<std::pair<std::string, std::string>>;
 using strings = std::vector<std::string>;
 constexpr size_t MOST_SHOWN = 12; // addresses of one source
 
-std::string joined(const strings &words) { return fmt::to_string(fmt::join(words, ", ")); }
+template <typename list> std::string joined(const list &words) { return fmt::to_string(fmt::join(words, ", ")); }
 
 std::string describe_source(const configuration &conf, std::string source) {
     strings addresses;
     std::unordered_set<const Frag *> met;
     std::vector<const Frag *> elements = source_elements(conf, source, met);
-    bool bare = !elements.empty() && !elements[0];
-    std::string network; // the first that stands there as if all of its hosts were meant
+    if (elements == std::vector<const Frag *>{nullptr})
+        return source;
+    std::string doubt; // about the first that stands there as if all hosts of a network were meant
     for (size_t i = 0; i < std::min(elements.size(), MOST_SHOWN); i++) {
         addresses.push_back(value_of(elements[i], "addr"));
-        network = network.empty() && !network_pattern(addresses.back()).empty() ? addresses.back() : network;
+        if (std::string network = network_pattern(addresses.back()); doubt.empty() && !network.empty())
+            doubt = format("; {} stands for itself alone, not for {}", addresses.back(), network);
     }
     if (elements.size() > MOST_SHOWN)
         addresses.push_back(format("{} in all", elements.size()));
     take_group_mark(source);
-    std::string all = elements.empty() ? "no addresses" : joined(addresses);
-    if (!network.empty())
-        all += format("; {} stands for itself alone, not for {}", network, network_pattern(network));
-    return bare ? source : format("{} ({})", source, all);
+    return format("{} ({}{})", source, elements.empty() ? "no addresses" : joined(addresses), doubt);
 }
 
 // What a node below an entry of an import is called where it is entered, config set in front.
@@ -195,14 +194,13 @@ struct list_maker {
     }
 
     void list_brought() {
-        std::set<std::string> brought;
+        std::set<std::string> brought, decided; // maps, and proxies
         std::set<long> wider;
         strings idle;
         for (const Frag *map : init->children("map"))
             brought.insert(record_text(map));
         for (const Frag *map : old ? old->children("map") : std::vector<Frag *>())
             brought.erase(record_text(map));
-        std::set<std::string> decided; // proxies
         for (const access_row &row : data.access)
             if (row.found != verdict::not_decided)
                 decided.insert(row.proxy);
@@ -217,15 +215,13 @@ struct list_maker {
             for (const Frag *entry : configuration::children(result.record("policy", policy), "proxy"))
                 proxies.insert(entry->value ? owner_of(entry) : clear_name(entry));
             if (!wider.count(decimal(number.c_str())) &&
-                std::includes(decided.begin(), decided.end(), proxies.begin(), proxies.end())) {
+                std::includes(decided.begin(), decided.end(), proxies.begin(), proxies.end()))
                 idle.push_back(number);
-                continue;
-            }
-            enter("brought", "",
-                  {{"source", describe_source(result, value_of(map, "src"))},
-                   {"proxies", joined({proxies.begin(), proxies.end()})}},
-                  "map {} permits by the policy {}, which the initial environment alone brought: is that wanted?",
-                  number, policy);
+            else
+                enter("brought", "",
+                      {{"source", describe_source(result, value_of(map, "src"))}, {"proxies", joined(proxies)}},
+                      "map {} permits by the policy {}, which the initial environment alone brought: is that wanted?",
+                      number, policy);
         }
         if (!idle.empty())
             enter("brought", "", {}, "maps that the initial environment brought, and that let nobody new in: {}",

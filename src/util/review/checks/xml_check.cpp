@@ -59,11 +59,9 @@ void check_xml(std::string_view xml, const configuration &own, const std::string
             above = below(above, element.substr(0, element.find(' ')));
         }
         // XML has no place for what stands alone, another stamp, and blanks in front that a reader passes over.
-        bool is_found = !above || line.key == "version_moatwall.conf" ||
-                        (line.begin > 0 && own.bytes[line.begin - 1] != '\n') ||
-                        said.count(value_below(above, decoded_name(key), line.value)) != 0;
-        count += !is_found;
-        first = first || is_found ? first : &line;
+        if (above && line.key != "version_moatwall.conf" && (line.begin == 0 || own.bytes[line.begin - 1] == '\n') &&
+            said.count(value_below(above, decoded_name(key), line.value)) == 0 && count++ == 0)
+            first = &line;
     }
     if (first)
         tell(data, "lost", fmt::format("{}: the XML that the upgrade writes lacks it", first->key), name).count = count;

@@ -4,6 +4,10 @@
 #include "frag_tools.h"
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <tuple>
+
+using namespace std::string_view_literals;
 
 char *configuration::keep(std::string_view text) {
     char *kept = static_cast<char *>(texts.allocate(text.size() + 1, 1));
@@ -160,48 +164,39 @@ std::string shown_name(const Frag *frag) {
 
 std::string encoded_name(std::string_view name) {
     std::string stored;
-    for (char byte : name) {
-        if (byte == '_' || byte == '%')
-            stored += byte == '_' ? "%5F" : "%25";
-        else
-            stored += byte;
-    }
+    for (char byte : name)
+        stored += byte == '_' ? "%5F" : byte == '%' ? "%25" : std::string_view(&byte, 1);
     return stored;
 }
 
-const char *stored_attribute(const char *name) {
+static const char *mapped_name(const char *name, const char *attr_map_rec::*from, const char *attr_map_rec::*to) {
     for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
-        if (same_text(name, row->file_name))
-            return row->stored_name;
+        if (same_text(name, row->*from))
+            return row->*to;
     return name;
 }
 
+const char *stored_attribute(const char *name) {
+    return mapped_name(name, &attr_map_rec::file_name, &attr_map_rec::stored_name);
+}
+
 const char *file_attribute(const char *name) {
-    for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
-        if (same_text(name, row->stored_name))
-            return row->file_name;
-    return name;
+    return mapped_name(name, &attr_map_rec::stored_name, &attr_map_rec::file_name);
 }
 
 // Puts siblings in order: numbers by what they count, all other names by their bytes. Names that begin like a
 // number and are none, and names that are equal, are left to the store's own order.
 static void sort_siblings(Frag **list) {
-    std::vector<std::pair<std::string_view, Frag *>> order; // by names, numbers without zeros in front
+    std::map<std::tuple<std::string_view, size_t, std::string_view>, Frag *> order; // a number stands where 0 does
     for (Frag *frag = *list; frag; frag = frag->next) {
         std::string_view name = frag->name, digits = name.substr(std::min(name.find_first_not_of('0'), name.size()));
-        if (is_digit(frag->name[0]) && name.find_first_not_of("0123456789") != name.npos)
+        bool is_number = is_digit(frag->name[0]);
+        auto place = is_number ? std::tuple("0"sv, digits.size(), digits) : std::tuple(name, size_t{0}, ""sv);
+        bool is_odd = is_number && name.find_first_not_of("0123456789") != name.npos;
+        if (is_odd || !order.emplace(place, frag).second)
             return void(sort_frags(list));
-        order.emplace_back(is_digit(frag->name[0]) ? digits : name, frag);
     }
-    std::sort(order.begin(), order.end(), [](const auto &a, const auto &b) {
-        if (!is_digit(a.second->name[0]) || !is_digit(b.second->name[0]))
-            return strcmp(a.second->name, b.second->name) < 0;
-        return std::pair(a.first.size(), a.first) < std::pair(b.first.size(), b.first);
-    });
-    for (size_t i = 1; i < order.size(); i++)
-        if (order[i - 1].first == order[i].first)
-            return void(sort_frags(list));
-    for (const auto &[name, frag] : order) {
+    for (const auto &[place, frag] : order) {
         *list = frag;
         list = &frag->next;
     }

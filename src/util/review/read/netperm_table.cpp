@@ -75,8 +75,8 @@ bool is_no_proxy(std::string_view name) {
 bool is_removed_proxy(std::string_view name) { return is_listed(del_netperm_proxies, name) && !is_no_proxy(name); }
 
 bool is_dropped_proxy(std::string_view name, int release) {
-    return (release < 40 && is_removed_proxy(name)) || (release != 55 && is_listed(del_55_proxies, name)) ||
-           (release >= 40 && release != 55 && is_listed(del_50_proxies, name));
+    bool is_gone = release < 40 ? is_removed_proxy(name) : is_listed(del_50_proxies, name);
+    return release != 55 && (is_gone || is_listed(del_55_proxies, name));
 }
 
 void skip_blank(std::string_view &text) { text.remove_prefix(std::min(text.size(), text.find_first_not_of(" \t"))); }
