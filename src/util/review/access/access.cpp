@@ -1,11 +1,12 @@
 // What a side's tables and maps mean for one proxy, and under which options they let a host in.
 #include "access/access.h"
-#include "frag_tools.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <fmt/ranges.h>
 #include <utility>
+
+using fmt::format;
 
 namespace {
 
@@ -58,7 +59,7 @@ void add_parameters(const Frag *top, option_set &options) {
     for (const Frag *frag : nodes_of(top ? top->child : nullptr)) {
         std::string path;
         for (const Frag *at = frag; frag->value && at != top; at = at->parent)
-            path.insert(0, fmt::format("{}{}{}", prefix_of(at->attr), at->name, at == frag ? "" : "_"));
+            path.insert(0, format("{}{}{}", prefix_of(at->attr), at->name, at == frag ? "" : "_"));
         if (frag->value)
             options[parameter_name(path)].insert(configuration::value(frag, ""));
     }
@@ -275,8 +276,7 @@ std::string changed_options(const option_set &was, const option_set &is, bool is
     auto join = [](const std::set<std::string> &values) { return fmt::to_string(fmt::join(values, " and ")); };
     auto say = [&](const std::string &name, const std::string &value, const char *flag, const std::string &otherwise) {
         bool is_flag = name[0] == '-' && value == "*" && *flag;
-        changed.push_back(is_flag ? fmt::format("{} {}", flag, name)
-                                  : fmt::format("{} = {}, {}", name, value, otherwise));
+        changed.push_back(is_flag ? format("{} {}", flag, name) : format("{} = {}, {}", name, value, otherwise));
     };
     for (const auto &[name, values] : was)
         if (auto now = is.find(name); now == is.end())
@@ -286,7 +286,7 @@ std::string changed_options(const option_set &was, const option_set &is, bool is
     for (const auto &[name, values] : is)
         if (is_whole && was.count(name) == 0)
             say(name, join(values), "with", "none before");
-    std::string more = changed.size() > most ? fmt::format(" and {} more", changed.size() - most) : "";
+    std::string more = changed.size() > most ? format(" and {} more", changed.size() - most) : "";
     changed.resize(std::min(changed.size(), most));
-    return fmt::format("{}{}", fmt::join(changed, ", "), more);
+    return format("{}{}", fmt::join(changed, ", "), more);
 }

@@ -102,7 +102,7 @@ struct access_options {
     std::string only_proxy;                             ///< empty for all
     const configuration *initial_environment = nullptr; ///< to name causes; may be null
     const configuration *own_result = nullptr; ///< what the upgrade writes where the side after is another; else null
-    std::function<void(const std::string &proxy)> progress = [](const std::string &) {}; ///< told of each proxy ahead
+    std::function<void(const std::string &what)> progress = [](const std::string &) {}; ///< told of each step
     uint64_t work_limit = 150'000'000; ///< steps in all, after which proxies are not decided
 };
 

@@ -10,7 +10,6 @@
 #include "frag_tools.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <map>
 #include <set>
 #include <tuple>
@@ -288,7 +287,7 @@ void compare_access(const access_side &before, const access_side &after, const a
     for (const std::string &proxy : proxies) {
         if (is_alone && proxy != options.only_proxy)
             continue;
-        options.progress(proxy);
+        options.progress("comparing who gets through " + proxy);
         // A proxy that can't be decided leaves the others half of what is left.
         uint64_t given = is_alone ? left : left / 2;
         proxy_comparison made{before, after, proxy, {given}};

@@ -95,8 +95,7 @@ struct checking {
     // Whether an import takes in what the file says.
     bool is_imported(const std::string &file) const {
         return std::any_of(imports.begin(), imports.end(), [&](const std::string &import) {
-            const std::string *bytes = files.bytes(import);
-            return same_file(import, file) || (bytes && *bytes == *files.bytes(file));
+            return files.bytes(import) && *files.bytes(import) == *files.bytes(file);
         });
     }
 
@@ -175,9 +174,8 @@ struct checking {
                 if (rule.attribute == "hosts")
                     used.insert(rule.names.begin(), rule.names.end());
         for (const std::string &name : used) {
-            bool is_known = is_listed(login_services, name);
-            for (const maprec *services : {map_unix, map_nt})
-                is_known = is_known || find_maprec(services, &maprec::proxy, name.c_str());
+            bool is_known = is_listed(login_services, name) || find_maprec(map_unix, &maprec::proxy, name.c_str()) ||
+                            find_maprec(map_nt, &maprec::proxy, name.c_str());
             if (is_known && !is_dropped_proxy(name, data.release) &&
                 init->value(("def_proxy_" + name + "_proxy-exec").c_str()).empty())
                 lacking.insert(name);

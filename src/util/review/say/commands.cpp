@@ -95,8 +95,7 @@ void compare(const configuration *init, const configuration *own, review_session
     const std::string &only = session.proxy;
     if (!only.empty() && !session.before.knows(only) && !session.after.knows(only))
         return trouble(session, format("no proxy {} is known there", only));
-    auto progress = [&](const std::string &proxy) { session.progress("comparing who gets through " + proxy); };
-    compare_access(session.before, session.after, {only, init, own, progress}, session.data);
+    compare_access(session.before, session.after, {only, init, own, session.progress}, session.data);
 }
 
 // Each configuration of the command line once, as far as it says something by itself.

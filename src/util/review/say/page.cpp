@@ -82,8 +82,8 @@ template <typename record, typename reason_type>
 json group_values(const std::string &name, const std::string &file, std::string_view bytes,
                   const std::vector<const record *> &lines, reason_type reason_of) {
     std::vector<std::string_view> texts;
-    for (size_t i = 0; i < bytes.size(); i += texts.back().size() + 1)
-        texts.push_back(bytes.substr(i, bytes.find('\n', i) - i));
+    while (!bytes.empty())
+        texts.push_back(take_line(bytes));
     json rows = json::array();
     for (size_t i = 0; i < std::min(lines.size(), ROW_LIMIT); i++) {
         auto number = static_cast<size_t>(lines[i]->line);
