@@ -84,6 +84,28 @@ std::string other_key(const accounting &all, const account_line &line) {
     return "";
 }
 
+// Where a line says what it says, and whether that decides about network login. `met` are the records up to it.
+void read_assignment(accounting &all, account_line &line, std::unordered_set<const Frag *> &met) {
+    const account_input &input = all.inputs[line.input];
+    line.key = line.said->key;
+    if (line.said->node) {
+        place_keys::key_of place = input.keys->find(line.said->node);
+        line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
+        line.bits = place.named ? place.bits : line.said->bits;
+        line.other_key = other_key(all, line);
+        for (size_t depth : place_keys::RECORD_DEPTHS)
+            if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
+                all.records.insert(input.keys->find(record, place_keys::FIRST).key);
+        for (size_t end = 0; !line.other_key.empty() && end != std::string::npos;) {
+            end = line.other_key.find('_', end + 1);
+            all.records.insert(line.other_key.substr(0, end));
+        }
+    }
+    bool decides = line.key == "network_loginok" && !line.said->value.empty();
+    if (decides && (!std::exchange(all.has_login, true) || input.imported))
+        all.logs_in = lowercase(line.said->value) == "enabled";
+}
+
 void collect_input(accounting &all, uint32_t number) {
     account_input &input = all.inputs[number];
     const configuration *conf = input.conf;
@@ -95,45 +117,29 @@ void collect_input(accounting &all, uint32_t number) {
     size_t next = 0;                      // assignment or rule
     long behind = 0;                      // the last assignment's end
     for (long at = 1; !rest.empty(); at++) {
-        account_line line;
+        account_line &line = all.lines.emplace_back();
         line.text = take_line(rest);
         line.input = number;
         line.file = file;
         line.line = line.end_line = at;
         line.rule = next;
         for (; table && next < table->rules.size() && table->rules[next].line == at; next++, line.rules++)
-            all.rule_lines[table].push_back(all.lines.size());
+            all.rule_lines[table].push_back(&line);
         if (conf && next < conf->lines.size() && conf->lines[next].line == at) {
             line.said = &conf->lines[next++];
             line.end_line = behind = line.said->end_line;
-            line.key = line.said->key;
-            if (line.said->node) {
-                place_keys::key_of place = input.keys->find(line.said->node);
-                line.key = line.said->role == line_role::name ? name_key(place.key) : place.key;
-                line.bits = place.named ? place.bits : line.said->bits;
-                line.other_key = other_key(all, line);
-                for (size_t depth : place_keys::RECORD_DEPTHS)
-                    if (const Frag *record = at_depth(line.said->node, depth); record && met.insert(record).second)
-                        all.records.insert(input.keys->find(record, place_keys::FIRST).key);
-                for (size_t end = 0; !line.other_key.empty() && end != std::string::npos;) {
-                    end = line.other_key.find('_', end + 1);
-                    all.records.insert(line.other_key.substr(0, end));
-                }
-            }
-            bool decides = line.key == "network_loginok" && !line.said->value.empty();
-            if (decides && (!std::exchange(all.has_login, true) || input.imported))
-                all.logs_in = lowercase(line.said->value) == "enabled";
-        } else if (at <= behind || (table && line.text[0] == '#')) {
-            continue;
+            read_assignment(all, line, met);
         }
-        if (line.said || line.rules != 0 || line.text.find_first_not_of(" \t\r") != line.text.npos)
-            all.lines.push_back(std::move(line));
+        bool is_more = !line.said && at <= behind, is_comment = table && begins(line.text, "#");
+        bool is_blank_line = line.text.find_first_not_of(" \t\r") == line.text.npos;
+        if (is_more || (line.rules == 0 && (is_comment || (is_blank_line && !line.said))))
+            all.lines.pop_back();
     }
 }
 
 /// What is told of a line that has not turned, if anything is.
 std::pair<const char *, const char *> notice_of(const account_line &line, bool is_numbered) {
-    bool has_no_place = line.became == fate::reshaped && line.how == proof::run && line.by == NO_LINE;
+    bool has_no_place = line.became == fate::reshaped && line.how == proof::run && !line.by;
     bool is_rule = line.place && begins(line.key, "pfedit_");
     if (is_rule && (is_named(line.place, "comment") ? text_of(line.place).size() < line.said->value.size()
                                                     : is_numbered && line.said->value.size() > RULE_LIMIT))
@@ -159,14 +165,14 @@ const conf_line *written_for(const account_line &line, const result_places &own)
     return there ? there : own.conf.origin(line.place->parent); // what the layout says by the list of an entry
 }
 
-// The line that gives a place the prefix with which what another line says stands there; `NO_LINE` if there is none.
-size_t turned_by(const accounting &all, result_places &own, const account_line &line) {
+// The line that gives a place the prefix with which what another line says stands there; null if there is none.
+const account_line *turned_by(const accounting &all, result_places &own, const account_line &line) {
     long bits = own.keys.find(line.place).bits;
     auto is_it = [&](const account_line &each) {
         return each.said && each.key == line.key && !same_prefix(each.bits, line.bits) && same_prefix(each.bits, bits);
     };
     auto found = std::find_if(all.lines.begin(), all.lines.end(), is_it);
-    return found == all.lines.end() ? NO_LINE : static_cast<size_t>(found - all.lines.begin());
+    return found == all.lines.end() ? nullptr : &*found;
 }
 
 void tell_lines(accounting &all, result_places &own) {
@@ -188,13 +194,13 @@ void tell_lines(accounting &all, result_places &own) {
         }
         if (line.shared)
             line.reason += std::string(line.reason.empty() ? "" : "; ") + "together with others it matters";
-        if (line.by != NO_LINE) {
-            line.by_file = all.lines[line.by].file;
-            line.by_line = all.lines[line.by].line;
+        if (line.by) {
+            line.by_file = line.by->file;
+            line.by_line = line.by->line;
         }
-        size_t by = line.turned && all.told["turned"] < MOST_TOLD ? turned_by(all, own, line) : line.by;
+        const account_line *by = line.turned && all.told["turned"] < MOST_TOLD ? turned_by(all, own, line) : line.by;
         if (id)
-            all.tell_some(id, std::move(text), line, by != NO_LINE ? all.place_of(all.lines[by]) : place(),
+            all.tell_some(id, std::move(text), line, by ? all.place_of(*by) : place(),
                           stands.there && !line.lost ? all.in_result(stands.there->line) : place());
         line.result_line = stands.there ? stands.there->end_line : 0;
         if (stands.turned && line.became == fate::kept) {

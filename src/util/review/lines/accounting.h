@@ -5,13 +5,11 @@
 #include "lines/lines.h"
 #include "lines/place_keys.h"
 
+#include <deque>
 #include <map>
 #include <unordered_set>
 
-constexpr size_t NO_LINE = UINT32_MAX;
 constexpr size_t MOST_TOLD = 100; ///< findings of one name
-
-inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
 
 /// One input. Of a file that is merged and imported, too, the import counts.
 struct account_input {
@@ -40,19 +38,22 @@ struct account_line : line_fate {
     const Frag *place = nullptr;     ///< in what the upgrade writes
     bool turned = false;             ///< it stands there with another prefix
     const conf_line *lost = nullptr; ///< of what the upgrade writes for it, a line that the installed file lacks
-    size_t by = NO_LINE;             ///< the line that says the same, or that overrides it
+    account_line *by = nullptr;      ///< the line that says the same, or that overrides it
     bool shared = false;             ///< the result is another without it and others, and not without it alone
+
+    /// Gives the reason if there is none yet.
+    void excuse(std::string why) { reason = reason.empty() ? std::move(why) : reason; }
 };
 
-/// The lines of inputs that stand at a node of a result, `NO_LINE` for none.
+/// The lines of inputs that stand at a node of a result, null for none.
 struct node_notes {
-    uint32_t valued = NO_LINE, named = NO_LINE; ///< the one that gives the node its value, or its name
-    uint32_t from = NO_LINE;                    ///< the one that stands at the node, or first below it
+    account_line *valued = nullptr, *named = nullptr; ///< the one that gives the node its value, or its name
+    account_line *from = nullptr;                     ///< the one that stands at the node, or first below it
 };
 /// Notes the line if none is noted. False if one is.
-inline bool note_line(uint32_t &note, size_t line) {
-    bool is_free = note == NO_LINE;
-    note = is_free ? static_cast<uint32_t>(line) : note;
+inline bool note_line(account_line *&note, account_line &line) {
+    bool is_free = !note;
+    note = is_free ? &line : note;
     return is_free;
 }
 
@@ -75,9 +76,9 @@ struct result_places {
     /// The nodes of that place key.
     std::vector<const Frag *> at(const std::string &key);
     /// Takes note that a line stands there; what is above it has its first line by it.
-    void claim(const Frag *frag, size_t line);
+    void claim(const Frag *frag, account_line &line);
     /// The same for a value that no other line stands for.
-    void stand(const Frag *frag, size_t line);
+    void stand(const Frag *frag, account_line &line);
 
 private:
     std::vector<node_notes> by_line;
@@ -86,8 +87,13 @@ private:
 
 /// A rule of a table as one owner has it: a proxy, or the template of a policy.
 struct filed_rule {
-    size_t line = NO_LINE;            ///< in the accounting's `lines`
-    const table_rule *rule = nullptr; ///< null for what a configuration ahead of the table says
+    account_line *line = nullptr;     ///< null for what a configuration ahead of the table says
+    const table_rule *rule = nullptr; ///< likewise
+
+    void excuse(const char *why) const {
+        if (line)
+            line->excuse(why);
+    }
 };
 /// The rules of one owner for an attribute by the numbers under which they stand; one that is alone stands under none
 /// in a result, unless it is the first of a list, 0.
@@ -99,13 +105,12 @@ struct filed_rules {
     std::map<std::string, filed_attributes> proxies{};                        ///< those that the tables leave
     std::map<std::pair<uint32_t, std::string>, filed_attributes> templates{}; ///< by the input and the name
     std::vector<std::pair<std::string, numbered_rules>> destinations{};       ///< of proxies, each of one table
-    std::unordered_map<size_t, std::string> reasons{}; ///< of lines that have no place with an owner
 };
 
 /// One line of what the upgrade writes: where it comes from, and where it stands in the installed file.
 struct written_line {
     origin from = origin::nowhere;
-    size_t of = NO_LINE;              ///< of an input, in the accounting's `lines`
+    account_line *of = nullptr;       ///< of an input
     const conf_line *there = nullptr; ///< null if the file lacks it
     bool turned = false;              ///< it stands there with another prefix
 };
@@ -114,7 +119,7 @@ struct accounting {
     const account_inputs &in;
     review_data &data;
     std::vector<account_input> inputs;
-    std::vector<account_line> lines;
+    std::deque<account_line> lines;            ///< which stay where they are
     std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
     size_t last_import = 0;                    ///< behind the last -e; 0 without one
     size_t init_step = 0;                      ///< of the initial environment, counted from 1; 0 without one
@@ -122,7 +127,7 @@ struct accounting {
     /// The numbers of the records that merge by these, in order, by their families.
     std::map<std::string, std::vector<long>> numbers{};
     bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on
-    std::unordered_map<const netperm_table *, std::vector<size_t>> rule_lines; ///< the line of each of its rules
+    std::unordered_map<const netperm_table *, std::vector<account_line *>> rule_lines; ///< the line of each rule
     filed_rules filed{};
     /// The elements of each interface but for aliases, by its name in lower case, in the location list of what the
     /// upgrade writes that counts for it.
@@ -141,9 +146,9 @@ struct accounting {
     place place_of(const account_line &line) const { return {inputs[line.input].name, line.line}; }
     place in_result(long line) const { return {in.result.name, line}; }
     /// Tells a loss, unless an import takes the line away.
-    void tell_lost(size_t number, std::string text);
-    /// Notes that the line with that number stands at `frag` in another shape, as its place if it has none yet.
-    void note_reshaped(result_places &result, size_t number, const Frag *frag, std::string reason);
+    void tell_lost(const account_line &line, std::string text);
+    /// Notes that the line stands at `frag` in another shape, as its place if it has none yet.
+    static void note_reshaped(result_places &result, account_line &line, const Frag *frag, std::string reason);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
     /// Whether an import removes what the line says.
@@ -180,7 +185,7 @@ void place_table_lines(accounting &all, result_places &result);
 /// A config set that rules for hosts lead into.
 struct made_set {
     std::string proxy, path;
-    size_t number = 0; ///< of the line of the first such rule
+    account_line &line; ///< of the first such rule
     rule_options options;
 };
 /// Places the rules for hosts among these. The result are the config sets in their order, there or not.
@@ -188,7 +193,7 @@ std::vector<made_set> place_host_rules(accounting &all, result_places &result, c
 /// Files the rules of all tables under their proxies.
 void file_rules(accounting &all);
 /// Why a line of a table has no place, empty if no reason is known.
-std::string table_reason(const accounting &all, size_t number);
+std::string table_reason(const accounting &all, const account_line &line);
 /// Whether a line is about an entry of numbered records.
 inline bool is_numbered(const account_line &line) { return line.key.find('#') != std::string::npos; }
 /// A count is a map to a merge, too, and one without a decision.
@@ -197,11 +202,11 @@ inline bool is_map_line(const account_line &line) { return begins(line.key, "map
 /// of its own, and an import removes what stands.
 struct merged_maps {
     merged_maps(accounting &all, result_places &own);
-    /// The first line of the map that stands in the way of a line's; `NO_LINE` if there is none.
-    size_t winner(const account_line &line) const;
+    /// The first line of the map that stands in the way of a line's; null if there is none.
+    account_line *winner(const account_line &line) const;
 
 private:
-    std::unordered_map<const Frag *, size_t> winners{}; ///< the first lines of what stands, by what is left out
+    std::unordered_map<const Frag *, account_line *> winners{}; ///< the first lines of what stands, by what is left out
 };
 /// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";

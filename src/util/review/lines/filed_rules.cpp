@@ -9,15 +9,15 @@
 
 namespace {
 
-void file_rule(filed_rules &filed, filed_attributes &owner, const filed_rule &rule) {
+void file_rule(filed_attributes &owner, const filed_rule &rule) {
     std::string name = encoded_name(rule.rule->attribute).substr(0, FRAGNAME_SIZE - 1);
     numbered_rules &rules = owner[name];
     if (!rules.empty() && (name == "authenticate" || name == "authserver"))
-        return void(filed.reasons.emplace(rule.line, "the first such rule of a proxy stands"));
+        return rule.line->excuse("the first such rule of a proxy stands");
     bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
     long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : 1;
-    if (size_t other = std::exchange(rules[number], rule).line; other != NO_LINE && other != rule.line)
-        filed.reasons.emplace(other, "a rule of another table with its line's number takes its place");
+    if (account_line *other = std::exchange(rules[number], rule).line; other && other != rule.line)
+        other->excuse("a rule of another table with its line's number takes its place");
 }
 
 // A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.
@@ -35,9 +35,9 @@ void read_rule(filed_rules &filed, const filed_rule &rule) {
         }
         if (is_attribute && is_for_all && !is_global)
             for (auto &[other, attributes] : filed.proxies)
-                file_rule(filed, attributes, rule);
+                file_rule(attributes, rule);
         else if (is_attribute)
-            file_rule(filed, proxy->second, rule);
+            file_rule(proxy->second, rule);
     }
 }
 
@@ -65,7 +65,7 @@ void finish_table(filed_rules &filed, uint32_t input) {
         for (auto &[attribute, rules] : attributes)
             if (const char *reason = proxy_reason(name, attribute))
                 for (const auto &[number, rule] : rules)
-                    filed.reasons.emplace(rule.line, reason);
+                    rule.excuse(reason);
             else if (attribute == "destination" && !is_template)
                 filed.destinations.emplace_back(name, std::move(rules));
             else
@@ -111,8 +111,7 @@ void file_rules(accounting &all) {
     }
 }
 
-std::string table_reason(const accounting &all, size_t number) {
-    const account_line &line = all.lines[number];
+std::string table_reason(const accounting &all, const account_line &line) {
     const account_input &input = all.inputs[line.input];
     if (input.unread)
         return "a table is for configurations from before 4.0";
@@ -132,6 +131,5 @@ std::string table_reason(const accounting &all, size_t number) {
             return name[0] == '*' ? reaches_none : is_gone(name);
         }))
         return "it lets nobody through a proxy of the new release";
-    auto known = all.filed.reasons.find(number);
-    return known == all.filed.reasons.end() ? "" : known->second;
+    return line.reason;
 }

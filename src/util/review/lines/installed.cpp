@@ -80,10 +80,10 @@ std::string text_of_line(const configuration &conf, const conf_line &line) {
 void match_installed(accounting &all) {
     matched_file own{all.in.own}, file{all.in.result};
     const std::vector<conf_line> &lines = own.conf.lines, &there = file.conf.lines;
-    std::vector<size_t> written(there.size(), NO_LINE); // the line of the upgrade's that stands in each
+    std::vector<const written_line *> written(there.size()); // the line of the upgrade's that stands in each
     auto match = [&](size_t i, size_t j, likeness by) {
         own.is_left[i] = file.is_left[j] = false;
-        written[j] = i;
+        written[j] = &all.written[i];
         all.written[i].there = &there[j];
         all.written[i].turned = !by.prefix || !by.value;
     };
@@ -105,8 +105,7 @@ void match_installed(accounting &all) {
         }
     }
     for (size_t i = 0; i < lines.size(); i++) {
-        const auto &[from, of, at, turned] = all.written[i];
-        account_line *said = of == NO_LINE ? nullptr : &all.lines[of];
+        const auto &[from, said, at, turned] = all.written[i];
         // The prefix of a parameter stands in the line of its name.
         bool is_told = at && (!turned || text_of_line(own.conf, lines[i]) == text_of_line(file.conf, *at));
         if (is_told || !lines[i].node || from == origin::nowhere)
@@ -126,17 +125,16 @@ void match_installed(accounting &all) {
     }
     for (size_t j = 0; j < there.size(); j++) {
         const conf_line &line = there[j];
-        bool is_own = written[j] != NO_LINE, is_count = !line.node && line.key.find("_num") != line.key.npos;
-        const written_line made =
-            is_own ? all.written[written[j]] : written_line{is_count ? origin::layout : origin::nowhere};
+        bool is_count = !line.node && line.key.find("_num") != line.key.npos;
+        const written_line made = written[j] ? *written[j] : written_line{is_count ? origin::layout : origin::nowhere};
         if (made.from == origin::nowhere)
-            all.tell_some("from-nowhere",
-                          format("{}: {}", text_of_line(file.conf, line),
-                                 is_own ? "no input says it, nor does the release" : "the upgrade does not write it"),
-                          all.in_result(line.line));
+            all.tell_some(
+                "from-nowhere",
+                format("{}: {}", text_of_line(file.conf, line),
+                       written[j] ? "no input says it, nor does the release" : "the upgrade does not write it"),
+                all.in_result(line.line));
         for (long at = line.line; at <= line.end_line; at++)
-            all.data.origins.push_back(
-                made.of == NO_LINE ? line_origin{at, made.from}
-                                   : line_origin{at, made.from, all.lines[made.of].file, all.lines[made.of].line});
+            all.data.origins.push_back(made.of ? line_origin{at, made.from, made.of->file, made.of->line}
+                                               : line_origin{at, made.from});
     }
 }

@@ -57,10 +57,10 @@ struct standing_maps {
 } // namespace
 
 merged_maps::merged_maps(accounting &all, result_places &own) {
-    std::unordered_map<const Frag *, size_t> first_lines;
-    for (size_t i = 0; i < all.lines.size(); i++)
-        if (is_map_line(all.lines[i]))
-            first_lines.emplace(at_depth(all.lines[i].said->node, 1), i);
+    std::unordered_map<const Frag *, account_line *> first_lines;
+    for (account_line &line : all.lines)
+        if (is_map_line(line))
+            first_lines.emplace(at_depth(line.said->node, 1), &line);
     std::vector<const Frag *> stand;
     std::set<const configuration *> merged = {nullptr}; // once more they bring nothing; nor does a table
     for (size_t i = all.last_import; i < all.in.command.steps.size(); i++) {
@@ -69,7 +69,7 @@ merged_maps::merged_maps(accounting &all, result_places &own) {
         if (!input || input->unread)
             continue;
         for (const Frag *map : input->table ? own.conf.children("map") : std::vector<Frag *>())
-            if (size_t line = own.notes(map).from; line != NO_LINE && !all.lines[line].said) {
+            if (account_line *line = own.notes(map).from; line && !line->said) {
                 first_lines.emplace(map, line);
                 stand.push_back(map);
             }
@@ -81,7 +81,7 @@ merged_maps::merged_maps(accounting &all, result_places &own) {
             maps.add(map);
         for (const Frag *map : input->conf->children("map"))
             if (const Frag *there = is_first ? nullptr : maps.find(map)) {
-                winners.emplace(map, first_lines.try_emplace(there, NO_LINE).first->second);
+                winners.emplace(map, first_lines[there]);
             } else {
                 maps.add(map);
                 stand.push_back(map);
@@ -89,7 +89,7 @@ merged_maps::merged_maps(accounting &all, result_places &own) {
     }
 }
 
-size_t merged_maps::winner(const account_line &line) const {
+account_line *merged_maps::winner(const account_line &line) const {
     auto found = winners.find(at_depth(line.said->node, 1));
-    return found == winners.end() ? NO_LINE : found->second;
+    return found == winners.end() ? nullptr : found->second;
 }

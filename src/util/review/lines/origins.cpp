@@ -26,9 +26,9 @@ struct origin_finder {
     accounting &all;
     result_places &result;
     std::map<std::string, release_value> set{};
-    std::unordered_map<std::string, size_t> proxies{}; ///< the first line that names each
-    std::set<std::string_view> filter_rules{};         ///< of files that are merged alone
-    std::map<std::string, size_t> filter_fields{};     ///< the lines of fields that stand there beside such rules
+    std::unordered_map<std::string, account_line *> proxies{}; ///< the first line that names each
+    std::set<std::string_view> filter_rules{};                 ///< of files that are merged alone
+    std::map<std::string, account_line *> filter_fields{}; ///< the lines of fields that stand there beside such rules
 
     void prepare_release() {
         const configuration &conf = result.conf;
@@ -59,44 +59,43 @@ struct origin_finder {
 
     void prepare() {
         prepare_release();
-        for (size_t i = 0; i < all.lines.size(); i++) {
-            const account_line &line = all.lines[i];
+        for (account_line &line : all.lines) {
             if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
                 filter_rules.insert(line.said->value);
             if (line.said && covers("pfedit_*_rule*_*", line.said->key))
-                filter_fields.emplace(format("{}={}", line.said->key, line.said->value), i);
+                filter_fields.emplace(format("{}={}", line.said->key, line.said->value), &line);
             for (size_t r = 0; r < line.rules; r++)
                 for (const std::string &name : all.rule(line, r).names)
                     if (name == "alerts" || (!is_no_proxy(name) && !is_removed_proxy(name)))
-                        proxies.emplace(name, i);
+                        proxies.emplace(name, &line);
             if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
-                proxies.emplace("global", i);
+                proxies.emplace("global", &line);
         }
     }
 
     // The line by which an element is an alias: one in an interface's list, whose elements are marked with "yes".
-    size_t alias_line(const conf_line &line) const {
-        size_t of = result.notes(line.node->parent).from;
-        const conf_line *said = of == NO_LINE ? nullptr : all.lines[of].said;
+    account_line *alias_line(const conf_line &line) const {
+        account_line *of = result.notes(line.node->parent).from;
+        const conf_line *said = of ? of->said : nullptr;
         const Frag *stood = said ? at_depth(said->node, 4) : nullptr;
-        bool is_made = stood && (all.inputs[all.lines[of].input].conf->bearers.count(stood) != 0 ||
+        bool is_made = stood && (all.inputs[of->input].conf->bearers.count(stood) != 0 ||
                                  covers("*$INTERFACE", stood->parent->parent->name));
-        return is_made || line.value != "yes" ? of : NO_LINE;
+        return is_made || line.value != "yes" ? of : nullptr;
     }
 
-    size_t input_line(const conf_line &line) const {
+    account_line *input_line(const conf_line &line) const {
         auto twin = result.doubles.find(&line);
         const node_notes &notes = result.notes(twin == result.doubles.end() ? line.node : &twin->second);
-        if (size_t direct = line.role == line_role::name ? notes.named : notes.valued; direct != NO_LINE)
+        if (account_line *direct = line.role == line_role::name ? notes.named : notes.valued)
             return direct;
         // The name of a parameter comes with its value, that of a record with what stands in it.
         if (line.role == line_role::name || !line.node->value)
-            if (size_t first = result.notes(line.node).from; first != NO_LINE)
+            if (account_line *first = result.notes(line.node).from)
                 return first;
         // Some lines make a whole record.
         for (size_t depth : {1, 2})
             if (const Frag *record = at_depth(line.node, depth); record && record != line.node)
-                if (size_t of = result.notes(record).valued; of != NO_LINE)
+                if (account_line *of = result.notes(record).valued)
                     return of;
         if (is_named(line.node, "alias"))
             return alias_line(line);
@@ -108,10 +107,10 @@ struct origin_finder {
                       is_named(at_depth(line.node, 3), "config-sets");
         auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
         if (rule == proxies.end())
-            return NO_LINE;
+            return nullptr;
         std::string name = clear_name(line.node), digits = "-0123456789"; // tn-px, tn-px-2, tn-px-3
         bool is_made = begins(name, rule->first) && name.find_first_not_of(digits, rule->first.size()) == name.npos;
-        return is_proxy || is_made ? rule->second : NO_LINE;
+        return is_proxy || is_made ? rule->second : nullptr;
     }
 
     bool is_layout(const conf_line &line) const {
@@ -150,8 +149,8 @@ struct origin_finder {
         if (result.conf.numbered && covers("pfedit_*_rule*", line.key) && !is_cut &&
             std::count(line.value.begin(), line.value.end(), '+') < 9 && filter_rules.count(line.value) == 0)
             return true;
-        const Frag *field = result.notes(line.node).valued == NO_LINE ? line.node->child : nullptr;
-        while (field && (result.notes(field).valued != NO_LINE || (is_cut && is_named(field, "comment"))))
+        const Frag *field = result.notes(line.node).valued ? nullptr : line.node->child;
+        while (field && (result.notes(field).valued || (is_cut && is_named(field, "comment"))))
             field = field->next;
         return field != nullptr;
     }
@@ -189,11 +188,11 @@ struct origin_finder {
         for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
             if (size_t at = parts.find(row->stored_name), end = at + strlen(row->stored_name); at != parts.npos)
                 is_stamp = is_stamp || (parts[at - 1] == '_' && parts[end] == '_');
-        size_t from = is_stamp || is_odd_rule(line) ? NO_LINE : input_line(line);
-        const conf_line *said = from == NO_LINE ? nullptr : all.lines[from].said;
+        account_line *from = is_stamp || is_odd_rule(line) ? nullptr : input_line(line);
+        const conf_line *said = from ? from->said : nullptr;
         if (is_bare(line) && !(said && said->key == line.key)) // as the input has it
             return {};
-        if (from != NO_LINE)
+        if (from)
             return {origin::input, from};
         if (is_layout(line))
             return {origin::layout};

@@ -63,23 +63,21 @@ struct line_placer {
 
     /// Whether another line stands there; of a filter rule, one of its fields.
     bool is_taken(const Frag *frag) const {
-        return result.notes(frag).valued != NO_LINE || (is_filter_rule(frag) && result.notes(frag).from != NO_LINE);
+        return result.notes(frag).valued || (is_filter_rule(frag) && result.notes(frag).from);
     }
 
     // Where another line stands already, this one says the same again.
-    bool place_at(size_t number, const Frag *frag, bool is_turned) {
-        account_line &line = all.lines[number];
+    bool place_at(account_line &line, const Frag *frag, bool is_turned) {
         line.place = frag;
         line.turned = is_turned;
         node_notes &notes = result.notes(frag);
-        uint32_t &standing = line.said->role == line_role::name ? notes.named : notes.valued;
+        account_line *&standing = line.said->role == line_role::name ? notes.named : notes.valued;
         // What goes names nothing that others bring.
-        bool is_theirs = line.said->role == line_role::name && notes.from != NO_LINE && all.is_removed(line);
-        size_t first = is_theirs ? notes.from : standing;
-        bool is_free = !is_theirs && note_line(standing, number);
-        if (is_free &&
-            (notes.from == NO_LINE || !all.is_removed(line))) // what goes takes no record from those that stay
-            result.claim(frag, number);
+        bool is_theirs = line.said->role == line_role::name && notes.from && all.is_removed(line);
+        account_line *first = is_theirs ? notes.from : standing;
+        bool is_free = !is_theirs && note_line(standing, line);
+        if (is_free && (!notes.from || !all.is_removed(line))) // what goes takes no record from those that stay
+            result.claim(frag, line);
         // What the result's own line says otherwise, or not at all, is in another shape.
         const conf_line *there = result.conf.origin(frag);
         bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
@@ -107,8 +105,7 @@ struct line_placer {
 
     // An entry whose fields come of several files has no identity that one file knows: its number leads to it, if it is
     // still the same.
-    bool place_by_number(size_t number) {
-        account_line &line = all.lines[number];
+    bool place_by_number(account_line &line) {
         std::string path = place_keys::path(line.said->node);
         size_t numbered = line.key.find('#');
         if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
@@ -119,12 +116,11 @@ struct line_placer {
             return false;
         if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
             return false; // a table's destination
-        return place_at(number, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
+        return place_at(line, frag, !same_prefix(line.bits, result.keys.find(frag).bits));
     }
 
     // The fields of a filter rule's text in a record that nobody else has, where a file that is merged adds others.
-    bool place_fields(size_t number) {
-        account_line &line = all.lines[number];
+    bool place_fields(account_line &line) {
         const Frag *rule = line.said->node;
         if (!is_filter_rule(rule) || !rule->child)
             return false;
@@ -143,11 +139,11 @@ struct line_placer {
             return false;
         for (const Frag *field = record->child; field; field = field->next)
             if (find_named(rule->child, field->name))
-                result.stand(field, number);
+                result.stand(field, line);
         line.place = record;
         line.became = fate::reshaped;
         line.reason = "with fields of another file";
-        result.claim(record, number);
+        result.claim(record, line);
         return true;
     }
 
@@ -159,8 +155,7 @@ struct line_placer {
     }
 
     // Each word of an old list of networks must be an element, the last one too, which is lost without a line end.
-    bool place_words(size_t number, const std::string &list) {
-        account_line &line = all.lines[number];
+    bool place_words(account_line &line, const std::string &list) {
         std::vector<std::string> missing, words = network_words(line.said->value, missing);
         std::multimap<std::string, const Frag *> elements;
         for (const Frag *element : result.conf.children(("netobj_list_" + list + "_element").c_str()))
@@ -179,10 +174,10 @@ struct line_placer {
                 missing.push_back(word);
             for (const Frag *field = line.place->child; field; field = field->next)
                 if (text_of(field) == word.c_str())
-                    result.stand(field, number);
+                    result.stand(field, line);
         }
         if (const Frag *made = result.conf.record("netobj_list", list)) // without words, too
-            result.claim(made, number);
+            result.claim(made, line);
         if (words.empty() && missing.empty() && !all.has_tables)
             return false;
         line.became = fate::reshaped;
@@ -190,7 +185,7 @@ struct line_placer {
         // A table takes the value, and the key stays.
         if (const Frag *key = all.has_tables ? result.conf.find(line.key.c_str()) : nullptr; key && key->vlen == 0) {
             line.place = line.place ? line.place : key;
-            result.stand(key, number);
+            result.stand(key, line);
         }
         for (const std::string &word : missing)
             all.tell_some("lost", fmt::format("{} of {} is no element of {}", word, line.said->key, list), line);
@@ -210,8 +205,7 @@ struct line_placer {
 
     // In the canonical layout a name stands in the keys of what it names. The list of an interface's aliases is read as
     // part of the list that the interface stands in, if any, which can be made by the upgrade.
-    bool place_name(size_t number) {
-        account_line &line = all.lines[number];
+    bool place_name(account_line &line) {
         if (line.said->role != line_role::name)
             return false;
         const Frag *frag = nullptr;
@@ -221,14 +215,13 @@ struct line_placer {
             frag = list->second;
         if (!frag || (frag->value && text_of(frag) != all.value(line)))
             return false;
-        place_at(number, frag, false);
+        place_at(line, frag, false);
         line.became = result.conf.numbered ? line.became : fate::reshaped;
         return true;
     }
 
     // What the upgrade moves to another key, value and all.
-    bool place_moved(size_t number) {
-        account_line &line = all.lines[number];
+    bool place_moved(account_line &line) {
         const std::string &key = line.key;
         const Frag *element = nullptr;
         if (all.inputs[line.input].removed)
@@ -237,10 +230,10 @@ struct line_placer {
                                           : address_field(line);
         if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
             return false;
-        all.note_reshaped(result, number, element, "as " + place_keys::path(element));
+        all.note_reshaped(result, line, element, "as " + place_keys::path(element));
         for (const Frag *child = element->child; child; child = child->next)
             if (text_of(child) == line.said->value || text_of(child) == key)
-                result.stand(child, number);
+                result.stand(child, line);
         return true;
     }
 
@@ -279,8 +272,7 @@ struct line_placer {
         return best.frag || line.other_key.empty() ? best : find(line, line.other_key);
     }
 
-    void place(size_t number) {
-        account_line &line = all.lines[number];
+    void place(account_line &line) {
         if (!line.said || !line.said->node || is_renamed(*line.said))
             return void(line.candidate = true);
         const account_input &input = all.inputs[line.input];
@@ -298,19 +290,19 @@ struct line_placer {
         spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
         // What an import removed, or a policy that stood already, is not turned by another that says the like.
         const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
-        size_t first = policy ? result.notes(policy).from : NO_LINE;
-        if (best.is_turned && (all.is_removed(line) || (first != NO_LINE && all.lines[first].input != line.input)))
+        const account_line *first = policy ? result.notes(policy).from : nullptr;
+        if (best.is_turned && (all.is_removed(line) || (first && first->input != line.input)))
             best = spot();
         bool by_number = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0;
-        bool found = place_moved(number) || (by_number && place_by_number(number)) ||
-                     (best.frag ? place_at(number, best.frag, best.is_turned) : place_by_number(number)) ||
-                     place_name(number) || place_fields(number);
-        if (is_words && place_words(number, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST"))
+        bool found = place_moved(line) || (by_number && place_by_number(line)) ||
+                     (best.frag ? place_at(line, best.frag, best.is_turned) : place_by_number(line)) ||
+                     place_name(line) || place_fields(line);
+        if (is_words && place_words(line, line.key[0] == 't' ? "Trusted$LIST" : "Untrusted$LIST"))
             return void(line.candidate = false);
         // A key below which others came first has no value but an empty one.
         const Frag *bare = found ? nullptr : result.conf.find(place_keys::path(line.said->node).c_str());
         if (bare && bare->value && bare->vlen == 0 && bare->child)
-            result.stand(bare, number);
+            result.stand(bare, line);
         line.candidate = !found || line.candidate;
     }
 };
@@ -320,11 +312,10 @@ struct line_placer {
 void place_conf_lines(accounting &all, result_places &result) {
     line_placer placer{all, result};
     for (bool removed : {false, true}) // what goes has the place that others leave
-        for (size_t i = 0; i < all.lines.size(); i++) {
-            account_line &line = all.lines[i];
+        for (account_line &line : all.lines) {
             const account_input &input = all.inputs[line.input];
             if (input.conf && !input.unread && all.is_removed(line) == removed)
-                placer.place(i);
+                placer.place(line);
             line.candidate = line.candidate || input.unread;
         }
 }

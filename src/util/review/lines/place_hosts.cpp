@@ -32,8 +32,8 @@ struct host_placer {
 
     // Whether no line of a configuration stands at the map.
     bool is_of_table(const access_rule &now) const {
-        size_t from = result.notes(side.maps[now.source].frag).from;
-        return from == NO_LINE || !all.lines[from].said;
+        const account_line *from = result.notes(side.maps[now.source].frag).from;
+        return !from || !from->said;
     }
 
     // What stands for a host is an element that says the same, rather one of a table's maps, by the same ruling, that
@@ -66,10 +66,9 @@ struct host_placer {
             for (size_t p = 0; !by && has_star && p < patterns.size(); p++)
                 if (drops(patterns[p]->pattern, rule.pattern))
                     by = patterns[p];
-            size_t number = all.rule_lines[all.in.before.tables[rule.table]][rule.source];
+            account_line &line = *all.rule_lines[all.in.before.tables[rule.table]][rule.source];
             if (by) { // what is dropped drops nothing
-                all.filed.reasons.emplace(number,
-                                          format("an earlier rule covers its hosts, such as line {}", by->line));
+                line.excuse(format("an earlier rule covers its hosts, such as line {}", by->line));
                 continue;
             }
             if (has_star && patterns.size() < MOST_PATTERNS)
@@ -86,19 +85,18 @@ struct host_placer {
             // The comparison leaves out a map of the same source.
             if (now && maps.count({side.maps[now->source].source, rule.permit}) != 0) {
                 taken.insert(now);
-                take(rule, *now, address, number);
+                take(rule, *now, address, line);
             } else if (address && rule.unmarked) {
-                all.note_reshaped(result, number, address,
-                                  rule.permit ? "in a map that denies" : "in a map that permits");
+                all.note_reshaped(result, line, address, "in a map that denies");
             } else if ((!has_star || patterns.size() < MOST_PATTERNS) && !is_dropped_proxy(proxy, all.data.release)) {
-                all.tell_lost(number, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
+                all.tell_lost(line, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
             }
         }
     }
 
     // Rules that follow each other make a group with a map and a config set. Maps stand in the order of the sets: that
     // of the proxy's own name, then with 2, 3 and so on.
-    void take(const access_rule &rule, const access_rule &now, const Frag *address, size_t number) {
+    void take(const access_rule &rule, const access_rule &now, const Frag *address, account_line &line) {
         std::deque<size_t> &alike = maps[{side.maps[now.source].source, rule.permit}];
         bool is_same_table = last && rule.table == last->table;
         bool is_group = !is_same_table || now.source != last_now->source || rule.tail != last->tail ||
@@ -106,7 +104,7 @@ struct host_placer {
         last = &rule;
         last_now = &now;
         size_t last_map = std::exchange(of_map, !is_group ? of_map : alike.empty() ? now.source : alike.front());
-        all.note_reshaped(result, number, address ? address : side.maps[of_map].frag,
+        all.note_reshaped(result, line, address ? address : side.maps[of_map].frag,
                           now.pattern == rule.pattern ? format("in map {}", side.maps[of_map].number)
                                                       : "as a host equal but for the case of letters");
         if (!is_group)
@@ -120,25 +118,25 @@ struct host_placer {
         std::string suffix = count == 1 ? "" : format("-{}", count);
         std::string path = format("def_proxy_{0}_config-sets_{0}{1}", encoded_name(proxy), suffix);
         const Frag *set = result.conf.find(path.c_str());
-        sets.push_back({proxy, std::move(path), number, split_options(rule.tail)});
+        sets.push_back({proxy, std::move(path), line, split_options(rule.tail)});
         if (is_of_table(now))
-            take_map(side.maps[of_map], now.element, set, number);
+            take_map(side.maps[of_map], now.element, set, line);
     }
 
     // What a rule makes beside the elements: the map, the group, and the policy with the set that it lists.
-    void take_map(const access_map &map, const Frag *element, const Frag *set, size_t number) {
+    void take_map(const access_map &map, const Frag *element, const Frag *set, account_line &line) {
         const std::string of_all = map.permit ? "proxy" : "policy"; // a `*` in each map of a table
         for (const char *field : {"pd", "src", "policy", "proxy"})
             if (const Frag *frag = find_named(map.frag->child, field);
                 frag && (of_all != field || text_of(frag) == "*"))
-                result.stand(frag, number);
+                result.stand(frag, line);
         std::string source = map.source;
         const Frag *group = take_group_mark(source) ? result.conf.record("netobj_group", source) : nullptr;
         std::string list = element ? clear_name(element->parent->parent) : "";
         for (const Frag *member : configuration::children(group, "member"))
             for (const Frag *field : configuration::children(member, ""))
                 if (configuration::value(member, "name") == list && (!is_named(field, "type") || text_of(field) == "L"))
-                    result.stand(field, number);
+                    result.stand(field, line);
         Frag *policy = map.permit ? result.conf.record("policy", map.policy) : nullptr;
         if (!policy)
             return;
@@ -148,17 +146,17 @@ struct host_placer {
         bool is_merged = listed.size() > 1 || begins(map.policy, "Policy-");
         if (desc && ((is_merged && text_of(desc) == map.policy) ||
                      (listed.size() < 2 && all.in.before.knows(configuration::value(desc, "")))))
-            result.stand(desc, number);
+            result.stand(desc, line);
         else
-            all.tell_lost(number, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));
+            all.tell_lost(line, format("the policy {} has {} description", map.policy, desc ? "another" : "no"));
         // With a second table the numbers of the sets can't be told from the rules alone.
         bool is_set = !set || all.in.before.tables.size() > 1;
         for (const Frag *entry : listed) {
-            result.stand(entry, number);
+            result.stand(entry, line);
             is_set = is_set || is_named(entry, set->name);
         }
         if (!is_set)
-            all.tell_lost(number, format("the policy {} does not list the config set {}", map.policy, clear_name(set)));
+            all.tell_lost(line, format("the policy {} does not list the config set {}", map.policy, clear_name(set)));
     }
 };
 

@@ -10,25 +10,8 @@
 
 namespace {
 
-/// The levels of a family at which entries are records with names, and at which they are numbered; 0 for none.
-struct family_row {
-    const char *first, *second; ///< the names of the top levels; null where the first alone tells
-    size_t record, numbered;
-};
-const family_row families[] = {
-    {"def", "proxy", 2, 0},    {"cust", "proxy", 2, 0}, {"policy", nullptr, 1, 0}, {"netobj", "list", 2, 4},
-    {"netobj", "group", 2, 4}, {"map", nullptr, 0, 1},  {"dest", nullptr, 0, 1},   {"sroute", nullptr, 0, 1},
-    {"link", nullptr, 0, 1},   {"key", nullptr, 0, 1},  {"nat", "rule", 0, 2},     {"menu", "meta", 0, 2},
-    {"pfedit", "lcl", 0, 2},   {"pfedit", "fwd", 0, 2}, {nullptr, nullptr, 0, 0},
-};
-
-const family_row *family_of(const std::vector<const Frag *> &way) {
-    const family_row *row = families;
-    while (row->first &&
-           !(is_named(way[0], row->first) && (!row->second || (way.size() > 1 && is_named(way[1], row->second)))))
-        row++;
-    return row;
-}
+/// The keys below which records stand by their names, as they do below "policy", too. Ends with a null.
+const char *const named_families[] = {"def_proxy", "cust_proxy", "netobj_list", "netobj_group", nullptr};
 
 std::vector<const Frag *> way_to(const Frag *frag) {
     std::vector<const Frag *> way;
@@ -56,14 +39,6 @@ void take_policy_parameter(const std::vector<const Frag *> &way, place_keys::key
 
 const char *const numbered_families[] = {"map",  "sroute", "dest",       "nat_rule",   "menu_meta",
                                          "link", "key",    "pfedit_lcl", "pfedit_fwd", nullptr};
-
-static std::string without_escape(std::string name, const char *escape, char plain) {
-    for (size_t at = name.find(escape); at != name.npos; at = name.find(escape, at + 1))
-        name.replace(at, strlen(escape), 1, plain);
-    return name;
-}
-
-std::string plain_name(const std::string &name) { return without_escape(without_escape(name, "%5F", '_'), "%25", '%'); }
 
 std::pair<const ip_var_rec *, const char *> find_address_key(std::string_view key) {
     for (const ip_var_rec *row = ip_var_tab; row->address; row++)
@@ -108,7 +83,6 @@ std::string filter_text(std::string text) {
 }
 
 std::string record_text(const Frag *record) {
-    std::vector<std::pair<std::string, const Frag *>> pending;
     std::set<std::string> texts;
     bool is_filter = is_named(at_depth(record, 0), "pfedit");
     std::string rule;
@@ -116,16 +90,16 @@ std::string record_text(const Frag *record) {
         rule += (key == pfkeynames ? "" : "+") + configuration::value(record, *key);
     if (is_filter)
         texts.insert(filter_text(rule));
-    for (const Frag *child = record->child; child; child = child->next)
-        if (!is_named(child, "tag") && !(is_filter && is_listed(pfkeynames, child->name)))
-            pending.emplace_back(child->name, child); // but a map's tags, which a table's translation takes away
+    std::vector<std::pair<std::string, const Frag *>> pending = {{"", record}};
     while (!pending.empty()) {
         auto [path, frag] = std::move(pending.back());
         pending.pop_back();
-        if (frag->value)
+        if (frag->value && frag != record)
             texts.insert(path + '=' + std::string(text_of(frag)));
+        // Not a map's tags, which a table's translation takes away, nor again what is in the rule.
         for (const Frag *child = frag->child; child; child = child->next)
-            pending.emplace_back(path + '_' + child->name, child);
+            if (frag != record || (!is_named(child, "tag") && !(is_filter && is_listed(pfkeynames, child->name))))
+                pending.emplace_back(path + (path.empty() ? "" : "_") + child->name, child);
     }
     std::string all;
     for (const std::string &text : texts)
@@ -170,23 +144,29 @@ static std::string record_name(const configuration *bearers, const std::vector<c
 place_keys::key_of place_keys::find(const Frag *frag, int later) {
     key_of made;
     std::vector<const Frag *> way = way_to(frag);
-    const family_row *family = family_of(way);
-    bool in_policy = is_named(way[0], "policy");
+    const std::string top = way[0]->name, family = top + '_' + (way.size() > 1 ? way[1]->name : "");
+    // The depths at which there are records with names, and numbered ones; 0 for none.
+    bool in_policy = top == "policy";
+    size_t named = in_policy ? 1 : is_listed(named_families, family) ? 2 : 0;
+    size_t numbered = is_listed(numbered_families, top)         ? 1
+                      : is_listed(numbered_families, family)    ? 2
+                      : named == 2 && begins(family, "netobj_") ? 4
+                                                                : 0;
     for (size_t i = 0; i < way.size(); i++) {
+        std::string name = way[i]->name;
         made.key += i == 0 ? "" : "_";
-        bool is_set = family->record == 2 && i == 4 && is_named(way[3], "config-sets");
+        bool is_set = named == 2 && i == 4 && is_named(way[3], "config-sets");
         bool is_entry = in_policy && i == 3 && is_named(way[2], "proxy");
-        if ((family->record != 0 && i == family->record) || is_set || is_entry) {
+        if ((i > 0 && i == named) || is_set || is_entry) {
             made.key += record_name(takes_bearers ? &conf : nullptr, way, i);
-        } else if (family->numbered != 0 && i == family->numbered &&
-                   (is_digit(way[i]->name[0]) || (is_named(way[0], "pfedit") && !is_named(way[i], "numrules")) ||
-                    (is_named(way[0], "map") && strncmp(way[i]->name, "num", 3) != 0))) {
+        } else if (i > 0 && i == numbered &&
+                   (is_digit(name[0]) || (top == "pfedit" && name != "numrules") ||
+                    (top == "map" && !has_prefix(name.c_str(), "num")))) {
             made.key += identity(way[i], later);
         } else if (in_policy && i == 3 && is_named(way[2], "parm")) {
             take_policy_parameter(way, made);
             break;
         } else {
-            std::string name = way[i]->name;
             long bits = bits_of(way[i]);
             // A name with a prefix can read as one that is mapped.
             const std::string shown = bits == 0 ? "" : prefix_of(bits) + name;
@@ -194,7 +174,9 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
                 name = mapped;
                 bits = 0;
             }
-            made.key += without_escape(std::move(name), "%25", '%');
+            for (size_t at = name.find("%25"); at != name.npos; at = name.find("%25", at + 1))
+                name.replace(at, 3, 1, '%');
+            made.key += name;
             made.bits |= bits;
         }
     }

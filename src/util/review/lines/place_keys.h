@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <utility>
 
+inline bool begins(std::string_view text, std::string_view with) { return text.substr(0, with.size()) == with; }
+
 /// The place keys of one configuration. In them an element stands for its number by its address, a member by type and
 /// name, a map or another numbered record by all that it says, and an alias stands in the list of its interface: of a
 /// numbered result, in the list in which it stands there.
@@ -42,8 +44,6 @@ private:
 extern const char *const numbered_families[];
 /// The node on the way to `frag` at a depth counted from the top, or null.
 const Frag *at_depth(const Frag *frag, size_t depth);
-/// A stored name with its `_` and `%` as they are, since a numbered save writes them both ways.
-std::string plain_name(const std::string &name);
 /// The interface that a flat key of an address is about, and the field of an element that an import makes of it; nulls
 /// for any other key.
 std::pair<const ip_var_rec *, const char *> find_address_key(std::string_view key);

@@ -47,12 +47,13 @@ const char *saved_reason(const accounting &all, const std::string &proxy, const 
 struct attribute_placer {
     accounting &all;
     result_places &result;
-    const std::vector<made_set> sets;                      ///< that the rules for hosts lead into
-    std::multimap<std::string, const Frag *> places{};     ///< by what is said there, and where
-    std::vector<std::pair<size_t, const Frag *>> turned{}; ///< rules, and where what they say has another prefix
+    const std::vector<made_set> sets;                  ///< that the rules for hosts lead into
+    std::multimap<std::string, const Frag *> places{}; ///< by what is said there, and where
+    std::vector<std::pair<account_line &, const Frag *>>
+        turned{}; ///< rules, and where what they say has another prefix
 
     static std::string said_text(const std::string &path, std::string_view text) {
-        return plain_name(path) + '\n' + std::string(text);
+        return decoded_name(path) + '\n' + std::string(text);
     }
 
     // The name of the last node on a path.
@@ -90,7 +91,7 @@ struct attribute_placer {
 
     // Where a line says that, with its prefix. One that the table's reader left on is one to whoever reads the result,
     // but for the name of a list. What is of a list has a number.
-    void place(size_t line, const std::string &owner, const std::string &attribute, const std::string &number,
+    void place(account_line &line, const std::string &owner, const std::string &attribute, const std::string &number,
                const table_rule &rule) {
         const std::string written = prefix_of(rule.bits) + attribute;
         const char *bare = stored_attribute(written.c_str());
@@ -120,25 +121,25 @@ struct attribute_placer {
         const filed_rule &of = rules.at(number);
         const Frag *there = result.conf.find((set.path + '_' + attribute).c_str());
         // What the set had already stays: a word of the tail, or what another table gave it.
-        size_t by = there ? result.notes(there).valued : NO_LINE;
-        bool is_taken = by != NO_LINE && by != of.line;
+        const account_line *by = there ? result.notes(there).valued : nullptr;
+        bool is_taken = by && by != of.line;
         bool is_first = number == rules.begin()->first, is_last = number == rules.rbegin()->first;
         // With each further table one more of a set's destinations becomes a record.
         bool is_record = attribute == "destination" &&
                          (is_last || (all.in.before.tables.size() > 1 &&
                                       places.count(record_text(set.path, "destination", *of.rule)) != 0));
         if (const char *reason = template_reason(attribute, of, is_first, is_taken, set.proxy))
-            all.filed.reasons.emplace(of.line, reason);
+            of.excuse(reason);
         else if (is_record)
             place_destinations(set.path, {{number, of}});
         else if (result.conf.find(set.path.c_str()))
-            place(of.line, set.path, attribute,
+            place(*of.line, set.path, attribute,
                   is_list_attribute(attribute) && !is_alone(rules) ? format("_{}", number) : "", *of.rule);
         else if (is_dropped_proxy(set.proxy, all.data.release))
-            all.filed.reasons.emplace(of.line, "the new release has no such proxy");
+            of.excuse("the new release has no such proxy");
         else
-            all.tell_lost(of.line, format("there is no config set {} for {} {}", last_name(set.path), of.rule->word,
-                                          of.rule->text));
+            all.tell_lost(*of.line, format("there is no config set {} for {} {}", last_name(set.path), of.rule->word,
+                                           of.rule->text));
     }
 
     // The record of a destination, null if there is none.
@@ -147,7 +148,7 @@ struct attribute_placer {
         if (at == places.end())
             return nullptr;
         const Frag *record = places.extract(at).mapped();
-        all.note_reshaped(result, of.line, record, "as record " + clear_name(record) + " of dest");
+        all.note_reshaped(result, *of.line, record, "as record " + clear_name(record) + " of dest");
         return record;
     }
 
@@ -164,7 +165,7 @@ struct attribute_placer {
             if (!record) // an import leaves it
                 all.tell_some("lost",
                               format("{}: {} {} is no record of dest", last_name(owner), of.rule->word, of.rule->text),
-                              all.lines[of.line]);
+                              *of.line);
             else if (std::exchange(last, there) < there)
                 all.tell_some("unexplained", format("record {} of dest stands in another order", there),
                               all.in_result(result.conf.line_of(record)));
@@ -174,16 +175,16 @@ struct attribute_placer {
     void place_all() {
         std::map<std::pair<uint32_t, std::string>, std::vector<const made_set *>> templated;
         for (const made_set &set : sets) {
-            templated[{all.lines[set.number].input, set.options.policy}].push_back(&set);
+            templated[{set.line.input, set.options.policy}].push_back(&set);
             const Frag *there = result.conf.find(set.path.c_str());
             if (!there)
                 continue;
-            result.claim(there, set.number);
+            result.claim(there, set.line);
             auto place_word = [&](std::string_view word, const std::string &name, std::string_view text) {
                 table_rule said;
                 said.word = word;
                 said.text = text;
-                place(set.number, set.path, name, "", said);
+                place(set.line, set.path, name, "", said);
             };
             for (std::string_view word : set.options.words)
                 place_word(word, decoded_name(word.substr(0, word.find('='))), "*");
@@ -194,13 +195,12 @@ struct attribute_placer {
             const Frag *owner = result.conf.record("def_proxy", name);
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules)
-                    if (const char *reason =
-                            saved_reason(all, name, attribute, is_alone(rules), owner,
-                                         of.rule && all.inputs[all.lines[of.line].input].step < all.init_step))
-                        all.filed.reasons.emplace(of.line, reason);
+                    if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner,
+                                                          of.rule && all.inputs[of.line->input].step < all.init_step))
+                        of.excuse(reason);
                     else if (owner && of.rule)
-                        place(of.line, place_keys::path(owner), attribute, is_alone(rules) ? "" : format("_{}", number),
-                              *of.rule);
+                        place(*of.line, place_keys::path(owner), attribute,
+                              is_alone(rules) ? "" : format("_{}", number), *of.rule);
         }
         for (const auto &[name, rules] : all.filed.destinations)
             place_destinations("def_proxy_" + encoded_name(name), rules);
@@ -209,7 +209,7 @@ struct attribute_placer {
                 for (const auto &[number, of] : rules) {
                     const std::vector<const made_set *> &into = templated[policy];
                     if (into.empty())
-                        all.filed.reasons.emplace(of.line, "no rule that is left names this policy");
+                        of.excuse("no rule that is left names this policy");
                     for (size_t i = 0; i < into.size() && of.rule; i++) // not of a configuration ahead of the table
                         place_in_set(*into[i], attribute, rules, number);
                 }
@@ -229,14 +229,13 @@ struct attribute_placer {
 
     // What no rule says with the prefix that it has there is that of a rule with another.
     void take_turned() {
-        for (auto [number, frag] : turned) {
-            account_line &line = all.lines[number];
-            size_t by = result.notes(frag).valued;
+        for (const auto &[line, frag] : turned) {
+            const account_line *by = result.notes(frag).valued;
             bool is_placed = line.place != nullptr;
-            if (by != NO_LINE && !all.lines[by].said)
-                all.tell_lost(number, format("{}: it stands nowhere with its prefix", line.text));
-            else if (by == NO_LINE || !is_placed) {
-                all.note_reshaped(result, number, frag, "with another prefix");
+            if (by && !by->said)
+                all.tell_lost(line, format("{}: it stands nowhere with its prefix", line.text));
+            else if (!by || !is_placed) {
+                all.note_reshaped(result, line, frag, "with another prefix");
                 line.turned = line.turned || !is_placed;
                 if (is_placed)
                     all.tell_some("turned", turned_text(line, frag), line, {},
@@ -261,20 +260,19 @@ access_side own_side(const accounting &all) {
 
 } // namespace
 
-void accounting::note_reshaped(result_places &result, size_t number, const Frag *frag, std::string reason) {
-    account_line &line = lines[number];
+void accounting::note_reshaped(result_places &result, account_line &line, const Frag *frag, std::string reason) {
     if (!line.place) {
         line.place = frag;
         line.became = fate::reshaped;
         line.candidate = false;
         line.reason = std::move(reason);
     }
-    result.stand(frag, number);
+    result.stand(frag, line);
 }
 
-void accounting::tell_lost(size_t number, std::string text) {
-    if (!inputs[lines[number].input].removed)
-        tell_some("lost", std::move(text), lines[number]);
+void accounting::tell_lost(const account_line &line, std::string text) {
+    if (!inputs[line.input].removed)
+        tell_some("lost", std::move(text), line);
 }
 
 void place_table_lines(accounting &all, result_places &result) {

@@ -12,15 +12,14 @@ constexpr size_t MOST_WORK = size_t{24} << 20;
 constexpr size_t MOST_RUNS = 400;
 
 // What was not proved: it has its place after all, or the result is another without it, or nobody knows.
-void say(accounting &all, const std::vector<size_t> &asked, proof how) {
-    for (size_t i : asked) {
-        account_line &line = all.lines[i];
-        bool stands = line.place && line.by != NO_LINE;
-        line.how = stands ? proof::placed : how;
+void say(const std::vector<account_line *> &asked, proof how) {
+    for (account_line *line : asked) {
+        bool stands = line->place && line->by;
+        line->how = stands ? proof::placed : how;
         if (stands)
-            line.reason.clear();
+            line->reason.clear();
         else
-            line.became = fate::reshaped;
+            line->became = fate::reshaped;
     }
 }
 
@@ -28,16 +27,15 @@ void say(accounting &all, const std::vector<size_t> &asked, proof how) {
 struct prover {
     accounting &all;
     size_t runs_left = 0;
-    std::vector<size_t> proved{}, refuted{};
+    std::vector<account_line *> proved{}, refuted{};
     bool failed = false;
 
-    bool same_without(const std::vector<size_t> &left_out) {
+    bool same_without(const std::vector<account_line *> &left_out) {
         std::map<std::string, std::vector<bool>> blank;
-        for (size_t i : left_out) {
-            const account_line &line = all.lines[i];
-            std::vector<bool> &of_file = blank[all.inputs[line.input].name];
-            of_file.resize(std::max(of_file.size(), static_cast<size_t>(line.end_line) + 1));
-            for (long at = line.line; at <= line.end_line; at++)
+        for (const account_line *line : left_out) {
+            std::vector<bool> &of_file = blank[all.inputs[line->input].name];
+            of_file.resize(std::max(of_file.size(), static_cast<size_t>(line->end_line) + 1));
+            for (long at = line->line; at <= line->end_line; at++)
                 of_file[static_cast<size_t>(at)] = true;
         }
         replaced_files instead;
@@ -50,10 +48,10 @@ struct prover {
     }
 
     // Adds those of `asked` that can be left out together with what is proved so far.
-    void prove(const std::vector<size_t> &asked) {
+    void prove(const std::vector<account_line *> &asked) {
         if (runs_left == 0 || failed)
-            return say(all, asked, proof::not_tried);
-        std::vector<size_t> together = proved;
+            return say(asked, proof::not_tried);
+        std::vector<account_line *> together = proved;
         together.insert(together.end(), asked.begin(), asked.end());
         if (same_without(together)) {
             proved = std::move(together);
@@ -61,7 +59,7 @@ struct prover {
         }
         if (asked.size() == 1) {
             refuted.push_back(asked[0]);
-            return say(all, asked, proof::run);
+            return say(asked, proof::run);
         }
         auto middle = asked.begin() + static_cast<std::ptrdiff_t>(asked.size() / 2);
         prove({asked.begin(), middle});
@@ -87,18 +85,17 @@ std::string blanked(const std::string &text, const std::vector<bool> &blank) {
 }
 
 void prove_candidates(accounting &all) {
-    std::map<std::string, std::vector<size_t>> groups;
-    std::vector<size_t> candidates;
+    std::map<std::string, std::vector<account_line *>> groups;
+    std::vector<account_line *> candidates;
     size_t work = all.in.own.bytes.size() + 1;
     for (const account_input &input : all.inputs)
         work += input.table ? input.table->bytes.size() : input.conf->bytes.size();
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
+    for (account_line &line : all.lines) {
         if (!line.candidate)
             continue;
-        candidates.push_back(i);
-        std::string group = line.by == NO_LINE ? line.reason : "\1" + std::to_string(all.lines[line.by].input);
-        groups[group.empty() ? "\xff" : group].push_back(i); // those without a reason come last
+        candidates.push_back(&line);
+        std::string group = line.by ? "\1" + std::to_string(line.by->input) : line.reason;
+        groups[group.empty() ? "\xff" : group].push_back(&line); // those without a reason come last
     }
     if (candidates.empty())
         return;
@@ -108,19 +105,18 @@ void prove_candidates(accounting &all) {
     else
         for (const auto &[reason, lines] : groups)
             under_test.prove(lines);
-    for (size_t i : under_test.refuted)
-        if (all.lines[i].how == proof::run && under_test.runs_left > 0)
-            all.lines[i].shared = under_test.same_without({i});
-    for (size_t i : under_test.proved) {
-        account_line &line = all.lines[i];
+    for (account_line *line : under_test.refuted)
+        if (line->how == proof::run && under_test.runs_left > 0)
+            line->shared = under_test.same_without({line});
+    for (account_line *each : under_test.proved) {
+        account_line &line = *each;
         line.how = proof::run;
         // A rule of a table that has no place itself takes no place away.
-        const account_line *by = line.by == NO_LINE || line.place ? nullptr : &all.lines[line.by];
-        if (by && !by->said && by->candidate && !by->place)
-            line.by = NO_LINE;
-        line.became = line.by == NO_LINE && line.reason.empty() ? fate::unexplained
-                      : line.by != NO_LINE && !line.place       ? fate::overridden
-                                                                : fate::without_effect;
+        if (line.by && !line.place && !line.by->said && line.by->candidate && !line.by->place)
+            line.by = nullptr;
+        line.became = !line.by && line.reason.empty() ? fate::unexplained
+                      : line.by && !line.place        ? fate::overridden
+                                                      : fate::without_effect;
     }
     if (under_test.failed)
         tell(all.data, "trouble", "a run of the upgrade failed, so that not every line could be tried");

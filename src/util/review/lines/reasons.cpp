@@ -112,15 +112,14 @@ struct reason_finder {
     accounting &all;
     result_places &own;
     merged_maps maps;
-    const maprec *services;                                  ///< of the platform
-    std::unordered_map<std::string_view, size_t> imported{}; ///< lines with a value in imported files, by their keys
+    const maprec *services; ///< of the platform
+    std::unordered_map<std::string_view, account_line *>
+        imported{}; ///< lines with a value in imported files, by their keys
 
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
-        for (size_t i = 0; i < all.lines.size(); i++) {
-            const account_line &line = all.lines[i];
+        for (account_line &line : all.lines)
             if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !all.is_removed(line))
-                imported.insert_or_assign(line.said->key, i);
-        }
+                imported.insert_or_assign(line.said->key, &line);
     }
 
     // Whether the save keeps what the line says of an interface, since that is in no list but the one of all.
@@ -229,7 +228,7 @@ struct reason_finder {
             return ""; // network_loginok brings it back
         if (const char *reason = row_reason(line.key, holds | MUST, MUST))
             return reason;
-        if (is_map_line(line) && maps.winner(line) != NO_LINE)
+        if (is_map_line(line) && maps.winner(line))
             return "a map that is the same stands there already";
         if ((holds & REMOVED) && line.key == "gui_client" && !line.said->value.empty() && is_below(line.place, "gui") &&
             all.inputs[line.input].conf->find("netobj_group_fw-admin"))
@@ -246,7 +245,7 @@ struct reason_finder {
     }
 
     // The line that has the place which this one would have.
-    size_t winner(const account_line &line) const {
+    account_line *winner(const account_line &line) const {
         std::vector<const Frag *> places = own.at(line.key);
         const Frag *frag = places.empty() ? nullptr : places.front();
         bool is_map = is_map_line(line);
@@ -256,20 +255,18 @@ struct reason_finder {
             frag = under;
         // Whatever an import makes of a key, it is no longer what another file said by it.
         auto last = imported.find(line.said->key);
-        const account_line *by = last == imported.end() ? nullptr : &all.lines[last->second];
+        account_line *by = last == imported.end() ? nullptr : last->second;
         if (frag) {
-            size_t there = own.notes(frag).from;
+            account_line *there = own.notes(frag).from;
             // Of a numbered record, what came in one line, or a field of it.
             const Frag *entry = is_numbered(line) ? at_depth(frag, entry_depth(line)) : nullptr;
             for (const Frag *above = frag; entry && above != entry->parent; above = above->parent)
-                for (size_t each : {own.notes(above).from, own.notes(above).valued})
-                    there = there != NO_LINE && may_win(there, line) ? there : each;
-            return by && all.value(*by) == text_of(frag)                       ? last->second
-                   : there != NO_LINE && is_of_another(all.lines[there], line) ? NO_LINE
-                                                                               : there;
+                for (account_line *each : {own.notes(above).from, own.notes(above).valued})
+                    there = there && may_win(*there, line) ? there : each;
+            return by && all.value(*by) == text_of(frag) ? by : there && is_of_another(*there, line) ? nullptr : there;
         }
         if (by)
-            return last->second;
+            return by;
         // A rule of a table that was repeated stands as a list, in the place of a value.
         const Frag *proxy = begins(line.key, "def_proxy_") ? at_depth(line.said->node, 2) : nullptr;
         if (auto filed = all.filed.proxies.find(proxy ? clear_name(proxy) : ""); filed != all.filed.proxies.end())
@@ -278,16 +275,14 @@ struct reason_finder {
         // Of a policy that is there already nothing is merged.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.said->node, 1) : nullptr;
         const Frag *there = policy ? own.conf.record("policy", shown_name(policy)) : nullptr;
-        if (size_t first = there ? own.notes(there).from : NO_LINE;
-            first != NO_LINE && all.lines[first].input != line.input)
+        if (account_line *first = there ? own.notes(there).from : nullptr; first && first->input != line.input)
             return first;
-        return is_map ? maps.winner(line) : NO_LINE;
+        return is_map ? maps.winner(line) : nullptr;
     }
 
     // What is there wins, but for what the release forces and what an import brings.
-    bool may_win(size_t number, const account_line &line) const {
-        const account_input &by = all.inputs[all.lines[number].input], &of = all.inputs[line.input];
-        const account_line &other = all.lines[number];
+    bool may_win(const account_line &other, const account_line &line) const {
+        const account_input &by = all.inputs[other.input], &of = all.inputs[line.input];
         bool is_init = by.name == all.in.command.init_conf;
         const conf_line *forced = (is_init ? other : line).said;
         if (is_init != (of.name == all.in.command.init_conf) && all.is_forced(line) && forced && !forced->value.empty())
@@ -303,30 +298,28 @@ struct reason_finder {
 
 void find_reasons(accounting &all, result_places &own) {
     reason_finder finder(all, own);
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        account_line &line = all.lines[i];
+    for (account_line &line : all.lines) {
         if (!line.candidate)
             continue;
-        line.reason = line.by != NO_LINE             ? said_twice
-                      : all.inputs[line.input].table ? table_reason(all, i)
+        line.reason = line.by                        ? said_twice
+                      : all.inputs[line.input].table ? table_reason(all, line)
                                                      : finder.conf_reason(line);
-        size_t by = line.reason.empty() && line.said ? finder.winner(line) : NO_LINE;
-        if (by != NO_LINE && by != i && finder.may_win(by, line))
+        account_line *by = line.reason.empty() && line.said ? finder.winner(line) : nullptr;
+        if (by && by != &line && finder.may_win(*by, line))
             line.by = by;
     }
 }
 
 void check_standing(accounting &all, result_places &result) {
     reason_finder finder(all, result);
-    std::vector<bool> repeated(all.lines.size()); // another line says it, too, and may
+    std::unordered_set<const account_line *> repeated; // another line says it, too, and may
     for (const account_line &line : all.lines)
-        if (line.by != NO_LINE && !(line.said && line.said->node && *finder.taken_away(line)))
-            repeated[line.by] = true;
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
+        if (line.by && !(line.said && line.said->node && *finder.taken_away(line)))
+            repeated.insert(line.by);
+    for (const account_line &line : all.lines) {
         // The layout makes names anew.
         bool is_own = line.place && line.said && line.said->role == line_role::setting && line.said->node->value &&
-                      !line.candidate && !repeated[i] && !is_named(line.said->node, "name");
+                      !line.candidate && repeated.count(&line) == 0 && !is_named(line.said->node, "name");
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)
             all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);

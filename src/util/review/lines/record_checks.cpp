@@ -13,16 +13,15 @@ namespace {
 // Of the lines of one key in several files that are merged but one has a place, and of a policy that is there nothing
 // is merged.
 void check_owners(accounting &all, result_places &result) {
-    std::unordered_map<std::string, size_t> owners; // of keys in numbered records
-    std::vector<bool> repeated(all.lines.size());   // by another line of the file, which can have the place
+    std::unordered_map<std::string, const account_line *> owners; // of keys in numbered records
+    std::unordered_set<const account_line *> repeated; // by another line of the file, which can have the place
     for (const account_line &line : all.lines)
-        if (line.by != NO_LINE && all.lines[line.by].input == line.input)
-            repeated[line.by] = true;
-    for (size_t i = 0; i < all.lines.size(); i++) {
-        const account_line &line = all.lines[i];
+        if (line.by && line.by->input == line.input)
+            repeated.insert(line.by);
+    for (const account_line &line : all.lines) {
         const account_input &input = all.inputs[line.input];
-        bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == i;
-        if (!is_own || is_map_line(line) || input.imported || repeated[i])
+        bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == &line;
+        if (!is_own || is_map_line(line) || input.imported || repeated.count(&line) != 0)
             continue;
         auto tell_ahead = [&](const char *what, const account_line &ahead) {
             all.tell_some("unexplained",
@@ -31,14 +30,13 @@ void check_owners(accounting &all, result_places &result) {
         };
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
-        size_t first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : NO_LINE;
-        const account_input *ahead =
-            first == NO_LINE || !all.lines[first].said ? nullptr : &all.inputs[all.lines[first].input];
+        const account_line *first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : nullptr;
+        const account_input *ahead = first && first->said ? &all.inputs[first->input] : nullptr;
         if (ahead && ahead->step < input.step && !ahead->removed)
-            tell_ahead("has the policy", all.lines[first]);
+            tell_ahead("has the policy", *first);
         if (!is_numbered(line))
             continue;
-        const account_line &owner = all.lines[owners.emplace(place_keys::path(line.said->node), i).first->second];
+        const account_line &owner = *owners.emplace(place_keys::path(line.said->node), &line).first->second;
         if (owner.input != line.input)
             tell_ahead("says its key", owner);
     }
@@ -47,15 +45,13 @@ void check_owners(accounting &all, result_places &result) {
 // Tells records whose fields are of several files, since these merge by number: as it stands nobody wrote the record.
 void check_mixed(accounting &all, result_places &result, const char *family) {
     for (const Frag *record : result.conf.children(family)) {
-        size_t first = NO_LINE, last = 0;
+        std::map<std::pair<uint32_t, long>, const account_line *> said; // by the input and the line there
         for (const Frag *field = record->child; field; field = field->next)
-            if (size_t of = result.notes(field).valued; of != NO_LINE && all.lines[of].said) {
-                first = std::min(first, of);
-                last = std::max(last, of);
-            }
-        if (first == NO_LINE || all.lines[first].input == all.lines[last].input)
+            if (const account_line *line = result.notes(field).valued; line && line->said)
+                said.emplace(std::pair(line->input, line->line), line);
+        if (said.empty() || said.begin()->first.first == said.rbegin()->first.first)
             continue;
-        const account_line &line = all.lines[first], &other = all.lines[last];
+        const account_line &line = *said.begin()->second, &other = *said.rbegin()->second;
         all.tell_some("mixed",
                       format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family,
                              line.text, other.text),
@@ -76,8 +72,8 @@ void check_records(accounting &all, result_places &result) {
         for (const account_line &line : all.lines) {
             bool is_record = !line.candidate && line.other_key.empty() && is_numbered(line);
             auto at = order.find(is_record ? at_depth(line.place, depth) : nullptr);
-            size_t first = at == order.end() ? NO_LINE : result.notes(at->first).from;
-            if (first != NO_LINE && all.lines[first].input == line.input) // no other file or table says it
+            const account_line *first = at == order.end() ? nullptr : result.notes(at->first).from;
+            if (first && first->input == line.input) // no other file or table says it
                 moved.emplace(at_depth(line.said->node, depth), at->second);
         }
         for (size_t i = 0; i < all.written.size() && &all.in.own != &all.in.result; i++) {

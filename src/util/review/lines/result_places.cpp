@@ -68,13 +68,13 @@ std::vector<const Frag *> result_places::at(const std::string &key) {
     return found;
 }
 
-void result_places::claim(const Frag *frag, size_t line) {
-    notes(frag).from = static_cast<uint32_t>(line);
+void result_places::claim(const Frag *frag, account_line &line) {
+    notes(frag).from = &line;
     for (frag = frag->parent; frag && note_line(notes(frag).from, line); frag = frag->parent)
         ;
 }
 
-void result_places::stand(const Frag *frag, size_t line) {
+void result_places::stand(const Frag *frag, account_line &line) {
     if (note_line(notes(frag).valued, line))
         claim(frag, line);
 }
