@@ -67,7 +67,7 @@ void collect_located(accounting &all) {
 
 // Another place that a line can have.
 std::string other_key(const accounting &all, const account_line &line) {
-    const account_input &input = all.inputs[line.input];
+    const account_input &input = *line.input;
     std::string_view said = line.said->key;
     // A rule's text that is merged as it is, is read again as a rule of the numbered layout.
     if (covers("pfedit_*_rule*", said) && !input.conf->numbered && all.in.command.numbered())
@@ -86,7 +86,7 @@ std::string other_key(const accounting &all, const account_line &line) {
 
 // Where a line says what it says, and whether that decides about network login. `met` are the records up to it.
 void read_assignment(accounting &all, account_line &line, std::unordered_set<const Frag *> &met) {
-    const account_input &input = all.inputs[line.input];
+    const account_input &input = *line.input;
     line.key = line.said->key;
     if (line.said->node) {
         place_keys::key_of place = input.keys->find(line.said->node);
@@ -106,8 +106,7 @@ void read_assignment(accounting &all, account_line &line, std::unordered_set<con
         all.logs_in = lowercase(line.said->value) == "enabled";
 }
 
-void collect_input(accounting &all, uint32_t number) {
-    account_input &input = all.inputs[number];
+void collect_input(accounting &all, account_input &input) {
     const configuration *conf = input.conf;
     const netperm_table *table = input.table;
     input.keys = conf ? std::make_shared<place_keys>(*conf) : nullptr;
@@ -119,10 +118,10 @@ void collect_input(accounting &all, uint32_t number) {
     for (long at = 1; !rest.empty(); at++) {
         account_line &line = all.lines.emplace_back();
         line.text = take_line(rest);
-        line.input = number;
+        line.input = &input;
         line.file = file;
         line.line = line.end_line = at;
-        line.rule = next;
+        line.first_rule = next;
         for (; table && next < table->rules.size() && table->rules[next].line == at; next++, line.rules++)
             all.rule_lines[table].push_back(&line);
         if (conf && next < conf->lines.size() && conf->lines[next].line == at) {
@@ -168,11 +167,10 @@ const conf_line *written_for(const account_line &line, const result_places &own)
 // The line that gives a place the prefix with which what another line says stands there; null if there is none.
 const account_line *turned_by(const accounting &all, result_places &own, const account_line &line) {
     long bits = own.keys.find(line.place).bits;
-    auto is_it = [&](const account_line &each) {
-        return each.said && each.key == line.key && !same_prefix(each.bits, line.bits) && same_prefix(each.bits, bits);
-    };
-    auto found = std::find_if(all.lines.begin(), all.lines.end(), is_it);
-    return found == all.lines.end() ? nullptr : &*found;
+    for (const account_line &each : all.lines)
+        if (each.said && each.key == line.key && !same_prefix(each.bits, line.bits) && same_prefix(each.bits, bits))
+            return &each;
+    return nullptr;
 }
 
 void tell_lines(accounting &all, result_places &own) {
@@ -200,7 +198,7 @@ void tell_lines(accounting &all, result_places &own) {
         }
         const account_line *by = line.turned && all.told["turned"] < MOST_TOLD ? turned_by(all, own, line) : line.by;
         if (id)
-            all.tell_some(id, std::move(text), line, by ? all.place_of(*by) : place(),
+            all.tell_some(id, std::move(text), line, by ? by->at() : place(),
                           stands.there && !line.lost ? all.in_result(stands.there->line) : place());
         line.result_line = stands.there ? stands.there->end_line : 0;
         if (stands.turned && line.became == fate::kept) {
@@ -273,8 +271,8 @@ void account_lines(const account_inputs &inputs, review_data &data) {
     all.has_tables = data.release < 40 && !inputs.before.tables.empty();
     inputs.progress("looking for every line in the result");
     collect_inputs(all);
-    for (uint32_t i = 0; i < all.inputs.size(); i++)
-        collect_input(all, i);
+    for (account_input &input : all.inputs)
+        collect_input(all, input);
     collect_numbers(all);
     collect_located(all);
     if (all.has_tables)

@@ -26,13 +26,13 @@ struct account_input {
 
 /// One assignment or line of an input, and what became of it.
 struct account_line : line_fate {
-    uint32_t input = 0;
+    const account_input *input = nullptr;
     long end_line = 0;
-    std::string_view text;           ///< the line itself, the first of them
-    const conf_line *said = nullptr; ///< of a configuration; null for a line of a table, and for one that says nothing
-    size_t rule = 0, rules = 0;      ///< of a table
-    std::string key;                 ///< of a configuration: where it says what it says
-    std::string other_key;           ///< of a count of maps: as a map; of what a filter rule's text says: the rule's
+    std::string_view text;            ///< the line itself, the first of them
+    const conf_line *said = nullptr;  ///< of a configuration; null for a line of a table, and for one that says nothing
+    size_t first_rule = 0, rules = 0; ///< of a table
+    std::string key;                  ///< of a configuration: where it says what it says
+    std::string other_key;            ///< of a count of maps: as a map; of what a filter rule's text says: the rule's
     long bits = 0;
     bool candidate = false;          ///< it has no place of its own in what the upgrade writes
     const Frag *place = nullptr;     ///< in what the upgrade writes
@@ -41,6 +41,14 @@ struct account_line : line_fate {
     account_line *by = nullptr;      ///< the line that says the same, or that overrides it
     bool shared = false;             ///< the result is another without it and others, and not without it alone
 
+    struct place at() const {
+        return {input->name, line};
+    }
+    const table_rule &rule(size_t number = 0) const { return input->table->rules[first_rule + number]; }
+    /// Whether an import removes what the line says.
+    bool is_removed() const {
+        return input->removed && (begins(key, "def_proxy_") || begins(key, "policy_") || begins(key, "map_"));
+    }
     /// Gives the reason if there is none yet.
     void excuse(std::string why) { reason = reason.empty() ? std::move(why) : reason; }
 };
@@ -102,9 +110,9 @@ inline bool is_alone(const numbered_rules &rules) { return rules.size() == 1 && 
 /// All of one owner but those for hosts, by the stored names of their attributes.
 using filed_attributes = std::map<std::string, numbered_rules>;
 struct filed_rules {
-    std::map<std::string, filed_attributes> proxies{};                        ///< those that the tables leave
-    std::map<std::pair<uint32_t, std::string>, filed_attributes> templates{}; ///< by the input and the name
-    std::vector<std::pair<std::string, numbered_rules>> destinations{};       ///< of proxies, each of one table
+    std::map<std::string, filed_attributes> proxies{}; ///< those that the tables leave
+    std::map<std::pair<const account_input *, std::string>, filed_attributes> templates{}; ///< by input and name
+    std::vector<std::pair<std::string, numbered_rules>> destinations{}; ///< of proxies, each of one table
 };
 
 /// One line of what the upgrade writes: where it comes from, and where it stands in the installed file.
@@ -141,9 +149,8 @@ struct accounting {
     void tell_some(const char *id, std::string text, const place &at, const place &by = {}, const place &result = {});
     void tell_some(const char *id, std::string text, const account_line &line, const place &by = {},
                    const place &result = {}) {
-        tell_some(id, std::move(text), place_of(line), by, result);
+        tell_some(id, std::move(text), line.at(), by, result);
     }
-    place place_of(const account_line &line) const { return {inputs[line.input].name, line.line}; }
     place in_result(long line) const { return {in.result.name, line}; }
     /// Tells a loss, unless an import takes the line away.
     void tell_lost(const account_line &line, std::string text);
@@ -151,20 +158,12 @@ struct accounting {
     static void note_reshaped(result_places &result, account_line &line, const Frag *frag, std::string reason);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
-    /// Whether an import removes what the line says.
-    bool is_removed(const account_line &line) const {
-        return inputs[line.input].removed &&
-               (begins(line.key, "def_proxy_") || begins(line.key, "policy_") || begins(line.key, "map_"));
-    }
     /// The path of an input's node in a result: a numbered save closes up the numbers of records.
     std::string saved_path(const Frag *node) const;
     /// Whether the initial environment forces the value of the line's key.
     bool is_forced(const account_line &line) const;
     /// The value of a line, and whether it says one at all.
     std::string_view value(const account_line &line) const;
-    const table_rule &rule(const account_line &line, size_t number = 0) const {
-        return inputs[line.input].table->rules[line.rule + number];
-    }
 };
 
 /// What is told of a line that the installed file lacks.
@@ -198,16 +197,6 @@ std::string table_reason(const accounting &all, const account_line &line);
 inline bool is_numbered(const account_line &line) { return line.key.find('#') != std::string::npos; }
 /// A count is a map to a merge, too, and one without a decision.
 inline bool is_map_line(const account_line &line) { return begins(line.key, "map_#") || begins(line.key, "map_num"); }
-/// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
-/// of its own, and an import removes what stands.
-struct merged_maps {
-    merged_maps(accounting &all, result_places &own);
-    /// The first line of the map that stands in the way of a line's; null if there is none.
-    account_line *winner(const account_line &line) const;
-
-private:
-    std::unordered_map<const Frag *, account_line *> winners{}; ///< the first lines of what stands, by what is left out
-};
 /// The reason of the lines of an element of the firewall's own addresses that a numbered save drops.
 constexpr const char *NO_INTERFACE = "an element without an interface is not saved";
 /// The program that the release sets for a type of proxy, in any case; null if none.

@@ -58,7 +58,7 @@ const char *proxy_reason(const std::string &proxy, const std::string &attribute)
 }
 
 // What the pass for a table leaves: templates have gone into config sets, and destinations into records.
-void finish_table(filed_rules &filed, uint32_t input) {
+void finish_table(filed_rules &filed, const account_input *input) {
     for (auto &[name, attributes] : std::exchange(filed.proxies, {})) {
         bool is_template = begins(name, "policy-");
         filed_attributes &kept = is_template ? filed.templates[{input, name}] : filed.proxies[name];
@@ -107,19 +107,19 @@ void file_rules(accounting &all) {
             continue;
         for (size_t i = 0; i < input->table->rules.size(); i++)
             read_rule(all.filed, {all.rule_lines[input->table][i], &input->table->rules[i]});
-        finish_table(all.filed, static_cast<uint32_t>(input - all.inputs.data()));
+        finish_table(all.filed, input);
     }
 }
 
 std::string table_reason(const accounting &all, const account_line &line) {
-    const account_input &input = all.inputs[line.input];
+    const account_input &input = *line.input;
     if (input.unread)
         return "a table is for configurations from before 4.0";
     if (line.rules == 0) {
         auto found = input.table->dropped.find(line.line);
         return found != input.table->dropped.end() ? found->second : "";
     }
-    const table_rule &rule = all.rule(line);
+    const table_rule &rule = line.rule();
     if (input.removed && rule.attribute != "destination")
         return "-e removes all proxies that are there";
     auto is_gone = [&](const std::string &name) {

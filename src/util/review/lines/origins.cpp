@@ -60,12 +60,12 @@ struct origin_finder {
     void prepare() {
         prepare_release();
         for (account_line &line : all.lines) {
-            if (line.said && covers("pfedit_*_rule*", line.said->key) && !all.inputs[line.input].imported)
+            if (line.said && covers("pfedit_*_rule*", line.said->key) && !line.input->imported)
                 filter_rules.insert(line.said->value);
             if (line.said && covers("pfedit_*_rule*_*", line.said->key))
                 filter_fields.emplace(format("{}={}", line.said->key, line.said->value), &line);
             for (size_t r = 0; r < line.rules; r++)
-                for (const std::string &name : all.rule(line, r).names)
+                for (const std::string &name : line.rule(r).names)
                     if (name == "alerts" || (!is_no_proxy(name) && !is_removed_proxy(name)))
                         proxies.emplace(name, &line);
             if (begins(line.key, "def_proxy_*") || begins(line.key, "def_proxy_global"))
@@ -78,8 +78,8 @@ struct origin_finder {
         account_line *of = result.notes(line.node->parent).from;
         const conf_line *said = of ? of->said : nullptr;
         const Frag *stood = said ? at_depth(said->node, 4) : nullptr;
-        bool is_made = stood && (all.inputs[of->input].conf->bearers.count(stood) != 0 ||
-                                 covers("*$INTERFACE", stood->parent->parent->name));
+        bool is_made =
+            stood && (of->input->conf->bearers.count(stood) != 0 || covers("*$INTERFACE", stood->parent->parent->name));
         return is_made || line.value != "yes" ? of : nullptr;
     }
 
@@ -101,10 +101,8 @@ struct origin_finder {
             return alias_line(line);
         // A proxy stands for having been named, even where nothing is left of what it was told; so does a config set of
         // it.
-        bool is_proxy = line.role == line_role::name && at_depth(line.node, 2) == line.node &&
-                        is_named(at_depth(line.node, 0), "def") && is_named(at_depth(line.node, 1), "proxy");
-        bool is_set = line.role != line_role::count && at_depth(line.node, 4) == line.node &&
-                      is_named(at_depth(line.node, 3), "config-sets");
+        bool is_proxy = line.role == line_role::name && line.node->parent == result.conf.find("def_proxy");
+        bool is_set = at_depth(line.node, 4) == line.node && is_named(line.node->parent, "config-sets");
         auto rule = is_proxy || is_set ? proxies.find(clear_name(at_depth(line.node, 2))) : proxies.end();
         if (rule == proxies.end())
             return nullptr;

@@ -34,15 +34,10 @@ std::vector<std::string> network_words(std::string_view text, std::vector<std::s
         bool is_comment = at_start && plain[at] == '#';
         size_t begin = is_comment ? at : plain.find_first_not_of(" \t\r\n", at);
         size_t end = plain.find_first_of(is_comment ? "\n" : " \t\r\n", begin);
-        if (end == plain.npos) {
-            if (!is_comment && begin != plain.npos)
-                missing.push_back(plain.substr(begin));
-            break;
-        }
-        if (!is_comment)
-            words.push_back(plain.substr(begin, end - begin));
-        at_start = !is_blank(plain[end]);
-        at = end + 1;
+        if (!is_comment && begin != plain.npos)
+            (end == plain.npos ? missing : words).push_back(plain.substr(begin, end - begin));
+        at = std::min(end, plain.size() - 1) + 1;
+        at_start = !is_blank(plain[at - 1]);
     }
     return words;
 }
@@ -73,10 +68,10 @@ struct line_placer {
         node_notes &notes = result.notes(frag);
         account_line *&standing = line.said->role == line_role::name ? notes.named : notes.valued;
         // What goes names nothing that others bring.
-        bool is_theirs = line.said->role == line_role::name && notes.from && all.is_removed(line);
+        bool is_theirs = line.said->role == line_role::name && notes.from && line.is_removed();
         account_line *first = is_theirs ? notes.from : standing;
         bool is_free = !is_theirs && note_line(standing, line);
-        if (is_free && (!notes.from || !all.is_removed(line))) // what goes takes no record from those that stay
+        if (is_free && (!notes.from || !line.is_removed())) // what goes takes no record from those that stay
             result.claim(frag, line);
         // What the result's own line says otherwise, or not at all, is in another shape.
         const conf_line *there = result.conf.origin(frag);
@@ -194,9 +189,10 @@ struct line_placer {
 
     // The field of a location list's element that an address key of an imported file became.
     const Frag *address_field(const account_line &line) const {
-        const configuration &conf = *all.inputs[line.input].conf;
         auto [row, field] = find_address_key(line.key);
-        std::string address = row ? conf.value((std::string("ip_") + row->address).c_str()) : "";
+        if (!row)
+            return nullptr;
+        std::string address = line.input->conf->value((std::string("ip_") + row->address).c_str());
         const Frag *element =
             is_placeholder(address) ? nullptr : element_with(result.conf.find(row->elements), address);
         const Frag *there = element ? find_named(element->child, field) : nullptr;
@@ -224,7 +220,7 @@ struct line_placer {
     bool place_moved(account_line &line) {
         const std::string &key = line.key;
         const Frag *element = nullptr;
-        if (all.inputs[line.input].removed)
+        if (line.input->removed)
             element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
                                                          std::string(line.said->value))
                                           : address_field(line);
@@ -240,16 +236,15 @@ struct line_placer {
     // The node of that key that says what the line does; rather one with its prefix, and one that no other line took.
     spot find(const account_line &line, const std::string &key) const {
         // The owner of a config set that a policy lists is not saved with it.
-        const Frag *above = line.said->node->parent;
-        bool is_entry = has_prefix(line.key.c_str(), "policy_") && above && is_named(above, "proxy");
+        bool is_entry = begins(line.key, "policy_") && is_named(line.said->node->parent, "proxy");
         bool is_rule = has_prefix(key.c_str(), "pfedit_") && key == line.other_key; // its fields are the key
         bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
         const Frag *same = nullptr, *turned = nullptr;
         for (const Frag *frag : result.at(key)) {
             // A numbered save cuts the comment of a long filter rule.
-            bool is_cut = has_value && is_named(frag, "comment") && begins(line.key, "pfedit_") &&
-                          result.conf.numbered && at_depth(frag, 3) == frag &&
-                          record_text(at_depth(frag, 2)).size() > RULE_LIMIT;
+            bool is_cut = has_value && result.conf.numbered && begins(line.key, "pfedit_") &&
+                          is_named(frag, "comment") && is_filter_rule(frag->parent) &&
+                          record_text(frag->parent).size() > RULE_LIMIT;
             if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
                 continue;
             bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
@@ -265,7 +260,7 @@ struct line_placer {
         constexpr int MOST_TWINS = 8;
         spot best = find(line, line.key);
         for (int later = 1; is_numbered(line) && later < MOST_TWINS && (!best.frag || is_taken(best.frag)); later++) {
-            spot twin = find(line, all.inputs[line.input].keys->find(line.said->node, later).key);
+            spot twin = find(line, line.input->keys->find(line.said->node, later).key);
             if (twin.frag && (!best.frag || !is_taken(twin.frag)))
                 best = twin;
         }
@@ -275,7 +270,7 @@ struct line_placer {
     void place(account_line &line) {
         if (!line.said || !line.said->node || is_renamed(*line.said))
             return void(line.candidate = true);
-        const account_input &input = all.inputs[line.input];
+        const account_input &input = *line.input;
         bool counts = input.conf->origin(line.said->node) == line.said; // of the lines of its key
         auto is_last = [&](const configuration &scanned) {
             return scanned.line_of(scanned.find(line.key.c_str())) == line.line;
@@ -291,7 +286,7 @@ struct line_placer {
         // What an import removed, or a policy that stood already, is not turned by another that says the like.
         const Frag *policy = best.is_turned && begins(line.key, "policy_") ? at_depth(best.frag, 1) : nullptr;
         const account_line *first = policy ? result.notes(policy).from : nullptr;
-        if (best.is_turned && (all.is_removed(line) || (first && first->input != line.input)))
+        if (best.is_turned && (line.is_removed() || (first && first->input != line.input)))
             best = spot();
         bool by_number = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0;
         bool found = place_moved(line) || (by_number && place_by_number(line)) ||
@@ -313,8 +308,8 @@ void place_conf_lines(accounting &all, result_places &result) {
     line_placer placer{all, result};
     for (bool removed : {false, true}) // what goes has the place that others leave
         for (account_line &line : all.lines) {
-            const account_input &input = all.inputs[line.input];
-            if (input.conf && !input.unread && all.is_removed(line) == removed)
+            const account_input &input = *line.input;
+            if (input.conf && !input.unread && line.is_removed() == removed)
                 placer.place(line);
             line.candidate = line.candidate || input.unread;
         }

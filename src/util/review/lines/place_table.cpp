@@ -49,8 +49,8 @@ struct attribute_placer {
     result_places &result;
     const std::vector<made_set> sets;                  ///< that the rules for hosts lead into
     std::multimap<std::string, const Frag *> places{}; ///< by what is said there, and where
-    std::vector<std::pair<account_line &, const Frag *>>
-        turned{}; ///< rules, and where what they say has another prefix
+    /// Rules, and where what they say has another prefix.
+    std::vector<std::pair<account_line &, const Frag *>> turned{};
 
     static std::string said_text(const std::string &path, std::string_view text) {
         return decoded_name(path) + '\n' + std::string(text);
@@ -173,7 +173,7 @@ struct attribute_placer {
     }
 
     void place_all() {
-        std::map<std::pair<uint32_t, std::string>, std::vector<const made_set *>> templated;
+        std::map<std::pair<const account_input *, std::string>, std::vector<const made_set *>> templated;
         for (const made_set &set : sets) {
             templated[{set.line.input, set.options.policy}].push_back(&set);
             const Frag *there = result.conf.find(set.path.c_str());
@@ -196,7 +196,7 @@ struct attribute_placer {
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules)
                     if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner,
-                                                          of.rule && all.inputs[of.line->input].step < all.init_step))
+                                                          of.rule && of.line->input->step < all.init_step))
                         of.excuse(reason);
                     else if (owner && of.rule)
                         place(*of.line, place_keys::path(owner), attribute,
@@ -271,13 +271,13 @@ void accounting::note_reshaped(result_places &result, account_line &line, const 
 }
 
 void accounting::tell_lost(const account_line &line, std::string text) {
-    if (!inputs[line.input].removed)
+    if (!line.input->removed)
         tell_some("lost", std::move(text), line);
 }
 
 void place_table_lines(accounting &all, result_places &result) {
     for (account_line &line : all.lines)
-        line.candidate = line.candidate || all.inputs[line.input].table;
+        line.candidate = line.candidate || line.input->table;
     attribute_placer placer{all, result, place_host_rules(all, result, own_side(all))};
     placer.index_result();
     placer.place_all();

@@ -33,7 +33,7 @@ struct prover {
     bool same_without(const std::vector<account_line *> &left_out) {
         std::map<std::string, std::vector<bool>> blank;
         for (const account_line *line : left_out) {
-            std::vector<bool> &of_file = blank[all.inputs[line->input].name];
+            std::vector<bool> &of_file = blank[line->input->name];
             of_file.resize(std::max(of_file.size(), static_cast<size_t>(line->end_line) + 1));
             for (long at = line->line; at <= line->end_line; at++)
                 of_file[static_cast<size_t>(at)] = true;
@@ -94,7 +94,7 @@ void prove_candidates(accounting &all) {
         if (!line.candidate)
             continue;
         candidates.push_back(&line);
-        std::string group = line.by ? "\1" + std::to_string(line.by->input) : line.reason;
+        std::string group = line.by ? "\1" + std::to_string(line.by->input - all.inputs.data()) : line.reason;
         groups[group.empty() ? "\xff" : group].push_back(&line); // those without a reason come last
     }
     if (candidates.empty())

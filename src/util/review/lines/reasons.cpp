@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/ranges.h>
+#include <set>
 
 namespace {
 
@@ -107,6 +109,94 @@ bool is_of_another(const account_line &winner, const account_line &line) {
                           : entry && other && entry->parent == other->parent;
 }
 
+/// The maps that stand while a file is merged, the first of those that are the same.
+struct standing_maps {
+    const configuration &file;
+    std::unordered_map<std::string, const Frag *> known{};
+
+    // What a map says up to its first missing value, one value more each time: five texts of a map that lacks none. A
+    // policy is the same by the config sets that it lists in the file, whatever its name.
+    std::vector<std::string> texts(const Frag *map) const {
+        std::vector<std::string> all = {""};
+        for (const char *field : {"pd", "src", "proxy", "policy"}) {
+            const Frag *value = find_named(map->child, field);
+            if (!value || !value->value)
+                break;
+            std::string said = value->value;
+            std::set<std::string> sets;
+            if (is_named(value, "policy"))
+                for (const Frag *entry : configuration::children(file.record("policy", said), "proxy"))
+                    sets.insert(entry->name);
+            all.push_back(all.back() + (sets.empty() ? said : fmt::format("\2{}", fmt::join(sets, "\n"))) + '\n');
+        }
+        return all;
+    }
+
+    void add(const Frag *map) {
+        std::vector<std::string> said = texts(map);
+        for (const std::string &text : said)
+            known.emplace(text, map);
+        if (said.size() < 5)
+            known.emplace('\1' + said.back(), map);
+    }
+
+    // Two maps are the same up to what the first or the second lacks.
+    const Frag *find(const Frag *map) const {
+        std::vector<std::string> said = texts(map), asked = {said.back()};
+        for (const std::string &text : said)
+            asked.push_back('\1' + text);
+        for (const std::string &text : asked)
+            if (auto found = known.find(text); found != known.end())
+                return found->second;
+        return nullptr;
+    }
+};
+
+/// The maps that a merge leaves out, since they are the same as one that stands. The first file that has any brings all
+/// of its own, and an import removes what stands.
+struct merged_maps {
+    std::unordered_map<const Frag *, account_line *> winners{}; ///< the first lines of what stands, by what is left out
+
+    merged_maps(accounting &all, result_places &own) {
+        std::unordered_map<const Frag *, account_line *> first_lines;
+        for (account_line &line : all.lines)
+            if (is_map_line(line))
+                first_lines.emplace(at_depth(line.said->node, 1), &line);
+        std::vector<const Frag *> stand;
+        std::set<const configuration *> merged = {nullptr}; // once more they bring nothing; nor does a table
+        for (size_t i = all.last_import; i < all.in.command.steps.size(); i++) {
+            const upgrade_step &step = all.in.command.steps[i];
+            const account_input *input = strchr("nm", step.letter) ? all.input_of(step) : nullptr;
+            if (!input || input->unread)
+                continue;
+            for (const Frag *map : input->table ? own.conf.children("map") : std::vector<Frag *>())
+                if (account_line *line = own.notes(map).from; line && !line->said) {
+                    first_lines.emplace(map, line);
+                    stand.push_back(map);
+                }
+            if (!merged.insert(input->conf).second)
+                continue;
+            standing_maps maps{*input->conf};
+            bool is_first = stand.empty();
+            for (const Frag *map : stand)
+                maps.add(map);
+            for (const Frag *map : input->conf->children("map"))
+                if (const Frag *there = is_first ? nullptr : maps.find(map)) {
+                    winners.emplace(map, first_lines[there]);
+                } else {
+                    maps.add(map);
+                    stand.push_back(map);
+                }
+        }
+    }
+
+    // The first line of the map that stands in the way of a line's; null if there is none.
+    account_line *winner(const account_line &line) const {
+        auto found = winners.find(at_depth(line.said->node, 1));
+        return found == winners.end() ? nullptr : found->second;
+    }
+};
+
 /// What is asked of one candidate after the other.
 struct reason_finder {
     accounting &all;
@@ -118,7 +208,7 @@ struct reason_finder {
 
     reason_finder(accounting &of, result_places &in) : all(of), own(in), maps(of, in), services(services_of(in.conf)) {
         for (account_line &line : all.lines)
-            if (line.said && all.inputs[line.input].imported && !line.said->value.empty() && !all.is_removed(line))
+            if (line.said && line.input->imported && !line.said->value.empty() && !line.is_removed())
                 imported.insert_or_assign(line.said->key, &line);
     }
 
@@ -140,7 +230,7 @@ struct reason_finder {
     }
 
     unsigned conditions(const account_line &line) const {
-        const account_input &input = all.inputs[line.input];
+        const account_input &input = *line.input;
         bool is_older = std::max(input.step, input.imported) < all.init_step && input.name != all.in.command.init_conf;
         const Frag *node = line.said->node;
         bool is_login_state = all.logs_in && node && is_named(node, "state") && node == at_depth(node, 3) &&
@@ -176,7 +266,7 @@ struct reason_finder {
         auto [row, field] = find_address_key(line.key);
         if (!row || !(holds & REMOVED))
             return nullptr;
-        const configuration &conf = *all.inputs[line.input].conf;
+        const configuration &conf = *line.input->conf;
         const Frag *address = conf.find((std::string("ip_") + row->address).c_str());
         if (!address && strcmp(field, "netmask") != 0) // of these the mask alone goes
             return nullptr;
@@ -231,13 +321,13 @@ struct reason_finder {
         if (is_map_line(line) && maps.winner(line))
             return "a map that is the same stands there already";
         if ((holds & REMOVED) && line.key == "gui_client" && !line.said->value.empty() && is_below(line.place, "gui") &&
-            all.inputs[line.input].conf->find("netobj_group_fw-admin"))
+            line.input->conf->find("netobj_group_fw-admin"))
             return "an import makes an element of it";
         // A known service goes; on NT the states of proxies come back as services.
         const maprec *service = (holds & REMOVED) ? service_of(line) : nullptr;
         bool comes_back = service && (holds & SERVICES) && (holds & NUMBERED) &&
                           own.conf.find((std::string("def_proxy_") + service->proxy + "_state").c_str());
-        if (service && !comes_back && !strchr(service->service, '_') && all.inputs[line.input].conf->find("def_proxy"))
+        if (service && !comes_back && !strchr(service->service, '_') && line.input->conf->find("def_proxy"))
             return "its state goes to its proxy, or nowhere";
         if (const char *reason = is_below(line.place, "ip") ? address_reason(line, holds) : nullptr)
             return reason;
@@ -282,7 +372,7 @@ struct reason_finder {
 
     // What is there wins, but for what the release forces and what an import brings.
     bool may_win(const account_line &other, const account_line &line) const {
-        const account_input &by = all.inputs[other.input], &of = all.inputs[line.input];
+        const account_input &by = *other.input, &of = *line.input;
         bool is_init = by.name == all.in.command.init_conf;
         const conf_line *forced = (is_init ? other : line).said;
         if (is_init != (of.name == all.in.command.init_conf) && all.is_forced(line) && forced && !forced->value.empty())
@@ -301,9 +391,7 @@ void find_reasons(accounting &all, result_places &own) {
     for (account_line &line : all.lines) {
         if (!line.candidate)
             continue;
-        line.reason = line.by                        ? said_twice
-                      : all.inputs[line.input].table ? table_reason(all, line)
-                                                     : finder.conf_reason(line);
+        line.reason = line.by ? said_twice : line.input->table ? table_reason(all, line) : finder.conf_reason(line);
         account_line *by = line.reason.empty() && line.said ? finder.winner(line) : nullptr;
         if (by && by != &line && finder.may_win(*by, line))
             line.by = by;

@@ -19,19 +19,19 @@ void check_owners(accounting &all, result_places &result) {
         if (line.by && line.by->input == line.input)
             repeated.insert(line.by);
     for (const account_line &line : all.lines) {
-        const account_input &input = all.inputs[line.input];
+        const account_input &input = *line.input;
         bool is_own = line.place && line.said && line.said->node && result.notes(line.place).valued == &line;
         if (!is_own || is_map_line(line) || input.imported || repeated.count(&line) != 0)
             continue;
         auto tell_ahead = [&](const char *what, const account_line &ahead) {
             all.tell_some("unexplained",
                           format("{}: it stands in the result, and yet a file ahead {}", line.text, what), line,
-                          all.place_of(ahead));
+                          ahead.at());
         };
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
         const account_line *first = policy && !strstr(policy->name, "%5F") ? result.notes(policy).from : nullptr;
-        const account_input *ahead = first && first->said ? &all.inputs[first->input] : nullptr;
+        const account_input *ahead = first && first->said ? first->input : nullptr;
         if (ahead && ahead->step < input.step && !ahead->removed)
             tell_ahead("has the policy", *first);
         if (!is_numbered(line))
@@ -45,7 +45,7 @@ void check_owners(accounting &all, result_places &result) {
 // Tells records whose fields are of several files, since these merge by number: as it stands nobody wrote the record.
 void check_mixed(accounting &all, result_places &result, const char *family) {
     for (const Frag *record : result.conf.children(family)) {
-        std::map<std::pair<uint32_t, long>, const account_line *> said; // by the input and the line there
+        std::map<std::pair<const account_input *, long>, const account_line *> said; // by the input and the line there
         for (const Frag *field = record->child; field; field = field->next)
             if (const account_line *line = result.notes(field).valued; line && line->said)
                 said.emplace(std::pair(line->input, line->line), line);
@@ -55,7 +55,7 @@ void check_mixed(accounting &all, result_places &result, const char *family) {
         all.tell_some("mixed",
                       format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family,
                              line.text, other.text),
-                      line, all.place_of(other));
+                      line, other.at());
     }
 }
 
