@@ -178,17 +178,16 @@ void tell_lines(accounting &all, result_places &own) {
         const conf_line *written = written_for(line, own);
         written_line stands =
             written ? all.written[static_cast<size_t>(written - own.conf.lines.data())] : written_line();
-        auto [id, what] = notice_of(line, own.conf.numbered);
-        std::string text = id ? format("{}: {}", line.text, what) : "";
+        auto [id, notice] = notice_of(line, own.conf.numbered);
+        std::string what = id ? notice : "";
         if (line.turned && (!written || stands.there)) {
             id = "turned";
-            text = turned_text(line, line.place);
+            what = turned_text(line.place);
         } else if (!id && line.lost) {
             id = "lost";
-            text = line.rules == 0 && !stands.there
-                       ? format("{}: {}", line.text, LACKING)
-                       : format("{}: the upgrade writes {} for it, and the result lacks that", line.text,
-                                text_of_line(own.conf, *line.lost));
+            what = line.rules == 0 && !stands.there ? LACKING
+                                                    : format("the upgrade writes {} for it, and the result lacks that",
+                                                             text_of_line(own.conf, *line.lost));
         }
         if (line.shared)
             line.reason += std::string(line.reason.empty() ? "" : "; ") + "together with others it matters";
@@ -198,8 +197,8 @@ void tell_lines(accounting &all, result_places &own) {
         }
         const account_line *by = line.turned && all.told["turned"] < MOST_TOLD ? turned_by(all, own, line) : line.by;
         if (id)
-            all.tell_some(id, std::move(text), line, by ? by->at() : place(),
-                          stands.there && !line.lost ? all.in_result(stands.there->line) : place());
+            all.tell_of(line, id, what, by ? by->at() : place(),
+                        stands.there && !line.lost ? all.in_result(stands.there->line) : place());
         line.result_line = stands.there ? stands.there->end_line : 0;
         if (stands.turned && line.became == fate::kept) {
             line.became = fate::reshaped;
@@ -228,16 +227,20 @@ void accounting::tell_some(const char *id, std::string text, const place &at, co
     made.result = result;
 }
 
-account_input *accounting::input_of(const upgrade_step &step) {
-    auto found = std::find_if(inputs.begin(), inputs.end(), [&](const account_input &each) {
-        return each.name == step.argument && (each.table != nullptr) == (step.letter == 'n');
-    });
-    return found == inputs.end() ? nullptr : &*found;
+void accounting::tell_of(const account_line &line, const char *id, const std::string &what, const place &by,
+                         const place &result) {
+    tell_some(id, format("{}: {}", line.text, what), line.at(), by, result);
 }
 
-std::string turned_text(const account_line &line, const Frag *at) {
-    return format("{}: it stands with another prefix in the result: {}", line.text,
-                  decoded_name(fragkeyname(const_cast<Frag *>(at))));
+account_input *accounting::input_of(const upgrade_step &step) {
+    for (account_input &each : inputs)
+        if (each.name == step.argument && (each.table != nullptr) == (step.letter == 'n'))
+            return &each;
+    return nullptr;
+}
+
+std::string turned_text(const Frag *at) {
+    return "it stands with another prefix in the result: " + decoded_name(fragkeyname(const_cast<Frag *>(at)));
 }
 
 std::string accounting::saved_path(const Frag *node) const {
@@ -258,16 +261,14 @@ bool accounting::is_forced(const account_line &line) const {
            is_listed(force_list, line.said->node->name) && bits_of(at_depth(line.said->node, 2)) == 0;
 }
 
-std::string_view accounting::value(const account_line &line) const {
-    const Frag *node = line.said->node;
-    // The name of a parameter says nothing without its value.
-    bool composed = node && node->value &&
-                    (line.said->role == line_role::name || line.said->key.find("_cyberurl_") != line.said->key.npos);
-    return composed ? text_of(node) : line.said->value;
+std::string_view account_line::value() const {
+    bool composed = said->node && said->node->value &&
+                    (said->role == line_role::name || said->key.find("_cyberurl_") != said->key.npos);
+    return composed ? text_of(said->node) : said->value;
 }
 
 void account_lines(const account_inputs &inputs, review_data &data) {
-    accounting all(inputs, data);
+    accounting all{inputs, data};
     all.has_tables = data.release < 40 && !inputs.before.tables.empty();
     inputs.progress("looking for every line in the result");
     collect_inputs(all);

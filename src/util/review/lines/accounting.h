@@ -49,6 +49,8 @@ struct account_line : line_fate {
     bool is_removed() const {
         return input->removed && (begins(key, "def_proxy_") || begins(key, "policy_") || begins(key, "map_"));
     }
+    /// The value of one that says something; of the name of a parameter, which says nothing without it, too.
+    std::string_view value() const;
     /// Gives the reason if there is none yet.
     void excuse(std::string why) { reason = reason.empty() ? std::move(why) : reason; }
 };
@@ -87,6 +89,8 @@ struct result_places {
     void claim(const Frag *frag, account_line &line);
     /// The same for a value that no other line stands for.
     void stand(const Frag *frag, account_line &line);
+    /// The same for a line that stands at `frag` in another shape, as its place if it has none yet.
+    void reshape(const Frag *frag, account_line &line, std::string reason);
 
 private:
     std::vector<node_notes> by_line;
@@ -126,8 +130,8 @@ struct written_line {
 struct accounting {
     const account_inputs &in;
     review_data &data;
-    std::vector<account_input> inputs;
-    std::deque<account_line> lines;            ///< which stay where they are
+    std::vector<account_input> inputs{};
+    std::deque<account_line> lines{};          ///< which stay where they are
     std::unordered_set<std::string> records{}; ///< place keys of those that the lines of configurations speak of
     size_t last_import = 0;                    ///< behind the last -e; 0 without one
     size_t init_step = 0;                      ///< of the initial environment, counted from 1; 0 without one
@@ -135,7 +139,7 @@ struct accounting {
     /// The numbers of the records that merge by these, in order, by their families.
     std::map<std::string, std::vector<long>> numbers{};
     bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on
-    std::unordered_map<const netperm_table *, std::vector<account_line *>> rule_lines; ///< the line of each rule
+    std::unordered_map<const netperm_table *, std::vector<account_line *>> rule_lines{}; ///< the line of each rule
     filed_rules filed{};
     /// The elements of each interface but for aliases, by its name in lower case, in the location list of what the
     /// upgrade writes that counts for it.
@@ -144,26 +148,22 @@ struct accounting {
     std::vector<written_line> written{};  ///< for each line of what the upgrade writes
     std::map<std::string, size_t> told{}; ///< findings by their names
 
-    accounting(const account_inputs &from, review_data &into) : in(from), data(into) {}
     /// Appends a finding, unless there are `MOST_TOLD` of its name; those are only counted.
     void tell_some(const char *id, std::string text, const place &at, const place &by = {}, const place &result = {});
-    void tell_some(const char *id, std::string text, const account_line &line, const place &by = {},
-                   const place &result = {}) {
-        tell_some(id, std::move(text), line.at(), by, result);
-    }
+    /// The same of a line of an input, whose text stands in front of what is told.
+    void tell_of(const account_line &line, const char *id, const std::string &what, const place &by = {},
+                 const place &result = {});
     place in_result(long line) const { return {in.result.name, line}; }
+    /// Where a node of what the upgrade writes begins.
+    place in_result(const Frag *frag) const { return in_result(in.own.line_of(frag)); }
     /// Tells a loss, unless an import takes the line away.
     void tell_lost(const account_line &line, std::string text);
-    /// Notes that the line stands at `frag` in another shape, as its place if it has none yet.
-    static void note_reshaped(result_places &result, account_line &line, const Frag *frag, std::string reason);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
     /// The path of an input's node in a result: a numbered save closes up the numbers of records.
     std::string saved_path(const Frag *node) const;
     /// Whether the initial environment forces the value of the line's key.
     bool is_forced(const account_line &line) const;
-    /// The value of a line, and whether it says one at all.
-    std::string_view value(const account_line &line) const;
 };
 
 /// What is told of a line that the installed file lacks.
@@ -171,7 +171,7 @@ constexpr char LACKING[] = "the upgrade writes it, and the result lacks it";
 /// A line as it stands in its file; in the section form with what stands in front of it.
 std::string text_of_line(const configuration &conf, const conf_line &line);
 /// What is told of a line that stands with another prefix at a node.
-std::string turned_text(const account_line &line, const Frag *at);
+std::string turned_text(const Frag *at);
 
 /// A key below which names stand, apart from those where values do.
 inline std::string name_key(std::string key) { return key += '\1'; }

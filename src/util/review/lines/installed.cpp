@@ -119,7 +119,7 @@ void match_installed(accounting &all) {
                               : format("{}: {}", text_of_line(own.conf, lines[i]), LACKING);
         place there_at = all.in_result(at ? at->line : 0);
         if (said)
-            all.tell_some("turned", format("{}: {}", said->text, text), *said, {}, there_at);
+            all.tell_of(*said, "turned", text, {}, there_at);
         else
             all.tell_some(at ? "turned" : "lost", text, there_at);
     }

@@ -204,20 +204,19 @@ struct origin_finder {
     void tell_missing() const {
         for (const auto &[key, made] : set)
             if (made.always && result.conf.value(key.c_str()) != made.value)
-                all.tell_some(
-                    "lost", format("the release sets {} to {}, and the result does not", key, made.value),
-                    all.in_result(result.conf.line_of(made.near ? made.near : result.conf.find(key.c_str()))));
+                all.tell_some("lost", format("the release sets {} to {}, and the result does not", key, made.value),
+                              all.in_result(made.near ? made.near : result.conf.find(key.c_str())));
     }
 
     // The list of all interfaces has each of them once, with the list that it stands in and what is said of it there.
     void check_interfaces() const {
         auto tell = [&](const char *id, const Frag *element, const std::string &what) {
             std::string name = configuration::value(element, "interface");
-            all.tell_some(id, format("the interface {} {}", name, what), all.in_result(result.conf.line_of(element)));
+            all.tell_some(id, format("the interface {} {}", name, what), all.in_result(element));
         };
         for (const char *list : {"all_interfaces", "Inside", "Outside", "Service"})
             if (!result.conf.record("netobj_list", list))
-                all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0));
+                all.tell_some("lost", format("a numbered save makes the list {}", list), all.in_result(0L));
         std::map<std::string, std::set<std::string>> held; // interfaces, by the lists that entries name
         auto is_held = [&](const std::string &list, const std::string &interface) {
             auto [known, is_new] = held.try_emplace(list);

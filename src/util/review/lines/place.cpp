@@ -107,7 +107,7 @@ struct line_placer {
             path.compare(0, numbered, line.key, 0, numbered) != 0)
             return false;
         const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
-        if (!frag || !frag->value || text_of(frag) != all.value(line) || is_of_another(line, frag))
+        if (!frag || !frag->value || text_of(frag) != line.value() || is_of_another(line, frag))
             return false;
         if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
             return false; // a table's destination
@@ -183,7 +183,7 @@ struct line_placer {
             result.stand(key, line);
         }
         for (const std::string &word : missing)
-            all.tell_some("lost", fmt::format("{} of {} is no element of {}", word, line.said->key, list), line);
+            all.tell_some("lost", fmt::format("{} of {} is no element of {}", word, line.said->key, list), line.at());
         return true;
     }
 
@@ -209,7 +209,7 @@ struct line_placer {
             frag = result.conf.find(place_keys::path(line.said->node).c_str());
         else if (auto list = result.alias_lists.find(line.said->value); list != result.alias_lists.end())
             frag = list->second;
-        if (!frag || (frag->value && text_of(frag) != all.value(line)))
+        if (!frag || (frag->value && text_of(frag) != line.value()))
             return false;
         place_at(line, frag, false);
         line.became = result.conf.numbered ? line.became : fate::reshaped;
@@ -226,7 +226,7 @@ struct line_placer {
                                           : address_field(line);
         if (!element || (key == "gui_client" && configuration::value(element, "name") != key)) // one of the list's own
             return false;
-        all.note_reshaped(result, line, element, "as " + place_keys::path(element));
+        result.reshape(element, line, "as " + place_keys::path(element));
         for (const Frag *child = element->child; child; child = child->next)
             if (text_of(child) == line.said->value || text_of(child) == key)
                 result.stand(child, line);
@@ -245,7 +245,7 @@ struct line_placer {
             bool is_cut = has_value && result.conf.numbered && begins(line.key, "pfedit_") &&
                           is_named(frag, "comment") && is_filter_rule(frag->parent) &&
                           record_text(frag->parent).size() > RULE_LIMIT;
-            if (has_value && text_of(frag) != all.value(line) && !(is_cut && begins(all.value(line), text_of(frag))))
+            if (has_value && text_of(frag) != line.value() && !(is_cut && begins(line.value(), text_of(frag))))
                 continue;
             bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
             const Frag *&into = fits ? same : turned;
@@ -279,8 +279,8 @@ struct line_placer {
                         input.name == all.in.command.old_conf && !input.conf->find("def_proxy") &&
                         is_last(*all.in.files.conf(input.name, conf_layout::as_written));
         bool is_forced = input.name == all.in.command.init_conf && all.is_forced(line); // by the last of its key
-        bool is_late = !counts && !input.imported && !is_forced && !is_numbered(line) &&
-                       all.value(line) != text_of(line.said->node);
+        bool is_late =
+            !counts && !input.imported && !is_forced && !is_numbered(line) && line.value() != text_of(line.said->node);
         // A table takes the value away, and what stands is not said by a line behind the one that counts.
         spot best = (is_words && all.has_tables) || is_late ? spot() : find_free(line);
         // What an import removed, or a policy that stood already, is not turned by another that says the like.

@@ -87,7 +87,7 @@ struct host_placer {
                 taken.insert(now);
                 take(rule, *now, address, line);
             } else if (address && rule.unmarked) {
-                all.note_reshaped(result, line, address, "in a map that denies");
+                result.reshape(address, line, "in a map that denies");
             } else if ((!has_star || patterns.size() < MOST_PATTERNS) && !is_dropped_proxy(proxy, all.data.release)) {
                 all.tell_lost(line, format("{}: host {} stands nowhere in the result", proxy, rule.pattern));
             }
@@ -104,9 +104,9 @@ struct host_placer {
         last = &rule;
         last_now = &now;
         size_t last_map = std::exchange(of_map, !is_group ? of_map : alike.empty() ? now.source : alike.front());
-        all.note_reshaped(result, line, address ? address : side.maps[of_map].frag,
-                          now.pattern == rule.pattern ? format("in map {}", side.maps[of_map].number)
-                                                      : "as a host equal but for the case of letters");
+        result.reshape(address ? address : side.maps[of_map].frag, line,
+                       now.pattern == rule.pattern ? format("in map {}", side.maps[of_map].number)
+                                                   : "as a host equal but for the case of letters");
         if (!is_group)
             return;
         if (of_map < last_map && all.in.before.tables.size() == 1 && all.inputs.front().table)

@@ -31,12 +31,12 @@ const char *template_reason(const std::string &attribute, const filed_rule &of, 
 
 // Why a proxy's rule does not stay as the table leaves it; null if it does.
 const char *saved_reason(const accounting &all, const std::string &proxy, const std::string &attribute, bool is_alone,
-                         const Frag *owner, bool is_older) {
+                         const Frag *owner, const filed_rule &of) {
     if (is_dropped_proxy(proxy, all.data.release))
         return "the new release has no such proxy";
     if (attribute == "state" && all.logs_in && is_listed(login_services, proxy))
         return "network_loginok switches it on";
-    if (attribute == "proxy-exec" && proxy == "sql-px" && is_older)
+    if (attribute == "proxy-exec" && proxy == "sql-px" && of.line && of.line->input->step < all.init_step)
         return "its program is taken from the initial environment";
     bool is_program = attribute == "proxy-exec" && is_alone && program_of(configuration::value(owner, "proxy-type"));
     return is_program ? "the release sets the program of this type of proxy" : nullptr;
@@ -104,7 +104,7 @@ struct attribute_placer {
                 ++at;
             if (at == end)
                 continue;
-            all.note_reshaped(result, line, at->second, "as " + place_keys::path(at->second));
+            result.reshape(at->second, line, "as " + place_keys::path(at->second));
             if (std::next(at) != end)
                 places.erase(at); // each rule has a place of its own
             return;
@@ -148,7 +148,7 @@ struct attribute_placer {
         if (at == places.end())
             return nullptr;
         const Frag *record = places.extract(at).mapped();
-        all.note_reshaped(result, *of.line, record, "as record " + clear_name(record) + " of dest");
+        result.reshape(record, *of.line, "as record " + clear_name(record) + " of dest");
         return record;
     }
 
@@ -165,10 +165,10 @@ struct attribute_placer {
             if (!record) // an import leaves it
                 all.tell_some("lost",
                               format("{}: {} {} is no record of dest", last_name(owner), of.rule->word, of.rule->text),
-                              *of.line);
+                              of.line->at());
             else if (std::exchange(last, there) < there)
                 all.tell_some("unexplained", format("record {} of dest stands in another order", there),
-                              all.in_result(result.conf.line_of(record)));
+                              all.in_result(record));
         }
     }
 
@@ -195,8 +195,7 @@ struct attribute_placer {
             const Frag *owner = result.conf.record("def_proxy", name);
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules)
-                    if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner,
-                                                          of.rule && of.line->input->step < all.init_step))
+                    if (const char *reason = saved_reason(all, name, attribute, is_alone(rules), owner, of))
                         of.excuse(reason);
                     else if (owner && of.rule)
                         place(*of.line, place_keys::path(owner), attribute,
@@ -210,8 +209,9 @@ struct attribute_placer {
                     const std::vector<const made_set *> &into = templated[policy];
                     if (into.empty())
                         of.excuse("no rule that is left names this policy");
-                    for (size_t i = 0; i < into.size() && of.rule; i++) // not of a configuration ahead of the table
-                        place_in_set(*into[i], attribute, rules, number);
+                    for (const made_set *set : into)
+                        if (of.rule) // not of a configuration ahead of the table
+                            place_in_set(*set, attribute, rules, number);
                 }
         // The records that come of config sets stay when the sets go.
         std::vector<std::string> gone;
@@ -235,11 +235,10 @@ struct attribute_placer {
             if (by && !by->said)
                 all.tell_lost(line, format("{}: it stands nowhere with its prefix", line.text));
             else if (!by || !is_placed) {
-                all.note_reshaped(result, line, frag, "with another prefix");
+                result.reshape(frag, line, "with another prefix");
                 line.turned = line.turned || !is_placed;
                 if (is_placed)
-                    all.tell_some("turned", turned_text(line, frag), line, {},
-                                  all.in_result(result.conf.line_of(frag)));
+                    all.tell_of(line, "turned", turned_text(frag), {}, all.in_result(frag));
             }
         }
     }
@@ -260,19 +259,9 @@ access_side own_side(const accounting &all) {
 
 } // namespace
 
-void accounting::note_reshaped(result_places &result, account_line &line, const Frag *frag, std::string reason) {
-    if (!line.place) {
-        line.place = frag;
-        line.became = fate::reshaped;
-        line.candidate = false;
-        line.reason = std::move(reason);
-    }
-    result.stand(frag, line);
-}
-
 void accounting::tell_lost(const account_line &line, std::string text) {
     if (!line.input->removed)
-        tell_some("lost", std::move(text), line);
+        tell_some("lost", std::move(text), line.at());
 }
 
 void place_table_lines(accounting &all, result_places &result) {

@@ -353,7 +353,7 @@ struct reason_finder {
             for (const Frag *above = frag; entry && above != entry->parent; above = above->parent)
                 for (account_line *each : {own.notes(above).from, own.notes(above).valued})
                     there = there && may_win(*there, line) ? there : each;
-            return by && all.value(*by) == text_of(frag) ? by : there && is_of_another(*there, line) ? nullptr : there;
+            return by && by->value() == text_of(frag) ? by : there && is_of_another(*there, line) ? nullptr : there;
         }
         if (by)
             return by;
@@ -410,6 +410,6 @@ void check_standing(accounting &all, result_places &result) {
                       !line.candidate && repeated.count(&line) == 0 && !is_named(line.said->node, "name");
         const char *taken = is_own ? finder.taken_away(line) : "";
         if (*taken)
-            all.tell_some("unexplained", std::string(line.text) + ": it stands in the result, and yet " + taken, line);
+            all.tell_of(line, "unexplained", std::string("it stands in the result, and yet ") + taken);
     }
 }

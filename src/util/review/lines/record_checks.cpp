@@ -24,9 +24,8 @@ void check_owners(accounting &all, result_places &result) {
         if (!is_own || is_map_line(line) || input.imported || repeated.count(&line) != 0)
             continue;
         auto tell_ahead = [&](const char *what, const account_line &ahead) {
-            all.tell_some("unexplained",
-                          format("{}: it stands in the result, and yet a file ahead {}", line.text, what), line,
-                          ahead.at());
+            all.tell_of(line, "unexplained", format("it stands in the result, and yet a file ahead {}", what),
+                        ahead.at());
         };
         // A `_` in its name hides a policy.
         const Frag *policy = begins(line.key, "policy_") ? at_depth(line.place, 1) : nullptr;
@@ -55,7 +54,7 @@ void check_mixed(accounting &all, result_places &result, const char *family) {
         all.tell_some("mixed",
                       format("record {} of {} is of fields of two files: {} and {}", clear_name(record), family,
                              line.text, other.text),
-                      line, other.at());
+                      line.at(), other.at());
     }
 }
 

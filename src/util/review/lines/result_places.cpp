@@ -78,3 +78,13 @@ void result_places::stand(const Frag *frag, account_line &line) {
     if (note_line(notes(frag).valued, line))
         claim(frag, line);
 }
+
+void result_places::reshape(const Frag *frag, account_line &line, std::string reason) {
+    if (!line.place) {
+        line.place = frag;
+        line.became = fate::reshaped;
+        line.candidate = false;
+        line.reason = std::move(reason);
+    }
+    stand(frag, line);
+}
