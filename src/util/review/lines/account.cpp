@@ -43,8 +43,6 @@ void collect_inputs(accounting &all) {
 
 void collect_numbers(accounting &all) {
     for (const char *const *family = numbered_families; *family; family++) {
-        if (std::string_view(*family) == "map") // which merge behind each other
-            continue;
         std::set<long> numbers;
         for (const account_input &input : all.inputs)
             for (const Frag *each : input.conf && !input.unread ? input.conf->children(*family) : std::vector<Frag *>())
@@ -55,14 +53,14 @@ void collect_numbers(accounting &all) {
 }
 
 void collect_located(accounting &all) {
-    for (const char *list : {"Inside", "Outside", "Service"}) {
-        decltype(all.located) there;
+    for (const char *list : {"Inside", "Outside", "Service"})
         for (const Frag *each : all.in.own.children(format("netobj_list_{}_element", list).c_str()))
             if (std::string interface = configuration::value(each, "interface");
-                !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias")))
-                there[lowercase(interface)].push_back(each);
-        all.located.merge(there); // but for those of the lists ahead
-    }
+                !is_blanks(interface.c_str()) && !says_yes(configuration::value(each, "alias"))) {
+                std::vector<const Frag *> &there = all.located[lowercase(interface)];
+                if (there.empty() || there[0]->parent == each->parent) // not what a list ahead has
+                    there.push_back(each);
+            }
 }
 
 // Another place that a line can have.
@@ -110,7 +108,7 @@ void collect_input(accounting &all, account_input &input) {
     const configuration *conf = input.conf;
     const netperm_table *table = input.table;
     input.keys = conf ? std::make_shared<place_keys>(*conf) : nullptr;
-    std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
+    std::string_view rest = conf ? conf->bytes : table->bytes;
     uint32_t file = file_number(all.data, input.name, table ? file_role::table : file_role::merged);
     std::unordered_set<const Frag *> met; // records
     size_t next = 0;                      // assignment or rule

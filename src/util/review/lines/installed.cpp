@@ -38,35 +38,33 @@ struct matched_file {
     std::unordered_set<const Frag *> found{}; ///< what the lines that are not left stand in
 
     /// The lines that are left, those of the last entries first. `is_file` of the file that is installed.
-    std::vector<left_line> left(likeness by, bool is_file);
-};
-
-std::vector<left_line> matched_file::left(likeness by, bool is_file) {
-    std::vector<left_line> hashes;
-    for (size_t i = 0; i < conf.lines.size(); i++) {
-        const conf_line &line = conf.lines[i];
-        if (!is_left[i] || (!by.value && !(line.node && is_named(line.node, "pd"))))
-            continue;
-        // A number leads to an entry that says something else now, unless that stands under another.
-        bool is_name = line.role == line_role::name;
-        if (((by.path && !by.key) || (by.bytes && is_file && !is_name)) && line.node &&
-            found.count(line.node->parent) != 0)
-            continue;
-        std::string text(line.key);
-        if (line.node && !by.bytes) {
-            place_keys::key_of place = keys.find(line.node, place_keys::FIRST);
-            text = format("{}\n{}\n{}", by.path ? place_keys::path(line.node) : "", by.key ? place.key : "",
-                          by.prefix ? prefix_of(place.named ? place.bits : line.bits) : "");
+    std::vector<left_line> left(likeness by, bool is_file) {
+        std::vector<left_line> hashes;
+        for (size_t i = 0; i < conf.lines.size(); i++) {
+            const conf_line &line = conf.lines[i];
+            if (!is_left[i] || (!by.value && !(line.node && is_named(line.node, "pd"))))
+                continue;
+            // A number leads to an entry that says something else now, unless that stands under another.
+            bool is_name = line.role == line_role::name;
+            if (((by.path && !by.key) || (by.bytes && is_file && !is_name)) && line.node &&
+                found.count(line.node->parent) != 0)
+                continue;
+            std::string text(line.key);
+            if (line.node && !by.bytes) {
+                place_keys::key_of place = keys.find(line.node, place_keys::FIRST);
+                text = format("{}\n{}\n{}", by.path ? place_keys::path(line.node) : "", by.key ? place.key : "",
+                              by.prefix ? prefix_of(place.named ? place.bits : line.bits) : "");
+            }
+            if (is_name && !by.bytes)
+                text = name_key(text);
+            else if (by.value)
+                text.append("\n").append(line.value);
+            hashes.emplace_back(std::hash<std::string>()(text), entry_number(line.node), i);
         }
-        if (is_name && !by.bytes)
-            text = name_key(text);
-        else if (by.value)
-            text.append("\n").append(line.value);
-        hashes.emplace_back(std::hash<std::string>()(text), entry_number(line.node), i);
+        std::sort(hashes.begin(), hashes.end(), std::greater<>()); // an entry that goes lets those behind it move up
+        return hashes;
     }
-    std::sort(hashes.begin(), hashes.end(), std::greater<>()); // an entry that goes lets those behind it move up
-    return hashes;
-}
+};
 
 } // namespace
 

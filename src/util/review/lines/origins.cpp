@@ -120,10 +120,10 @@ struct origin_finder {
         std::string path = place_keys::path(line.node), name = clear_name(record);
         if (line.role == line_role::name && line.node == record && name.find_first_not_of("0123456789") == name.npos)
             return true; // a record that no line names is called by its number
-        if (has_prefix(path.c_str(), "def_proxy_"))
+        if (begins(path, "def_proxy_"))
             return is_named(line.node, "name") && line.node->parent == record &&
                    (line.value == name || (line.value == "*" && name == "global"));
-        if (!has_prefix(path.c_str(), "netobj_list_"))
+        if (!begins(path, "netobj_list_"))
             return false;
         bool is_all = name == "all_interfaces";
         if (line.role == line_role::name)
@@ -175,9 +175,8 @@ struct origin_finder {
             return {line.key.find("_num") != line.key.npos ? origin::layout : origin::nowhere};
         }
         // A numbered save leaves no alias in the list of a location.
-        if (all.in.command.numbered() && is_named(line.node, "alias") && is_location(at_depth(line.node, 2)) &&
-            result.conf.bearers.count(at_depth(line.node, 4)) == 0)
-            return {origin::nowhere};
+        bool is_left = all.in.command.numbered() && is_named(line.node, "alias") &&
+                       is_location(at_depth(line.node, 2)) && result.conf.bearers.count(at_depth(line.node, 4)) == 0;
         bool is_stamp = all.data.release != 55 && (line.key == "version_firewall" || line.key == "version_upgraded");
         // Some attributes are written otherwise than they are stored.
         bool is_parameter = line.role == line_role::name && line.key.find("_parm_") != line.key.npos;
@@ -186,7 +185,7 @@ struct origin_finder {
         for (const attr_map_rec *row = attr_map_tab; row->file_name; row++)
             if (size_t at = parts.find(row->stored_name), end = at + strlen(row->stored_name); at != parts.npos)
                 is_stamp = is_stamp || (parts[at - 1] == '_' && parts[end] == '_');
-        account_line *from = is_stamp || is_odd_rule(line) ? nullptr : input_line(line);
+        account_line *from = is_left || is_stamp || is_odd_rule(line) ? nullptr : input_line(line);
         const conf_line *said = from ? from->said : nullptr;
         if (is_bare(line) && !(said && said->key == line.key)) // as the input has it
             return {};

@@ -103,7 +103,7 @@ struct line_placer {
     bool place_by_number(account_line &line) {
         std::string path = place_keys::path(line.said->node);
         size_t numbered = line.key.find('#');
-        if (numbered == std::string::npos || has_prefix(line.key.c_str(), "map_") ||
+        if (numbered == std::string::npos || begins(line.key, "map_") ||
             path.compare(0, numbered, line.key, 0, numbered) != 0)
             return false;
         const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
@@ -237,7 +237,7 @@ struct line_placer {
     spot find(const account_line &line, const std::string &key) const {
         // The owner of a config set that a policy lists is not saved with it.
         bool is_entry = begins(line.key, "policy_") && is_named(line.said->node->parent, "proxy");
-        bool is_rule = has_prefix(key.c_str(), "pfedit_") && key == line.other_key; // its fields are the key
+        bool is_rule = begins(key, "pfedit_") && key == line.other_key; // its fields are the key
         bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
         const Frag *same = nullptr, *turned = nullptr;
         for (const Frag *frag : result.at(key)) {

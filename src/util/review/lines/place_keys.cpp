@@ -161,7 +161,7 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
             made.key += record_name(takes_bearers ? &conf : nullptr, way, i);
         } else if (i > 0 && i == numbered &&
                    (is_digit(name[0]) || (top == "pfedit" && name != "numrules") ||
-                    (top == "map" && !has_prefix(name.c_str(), "num")))) {
+                    (top == "map" && !begins(name, "num")))) {
             made.key += identity(way[i], later);
         } else if (in_policy && i == 3 && is_named(way[2], "parm")) {
             take_policy_parameter(way, made);

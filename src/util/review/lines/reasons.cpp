@@ -105,8 +105,9 @@ bool is_of_another(const account_line &winner, const account_line &line) {
         return begins(winner.key, "ip_") && is_named(line.said->node, "addr");
     size_t depth = entry_depth(line);
     const Frag *entry = at_depth(line.said->node, depth), *other = at_depth(winner.said->node, depth);
-    return entry == other ? entry && winner.said->node != entry && winner.said->key != line.said->key
-                          : entry && other && entry->parent == other->parent;
+    return entry && other &&
+           (entry == other ? winner.said->node != entry && winner.said->key != line.said->key
+                           : entry->parent == other->parent);
 }
 
 /// The maps that stand while a file is merged, the first of those that are the same.
@@ -288,10 +289,10 @@ struct reason_finder {
             return reason;
         if (begins(key, "pfedit_") && line.said->value.find_first_not_of('+') == line.said->value.npos)
             return "a filter rule without fields is not saved";
-        bool is_below_text = covers("pfedit_*_rule*_*", line.said->key);
-        if (is_below_text || ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key)))
-            return holds & REMOVED ? "an import takes filter rules by their texts alone"
-                                   : "it is no field, and stays below the text of its rule";
+        if ((holds & REMOVED) && covers("pfedit_*_*_*", line.said->key))
+            return "an import takes filter rules by their texts alone";
+        if (covers("pfedit_*_rule*_*", line.said->key))
+            return "it is no field, and stays below the text of its rule";
         if (line.said->role == line_role::count)
             return "counts are made anew";
         if (line.said->role == line_role::dropped)
