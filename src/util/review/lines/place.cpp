@@ -66,16 +66,16 @@ struct line_placer {
         line.place = frag;
         line.turned = is_turned;
         node_notes &notes = result.notes(frag);
-        account_line *&standing = line.said->role == line_role::name ? notes.named : notes.valued;
-        // What goes names nothing that others bring.
-        bool is_theirs = line.said->role == line_role::name && notes.from && line.is_removed();
+        bool is_name = line.said->role == line_role::name;
+        account_line *&standing = is_name ? notes.named : notes.valued;
+        bool is_theirs = is_name && notes.from && line.is_removed(); // what goes names nothing that others bring
         account_line *first = is_theirs ? notes.from : standing;
         bool is_free = !is_theirs && note_line(standing, line);
         if (is_free && (!notes.from || !line.is_removed())) // what goes takes no record from those that stay
             result.claim(frag, line);
         // What the result's own line says otherwise, or not at all, is in another shape.
         const conf_line *there = result.conf.origin(frag);
-        bool is_same = there && (line.said->role == line_role::name || there->value == line.said->value);
+        bool is_same = there && (is_name || there->value == line.said->value);
         line.became = is_turned || !is_same ? fate::reshaped : fate::kept;
         line.reason = is_turned ? "with another prefix" : is_same ? "" : "in another shape";
         if (!is_free && !is_turned) {
