@@ -175,7 +175,7 @@ TEST(lines_property, what_others_say_too_is_not_lost) {
          "netobj_list_L_element_10_netmask=1\n"},
         {"version_firewall=4.1\ndef_proxy_x_a=1\npfedit_fwd_rule2=a+b\n",
          "def_num_proxies=0\npfedit_fwd_rule2=a+b\npfedit_lcl_rule1=+\n", ""},
-        {"version_firewall=3.2\ntrusted_networks=a%0A\nuntrusted_networks=\n", "", "trusted_networks=b%0A\n"}};
+        {"version_firewall=3.2\ntrusted_networks=a%0Aa\nuntrusted_networks=\n", "", "trusted_networks=b%0A\n"}};
     for (const vector<string> &files : texts)
         for (const char *version : {"-V50", "-V41"}) {
             upgrade_case made;

@@ -247,7 +247,7 @@ struct list_maker {
                     by_release = by_release || is == row->exec;
                 bool is_own = !programs.count(was); // of a proxy that the initial environment has not
                 if (!was.empty() && was != is &&
-                    (by_release ? (other ? was != value_of(other, key.c_str()) : is_own) : other != nullptr))
+                    (by_release ? (other ? was != value_of(other, key.c_str()) : is_own) : other || name == "sql-px"))
                     lost.emplace_back(key, format("{}, {}{}", was, is.empty() ? "gone now" : "now " + is,
                                                   by_release ? " by the release" : ""));
             }

@@ -42,14 +42,24 @@ void collect_inputs(accounting &all) {
 }
 
 void collect_numbers(accounting &all) {
-    for (const char *const *family = numbered_families; *family; family++) {
-        std::set<long> numbers;
-        for (const account_input &input : all.inputs)
-            for (const Frag *each : input.conf && !input.unread ? input.conf->children(*family) : std::vector<Frag *>())
-                if (is_digit(*each->name))
-                    numbers.insert(strtol(each->name, nullptr, 10));
-        all.numbers[*family].assign(numbers.begin(), numbers.end());
+    std::map<std::string, std::set<long>> numbers;
+    auto collect = [&numbers](const Frag *list) {
+        for (const Frag *each : configuration::children(list, ""))
+            if (is_digit(*each->name))
+                numbers[place_keys::path(list)].insert(strtol(each->name, nullptr, 10));
+    };
+    for (const account_input &input : all.inputs) {
+        if (!input.conf || input.unread)
+            continue;
+        for (const char *const *family = numbered_families; *family; family++)
+            collect(input.conf->find(*family));
+        for (const char *family : {"netobj_list", "netobj_group"})
+            for (const Frag *record : input.conf->children(family))
+                for (const char *entries : {"element", "member"})
+                    collect(find_named(record->child, entries));
     }
+    for (const auto &[list, of_list] : numbers)
+        all.numbers[list].assign(of_list.begin(), of_list.end());
 }
 
 void collect_located(accounting &all) {
@@ -99,9 +109,10 @@ void read_assignment(accounting &all, account_line &line, std::unordered_set<con
             all.records.insert(line.other_key.substr(0, end));
         }
     }
-    bool decides = line.key == "network_loginok" && !line.said->value.empty();
-    if (decides && (!std::exchange(all.has_login, true) || input.imported))
+    if (line.key == "network_loginok" && !line.said->value.empty() && !input.unread && (!all.login || input.imported)) {
+        all.login = &line;
         all.logs_in = lowercase(line.said->value) == "enabled";
+    }
 }
 
 void collect_input(accounting &all, account_input &input) {
@@ -243,13 +254,15 @@ std::string turned_text(const Frag *at) {
 
 std::string accounting::saved_path(const Frag *node) const {
     std::string path = place_keys::path(node);
-    for (const auto &[family, known] : numbers) {
-        size_t front = family.size() + 1, end = std::min(path.find('_', front), path.size());
-        if (!in.command.numbered() || !begins(path, family + '_') || !is_digit(path[front]))
+    for (size_t end = path.find('_'); end != path.npos && in.command.numbered(); end = path.find('_', end + 1)) {
+        auto known = numbers.find(path.substr(0, end));
+        if (known == numbers.end() || !is_digit(path[end + 1]))
             continue;
-        auto number = std::lower_bound(known.begin(), known.end(), strtol(path.c_str() + front, nullptr, 10));
-        const char *form = family == "link" || family == "key" ? "{:04}" : "{}";
-        return path.replace(front, end - front, format(fmt::runtime(form), number - known.begin() + 1));
+        const std::vector<long> &all_numbers = known->second;
+        size_t front = end + 1, size = std::min(path.find('_', front), path.size()) - front;
+        auto number = std::lower_bound(all_numbers.begin(), all_numbers.end(), strtol(&path[front], nullptr, 10));
+        const char *form = known->first == "link" || known->first == "key" ? "{:04}" : "{}";
+        return path.replace(front, size, format(fmt::runtime(form), number - all_numbers.begin() + 1));
     }
     return path;
 }

@@ -136,9 +136,10 @@ struct accounting {
     size_t last_import = 0;                    ///< behind the last -e; 0 without one
     size_t init_step = 0;                      ///< of the initial environment, counted from 1; 0 without one
     bool has_tables = false;                   ///< tables decide
-    /// The numbers of the records that merge by these, in order, by their families.
+    /// The numbers of what merges by these, in order, by the paths of records' families and of lists.
     std::map<std::string, std::vector<long>> numbers{};
-    bool has_login = false, logs_in = false; ///< network login is set, and the setting that wins switches it on
+    account_line *login = nullptr; ///< the one that decides about network login; null for none
+    bool logs_in = false;          ///< which switches it on
     std::unordered_map<const netperm_table *, std::vector<account_line *>> rule_lines{}; ///< the line of each rule
     filed_rules filed{};
     /// The elements of each interface but for aliases, by its name in lower case, in the location list of what the
@@ -160,7 +161,7 @@ struct accounting {
     void tell_lost(const account_line &line, std::string text);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
-    /// The path of an input's node in a result: a numbered save closes up the numbers of records.
+    /// The path of an input's node in a result: a numbered save closes up the numbers.
     std::string saved_path(const Frag *node) const;
     /// Whether the initial environment forces the value of the line's key.
     bool is_forced(const account_line &line) const;

@@ -46,8 +46,10 @@ void review_line(const upgrade_command &command, const std::string &path, long l
         if (!run->good())
             return void(tell(data, "trouble", format("{}the upgrade fails: {}", when, run->trouble)));
     if (with.output == without.output)
-        return void(
-            tell(data, "same", format("{}: without it the result is the same, byte for byte", said), file, line));
+        return void(tell(data, "same",
+                         format("{}: without it the result{} is the same, byte for byte", said,
+                                command.version == 99 ? " in the canonical layout" : ""),
+                         file, line));
     std::string name = command.has_output ? command.output : "standard output";
     auto before = read_configuration(name, std::move(with.output), conf_layout::translated);
     auto after = read_configuration("without it", std::move(without.output), conf_layout::translated);

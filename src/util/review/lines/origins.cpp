@@ -26,6 +26,7 @@ struct origin_finder {
     accounting &all;
     result_places &result;
     std::map<std::string, release_value> set{};
+    std::unordered_set<const Frag *> alias_lists{};            ///< of interfaces, and their counts
     std::unordered_map<std::string, account_line *> proxies{}; ///< the first line that names each
     std::set<std::string_view> filter_rules{};                 ///< of files that are merged alone
     std::map<std::string, account_line *> filter_fields{}; ///< the lines of fields that stand there beside such rules
@@ -59,6 +60,11 @@ struct origin_finder {
 
     void prepare() {
         prepare_release();
+        for (const auto &[name, elements] : all.located) { // of which a `_` makes several names
+            std::string key = format("netobj_list_{}$INTERFACE", configuration::value(elements[0], "interface"));
+            for (const Frag *made : {result.conf.find(key.c_str()), result.conf.find((key + "_num_elements").c_str())})
+                alias_lists.insert({made, at_depth(made, 2)});
+        }
         for (account_line &line : all.lines) {
             if (line.said && covers("pfedit_*_rule*", line.said->key) && !line.input->imported)
                 filter_rules.insert(line.said->value);
@@ -126,6 +132,8 @@ struct origin_finder {
         if (!begins(path, "netobj_list_"))
             return false;
         bool is_all = name == "all_interfaces";
+        if (alias_lists.count(line.node) != 0)
+            return true;
         if (line.role == line_role::name)
             return is_all || is_location(record) || covers("*$INTERFACE", name);
         if (!is_all || !element)

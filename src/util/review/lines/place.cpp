@@ -3,6 +3,7 @@
 #include "lines/accounting.h"
 #include "nupgrade.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace {
@@ -34,8 +35,10 @@ std::vector<std::string> network_words(std::string_view text, std::vector<std::s
         bool is_comment = at_start && plain[at] == '#';
         size_t begin = is_comment ? at : plain.find_first_not_of(" \t\r\n", at);
         size_t end = plain.find_first_of(is_comment ? "\n" : " \t\r\n", begin);
-        if (!is_comment && begin != plain.npos)
-            (end == plain.npos ? missing : words).push_back(plain.substr(begin, end - begin));
+        std::string word = is_comment || begin == plain.npos ? "" : plain.substr(begin, end - begin);
+        bool is_said = end == plain.npos && std::count(words.begin(), words.end(), word) != 0; // in front
+        if (!word.empty() && !is_said)
+            (end == plain.npos ? missing : words).push_back(word);
         at = std::min(end, plain.size() - 1) + 1;
         at_start = !is_blank(plain[at - 1]);
     }
@@ -85,6 +88,13 @@ struct line_placer {
         return true;
     }
 
+    // Whether a node has the line's value. A numbered save cuts the comment of a long filter rule.
+    bool says(const Frag *frag, const account_line &line) const {
+        bool is_cut = result.conf.numbered && begins(line.key, "pfedit_") && is_named(frag, "comment") &&
+                      is_filter_rule(frag->parent) && record_text(frag->parent).size() > RULE_LIMIT;
+        return text_of(frag) == line.value() || (is_cut && begins(line.value(), text_of(frag)));
+    }
+
     // Whether the file of a line of an element has the address that the number leads to in another element of the list.
     bool is_of_another(const account_line &line, const Frag *frag) {
         const Frag *element = at_depth(line.said->node, 4);
@@ -107,7 +117,7 @@ struct line_placer {
             path.compare(0, numbered, line.key, 0, numbered) != 0)
             return false;
         const Frag *frag = result.conf.find(all.saved_path(line.said->node).c_str());
-        if (!frag || !frag->value || text_of(frag) != line.value() || is_of_another(line, frag))
+        if (!frag || !frag->value || !says(frag, line) || is_of_another(line, frag))
             return false;
         if (all.has_tables && begins(configuration::value(at_depth(frag, 1), "desc"), "def_proxy_"))
             return false; // a table's destination
@@ -241,11 +251,7 @@ struct line_placer {
         bool has_value = line.said->node->value && !(is_entry && result.conf.numbered) && !is_rule;
         const Frag *same = nullptr, *turned = nullptr;
         for (const Frag *frag : result.at(key)) {
-            // A numbered save cuts the comment of a long filter rule.
-            bool is_cut = has_value && result.conf.numbered && begins(line.key, "pfedit_") &&
-                          is_named(frag, "comment") && is_filter_rule(frag->parent) &&
-                          record_text(frag->parent).size() > RULE_LIMIT;
-            if (has_value && text_of(frag) != line.value() && !(is_cut && begins(line.value(), text_of(frag))))
+            if (has_value && !says(frag, line))
                 continue;
             bool fits = !has_value || same_prefix(line.bits, result.keys.find(frag).bits);
             const Frag *&into = fits ? same : turned;
@@ -288,7 +294,9 @@ struct line_placer {
         const account_line *first = policy ? result.notes(policy).from : nullptr;
         if (best.is_turned && (line.is_removed() || (first && first->input != line.input)))
             best = spot();
-        bool by_number = !input.imported && all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0;
+        // Elements and members have a better identity.
+        bool by_number = !input.imported && !begins(line.key, "netobj_") &&
+                         all.numbers.count(line.key.substr(0, line.key.find("_#"))) != 0;
         bool found = place_moved(line) || (by_number && place_by_number(line)) ||
                      (best.frag ? place_at(line, best.frag, best.is_turned) : place_by_number(line)) ||
                      place_name(line) || place_fields(line);

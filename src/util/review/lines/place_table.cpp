@@ -13,16 +13,22 @@ using fmt::format;
 
 namespace {
 
-// Why a template's rule does not come into the config set of a proxy; null if it does.
-const char *template_reason(const std::string &attribute, const filed_rule &of, bool is_first, bool is_taken,
-                            const std::string &proxy) {
-    bool is_login = attribute == "authenticate" || attribute == "authserver" || attribute == "password",
-         is_x = attribute == "xgateway";
+bool is_of_login(const std::string &attribute) {
+    return attribute == "authenticate" || attribute == "authserver" || attribute == "password";
+}
+
+// Whether a proxy has a use for a template's rule.
+bool has_use(const std::string &proxy, const std::string &attribute) {
+    return (!is_of_login(attribute) || has_need(proxy, NEEDS_AUTH)) &&
+           (attribute != "xgateway" || has_need(proxy, NEEDS_X));
+}
+
+// Why a template's rule does not come into the config set of a proxy that has a use for it; null if it does.
+const char *template_reason(const std::string &attribute, const filed_rule &of, bool is_first, bool is_taken) {
+    bool is_login = is_of_login(attribute);
     if (attribute == "proxy")
         return "such a rule is not taken from a template";
-    if ((is_login && !has_need(proxy, NEEDS_AUTH)) || (is_x && !has_need(proxy, NEEDS_X)))
-        return "no proxy that names this policy has a use for it";
-    if (is_x && split_hosts(of.rule->text).hosts[0].substr(0, 1) != "*")
+    if (attribute == "xgateway" && split_hosts(of.rule->text).hosts[0].substr(0, 1) != "*")
         return "an xgateway other than * is not taken from a template";
     if (is_login && !is_first)
         return "the first such rule of a policy stands";
@@ -128,7 +134,7 @@ struct attribute_placer {
         bool is_record = attribute == "destination" &&
                          (is_last || (all.in.before.tables.size() > 1 &&
                                       places.count(record_text(set.path, "destination", *of.rule)) != 0));
-        if (const char *reason = template_reason(attribute, of, is_first, is_taken, set.proxy))
+        if (const char *reason = template_reason(attribute, of, is_first, is_taken))
             of.excuse(reason);
         else if (is_record)
             place_destinations(set.path, {{number, of}});
@@ -207,11 +213,16 @@ struct attribute_placer {
             for (const auto &[attribute, rules] : attributes)
                 for (const auto &[number, of] : rules) {
                     const std::vector<const made_set *> &into = templated[policy];
-                    if (into.empty())
-                        of.excuse("no rule that is left names this policy");
+                    bool is_used = false;
                     for (const made_set *set : into)
-                        if (of.rule) // not of a configuration ahead of the table
-                            place_in_set(*set, attribute, rules, number);
+                        if (has_use(set->proxy, attribute)) {
+                            is_used = true;
+                            if (of.rule) // not of a configuration ahead of the table
+                                place_in_set(*set, attribute, rules, number);
+                        }
+                    if (!is_used)
+                        of.excuse(into.empty() ? "no rule that is left names this policy"
+                                               : "no proxy that names this policy has a use for it");
                 }
         // The records that come of config sets stay when the sets go.
         std::vector<std::string> gone;

@@ -278,11 +278,21 @@ struct reason_finder {
         return is_below(line.place, "ip") ? "an import makes an element of it" : nullptr;
     }
 
+    // Whether it says of network login something else than the line that decides.
+    bool is_other_login(const account_line &line) const {
+        return line.key == "network_loginok" && all.login && !line.value().empty() &&
+               line.value() != all.login->value();
+    }
+
     const char *conf_reason(const account_line &line) const {
         if (!line.said)
             return "it names no key by itself";
         const std::string &key = line.key;
         unsigned holds = conditions(line);
+        if (&line == all.login && !all.logs_in)
+            return "it goes before saving, and no other network_loginok counts beside it";
+        if (is_other_login(line))
+            return "";
         if (const char *reason = row_reason(key, holds | MUST, 0))
             return reason;
         if (const char *reason = address_reason(line, holds))
@@ -337,6 +347,8 @@ struct reason_finder {
 
     // The line that has the place which this one would have.
     account_line *winner(const account_line &line) const {
+        if (is_other_login(line))
+            return all.login;
         std::vector<const Frag *> places = own.at(line.key);
         const Frag *frag = places.empty() ? nullptr : places.front();
         bool is_map = is_map_line(line);

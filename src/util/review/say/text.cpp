@@ -70,7 +70,9 @@ void write_lines(report_lines &out) {
         return line.how == proof::run && (line.became == fate::overridden || line.became == fate::without_effect);
     });
     if (has_proof)
-        out.line("without all lines that are overridden or without effect the result is the same, byte for byte");
+        out.line(
+            format("without all lines that are overridden or without effect the result{} is the same, byte for byte",
+                   out.session.own->name == out.session.subject ? "" : " in the canonical layout")); // not as XML
     auto write = [&](const line_fate &line, size_t alike) {
         std::string reason = line_reason(out.session, line, alike == 1);
         reason += alike > 1 ? format(" ({} lines)", alike) : "";
