@@ -101,6 +101,7 @@ private:
 struct filed_rule {
     account_line *line = nullptr;     ///< null for what a configuration ahead of the table says
     const table_rule *rule = nullptr; ///< likewise
+    bool is_listed = false;           ///< another had its number, so that it stands in a list
 
     void excuse(const char *why) const {
         if (line)
@@ -110,7 +111,9 @@ struct filed_rule {
 /// The rules of one owner for an attribute by the numbers under which they stand; one that is alone stands under none
 /// in a result, unless it is the first of a list, 0.
 using numbered_rules = std::map<long, filed_rule>;
-inline bool is_alone(const numbered_rules &rules) { return rules.size() == 1 && rules.count(1) != 0; }
+inline bool is_alone(const numbered_rules &rules) {
+    return rules.size() == 1 && rules.count(1) != 0 && !rules.at(1).is_listed;
+}
 /// All of one owner but those for hosts, by the stored names of their attributes.
 using filed_attributes = std::map<std::string, numbered_rules>;
 struct filed_rules {

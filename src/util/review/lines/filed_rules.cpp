@@ -16,8 +16,13 @@ void file_rule(filed_attributes &owner, const filed_rule &rule) {
         return rule.line->excuse("the first such rule of a proxy stands");
     bool is_list = is_list_attribute(name) && rule.rule->word.find('=') == rule.rule->word.npos;
     long number = !rules.empty() ? rule.rule->unit : is_list ? 0 : 1;
-    if (account_line *other = std::exchange(rules[number], rule).line; other && other != rule.line)
-        other->excuse("a rule of another table with its line's number takes its place");
+    auto [at, is_new] = rules.try_emplace(number, rule);
+    if (is_new)
+        return;
+    if (at->second.line && at->second.line != rule.line)
+        at->second.line->excuse("a rule of another table with its line's number takes its place");
+    at->second = rule;
+    at->second.is_listed = true;
 }
 
 // A rule for all proxies is one of those that are known, and of the proxy `global`, of which each new one is a copy.

@@ -169,7 +169,8 @@ struct origin_finder {
         auto is_of = [&](const char *form) { return covers(form, line.key); };
         bool is_parameter = (is_of("def_proxy_*_*") || is_of("cust_proxy_*_*")) &&
                             std::none_of(std::begin(forms), std::end(forms), is_of);
-        return result.conf.numbered && (is_parameter || (is_of("policy_*_proxy_*") && !is_of("policy_*_proxy_*_*")));
+        return result.conf.numbered && (is_parameter || (is_of("policy_*_proxy_*") && !is_of("policy_*_proxy_*_*") &&
+                                                         is_named(at_depth(line.node, 2), "proxy")));
     }
 
     written_line find(const conf_line &line) const {
