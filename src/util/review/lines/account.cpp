@@ -44,9 +44,10 @@ void collect_inputs(accounting &all) {
 void collect_numbers(accounting &all) {
     std::map<std::string, std::set<long>> numbers;
     auto collect = [&numbers](const Frag *list) {
+        std::set<long> unused, &of_list = list ? numbers[place_keys::path(list)] : unused;
         for (const Frag *each : configuration::children(list, ""))
             if (is_digit(*each->name))
-                numbers[place_keys::path(list)].insert(strtol(each->name, nullptr, 10));
+                of_list.insert(strtol(each->name, nullptr, 10));
     };
     for (const account_input &input : all.inputs) {
         if (!input.conf || input.unread)
