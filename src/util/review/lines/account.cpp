@@ -120,7 +120,7 @@ void collect_input(accounting &all, account_input &input) {
     const configuration *conf = input.conf;
     const netperm_table *table = input.table;
     input.keys = conf ? std::make_shared<place_keys>(*conf) : nullptr;
-    std::string_view rest = conf ? conf->bytes : table->bytes;
+    std::string_view rest = conf ? conf->bytes : table ? table->bytes : std::string_view();
     uint32_t file = file_number(all.data, input.name, table ? file_role::table : file_role::merged);
     std::unordered_set<const Frag *> met; // records
     size_t next = 0;                      // assignment or rule

@@ -36,9 +36,10 @@ std::vector<std::string> network_words(std::string_view text, std::vector<std::s
         size_t begin = is_comment ? at : plain.find_first_not_of(" \t\r\n", at);
         size_t end = plain.find_first_of(is_comment ? "\n" : " \t\r\n", begin);
         std::string word = is_comment || begin == plain.npos ? "" : plain.substr(begin, end - begin);
-        bool is_said = end == plain.npos && std::count(words.begin(), words.end(), word) != 0; // in front
-        if (!word.empty() && !is_said)
-            (end == plain.npos ? missing : words).push_back(word);
+        if (!word.empty() && end != plain.npos)
+            words.push_back(word);
+        else if (!word.empty() && std::count(words.begin(), words.end(), word) == 0) // nor in front
+            missing.push_back(word);
         at = std::min(end, plain.size() - 1) + 1;
         at_start = !is_blank(plain[at - 1]);
     }
