@@ -268,7 +268,7 @@ struct list_maker {
         for (const conf_line &line : import.lines) {
             const Frag *node = dropped.count(line.line) ? line.node : nullptr, *family = at_depth(node, 0),
                        *entry = at_depth(node, family && is_named(family, "def") ? 2 : 1);
-            if (!entry)
+            if (!node || !family || !entry)
                 continue;
             fields &lost = entries[{family->name, first_lines.try_emplace(entry, line.line).first->second, entry}];
             if (is_named(family, "policy") && is_named(node->parent, "proxy"))

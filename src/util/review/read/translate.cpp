@@ -224,7 +224,7 @@ struct translator {
                 std::string interface = configuration::value(element, "interface");
                 bool is_plain = !interface.empty() && !says_yes(configuration::value(element, "alias"));
                 Frag *aliases = is_plain ? by_name.find(interface + "$INTERFACE") : nullptr;
-                if (!aliases)
+                if (!aliases || !elements)
                     continue;
                 fold_list(aliases, elements, interface, known);
                 folded.emplace(aliases, element);
