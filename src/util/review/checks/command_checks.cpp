@@ -216,7 +216,7 @@ struct checking {
     // An old configuration that lacks what each has, or is of another release than it seems.
     void check_old() const {
         const place at{old->name, old->line_of(old->find("version_firewall"))};
-        bool has_proxies = data.release >= 40;
+        bool has_proxies = old->find("def_proxy") != nullptr;
         if (was.empty() && !has_proxies && !has_own_name(*old) && !is_doubted())
             doubt_file(at, "name the old configuration",
                        "has no version_firewall, no hostname and no def_proxy: is it one?");

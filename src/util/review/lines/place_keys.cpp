@@ -174,6 +174,9 @@ place_keys::key_of place_keys::find(const Frag *frag, int later) {
                 name = mapped;
                 bits = 0;
             }
+            const char *bare = name.c_str(); // the section form leaves prefixes in names
+            bits |= take_prefixes(&bare);
+            name.erase(0, static_cast<size_t>(bare - name.c_str()));
             for (size_t at = name.find("%25"); at != name.npos; at = name.find("%25", at + 1))
                 name.replace(at, 3, 1, '%');
             made.key += name;
