@@ -94,7 +94,8 @@ struct list_maker {
         const configuration *decides = nullptr;
         for (char letter : {'e', 'm'})
             for (const std::string &file : step_files(command, letter))
-                if (const configuration *conf = files.conf(file, conf_layout::as_written);
+                if (const configuration *conf =
+                        files.conf(file, letter == 'm' ? conf_layout::merged : conf_layout::as_written);
                     conf && (!decides || letter == 'e') && !conf->value("network_loginok").empty())
                     decides = conf;
         fields services;

@@ -43,10 +43,12 @@ void collect_inputs(accounting &all) {
 
 void collect_numbers(accounting &all) {
     std::map<std::string, std::set<long>> numbers;
-    auto collect = [&numbers](const Frag *list) {
+    auto collect = [&](const Frag *list) {
         std::set<long> unused, &of_list = list ? numbers[place_keys::path(list)] : unused;
+        const Frag *owner = at_depth(list, 2);
         for (const Frag *each : configuration::children(list, ""))
-            if (is_digit(*each->name))
+            if (bool has_other_list = owner && is_location(owner) && says_yes(all.merged_value(each, "alias"));
+                is_digit(*each->name) && !all.is_dropped(each) && !has_other_list)
                 of_list.insert(strtol(each->name, nullptr, 10));
     };
     for (const account_input &input : all.inputs) {
@@ -253,6 +255,20 @@ std::string turned_text(const Frag *at) {
     return "it stands with another prefix in the result: " + decoded_name(fragkeyname(const_cast<Frag *>(at)));
 }
 
+std::string accounting::merged_value(const Frag *entry, const char *field) const {
+    std::string key = place_keys::path(entry) + '_' + field;
+    for (const account_input &input : inputs)
+        if (std::string value = input.conf && !input.unread ? input.conf->value(key.c_str()) : ""; !value.empty())
+            return value;
+    return "";
+}
+
+bool accounting::is_dropped(const Frag *element) const {
+    const Frag *list = at_depth(element, 2);
+    return in.command.numbered() && list && element == at_depth(element, 4) && is_location(list) &&
+           is_blanks(merged_value(element, "interface").c_str());
+}
+
 std::string accounting::saved_path(const Frag *node) const {
     std::string path = place_keys::path(node);
     for (size_t end = path.find('_'); end != path.npos && in.command.numbered(); end = path.find('_', end + 1)) {
@@ -261,9 +277,11 @@ std::string accounting::saved_path(const Frag *node) const {
             continue;
         const std::vector<long> &all_numbers = known->second;
         size_t front = end + 1, size = std::min(path.find('_', front), path.size()) - front;
-        auto number = std::lower_bound(all_numbers.begin(), all_numbers.end(), strtol(&path[front], nullptr, 10));
+        long was = strtol(&path[front], nullptr, 10);
+        auto number = std::lower_bound(all_numbers.begin(), all_numbers.end(), was);
+        bool is_saved = number != all_numbers.end() && *number == was;
         const char *form = known->first == "link" || known->first == "key" ? "{:04}" : "{}";
-        return path.replace(front, size, format(fmt::runtime(form), number - all_numbers.begin() + 1));
+        return path.replace(front, size, format(fmt::runtime(form), is_saved ? number - all_numbers.begin() + 1 : 0));
     }
     return path;
 }

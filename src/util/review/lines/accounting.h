@@ -164,7 +164,11 @@ struct accounting {
     void tell_lost(const account_line &line, std::string text);
     /// The input that a step of the command names, null if there is none yet.
     account_input *input_of(const upgrade_step &step);
-    /// The path of an input's node in a result: a numbered save closes up the numbers.
+    /// What the files that are merged say of an entry's field, whichever of them does first.
+    std::string merged_value(const Frag *entry, const char *field) const;
+    /// Whether a numbered save drops the element of a list, since it is the firewall's own and has no interface.
+    bool is_dropped(const Frag *element) const;
+    /// The path of an input's node in a result: a numbered save closes up the numbers. One that it drops leads nowhere.
     std::string saved_path(const Frag *node) const;
     /// Whether the initial environment forces the value of the line's key.
     bool is_forced(const account_line &line) const;

@@ -169,8 +169,9 @@ struct origin_finder {
         auto is_of = [&](const char *form) { return covers(form, line.key); };
         bool is_parameter = (is_of("def_proxy_*_*") || is_of("cust_proxy_*_*")) &&
                             std::none_of(std::begin(forms), std::end(forms), is_of);
-        return result.conf.numbered && (is_parameter || (is_of("policy_*_proxy_*") && !is_of("policy_*_proxy_*_*") &&
-                                                         is_named(at_depth(line.node, 2), "proxy")));
+        const Frag *list = at_depth(line.node, 2);
+        bool is_entry = is_of("policy_*_proxy_*") && !is_of("policy_*_proxy_*_*") && list && is_named(list, "proxy");
+        return result.conf.numbered && (is_parameter || is_entry);
     }
 
     written_line find(const conf_line &line) const {

@@ -231,7 +231,8 @@ struct line_placer {
     bool place_moved(account_line &line) {
         const std::string &key = line.key;
         const Frag *element = nullptr;
-        if (line.input->removed)
+        bool has_group = result.conf.find("netobj_group_fw-admin"); // else the client stays
+        if (line.input->removed && (key != "gui_client" || has_group))
             element = key == "gui_client" ? element_with(result.conf.find("netobj_list_fw-admin$LIST_element"),
                                                          std::string(line.said->value))
                                           : address_field(line);

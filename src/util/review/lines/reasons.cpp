@@ -315,9 +315,7 @@ struct reason_finder {
         const Frag *bare = own.conf.numbered ? nullptr : own.conf.find(place_keys::path(line.said->node).c_str());
         if (bare && bare->value && bare->vlen == 0 && bare->child && begins(key, "def_proxy_"))
             return "a list stands in the place of its value";
-        const Frag *list = at_depth(line.said->node, 2), *element = at_depth(line.said->node, 4);
-        if ((holds & NUMBERED) && begins(key, "netobj_list_") && element && is_location(list) &&
-            is_blanks(configuration::value(element, "interface").c_str()))
+        if (begins(key, "netobj_list_") && all.is_dropped(at_depth(line.said->node, 4)))
             return NO_INTERFACE;
         return proxy_reason(line, holds);
     }
